@@ -1,0 +1,33 @@
+# One place for what every target of the project is compiled with.
+set(CMAKE_CXX_STANDARD 20)
+set(CMAKE_CXX_STANDARD_REQUIRED ON)
+set(CMAKE_CXX_EXTENSIONS OFF)
+set(CMAKE_POSITION_INDEPENDENT_CODE ON)
+set(CMAKE_CXX_VISIBILITY_PRESET hidden)
+set(CMAKE_VISIBILITY_INLINES_HIDDEN ON)
+set(CMAKE_EXPORT_COMPILE_COMMANDS ON)
+set(CMAKE_RUNTIME_OUTPUT_DIRECTORY ${PROJECT_BINARY_DIR}/bin)
+set(CMAKE_LIBRARY_OUTPUT_DIRECTORY ${PROJECT_BINARY_DIR}/lib)
+
+find_program(CCACHE_PROGRAM ccache)
+if(CCACHE_PROGRAM AND NOT CMAKE_CXX_COMPILER_LAUNCHER)
+  set(CMAKE_CXX_COMPILER_LAUNCHER ${CCACHE_PROGRAM})
+  set(CMAKE_C_COMPILER_LAUNCHER ${CCACHE_PROGRAM})
+endif()
+
+add_library(pex_options INTERFACE)
+target_compile_options(pex_options INTERFACE -Wall -Wextra -Wpedantic)
+if(PEX_WERROR)
+  target_compile_options(pex_options INTERFACE -Werror)
+endif()
+
+# PEX_SANITIZE is a list for -fsanitize=: "address,undefined", "thread" …
+if(PEX_SANITIZE)
+  target_compile_options(pex_options INTERFACE -fsanitize=${PEX_SANITIZE} -fno-omit-frame-pointer
+                                               -fno-sanitize-recover=all)
+  target_link_options(pex_options INTERFACE -fsanitize=${PEX_SANITIZE})
+endif()
+if(PEX_COVERAGE)
+  target_compile_options(pex_options INTERFACE --coverage)
+  target_link_options(pex_options INTERFACE --coverage)
+endif()

@@ -1,0 +1,131 @@
+#include "peximage/platform/raster/PixelBuffer.h"
+
+#include <cstdlib>
+#include <cstring>
+#include <limits>
+#include <mutex>
+#include <new>
+#include <sys/mman.h>
+#include <utility>
+#include <vector>
+
+namespace pex {
+namespace {
+
+constexpr std::size_t hugePage = std::size_t{2} << 20;
+constexpr std::size_t smallAlignment = 64;
+/// Kernels may read (never use) up to this many bytes past the last pixel.
+constexpr std::size_t slack = 64;
+
+constexpr std::size_t roundUp(std::size_t bytes, std::size_t unit) {
+    return (bytes + unit - 1) / unit * unit;
+}
+
+/// Freed large blocks by size, oldest first.
+class Pool {
+  public:
+    void* take(std::size_t bytes) {
+        const std::lock_guard lock(mutex_);
+        for (auto it = blocks_.rbegin(); it != blocks_.rend(); ++it) {
+            if (it->second < bytes || it->second > bytes + bytes / 4) continue;
+            void* block = it->first;
+            kept_ -= it->second;
+            blocks_.erase(std::next(it).base());
+            return block;
+        }
+        return nullptr;
+    }
+
+    void give(void* block, std::size_t bytes) {
+        std::vector<std::pair<void*, std::size_t>> dropped;
+        {
+            const std::lock_guard lock(mutex_);
+            blocks_.emplace_back(block, bytes);
+            kept_ += bytes;
+            trim(bound_, dropped);
+        }
+        release(dropped);
+    }
+
+    void setBound(std::size_t bytes) {
+        std::vector<std::pair<void*, std::size_t>> dropped;
+        {
+            const std::lock_guard lock(mutex_);
+            bound_ = bytes;
+            trim(bound_, dropped);
+        }
+        release(dropped);
+    }
+
+    void drain() {
+        std::vector<std::pair<void*, std::size_t>> dropped;
+        {
+            const std::lock_guard lock(mutex_);
+            trim(0, dropped);
+        }
+        release(dropped);
+    }
+
+    std::size_t kept() {
+        const std::lock_guard lock(mutex_);
+        return kept_;
+    }
+
+  private:
+    void trim(std::size_t bound, std::vector<std::pair<void*, std::size_t>>& dropped) {
+        while (kept_ > bound && !blocks_.empty()) {
+            kept_ -= blocks_.front().second;
+            dropped.push_back(blocks_.front());
+            blocks_.erase(blocks_.begin());
+        }
+    }
+
+    static void release(const std::vector<std::pair<void*, std::size_t>>& blocks) {
+        for (const auto& block : blocks)
+            std::free(block.first);
+    }
+
+    std::mutex mutex_;
+    std::vector<std::pair<void*, std::size_t>> blocks_;
+    std::size_t kept_ = 0;
+    std::size_t bound_ = std::size_t{64} << 20;
+};
+
+/// Never destroyed: buffers held by static objects may be freed after everything else.
+Pool& pool() {
+    static Pool* const instance = new Pool;
+    return *instance;
+}
+
+void* allocateLarge(std::size_t bytes) {
+    if (void* recycled = pool().take(bytes)) return recycled;
+    void* block = std::aligned_alloc(hugePage, bytes);
+    if (block) madvise(block, bytes, MADV_HUGEPAGE);
+    return block;
+}
+
+} // namespace
+
+PixelBuffer PixelBuffer::make(std::size_t bytes) {
+    if (bytes > std::numeric_limits<std::size_t>::max() / 2) return {};
+    const bool large = bytes + slack >= hugePage;
+    const std::size_t capacity = roundUp(bytes + slack, large ? hugePage : smallAlignment);
+    void* block = large ? allocateLarge(capacity) : std::aligned_alloc(smallAlignment, capacity);
+    if (!block) return {};
+    auto* data = static_cast<std::uint8_t*>(block);
+    if (!large) return {std::shared_ptr<std::uint8_t>(data, std::free), bytes};
+    return {std::shared_ptr<std::uint8_t>(data, [capacity](std::uint8_t* p) { pool().give(p, capacity); }),
+            bytes};
+}
+
+PixelBuffer PixelBuffer::makeZeroed(std::size_t bytes) {
+    PixelBuffer buffer = make(bytes);
+    if (buffer) std::memset(buffer.data(), 0, bytes);
+    return buffer;
+}
+
+void pixelPool::setBound(std::size_t bytes) { pool().setBound(bytes); }
+std::size_t pixelPool::keptBytes() { return pool().kept(); }
+void pixelPool::drain() { pool().drain(); }
+
+} // namespace pex

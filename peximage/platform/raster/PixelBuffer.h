@@ -1,0 +1,49 @@
+#pragma once
+
+#include "peximage/platform/Export.h"
+
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+
+namespace pex {
+
+/// Memory for pixels, shared by whoever looks at them and given back with the last owner. Large buffers are
+/// aligned to 2 MB and use huge pages where the system offers them, and a few freed ones are kept for the
+/// next picture of about the same size: touching fresh memory costs more than most work done in it. The bytes
+/// are not zeroed. Making and dropping buffers is safe from any thread.
+class PEX_EXPORT PixelBuffer {
+  public:
+    PixelBuffer() = default;
+
+    /// An empty buffer when the memory cannot be had (check with `operator bool`).
+    static PixelBuffer make(std::size_t bytes);
+    static PixelBuffer makeZeroed(std::size_t bytes);
+
+    std::uint8_t* data() const { return bytes_.get(); }
+    std::size_t size() const { return size_; }
+    explicit operator bool() const { return bytes_ != nullptr; }
+    /// True while no other buffer object shares the bytes.
+    bool isUnique() const { return bytes_.use_count() == 1; }
+
+  private:
+    PixelBuffer(std::shared_ptr<std::uint8_t> bytes, std::size_t size)
+        : bytes_(std::move(bytes)), size_(size) {}
+
+    std::shared_ptr<std::uint8_t> bytes_;
+    std::size_t size_ = 0;
+};
+
+/// The pool of freed pixel memory behind `PixelBuffer`.
+namespace pixelPool {
+
+/// At most this many bytes of freed buffers are kept for reuse; 0 keeps none. Default 64 MB.
+PEX_EXPORT void setBound(std::size_t bytes);
+/// Bytes kept for reuse just now.
+PEX_EXPORT std::size_t keptBytes();
+/// Gives everything that is kept back to the system, as an application does when it goes idle.
+PEX_EXPORT void drain();
+
+} // namespace pixelPool
+
+} // namespace pex

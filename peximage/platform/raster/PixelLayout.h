@@ -1,0 +1,28 @@
+#pragma once
+
+namespace pex {
+
+/// How the bytes of one pixel lie in memory, 8 bits a component. "Last" is R G B A, "first" is A R G B;
+/// "skip" has a byte in alpha's place that means nothing.
+enum class PixelLayout {
+    premultipliedLast,
+    premultipliedFirst,
+    straightLast,
+    straightFirst,
+    skipLast,
+    skipFirst,
+    grey,
+};
+
+constexpr int bytesPerPixel(PixelLayout layout) { return layout == PixelLayout::grey ? 1 : 4; }
+
+constexpr bool hasAlpha(PixelLayout layout) {
+    return layout != PixelLayout::grey && layout != PixelLayout::skipLast && layout != PixelLayout::skipFirst;
+}
+
+constexpr bool isAlphaFirst(PixelLayout layout) {
+    return layout == PixelLayout::premultipliedFirst || layout == PixelLayout::straightFirst ||
+           layout == PixelLayout::skipFirst;
+}
+
+} // namespace pex

@@ -1,0 +1,74 @@
+#include "peximage/platform/foundation/AtomicFile.h"
+
+#include <atomic>
+#include <cerrno>
+#include <cstdio>
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+#include <utility>
+
+namespace pex {
+namespace {
+
+/// Unique among all threads and processes that write into the folder.
+std::string temporaryName(const std::string& path) {
+    static std::atomic<unsigned> counter{0};
+    const std::size_t slash = path.rfind('/');
+    const std::string folder = slash == std::string::npos ? std::string() : path.substr(0, slash + 1);
+    return folder + ".pex-" + std::to_string(::getpid()) + "-" + std::to_string(counter++) + ".tmp";
+}
+
+/// The mode of the file that will be replaced, so that a save does not widen or narrow who may read it.
+void keepMode(const std::string& path, int descriptor) {
+    struct stat existing {};
+    if (::stat(path.c_str(), &existing) == 0) (void)::fchmod(descriptor, existing.st_mode & 07777);
+}
+
+} // namespace
+
+AtomicFile::AtomicFile(std::string path) : path_(std::move(path)) {
+    for (int attempt = 0; attempt < 16 && descriptor_ < 0; ++attempt) {
+        temporary_ = temporaryName(path_);
+        descriptor_ = ::open(temporary_.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666);
+        if (descriptor_ < 0 && errno != EEXIST) break;
+    }
+    if (descriptor_ >= 0) keepMode(path_, descriptor_);
+}
+
+AtomicFile::~AtomicFile() { discard(); }
+
+bool AtomicFile::write(std::span<const std::uint8_t> bytes) {
+    while (descriptor_ >= 0 && !bytes.empty()) {
+        const ssize_t written = ::write(descriptor_, bytes.data(), bytes.size());
+        if (written < 0 && errno == EINTR) continue;
+        if (written <= 0)
+            discard();
+        else
+            bytes = bytes.subspan(static_cast<std::size_t>(written));
+    }
+    return descriptor_ >= 0;
+}
+
+bool AtomicFile::commit() {
+    if (descriptor_ < 0) return false;
+    const bool flushed = ::fsync(descriptor_) == 0;
+    const bool closed = ::close(std::exchange(descriptor_, -1)) == 0;
+    if (flushed && closed && std::rename(temporary_.c_str(), path_.c_str()) == 0) {
+        temporary_.clear();
+        return true;
+    }
+    discard();
+    return false;
+}
+
+void AtomicFile::discard() {
+    if (descriptor_ >= 0)
+        ::close(std::exchange(descriptor_, -1));
+    else if (temporary_.empty())
+        return;
+    ::unlink(temporary_.c_str());
+    temporary_.clear();
+}
+
+} // namespace pex

@@ -1,0 +1,33 @@
+#pragma once
+
+#include "peximage/platform/Export.h"
+
+#include <cstdint>
+#include <span>
+#include <string>
+
+namespace pex {
+
+/// A file that appears whole or not at all: bytes go to a temporary file in the destination's folder, and
+/// only `commit` renames it over the destination. What was not committed is removed with the object.
+class PEX_EXPORT AtomicFile {
+  public:
+    explicit AtomicFile(std::string path);
+    ~AtomicFile();
+    AtomicFile(const AtomicFile&) = delete;
+    AtomicFile& operator=(const AtomicFile&) = delete;
+
+    /// False when the temporary file could not be made or written; later calls then do nothing.
+    bool write(std::span<const std::uint8_t> bytes);
+    /// Flushes to disk and renames. False when any step failed; the destination is then as it was.
+    bool commit();
+
+  private:
+    void discard();
+
+    std::string path_;
+    std::string temporary_;
+    int descriptor_ = -1;
+};
+
+} // namespace pex

@@ -1,0 +1,29 @@
+#pragma once
+
+#include "peximage/platform/Export.h"
+
+#include <functional>
+#include <memory>
+
+namespace pex {
+
+/// A serial queue: blocks handed to it run one after the other, in the order they came in.
+class PEX_EXPORT DispatchQueue {
+  public:
+    DispatchQueue();
+    /// Waits for the blocks that are still queued.
+    ~DispatchQueue();
+    DispatchQueue(const DispatchQueue&) = delete;
+    DispatchQueue& operator=(const DispatchQueue&) = delete;
+
+    /// Runs the block and returns when it is done. From within a block of this queue it runs at once.
+    void sync(const std::function<void()>& block);
+    /// Queues the block for the queue's own thread, which is started by the first such block, and returns.
+    void async(std::function<void()> block);
+
+  private:
+    struct State;
+    std::unique_ptr<State> state_;
+};
+
+} // namespace pex

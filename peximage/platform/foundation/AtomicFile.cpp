@@ -19,21 +19,21 @@ std::string temporaryName(const std::string& path) {
     return folder + ".pex-" + std::to_string(::getpid()) + "-" + std::to_string(counter++) + ".tmp";
 }
 
-/// The mode of the file that will be replaced, so that a save does not widen or narrow who may read it.
-void keepMode(const std::string& path, int descriptor) {
-    struct stat existing {};
-    if (::stat(path.c_str(), &existing) == 0) (void)::fchmod(descriptor, existing.st_mode & 07777);
-}
-
 } // namespace
 
 AtomicFile::AtomicFile(std::string path) : path_(std::move(path)) {
+    struct stat existing {};
+    const bool replaces = ::stat(path_.c_str(), &existing) == 0;
+    if (replaces && !S_ISREG(existing.st_mode)) return; // a folder or a device is never renamed over
     for (int attempt = 0; attempt < 16 && descriptor_ < 0; ++attempt) {
         temporary_ = temporaryName(path_);
         descriptor_ = ::open(temporary_.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666);
         if (descriptor_ < 0 && errno != EEXIST) break;
     }
-    if (descriptor_ >= 0) keepMode(path_, descriptor_);
+    if (descriptor_ < 0) temporary_.clear();
+    // A save does not widen or narrow who may read the file.
+    else if (replaces)
+        (void)::fchmod(descriptor_, existing.st_mode & 07777);
 }
 
 AtomicFile::~AtomicFile() { discard(); }

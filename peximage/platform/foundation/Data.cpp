@@ -31,6 +31,8 @@ bool readAll(int descriptor, std::vector<std::uint8_t>& bytes, std::size_t limit
 bool writeInPlace(const std::string& path, std::span<const std::uint8_t> bytes) {
     const int descriptor = ::open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666);
     if (descriptor < 0) return false;
+    struct stat info {};
+    const bool regular = ::fstat(descriptor, &info) == 0 && S_ISREG(info.st_mode);
     bool good = true;
     while (good && !bytes.empty()) {
         const ssize_t written = ::write(descriptor, bytes.data(), bytes.size());
@@ -39,7 +41,7 @@ bool writeInPlace(const std::string& path, std::span<const std::uint8_t> bytes) 
         if (good) bytes = bytes.subspan(static_cast<std::size_t>(written));
     }
     good = ::close(descriptor) == 0 && good;
-    if (!good) ::unlink(path.c_str());
+    if (!good && regular) ::unlink(path.c_str());
     return good;
 }
 

@@ -1,0 +1,21 @@
+#pragma once
+
+#include "peximage/platform/Export.h"
+#include "peximage/platform/foundation/URL.h"
+
+#include <optional>
+
+namespace pex {
+
+/// Makes the folder with its parents. True when it is there afterwards.
+PEX_EXPORT bool fu_createFolder(const URL& url);
+
+/// True when a regular file is there (a link to one counts) that holds at least `minSizeInKB` × 1000 bytes;
+/// absent: any size. Folders and devices are no files here.
+PEX_EXPORT bool fu_fileExists(const URL& url, std::optional<double> minSizeInKB = {});
+
+/// Deletes a file (a link itself, not what it names); a missing one is no failure. Never deletes a folder or
+/// a device. True when no such file is left.
+PEX_EXPORT bool fu_deleteFile(const URL& url);
+
+} // namespace pex

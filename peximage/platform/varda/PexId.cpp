@@ -1,0 +1,43 @@
+#include "peximage/platform/varda/PexId.h"
+
+#include <atomic>
+#include <charconv>
+#include <chrono>
+#include <cstdint>
+#include <random>
+
+namespace pex {
+namespace {
+
+std::string hex(std::uint64_t value) {
+    char digits[16];
+    return {digits, std::to_chars(digits, digits + sizeof digits, value, 16).ptr};
+}
+
+/// SplitMix64 over a counter that starts at a random place: distinct values in one process, and without the
+/// cost of asking the system for randomness each time.
+std::uint64_t nextRandom() {
+    static std::atomic<std::uint64_t> state{[] {
+        std::random_device device;
+        return (std::uint64_t{device()} << 32) | device();
+    }()};
+    std::uint64_t z = state.fetch_add(0x9E3779B97F4A7C15U, std::memory_order_relaxed);
+    z = (z ^ (z >> 30)) * 0xBF58476D1CE4E5B9U;
+    z = (z ^ (z >> 27)) * 0x94D049BB133111EBU;
+    return z ^ (z >> 31);
+}
+
+} // namespace
+
+std::string PexId::newId(std::string_view prefix, std::string_view tag, bool useCounter) {
+    static std::atomic<std::uint64_t> counter{0};
+    using namespace std::chrono;
+    const auto now = duration_cast<milliseconds>(system_clock::now().time_since_epoch()).count();
+    std::string id = std::string(prefix) + std::string(tag);
+    if (!id.empty()) id += '-';
+    id += hex(static_cast<std::uint64_t>(now)) + '-' + hex(nextRandom());
+    if (useCounter) id += '-' + hex(++counter);
+    return id;
+}
+
+} // namespace pex

@@ -1,0 +1,94 @@
+#include "peximage/platform/raster/CGImage.h"
+
+#include "peximage/platform/raster/PixelSource.h"
+
+#include <algorithm>
+#include <cmath>
+#include <mutex>
+
+namespace pex {
+namespace {
+
+std::size_t rowBytes(int width, PixelLayout layout) {
+    return static_cast<std::size_t>(width) * static_cast<std::size_t>(bytesPerPixel(layout));
+}
+
+} // namespace
+
+struct CGImage::Store {
+    PixelSize size;
+    PixelLayout layout;
+    CGColorSpace colorSpace;
+
+    std::mutex mutex;
+    std::shared_ptr<const PixelSource> source; // until the pixels are there
+    PixelBuffer buffer;
+    std::ptrdiff_t bytesPerRow = 0;
+    bool incomplete = false;
+
+    /// With the lock held.
+    void decode() {
+        if (!source) return;
+        const std::size_t stride = rowBytes(size.width, layout);
+        PixelBuffer fresh = PixelBuffer::make(stride * static_cast<std::size_t>(size.height));
+        if (!fresh) return;
+        bytesPerRow = static_cast<std::ptrdiff_t>(stride);
+        incomplete = !source->decode({fresh.data(), size.width, size.height, bytesPerRow, layout});
+        buffer = std::move(fresh);
+        source.reset();
+    }
+};
+
+std::optional<CGImage> CGImage::make(int width, int height, std::ptrdiff_t bytesPerRow, PixelLayout layout,
+                                     const CGColorSpace& colorSpace, PixelBuffer pixels) {
+    if (width < 1 || height < 1 || !pixels) return std::nullopt;
+    const std::size_t row = rowBytes(width, layout);
+    if (bytesPerRow < 0 || static_cast<std::size_t>(bytesPerRow) < row) return std::nullopt;
+    const std::size_t before = static_cast<std::size_t>(bytesPerRow) * static_cast<std::size_t>(height - 1);
+    if (pixels.size() < row || pixels.size() - row < before) return std::nullopt;
+    auto store = std::shared_ptr<Store>(
+        new Store{{width, height}, layout, colorSpace, {}, {}, std::move(pixels), bytesPerRow});
+    return CGImage(std::move(store), 0, 0, width, height);
+}
+
+CGImage CGImage::make(std::shared_ptr<const PixelSource> source) {
+    const PixelSize size = source->size();
+    auto store = std::shared_ptr<Store>(
+        new Store{size, source->layout(), source->colorSpace(), {}, std::move(source)});
+    return CGImage(std::move(store), 0, 0, size.width, size.height);
+}
+
+PixelLayout CGImage::layout() const { return store_->layout; }
+const CGColorSpace& CGImage::colorSpace() const { return store_->colorSpace; }
+
+std::optional<PixelView> CGImage::pixels() const {
+    const std::lock_guard lock(store_->mutex);
+    store_->decode();
+    if (!store_->buffer) return std::nullopt;
+    const PixelView whole{store_->buffer.data(), store_->size.width, store_->size.height, store_->bytesPerRow,
+                          store_->layout};
+    return whole.part(x_, y_, width_, height_);
+}
+
+bool CGImage::isIncomplete() const {
+    const std::lock_guard lock(store_->mutex);
+    store_->decode();
+    return store_->incomplete || !store_->buffer;
+}
+
+std::optional<CGImage> CGImage::cropping(const CGRect& rect) const {
+    if (rect.isEmpty()) return std::nullopt;
+    const CGRect cut =
+        rect.integral().intersection({0, 0, static_cast<double>(width_), static_cast<double>(height_)});
+    if (cut.isEmpty()) return std::nullopt;
+    return CGImage(store_, x_ + static_cast<int>(cut.origin.x), y_ + static_cast<int>(cut.origin.y),
+                   static_cast<int>(cut.size.width), static_cast<int>(cut.size.height));
+}
+
+std::shared_ptr<const PixelSource> CGImage::source() const {
+    if (PixelSize{width_, height_} != store_->size) return nullptr;
+    const std::lock_guard lock(store_->mutex);
+    return store_->source;
+}
+
+} // namespace pex

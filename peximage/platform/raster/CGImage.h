@@ -1,0 +1,58 @@
+#pragma once
+
+#include "peximage/platform/Export.h"
+#include "peximage/platform/geometry/CGRect.h"
+#include "peximage/platform/raster/CGColorSpace.h"
+#include "peximage/platform/raster/PixelBuffer.h"
+#include "peximage/platform/raster/PixelView.h"
+
+#include <memory>
+#include <optional>
+
+namespace pex {
+
+class PixelSource;
+
+/// A bitmap image: an immutable value whose copies and sub-images share one store of pixels. The store is
+/// either pixels in memory, or an encoded source whose size is known and which is decoded when its pixels are
+/// first touched. Safe to use from many threads.
+class PEX_EXPORT CGImage {
+  public:
+    /// Pixels in memory, rows top first. Absent when a side is below 1, a row is shorter than its pixels, or
+    /// the buffer is smaller than the rows need. The buffer must not be written any more.
+    static std::optional<CGImage> make(int width, int height, std::ptrdiff_t bytesPerRow, PixelLayout layout,
+                                       const CGColorSpace& colorSpace, PixelBuffer pixels);
+    /// A source that is decoded on first touch.
+    static CGImage make(std::shared_ptr<const PixelSource> source);
+
+    int width() const { return width_; }
+    int height() const { return height_; }
+    int bitsPerComponent() const { return 8; }
+    PixelLayout layout() const;
+    const CGColorSpace& colorSpace() const;
+
+    /// The pixels, decoded now if they were not yet; valid as long as this image or a copy of it. Absent when
+    /// the memory for them cannot be had. What a broken source could not give is transparent, or mid grey
+    /// where there is no alpha.
+    std::optional<PixelView> pixels() const;
+    /// True when decoding found the source cut short or damaged; decodes if that was not done yet.
+    bool isIncomplete() const;
+
+    /// The part inside a rectangle of pixels, origin at the top-left corner and y downward: made integral
+    /// outward, then clipped to the image. It shares the pixels. Absent when nothing is left.
+    std::optional<CGImage> cropping(const CGRect& rect) const;
+
+    /// The source, while nothing has decoded it yet and the image is the whole of it; null otherwise. Whoever
+    /// needs only a small picture decodes a reduced one from it.
+    std::shared_ptr<const PixelSource> source() const;
+
+  private:
+    struct Store;
+    CGImage(std::shared_ptr<Store> store, int x, int y, int width, int height)
+        : store_(std::move(store)), x_(x), y_(y), width_(width), height_(height) {}
+
+    std::shared_ptr<Store> store_;
+    int x_ = 0, y_ = 0, width_ = 0, height_ = 0;
+};
+
+} // namespace pex

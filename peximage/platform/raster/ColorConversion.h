@@ -1,0 +1,30 @@
+#pragma once
+
+#include "peximage/platform/raster/CGColorSpace.h"
+
+#include <cstdint>
+#include <memory>
+
+namespace pex {
+
+/// Converts rows of colours between spaces with relative colorimetric intent and black point compensation.
+/// Alpha is not touched. Immutable; one object serves many threads.
+class ColorConversion {
+  public:
+    enum class Pixels { rgba, gray, cmyk }; // rgba: R G B x, straight; cmyk: C M Y K, 255 = full ink
+
+    /// Null when the spaces cannot be converted. `from` must hold colours of `pixels`; the result is R G B x.
+    static std::shared_ptr<const ColorConversion> make(const CGColorSpace& from, Pixels pixels,
+                                                       const CGColorSpace& to);
+    ~ColorConversion();
+
+    /// `from` and `to` may be the same row when a pixel has four bytes in both. The fourth byte of `to` is
+    /// copied from rgba and left alone otherwise.
+    void convertRow(const std::uint8_t* from, std::uint8_t* to, int pixels) const;
+
+  private:
+    ColorConversion() = default;
+    void* transform_ = nullptr;
+};
+
+} // namespace pex

@@ -26,6 +26,8 @@ struct CGImage::Store {
     std::ptrdiff_t bytesPerRow = 0;
     bool incomplete = false;
 
+    Store(PixelSize s, PixelLayout l, const CGColorSpace& c) : size(s), layout(l), colorSpace(c) {}
+
     /// With the lock held.
     void decode() {
         if (!source) return;
@@ -46,15 +48,16 @@ std::optional<CGImage> CGImage::make(int width, int height, std::ptrdiff_t bytes
     if (bytesPerRow < 0 || static_cast<std::size_t>(bytesPerRow) < row) return std::nullopt;
     const std::size_t before = static_cast<std::size_t>(bytesPerRow) * static_cast<std::size_t>(height - 1);
     if (pixels.size() < row || pixels.size() - row < before) return std::nullopt;
-    auto store = std::shared_ptr<Store>(
-        new Store{{width, height}, layout, colorSpace, {}, {}, std::move(pixels), bytesPerRow});
+    auto store = std::make_shared<Store>(PixelSize{width, height}, layout, colorSpace);
+    store->buffer = std::move(pixels);
+    store->bytesPerRow = bytesPerRow;
     return CGImage(std::move(store), 0, 0, width, height);
 }
 
 CGImage CGImage::make(std::shared_ptr<const PixelSource> source) {
     const PixelSize size = source->size();
-    auto store = std::shared_ptr<Store>(
-        new Store{size, source->layout(), source->colorSpace(), {}, std::move(source)});
+    auto store = std::make_shared<Store>(size, source->layout(), source->colorSpace());
+    store->source = std::move(source);
     return CGImage(std::move(store), 0, 0, size.width, size.height);
 }
 

@@ -1,0 +1,26 @@
+#include "peximage/platform/codecs/ImageCodec.h"
+
+#include <array>
+
+namespace pex {
+namespace {
+
+constexpr std::array codecs{&jpegCodec, &pngCodec};
+
+} // namespace
+
+const ImageCodec* codecForBytes(std::span<const std::uint8_t> firstBytes) {
+    for (const ImageCodec* codec : codecs) {
+        if (codec->sniff(firstBytes)) return codec;
+    }
+    return nullptr;
+}
+
+const ImageCodec* codecForFormat(ImageFormat format) {
+    for (const ImageCodec* codec : codecs) {
+        if (codec->format == format) return codec;
+    }
+    return nullptr;
+}
+
+} // namespace pex

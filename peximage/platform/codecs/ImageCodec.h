@@ -1,0 +1,50 @@
+#pragma once
+
+#include "peximage/platform/codecs/CGDataProvider.h"
+#include "peximage/platform/codecs/ImageLimits.h"
+#include "peximage/platform/codecs/ImageProperties.h"
+#include "peximage/platform/raster/CGImage.h"
+#include "peximage/platform/raster/PixelSource.h"
+
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <span>
+
+namespace pex {
+
+/// What opening a file gives: its header, and its pixels when the provider holds all bytes in memory (a
+/// provider over a file is only asked for the header; `source` is then null).
+struct OpenedImage {
+    ImageProperties properties;
+    std::shared_ptr<const PixelSource> source;
+};
+
+struct EncodingOptions {
+    /// 0 … 1, 1 best; formats without loss ignore it.
+    double quality = 0.9;
+    /// Pixels per inch to record; absent: the format's own default. JPEG leaves it to the caller's stamp.
+    std::optional<double> dpiWidth;
+    std::optional<double> dpiHeight;
+};
+
+/// One file format. `open` is absent for bytes that are not such an image or break a limit; it never decodes
+/// pixels. `encode` is absent when the picture cannot be held in the format.
+struct ImageCodec {
+    ImageFormat format;
+    bool (*sniff)(std::span<const std::uint8_t> firstBytes);
+    std::optional<OpenedImage> (*open)(const CGDataProvider& bytes, const ImageLimits& limits);
+    std::optional<Data> (*encode)(const CGImage& image, const EncodingOptions& options);
+};
+
+/// How many first bytes `sniff` is given, where the file has as many.
+inline constexpr std::size_t sniffBytes = 32;
+
+/// The codec whose format the first bytes show; null when none does.
+const ImageCodec* codecForBytes(std::span<const std::uint8_t> firstBytes);
+const ImageCodec* codecForFormat(ImageFormat format);
+
+extern const ImageCodec jpegCodec;
+extern const ImageCodec pngCodec;
+
+} // namespace pex

@@ -1,0 +1,36 @@
+#pragma once
+
+#include "peximage/platform/Export.h"
+
+#include <array>
+#include <optional>
+#include <string_view>
+
+namespace pex {
+
+/// The file formats that are told apart. Whether one can be read or written is asked of `CGImageSource` and
+/// `CGImageDestination`.
+enum class ImageFormat { jpeg, png };
+
+struct ImageFormatNames {
+    ImageFormat format;
+    std::string_view name;                      // as people say it: "JPEG"
+    std::array<std::string_view, 2> extensions; // lower case, the usual one first
+};
+
+inline constexpr std::array imageFormats{
+    ImageFormatNames{ImageFormat::jpeg, "JPEG", {"jpg", "jpeg"}},
+    ImageFormatNames{ImageFormat::png, "PNG", {"png", "png"}},
+};
+
+constexpr std::string_view displayName(ImageFormat format) {
+    for (const auto& names : imageFormats) {
+        if (names.format == format) return names.name;
+    }
+    return {};
+}
+
+/// The format that a file name's extension stands for, whatever its case; absent for an unknown one.
+PEX_EXPORT std::optional<ImageFormat> imageFormatForExtension(std::string_view extension);
+
+} // namespace pex

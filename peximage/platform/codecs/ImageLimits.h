@@ -1,0 +1,28 @@
+#pragma once
+
+#include "peximage/platform/Export.h"
+
+#include <cstddef>
+#include <cstdint>
+
+namespace pex {
+
+/// What the library is willing to open; past a limit the result is absent. The defaults suit a desktop
+/// application; a server that opens strangers' files may set tighter ones.
+struct PEX_EXPORT ImageLimits {
+    /// Width × height of one picture. Default 2^28, which is 1 GB of pixels.
+    std::int64_t maxPixels = std::int64_t{1} << 28;
+    /// Bytes of one encoded file. Default 2 GB.
+    std::size_t maxSourceBytes = std::size_t{1} << 31;
+    /// Bytes of one piece of metadata, such as a colour profile. Default 16 MB.
+    std::size_t maxMetadataBytes = std::size_t{16} << 20;
+
+    /// The limits in force for the whole process. Safe from any thread.
+    static ImageLimits current();
+    static void setCurrent(const ImageLimits& limits);
+
+    /// True when a picture of this size may be opened: both sides at least 1 and the limit kept.
+    bool allows(std::int64_t width, std::int64_t height) const;
+};
+
+} // namespace pex

@@ -1,0 +1,30 @@
+#pragma once
+
+#include "peximage/platform/codecs/ImageFormat.h"
+#include "peximage/platform/raster/CGColorSpace.h"
+#include "peximage/platform/raster/Orientation.h"
+
+#include <optional>
+#include <string>
+
+namespace pex {
+
+/// What a file's header says of its first image.
+struct ImageProperties {
+    ImageFormat format = ImageFormat::jpeg;
+    /// As stored, before the orientation is applied.
+    int pixelWidth = 0;
+    int pixelHeight = 0;
+    /// Pixels per inch; absent when the file does not say.
+    std::optional<double> dpiWidth;
+    std::optional<double> dpiHeight;
+    Orientation orientation = Orientation::up;
+    bool hasAlpha = false;
+    /// Bits of one component in the file.
+    int depth = 8;
+    CGColorSpace::Model colorModel = CGColorSpace::Model::rgb;
+    /// The embedded profile's description; absent when the file has none.
+    std::optional<std::string> profileName;
+};
+
+} // namespace pex

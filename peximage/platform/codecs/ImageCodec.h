@@ -1,6 +1,7 @@
 #pragma once
 
 #include "peximage/platform/codecs/CGDataProvider.h"
+#include "peximage/platform/codecs/CGImageDestination.h"
 #include "peximage/platform/codecs/ImageLimits.h"
 #include "peximage/platform/codecs/ImageProperties.h"
 #include "peximage/platform/raster/CGImage.h"
@@ -20,21 +21,13 @@ struct OpenedImage {
     std::shared_ptr<const PixelSource> source;
 };
 
-struct EncodingOptions {
-    /// 0 … 1, 1 best; formats without loss ignore it.
-    double quality = 0.9;
-    /// Pixels per inch to record; absent: the format's own default. JPEG leaves it to the caller's stamp.
-    std::optional<double> dpiWidth;
-    std::optional<double> dpiHeight;
-};
-
 /// One file format. `open` is absent for bytes that are not such an image or break a limit; it never decodes
 /// pixels. `encode` is absent when the picture cannot be held in the format.
 struct ImageCodec {
     ImageFormat format;
     bool (*sniff)(std::span<const std::uint8_t> firstBytes);
     std::optional<OpenedImage> (*open)(const CGDataProvider& bytes, const ImageLimits& limits);
-    std::optional<Data> (*encode)(const CGImage& image, const EncodingOptions& options);
+    std::optional<Data> (*encode)(const CGImage& image, const CGImageDestination::Options& options);
 };
 
 /// How many first bytes `sniff` is given, where the file has as many.

@@ -1,0 +1,13 @@
+#include "peximage/platform/codecs/CGImageDestination.h"
+
+#include "peximage/platform/codecs/ImageCodec.h"
+
+namespace pex {
+
+std::optional<Data> CGImageDestination::encode(const CGImage& image, ImageFormat format,
+                                               const Options& options) {
+    const ImageCodec* codec = codecForFormat(format);
+    return codec && codec->encode ? codec->encode(image, options) : std::nullopt;
+}
+
+} // namespace pex

@@ -1,0 +1,30 @@
+#pragma once
+
+#include "peximage/platform/Export.h"
+#include "peximage/platform/codecs/ImageFormat.h"
+#include "peximage/platform/foundation/Data.h"
+#include "peximage/platform/raster/CGImage.h"
+
+#include <optional>
+
+namespace pex {
+
+/// Turns images into encoded bytes. An embedded profile goes along unless it gives sRGB's colours anyway;
+/// nothing says an orientation that the pixels already have.
+class PEX_EXPORT CGImageDestination {
+  public:
+    struct Options {
+        /// 0 … 1, 1 best. Formats without loss ignore it.
+        double quality = 0.9;
+        /// Pixels per inch to record; absent leaves the format's default. JPEG ignores it: its density is
+        /// stamped into the finished bytes.
+        std::optional<double> dpiWidth;
+        std::optional<double> dpiHeight;
+    };
+
+    /// Absent when this build cannot write the format, when the picture is too large for it, or when its
+    /// pixels cannot be had. Safe from any thread.
+    static std::optional<Data> encode(const CGImage& image, ImageFormat format, const Options& options);
+};
+
+} // namespace pex

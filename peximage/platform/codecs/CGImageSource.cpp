@@ -1,0 +1,51 @@
+#include "peximage/platform/codecs/CGImageSource.h"
+
+#include "peximage/platform/codecs/ImageCodec.h"
+
+#include <array>
+
+namespace pex {
+namespace {
+
+std::optional<OpenedImage> openImage(const CGDataProvider& bytes) {
+    const ImageLimits limits = ImageLimits::current();
+    if (bytes.size() > limits.maxSourceBytes) return std::nullopt;
+    std::array<std::uint8_t, sniffBytes> first{};
+    const std::size_t count = bytes.read(0, first);
+    const ImageCodec* codec = codecForBytes(std::span(first).first(count));
+    return codec ? codec->open(bytes, limits) : std::nullopt;
+}
+
+} // namespace
+
+std::optional<CGImageSource> CGImageSource::make(const Data& bytes) {
+    const std::optional<OpenedImage> opened = openImage(CGDataProvider(bytes));
+    if (!opened || !opened->source) return std::nullopt;
+    CGImageSource source;
+    source.properties_ = opened->properties;
+    source.bytesRead_ = bytes.size();
+    source.image_ = CGImage::make(opened->source);
+    return source;
+}
+
+std::optional<CGImageSource> CGImageSource::make(const URL& file) {
+    const std::optional<CGDataProvider> bytes = CGDataProvider::open(file);
+    if (!bytes) return std::nullopt;
+    std::optional<OpenedImage> opened = openImage(*bytes);
+    if (!opened) return std::nullopt;
+    CGImageSource source;
+    source.properties_ = std::move(opened->properties);
+    source.bytesRead_ = bytes->bytesRead();
+    source.file_ = file;
+    return source;
+}
+
+std::optional<CGImage> CGImageSource::createImage() const {
+    if (image_) return image_;
+    const std::optional<Data> bytes = Data::contentsOf(*file_, ImageLimits::current().maxSourceBytes);
+    if (!bytes) return std::nullopt;
+    const std::optional<CGImageSource> source = make(*bytes);
+    return source ? source->image_ : std::nullopt;
+}
+
+} // namespace pex

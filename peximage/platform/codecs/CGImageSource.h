@@ -1,0 +1,41 @@
+#pragma once
+
+#include "peximage/platform/Export.h"
+#include "peximage/platform/codecs/ImageProperties.h"
+#include "peximage/platform/foundation/Data.h"
+#include "peximage/platform/foundation/URL.h"
+#include "peximage/platform/raster/CGImage.h"
+
+#include <cstddef>
+#include <optional>
+
+namespace pex {
+
+/// An encoded image file: what its header says, and its pixels when they are asked for. The format is told
+/// from the bytes, never from a name. The EXIF orientation is reported, not applied. An immutable value.
+class PEX_EXPORT CGImageSource {
+  public:
+    /// From bytes in memory. Absent when they are no image of a known format, or break an `ImageLimits`.
+    static std::optional<CGImageSource> make(const Data& bytes);
+    /// From a file, of which only the header is read until `createImage`; the file is not kept open. Absent
+    /// also when it cannot be read.
+    static std::optional<CGImageSource> make(const URL& file);
+
+    const ImageProperties& properties() const { return properties_; }
+    /// How many bytes of the file were read to learn that; all of them for bytes in memory.
+    std::size_t bytesRead() const { return bytesRead_; }
+
+    /// The first image, decoded when its pixels are first touched. For a file this reads all its bytes:
+    /// absent when that fails or they changed into something else meanwhile.
+    std::optional<CGImage> createImage() const;
+
+  private:
+    CGImageSource() = default;
+
+    ImageProperties properties_;
+    std::size_t bytesRead_ = 0;
+    std::optional<URL> file_;
+    std::optional<CGImage> image_;
+};
+
+} // namespace pex

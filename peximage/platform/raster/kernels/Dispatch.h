@@ -7,11 +7,13 @@
 //   #define HWY_TARGET_INCLUDE "peximage/platform/raster/kernels/X.cpp"
 //   #include "peximage/platform/raster/kernels/Dispatch.h"
 //
+//   #if PEX_HAS_VECTORS
 //   HWY_BEFORE_NAMESPACE();
 //   namespace pex::kernels::HWY_NAMESPACE {
 //   void xRow(…) { … }                       // written with Highway
 //   } // namespace pex::kernels::HWY_NAMESPACE
 //   HWY_AFTER_NAMESPACE();
+//   #endif
 //
 //   #if HWY_ONCE
 //   namespace pex::kernels {
@@ -35,6 +37,9 @@
 #include <type_traits>
 
 #ifndef PEX_PICK_KERNEL
+/// False where Highway imitates vectors in plain code: the plain twin serves better there.
+#define PEX_HAS_VECTORS (HWY_TARGET != HWY_SCALAR && HWY_TARGET != HWY_EMU128)
+
 #define PEX_PICK_KERNEL(KERNEL, PLAIN)                                                                       \
     ::pex::kernels::pick(&PLAIN, HWY_CHOOSE_SSE4(KERNEL), HWY_CHOOSE_AVX2(KERNEL), HWY_CHOOSE_AVX3(KERNEL),  \
                          HWY_CHOOSE_NEON(KERNEL))

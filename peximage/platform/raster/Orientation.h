@@ -4,8 +4,8 @@
 
 namespace pex {
 
-/// Where the first row and the first column of the stored pixels lie in the upright picture; the values are those
-/// of the EXIF orientation tag. The comment tells what makes the stored picture upright.
+/// Where the first row and the first column of the stored pixels lie in the upright picture; the values are
+/// those of the EXIF orientation tag. The comment tells what makes the stored picture upright.
 enum class Orientation {
     up = 1,            // nothing
     upMirrored = 2,    // mirror left to right

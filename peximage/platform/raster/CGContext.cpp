@@ -1,0 +1,183 @@
+#include "peximage/platform/raster/CGContext.h"
+
+#include "peximage/platform/raster/ColorConversion.h"
+#include "peximage/platform/raster/ConvertedImage.h"
+#include "peximage/platform/raster/Scaling.h"
+#include "peximage/platform/raster/kernels/BlendRow.h"
+#include "peximage/platform/raster/kernels/ConvertRow.h"
+
+#include <algorithm>
+#include <cmath>
+#include <cstring>
+
+namespace pex {
+namespace {
+
+/// A picture is never stretched to more than this before it is clipped to the context.
+constexpr double maxScaledSide = 1 << 17;
+constexpr double maxScaledPixels = 1 << 28;
+
+int toByte(double channel) {
+    if (!(channel > 0)) return 0;
+    return static_cast<int>(std::lround(std::min(channel, 1.0) * 255));
+}
+
+} // namespace
+
+/// Whole pixels of the bitmap, row 0 on top; may reach outside it.
+struct CGContext::PixelRect {
+    double x0, y0, x1, y1;
+    bool mirrored, flipped; // the transform turned x or y around
+
+    double width() const { return x1 - x0; }
+    double height() const { return y1 - y0; }
+};
+
+std::shared_ptr<CGContext> CGContext::make(int width, int height, PixelLayout layout,
+                                           const CGColorSpace& colorSpace) {
+    if (width < 1 || height < 1) return nullptr;
+    const std::size_t stride =
+        static_cast<std::size_t>(width) * static_cast<std::size_t>(bytesPerPixel(layout));
+    PixelBuffer pixels = PixelBuffer::makeZeroed(stride * static_cast<std::size_t>(height));
+    if (!pixels) return nullptr;
+    return std::shared_ptr<CGContext>(new CGContext(width, height, layout, colorSpace, std::move(pixels)));
+}
+
+CGContext::CGContext(int width, int height, PixelLayout layout, const CGColorSpace& colorSpace,
+                     PixelBuffer pixels)
+    : width_(width),
+      height_(height),
+      layout_(layout),
+      colorSpace_(colorSpace),
+      pixels_(std::move(pixels)),
+      scratch_(static_cast<std::size_t>(width) * 4) {}
+
+void CGContext::saveGState() { saved_.push_back(state_); }
+
+void CGContext::restoreGState() {
+    if (saved_.empty()) return;
+    state_ = saved_.back();
+    saved_.pop_back();
+}
+
+void CGContext::translateBy(double x, double y) {
+    state_.transform = CGAffineTransform::translation(x, y).then(state_.transform);
+}
+
+void CGContext::scaleBy(double x, double y) {
+    state_.transform = CGAffineTransform::scale(x, y).then(state_.transform);
+}
+
+void CGContext::setAlpha(double alpha) { state_.alpha = alpha > 0 ? std::min(alpha, 1.0) : 0; }
+void CGContext::setBlendMode(CGBlendMode mode) { state_.blendMode = mode; }
+void CGContext::setFillColor(const CGColor& color) { state_.fillColor = color; }
+
+void CGContext::setInterpolationQuality(CGInterpolationQuality quality) {
+    state_.interpolation =
+        quality == CGInterpolationQuality::none ? Interpolation::nearest : Interpolation::smooth;
+}
+
+std::optional<CGContext::PixelRect> CGContext::devicePixels(const CGRect& rect) const {
+    const CGRect box = state_.transform.apply(rect);
+    if (!(box.width() > 0 && box.height() > 0) ||
+        !std::isfinite(box.maxX() + box.maxY() + box.minX() + box.minY()))
+        return std::nullopt;
+    PixelRect pixels{std::round(box.minX()), std::round(height_ - box.maxY()),
+                     std::round(box.maxX()), std::round(height_ - box.minY()),
+                     state_.transform.a < 0, state_.transform.d < 0};
+    pixels.x1 = std::max(pixels.x1, pixels.x0 + 1);
+    pixels.y1 = std::max(pixels.y1, pixels.y0 + 1);
+    const bool visible = pixels.x0 < width_ && pixels.x1 > 0 && pixels.y0 < height_ && pixels.y1 > 0;
+    return visible ? std::optional(pixels) : std::nullopt;
+}
+
+bool CGContext::makeWritable() {
+    if (pixels_.isUnique()) return true;
+    PixelBuffer copy = PixelBuffer::make(pixels_.size());
+    if (!copy) return false;
+    std::memcpy(copy.data(), pixels_.data(), pixels_.size());
+    pixels_ = std::move(copy);
+    return true;
+}
+
+MutablePixelView CGContext::view() {
+    return {pixels_.data(), width_, height_, std::ptrdiff_t{width_} * bytesPerPixel(layout_), layout_};
+}
+
+/// Blends a row of premultiplied R G B A pixels at (x, y), which lies inside, in whatever layout the context
+/// has.
+void CGContext::blendRow(const std::uint8_t* premultiplied, int x, int y, int pixels) {
+    const auto blend = state_.blendMode == CGBlendMode::copy ? kernels::blendRowCopy : kernels::blendRowOver;
+    const int opacity = toByte(state_.alpha);
+    std::uint8_t* row = view().row(y) + std::ptrdiff_t{x} * bytesPerPixel(layout_);
+    if (layout_ == PixelLayout::premultipliedLast) {
+        blend(premultiplied, row, pixels, opacity);
+        return;
+    }
+    kernels::convertRow(row, layout_, scratch_.data(), PixelLayout::premultipliedLast, pixels);
+    blend(premultiplied, scratch_.data(), pixels, opacity);
+    kernels::convertRow(scratch_.data(), PixelLayout::premultipliedLast, row, layout_, pixels);
+}
+
+void CGContext::fill(const CGRect& rect) {
+    const std::optional<PixelRect> target = devicePixels(rect);
+    if (!target || !makeWritable()) return;
+    const int x0 = static_cast<int>(std::max(target->x0, 0.0)),
+              y0 = static_cast<int>(std::max(target->y0, 0.0));
+    const int x1 = static_cast<int>(std::min<double>(target->x1, width_));
+    const int y1 = static_cast<int>(std::min<double>(target->y1, height_));
+
+    const CGColor& color = state_.fillColor;
+    std::vector<std::uint8_t> row(static_cast<std::size_t>(x1 - x0) * 4);
+    for (std::size_t i = 0; i < row.size(); i += 4) {
+        row[i] = static_cast<std::uint8_t>(toByte(color.red));
+        row[i + 1] = static_cast<std::uint8_t>(toByte(color.green));
+        row[i + 2] = static_cast<std::uint8_t>(toByte(color.blue));
+        row[i + 3] = static_cast<std::uint8_t>(toByte(color.alpha));
+    }
+    if (!sameColours(CGColorSpace::sRGB(), colorSpace_)) {
+        const auto conversion =
+            ColorConversion::make(CGColorSpace::sRGB(), ColorConversion::Pixels::rgba, colorSpace_);
+        if (conversion) conversion->convertRow(row.data(), row.data(), x1 - x0);
+    }
+    kernels::convertRow(row.data(), PixelLayout::straightLast, row.data(), PixelLayout::premultipliedLast,
+                        x1 - x0);
+    for (int y = y0; y < y1; ++y)
+        blendRow(row.data(), x0, y, x1 - x0);
+}
+
+void CGContext::draw(const CGImage& image, const CGRect& rect) {
+    const std::optional<PixelRect> target = devicePixels(rect);
+    if (!target || toByte(state_.alpha) == 0) return;
+    if (target->width() > maxScaledSide || target->height() > maxScaledSide ||
+        target->width() * target->height() > maxScaledPixels)
+        return;
+    const PixelSize size{static_cast<int>(target->width()), static_cast<int>(target->height())};
+    const std::optional<CGImage> scaled = scaledImage(image, size, state_.interpolation);
+    if (!scaled) return;
+    const std::optional<CGImage> picture =
+        convertedImage(*scaled, PixelLayout::premultipliedLast, colorSpace_);
+    const std::optional<PixelView> pixels = picture ? picture->pixels() : std::nullopt;
+    if (!pixels || !makeWritable()) return;
+
+    const int x0 = static_cast<int>(target->x0), y0 = static_cast<int>(target->y0);
+    const int left = std::max(-x0, 0), right = std::min(size.width, width_ - x0);
+    const int top = std::max(-y0, 0), bottom = std::min(size.height, height_ - y0);
+    std::vector<std::uint8_t> mirrored(target->mirrored ? static_cast<std::size_t>(size.width) * 4 : 0);
+    for (int y = top; y < bottom; ++y) {
+        const std::uint8_t* row = pixels->row(target->flipped ? size.height - 1 - y : y);
+        if (target->mirrored) {
+            for (int x = 0; x < size.width; ++x)
+                std::memcpy(&mirrored[static_cast<std::size_t>(x) * 4], row + (size.width - 1 - x) * 4, 4);
+            row = mirrored.data();
+        }
+        blendRow(row + left * 4, x0 + left, y0 + y, right - left);
+    }
+}
+
+std::optional<CGImage> CGContext::makeImage() {
+    return CGImage::make(width_, height_, std::ptrdiff_t{width_} * bytesPerPixel(layout_), layout_,
+                         colorSpace_, pixels_);
+}
+
+} // namespace pex

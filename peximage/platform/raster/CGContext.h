@@ -1,0 +1,87 @@
+#pragma once
+
+#include "peximage/platform/Export.h"
+#include "peximage/platform/geometry/CGAffineTransform.h"
+#include "peximage/platform/raster/CGColor.h"
+#include "peximage/platform/raster/CGImage.h"
+#include "peximage/platform/raster/Interpolation.h"
+
+#include <memory>
+#include <optional>
+#include <vector>
+
+namespace pex {
+
+enum class CGInterpolationQuality { none = 1, low = 2, medium = 4, high = 3 };
+
+enum class CGBlendMode {
+    normal, // source over
+    copy,   // what lay there is replaced
+};
+
+/// Draws into a bitmap. In memory row 0 is on top; user space has its origin at the bottom-left corner and y
+/// upward, one unit a pixel until the transform is changed. The edges of what is drawn are rounded to whole
+/// pixels, at least one, so that no half-covered edge appears. One thread at a time.
+class PEX_EXPORT CGContext {
+  public:
+    /// A context over memory of its own, transparent (black where the layout has no alpha). Null when a side
+    /// is below 1 or the memory cannot be had.
+    static std::shared_ptr<CGContext> make(int width, int height, PixelLayout layout,
+                                           const CGColorSpace& colorSpace);
+
+    int width() const { return width_; }
+    int height() const { return height_; }
+    PixelLayout layout() const { return layout_; }
+    const CGColorSpace& colorSpace() const { return colorSpace_; }
+
+    /// Keeps the transform, opacity, blend mode, interpolation and fill colour; `restoreGState` brings the
+    /// last kept ones back, and does nothing when there are none.
+    void saveGState();
+    void restoreGState();
+
+    void translateBy(double x, double y);
+    void scaleBy(double x, double y);
+    /// 0–1; multiplies the alpha of all that is drawn.
+    void setAlpha(double alpha);
+    void setBlendMode(CGBlendMode mode);
+    /// `none` takes the nearest pixel; all others antialias.
+    void setInterpolationQuality(CGInterpolationQuality quality);
+    void setFillColor(const CGColor& color);
+
+    /// Fills a rectangle of user space with the fill colour.
+    void fill(const CGRect& rect);
+    /// Draws the image, stretched, into a rectangle of user space; its top is where y is largest. Its colours
+    /// are converted to the context's space.
+    void draw(const CGImage& image, const CGRect& rect);
+
+    /// What was drawn so far. The image shares the memory until the context is drawn into again, which then
+    /// continues on a copy. Absent when memory cannot be had.
+    std::optional<CGImage> makeImage();
+
+  private:
+    struct State {
+        CGAffineTransform transform;
+        double alpha = 1;
+        CGBlendMode blendMode = CGBlendMode::normal;
+        Interpolation interpolation = Interpolation::smooth;
+        CGColor fillColor;
+    };
+    struct PixelRect;
+
+    CGContext(int width, int height, PixelLayout layout, const CGColorSpace& colorSpace, PixelBuffer pixels);
+    std::optional<PixelRect> devicePixels(const CGRect& rect) const;
+    bool makeWritable();
+    MutablePixelView view();
+    void blendRow(const std::uint8_t* premultiplied, int x, int y, int pixels);
+
+    int width_;
+    int height_;
+    PixelLayout layout_;
+    CGColorSpace colorSpace_;
+    PixelBuffer pixels_;
+    std::vector<std::uint8_t> scratch_;
+    State state_;
+    std::vector<State> saved_;
+};
+
+} // namespace pex

@@ -1,0 +1,51 @@
+#pragma once
+
+#include "peximage/platform/Export.h"
+#include "peximage/platform/geometry/CGRect.h"
+#include "peximage/platform/raster/CGImage.h"
+
+#include <memory>
+#include <optional>
+
+namespace pex {
+
+/// A picture described but not computed: an immutable node of a filter graph, which `CIContext` renders.
+/// Copies share the node. Coordinates have their origin at the bottom-left corner, y upward, one unit a pixel
+/// of the source. Safe to use from many threads.
+class PEX_EXPORT CIImage {
+  public:
+    /// The bitmap itself, its lower left corner at the origin.
+    explicit CIImage(const CGImage& image);
+
+    /// Where the picture has content.
+    CGRect extent() const;
+
+    /// Each axis scaled on its own about the origin. A factor that is not a positive number makes the extent
+    /// empty.
+    CIImage scaled(double sx, double sy) const;
+    /// What lies inside the rectangle.
+    CIImage cropped(const CGRect& rect) const;
+
+    struct Resized {
+        CGSize to;
+        /// Makes no difference: the result is stretched either way.
+        bool scaleToFill = false;
+    };
+    /// Stretched to a size in pixels: each axis scaled on its own, then cut to that size about the centre, which
+    /// takes away nothing but rounding. Empty for a size that is not positive.
+    CIImage resized(const Resized& target) const;
+
+    /// The whole extent rendered; absent when `CIContext` cannot.
+    std::optional<CGImage> getCGImage() const;
+
+    struct Node;
+    /// The graph below, for whoever renders it.
+    const std::shared_ptr<const Node>& node() const { return node_; }
+
+  private:
+    explicit CIImage(std::shared_ptr<const Node> node) : node_(std::move(node)) {}
+
+    std::shared_ptr<const Node> node_;
+};
+
+} // namespace pex

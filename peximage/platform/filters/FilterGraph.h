@@ -1,0 +1,27 @@
+#pragma once
+
+#include "peximage/platform/filters/CIImage.h"
+
+#include <memory>
+#include <variant>
+
+namespace pex {
+
+/// What a node of the filter graph does with its input.
+struct CIImage::Node {
+    struct Source {
+        CGImage image;
+    };
+    struct Scale {
+        std::shared_ptr<const Node> input;
+        double sx, sy;
+    };
+    struct Crop {
+        std::shared_ptr<const Node> input;
+    };
+
+    std::variant<Source, Scale, Crop> operation;
+    CGRect extent;
+};
+
+} // namespace pex

@@ -1,0 +1,15 @@
+#pragma once
+
+#include "peximage/platform/raster/Orientation.h"
+#include "peximage/platform/raster/PixelSource.h"
+
+#include <memory>
+
+namespace pex {
+
+/// The stored picture turned upright; the source itself when it is so already. Each strip goes straight to
+/// its upright place as it is decoded.
+std::shared_ptr<const PixelSource> makeUpright(std::shared_ptr<const PixelSource> stored,
+                                               Orientation orientation);
+
+} // namespace pex

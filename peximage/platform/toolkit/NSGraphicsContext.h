@@ -1,0 +1,26 @@
+#pragma once
+
+#include "peximage/platform/Export.h"
+#include "peximage/platform/raster/CGContext.h"
+
+#include <memory>
+
+namespace pex {
+
+/// Where the toolkit's drawing calls go. Every thread has a current context of its own.
+class PEX_EXPORT NSGraphicsContext {
+  public:
+    explicit NSGraphicsContext(std::shared_ptr<CGContext> context) : context_(std::move(context)) {}
+
+    /// Null when this thread has none.
+    static std::shared_ptr<NSGraphicsContext> current();
+    static void setCurrent(std::shared_ptr<NSGraphicsContext> context);
+
+    const std::shared_ptr<CGContext>& cgContext() const { return context_; }
+    void setImageInterpolation(CGInterpolationQuality quality) { context_->setInterpolationQuality(quality); }
+
+  private:
+    std::shared_ptr<CGContext> context_;
+};
+
+} // namespace pex

@@ -1,0 +1,153 @@
+#include "peximage/platform/toolkit/NSImage.h"
+
+#include "peximage/platform/codecs/CGImageSource.h"
+#include "peximage/platform/codecs/ImageLimits.h"
+#include "peximage/platform/raster/OrientedSource.h"
+#include "peximage/platform/toolkit/NSScreen.h"
+
+#include <algorithm>
+#include <cmath>
+#include <mutex>
+#include <utility>
+#include <vector>
+
+namespace pex {
+namespace {
+
+constexpr double pointsPerInch = 72;
+
+CGSize pointSize(const CGImage& upright, const ImageProperties& properties) {
+    double dpiX = properties.dpiWidth.value_or(pointsPerInch),
+           dpiY = properties.dpiHeight.value_or(pointsPerInch);
+    if (swapsSides(properties.orientation)) std::swap(dpiX, dpiY);
+    return {upright.width() * pointsPerInch / dpiX, upright.height() * pointsPerInch / dpiY};
+}
+
+struct ImageFolders {
+    std::mutex mutex;
+    std::vector<URL> folders;
+};
+
+ImageFolders& imageFolders() {
+    static ImageFolders instance;
+    return instance;
+}
+
+std::shared_ptr<NSImage> namedInFolder(const URL& folder, std::string_view name) {
+    if (auto image = NSImage::make(folder.appendingPathComponent(name))) return image;
+    for (const ImageFormatNames& format : imageFormats) {
+        for (const std::string_view extension : format.extensions) {
+            const std::string file = std::string(name) + '.' + std::string(extension);
+            if (auto image = NSImage::make(folder.appendingPathComponent(file))) return image;
+        }
+    }
+    return nullptr;
+}
+
+} // namespace
+
+std::shared_ptr<NSImage> NSImage::make(const Data& bytes) {
+    const std::optional<CGImageSource> source = CGImageSource::make(bytes);
+    std::optional<CGImage> image = source ? source->createImage() : std::nullopt;
+    if (!image) return nullptr;
+    const ImageProperties& properties = source->properties();
+    if (properties.orientation != Orientation::up)
+        image = CGImage::make(makeUpright(image->source(), properties.orientation));
+    return make(*image, pointSize(*image, properties));
+}
+
+std::shared_ptr<NSImage> NSImage::make(const URL& file) {
+    const std::optional<Data> bytes = Data::contentsOf(file, ImageLimits::current().maxSourceBytes);
+    return bytes ? make(*bytes) : nullptr;
+}
+
+std::shared_ptr<NSImage> NSImage::make(const CGImage& image, CGSize sizeInPoints) {
+    std::shared_ptr<NSImage> made(new NSImage(sizeInPoints));
+    made->bitmap_ = image;
+    return made;
+}
+
+std::shared_ptr<NSImage> NSImage::make(CGSize sizeInPoints) {
+    return std::shared_ptr<NSImage>(new NSImage(sizeInPoints));
+}
+
+std::shared_ptr<NSImage> NSImage::named(std::string_view name) {
+    if (name.empty() || name.find('/') != std::string_view::npos || name.find('\0') != std::string_view::npos)
+        return nullptr;
+    std::vector<URL> folders;
+    {
+        const std::lock_guard lock(imageFolders().mutex);
+        folders = imageFolders().folders;
+    }
+    for (auto folder = folders.rbegin(); folder != folders.rend(); ++folder) {
+        if (auto image = namedInFolder(*folder, name)) return image;
+    }
+    return nullptr;
+}
+
+void NSImage::registerImageFolder(const URL& folder) {
+    const std::lock_guard lock(imageFolders().mutex);
+    imageFolders().folders.push_back(folder);
+}
+
+std::optional<CGImage> NSImage::cgImageForProposedRect(const std::optional<CGRect>&) const { return bitmap_; }
+
+bool NSImage::lockFocus() {
+    const double scale = NSScreen::largestBackingScaleFactor();
+    const double width = std::round(size_.width * scale), height = std::round(size_.height * scale);
+    constexpr double maxSide = 1e9;
+    if (focus_ || !(width >= 1 && width < maxSide && height >= 1 && height < maxSide)) return false;
+    const auto pixelsWide = static_cast<int>(width), pixelsHigh = static_cast<int>(height);
+    if (!ImageLimits::current().allows(pixelsWide, pixelsHigh)) return false;
+    focus_ =
+        CGContext::make(pixelsWide, pixelsHigh, PixelLayout::premultipliedLast, CGColorSpace::deviceRGB());
+    if (!focus_) return false;
+    if (bitmap_) focus_->draw(*bitmap_, {0, 0, width, height});
+    focus_->scaleBy(width / size_.width, height / size_.height);
+    contextBefore_ = NSGraphicsContext::current();
+    NSGraphicsContext::setCurrent(std::make_shared<NSGraphicsContext>(focus_));
+    return true;
+}
+
+void NSImage::unlockFocus() {
+    if (!focus_) return;
+    bitmap_ = focus_->makeImage();
+    focus_.reset();
+    NSGraphicsContext::setCurrent(std::exchange(contextBefore_, nullptr));
+}
+
+/// The whole pixels nearest to a rectangle of points inside the image, y downward; at least one.
+CGRect NSImage::pixelsBelow(const CGRect& points) const {
+    const double px = bitmap_->width() / size_.width, py = bitmap_->height() / size_.height;
+    const double x0 = std::round(points.minX() * px), x1 = std::round(points.maxX() * px);
+    const double y0 = std::round((size_.height - points.maxY()) * py),
+                 y1 = std::round((size_.height - points.minY()) * py);
+    return {x0, y0, std::max(x1 - x0, 1.0), std::max(y1 - y0, 1.0)};
+}
+
+void NSImage::draw(const CGRect& rect, const CGRect& fromRect, NSCompositingOperation operation,
+                   double fraction) const {
+    const auto current = NSGraphicsContext::current();
+    if (!current || !bitmap_ || !(size_.width > 0 && size_.height > 0)) return;
+    const CGRect whole{0, 0, size_.width, size_.height};
+    const CGRect asked = fromRect.isEmpty() ? whole : fromRect;
+    const CGRect from = asked.intersection(whole);
+    if (from.isEmpty()) return;
+
+    // The share of `rect` that the part inside the image takes.
+    const double sx = rect.size.width / asked.size.width, sy = rect.size.height / asked.size.height;
+    const CGRect into{rect.origin.x + (from.origin.x - asked.origin.x) * sx,
+                      rect.origin.y + (from.origin.y - asked.origin.y) * sy, from.size.width * sx,
+                      from.size.height * sy};
+
+    const std::optional<CGImage> part = bitmap_->cropping(pixelsBelow(from));
+    if (!part) return;
+    CGContext& context = *current->cgContext();
+    context.saveGState();
+    context.setAlpha(fraction);
+    context.setBlendMode(operation == NSCompositingOperation::copy ? CGBlendMode::copy : CGBlendMode::normal);
+    context.draw(*part, into);
+    context.restoreGState();
+}
+
+} // namespace pex

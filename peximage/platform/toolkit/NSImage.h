@@ -1,0 +1,71 @@
+#pragma once
+
+#include "peximage/platform/Export.h"
+#include "peximage/platform/foundation/Data.h"
+#include "peximage/platform/foundation/URL.h"
+#include "peximage/platform/geometry/CGRect.h"
+#include "peximage/platform/raster/CGImage.h"
+#include "peximage/platform/toolkit/NSGraphicsContext.h"
+
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+
+namespace pex {
+
+enum class NSCompositingOperation { copy, sourceOver };
+
+/// The desktop's image: a size in points and a picture for it, which may be missing (a blank image) until
+/// something is drawn. A photo's orientation is applied. One thread at a time, but for images that nobody
+/// draws into.
+class PEX_EXPORT NSImage {
+  public:
+    /// Encoded bytes; the pixels are decoded when they are first touched. The size in points is that of the
+    /// pixels at the file's resolution (72 dots per inch are one pixel a point, which also holds for files
+    /// that name none). Null when the bytes are no image.
+    static std::shared_ptr<NSImage> make(const Data& bytes);
+    /// A file, read whole. Null when it cannot be read or is no image.
+    static std::shared_ptr<NSImage> make(const URL& file);
+    static std::shared_ptr<NSImage> make(const CGImage& image, CGSize sizeInPoints);
+    /// A blank image.
+    static std::shared_ptr<NSImage> make(CGSize sizeInPoints);
+
+    /// An image file of this name, given with its extension or without, in the folders that were registered;
+    /// the folder registered last is looked into first. Null when there is none, or when the name has a path
+    /// separator.
+    static std::shared_ptr<NSImage> named(std::string_view name);
+    static void registerImageFolder(const URL& folder);
+
+    /// In points.
+    CGSize size() const { return size_; }
+    double width() const { return size_.width; }
+    double height() const { return size_.height; }
+
+    /// The bitmap for a rectangle of the given size in points, or for the image's own size; absent for a
+    /// blank image. A bitmap does not depend on the rectangle.
+    std::optional<CGImage> cgImageForProposedRect(const std::optional<CGRect>& rect = {}) const;
+
+    /// Directs this thread's drawing into the image until `unlockFocus`: user space is in points, and the
+    /// bitmap drawn into has size × the largest screen scale pixels, rounded. What the image shows already is
+    /// kept. False, and nothing changes, when such a bitmap cannot be had.
+    bool lockFocus();
+    void unlockFocus();
+
+    /// Draws the part `fromRect` of the image, in points, into `rect` of the current context's user space, at
+    /// an opacity of `fraction`. An empty `fromRect` stands for the whole image; what of it lies outside the
+    /// image leaves its share of `rect` untouched.
+    void draw(const CGRect& rect, const CGRect& fromRect, NSCompositingOperation operation,
+              double fraction) const;
+
+  private:
+    explicit NSImage(CGSize size) : size_(size) {}
+    CGRect pixelsBelow(const CGRect& points) const;
+
+    CGSize size_;
+    std::optional<CGImage> bitmap_;
+    std::shared_ptr<CGContext> focus_;
+    std::shared_ptr<NSGraphicsContext> contextBefore_;
+};
+
+} // namespace pex

@@ -1,0 +1,109 @@
+#include "peximage/image/PexImage.h"
+
+#include "peximage/helpers/PexImageHelperGeometry.h"
+#include "peximage/platform/varda/FileUtilities.h"
+#include "peximage/platform/varda/PexId.h"
+
+#include <algorithm>
+#include <utility>
+
+namespace pex {
+
+PexImage::PexImage(std::shared_ptr<NSImage> platformImage)
+    : id(PexId::newId("", "", true)), image(std::move(platformImage)) {}
+
+std::shared_ptr<PexImage> PexImage::around(std::shared_ptr<NSImage> platformImage) {
+    return std::shared_ptr<PexImage>(new PexImage(std::move(platformImage)));
+}
+
+void PexImage::deriveBitmap() {
+    cgImage = image->cgImageForProposedRect();
+    if (!cgImage) cgImage = image->cgImageForProposedRect(CGRect{{0, 0}, image->size()});
+}
+
+void PexImage::setSize() {
+    if (!cgImage) deriveBitmap();
+    size = cgImage ? PexImageHelper::getSize(*cgImage) : CGSize{};
+}
+
+std::shared_ptr<PexImage> PexImage::make(const std::shared_ptr<NSImage>& image,
+                                         const DontCreateAuxiliaryVars& options) {
+    auto made = around(image);
+    if (!options.dontCreateAuxiliaryVars) made->setSize();
+    return made;
+}
+
+std::shared_ptr<PexImage> PexImage::make(const Data& bytes, const DontCreateAuxiliaryVars& options) {
+    const auto decoded = NSImage::make(bytes);
+    return decoded ? make(decoded, options) : nullptr;
+}
+
+std::shared_ptr<PexImage> PexImage::make(const Named& source) {
+    const auto found = NSImage::named(source.named);
+    return found ? make(found, {}) : nullptr;
+}
+
+std::shared_ptr<PexImage> PexImage::make(const URL& url, const NoTimeOut&) {
+    if (!fu_fileExists(url)) return nullptr;
+    const auto read = NSImage::make(url);
+    return read ? make(read, {}) : nullptr;
+}
+
+std::shared_ptr<PexImage> PexImage::make(const FastUrl& source) {
+    if (!fu_fileExists(source.fastUrl)) return nullptr;
+    const std::optional<Data> bytes = Data::contentsOf(source.fastUrl);
+    return bytes ? make(*bytes, {}) : nullptr;
+}
+
+std::shared_ptr<PexImage> PexImage::make(const CGImage& bitmap) {
+    auto made = around(NSImage::make(bitmap, PexImageHelper::getSize(bitmap)));
+    made->cgImage = bitmap;
+    made->setSize();
+    return made;
+}
+
+std::shared_ptr<PexImage> PexImage::make(const CIImage& picture) {
+    const std::optional<CGImage> rendered = picture.getCGImage();
+    if (!rendered) return nullptr;
+    return make(NSImage::make(*rendered, PexImageHelper::getSize(*rendered)), {});
+}
+
+std::shared_ptr<PexImage> PexImage::make(const FromCIImage& source) { return make(source.ciImage); }
+
+std::shared_ptr<PexImage> PexImage::make(const OfSize& blank) {
+    auto made = around(NSImage::make(blank.size / PexImageHelper::bakingScaleFactor()));
+    made->size = blank.size;
+    return made;
+}
+
+std::shared_ptr<PexImage> PexImage::make(const NotBakedNormalizedSize& blank) {
+    auto made = around(NSImage::make(blank.notBakedNormalizedSize));
+    made->size = blank.notBakedNormalizedSize;
+    return made;
+}
+
+std::shared_ptr<NSBitmapImageRep> PexImage::bitmapRep() const {
+    if (bitmapRep_) return bitmapRep_;
+    const std::optional<CGImage> pixels = cgImage ? cgImage : image->cgImageForProposedRect();
+    if (pixels) bitmapRep_ = std::make_shared<NSBitmapImageRep>(*pixels);
+    return bitmapRep_;
+}
+
+std::optional<CIImage> PexImage::ciImage() const {
+    if (!ciImage_ && cgImage) ciImage_ = CIImage(*cgImage);
+    return ciImage_;
+}
+
+void PexImage::setColor(int x, int y, const NSColor& color) {
+    if (const auto rep = bitmapRep()) rep->setColor(color, x, y);
+}
+
+CGSize PexImage::thumbSize(CGSize size, double maxSide) {
+    return size * std::min(maxSide / size.width, maxSide / size.height);
+}
+
+std::shared_ptr<PexImage> PexImage::thumb(double maxSide) const {
+    return resize({.to = thumbSize(size, maxSide)});
+}
+
+} // namespace pex

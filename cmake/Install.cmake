@@ -1,0 +1,51 @@
+# What `cmake --install` puts where. Everything is found relative to its own place, so that the prefix may be
+# chosen (or moved) after building.
+include(CMakePackageConfigHelpers)
+
+set(PEX_PACKAGE_DIR ${CMAKE_INSTALL_LIBDIR}/cmake/PexImage)
+
+# The installed headers are those that need nothing but the standard library: kernels and whatever includes
+# another library's header stay inside. scripts/check-dependencies sees to it that no installed header
+# includes one that is kept back.
+file(GLOB_RECURSE PEX_HEADERS RELATIVE ${PROJECT_SOURCE_DIR} CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/peximage/*.h)
+list(FILTER PEX_HEADERS EXCLUDE REGEX "/kernels/")
+foreach(header ${PEX_HEADERS})
+  file(STRINGS ${PROJECT_SOURCE_DIR}/${header} others REGEX "^ *# *include *<[^>]*[./]")
+  list(FILTER others EXCLUDE REGEX "<nlohmann/json_fwd\\.hpp>")
+  if(NOT others)
+    get_filename_component(folder ${header} DIRECTORY)
+    install(FILES ${PROJECT_SOURCE_DIR}/${header} DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/${folder} COMPONENT dev)
+  endif()
+endforeach()
+
+install(
+  TARGETS peximage
+  EXPORT PexImageTargets
+  LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT runtime NAMELINK_COMPONENT dev)
+install(EXPORT PexImageTargets NAMESPACE PexImage:: DESTINATION ${PEX_PACKAGE_DIR} COMPONENT dev)
+
+configure_package_config_file(${PROJECT_SOURCE_DIR}/cmake/PexImageConfig.cmake.in
+                              ${PROJECT_BINARY_DIR}/PexImageConfig.cmake INSTALL_DESTINATION ${PEX_PACKAGE_DIR})
+write_basic_package_version_file(${PROJECT_BINARY_DIR}/PexImageConfigVersion.cmake
+                                 COMPATIBILITY SameMinorVersion)
+install(FILES ${PROJECT_BINARY_DIR}/PexImageConfig.cmake ${PROJECT_BINARY_DIR}/PexImageConfigVersion.cmake
+        DESTINATION ${PEX_PACKAGE_DIR} COMPONENT dev)
+
+file(RELATIVE_PATH PEX_PREFIX_FROM_PC /${CMAKE_INSTALL_LIBDIR}/pkgconfig /)
+string(REGEX REPLACE "/$" "" PEX_PREFIX_FROM_PC ${PEX_PREFIX_FROM_PC})
+configure_file(${PROJECT_SOURCE_DIR}/cmake/peximage.pc.in ${PROJECT_BINARY_DIR}/peximage.pc @ONLY)
+install(FILES ${PROJECT_BINARY_DIR}/peximage.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig COMPONENT dev)
+
+# Every program under apps/.
+get_property(app_dirs DIRECTORY ${PROJECT_SOURCE_DIR}/apps PROPERTY SUBDIRECTORIES)
+foreach(dir ${app_dirs})
+  get_property(targets DIRECTORY ${dir} PROPERTY BUILDSYSTEM_TARGETS)
+  foreach(target ${targets})
+    get_target_property(type ${target} TYPE)
+    if(type STREQUAL EXECUTABLE)
+      install(TARGETS ${target} RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT runtime)
+    endif()
+  endforeach()
+endforeach()
+
+install(FILES ${PROJECT_SOURCE_DIR}/LICENSE DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT runtime)

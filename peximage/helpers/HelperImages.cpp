@@ -11,8 +11,10 @@
 namespace pex {
 
 std::shared_ptr<PexImage> PexImageHelper::createImage(CGSize withSize) {
-    diagnostics::print("createImage (withSize: (" + decimalText(withSize.width) + ", " + decimalText(withSize.height) + "))");
-    return PexImage::make(NSImage::make(getActualSizeWithoutRetina(withSize)), {.dontCreateAuxiliaryVars = true});
+    diagnostics::print("createImage (withSize: (" + decimalText(withSize.width) + ", " +
+                       decimalText(withSize.height) + "))");
+    return PexImage::make(NSImage::make(getActualSizeWithoutRetina(withSize)),
+                          {.dontCreateAuxiliaryVars = true});
 }
 
 std::shared_ptr<PexImage> PexImageHelper::getFillColorImage(const NSColor& color, CGSize size) {
@@ -27,7 +29,8 @@ std::shared_ptr<PexImage> PexImageHelper::crop(const PexImage& image, const CGRe
     const CGSize points = getActualSizeWithoutRetina({to.width(), to.height()});
     const auto cut = NSImage::make(points);
     if (cut->lockFocus()) {
-        image.image->draw({{0, 0}, points}, getActualRectWithRepresentation(image, to), NSCompositingOperation::copy, 1);
+        image.image->draw({{0, 0}, points}, getActualRectWithRepresentation(image, to),
+                          NSCompositingOperation::copy, 1);
         cut->unlockFocus();
     }
     return PexImage::make(cut, {});

@@ -71,6 +71,17 @@ struct JpegOfSize {
 /// `saveToJpeg` above, and when the image cannot be shrunk enough.
 PEX_EXPORT bool saveToJpeg(const std::shared_ptr<PexImage>& image, const JpegOfSize& how);
 
+/// What the saver within a byte budget wrote.
+struct SavedJpeg {
+    double quality;
+    /// In pixels; smaller than the image's when it had to be shrunk.
+    CGSize size;
+    long long bytes;
+};
+/// The same, telling what was written; absent where `saveToJpeg` gives false.
+PEX_EXPORT std::optional<SavedJpeg> saveToJpegWithin(const std::shared_ptr<PexImage>& image,
+                                                     const JpegOfSize& how);
+
 /// Saves the platform image as PNG, which records the resolution that its size in points gives. Folders are
 /// made and an existing file is deleted first. False when there is no bitmap or writing fails.
 PEX_EXPORT bool saveToPNG(const PexImage& image, const URL& toUrl);

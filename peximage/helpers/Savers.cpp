@@ -7,7 +7,9 @@
 #include "peximage/platform/varda/FileUtilities.h"
 
 #include <algorithm>
-#include <map>
+#include <set>
+#include <string_view>
+#include <vector>
 
 namespace pex {
 namespace {
@@ -22,13 +24,16 @@ void prepareDestination(const URL& url) {
     if (fu_fileExists(url)) fu_deleteFile(url);
 }
 
-/// Writes the density into the JFIF segment that begins the file: its unit (1: dots per inch) at byte 13, then
-/// both densities with their high bytes first. Bytes that begin otherwise are left alone.
+/// Writes the density into the JFIF segment that begins the file: its unit (1: dots per inch) at byte 13,
+/// then both densities with their high bytes first. Bytes that begin otherwise are left alone.
 void stampDpi(std::vector<std::uint8_t>& jpeg, int dpi) {
     static constexpr std::uint8_t jfifStart[] = {0xFF, 0xD8, 0xFF, 0xE0};
     constexpr std::size_t unit = 13, segmentEnd = 20, identifier = 6;
-    if (jpeg.size() < segmentEnd || !std::equal(std::begin(jfifStart), std::end(jfifStart), jpeg.begin())) return;
-    if (std::string_view(reinterpret_cast<const char*>(&jpeg[identifier]), 5) != std::string_view("JFIF\0", 5)) return;
+    if (jpeg.size() < segmentEnd || !std::equal(std::begin(jfifStart), std::end(jfifStart), jpeg.begin()))
+        return;
+    if (std::string_view(reinterpret_cast<const char*>(&jpeg[identifier]), 5) !=
+        std::string_view("JFIF\0", 5))
+        return;
     jpeg[unit] = 1;
     for (const std::size_t density : {unit + 1, unit + 3}) {
         jpeg[density] = static_cast<std::uint8_t>(dpi >> 8);
@@ -49,3 +54,66 @@ std::shared_ptr<JpegEncoder> encoderFor(const PexImage& image) {
     const auto rep = image.bitmapRep();
     return rep ? makeJpegEncoder(rep->cgImage()) : nullptr;
 }
+
+/// The best of the qualities that fits, given that the lowest one does.
+double bestThatFits(JpegEncoder& encoder, const std::set<double>& tried, long long budget) {
+    for (auto quality = tried.rbegin(); quality != tried.rend(); ++quality) {
+        if (static_cast<long long>(encoder.byteCount(*quality)) <= budget) return *quality;
+    }
+    return 0;
+}
+
+/// The quality to write for a budget that quality 0 keeps and quality 1 does not.
+double searchQuality(JpegEncoder& encoder, long long budget) {
+    std::set<double> tried;
+    PexDicotomic search;
+    search.target = static_cast<double>(budget) * budgetShare;
+    search.function = PexDicotomic::memoised([&](double quality) {
+        tried.insert(quality);
+        return static_cast<double>(encoder.byteCount(quality));
+    });
+    const double found = search.search();
+    const bool fits = static_cast<long long>(encoder.byteCount(found)) <= budget;
+    const double quality = fits ? found : bestThatFits(encoder, tried, budget);
+    diagnostics::print("quality: " + decimalText(quality));
+    return quality;
+}
+
+std::optional<PexImageHelper::SavedJpeg> savedAt(JpegEncoder& encoder, const PexImage& image, double quality,
+                                                 const PexImageHelper::JpegOfSize& how) {
+    if (!saveEncoded(&encoder, quality, how.dpi, how.toUrl)) return std::nullopt;
+    return PexImageHelper::SavedJpeg{quality, image.size, static_cast<long long>(encoder.byteCount(quality))};
+}
+
+} // namespace
+
+bool PexImageHelper::saveToJpeg(const std::shared_ptr<PexImage>& image, const JpegAtQuality& how) {
+    return saveEncoded(encoderFor(*image).get(), how.quality, how.dpi, how.url);
+}
+
+std::optional<PexImageHelper::SavedJpeg>
+PexImageHelper::saveToJpegWithin(const std::shared_ptr<PexImage>& image, const JpegOfSize& how) {
+    const long long budget = how.desiredSize;
+    for (std::shared_ptr<PexImage> current = image; current;
+         current = current->resize({.to = (current->size * shrinkFactor).boundToInt()})) {
+        const auto encoder = encoderFor(*current);
+        if (!encoder) return std::nullopt;
+        if (static_cast<long long>(encoder->byteCount(1)) < budget)
+            return savedAt(*encoder, *current, 1, how);
+        if (static_cast<long long>(encoder->byteCount(0)) > budget) continue;
+        return savedAt(*encoder, *current, searchQuality(*encoder, budget), how);
+    }
+    return std::nullopt;
+}
+
+bool PexImageHelper::saveToJpeg(const std::shared_ptr<PexImage>& image, const JpegOfSize& how) {
+    return saveToJpegWithin(image, how).has_value();
+}
+
+bool PexImageHelper::saveToPNG(const PexImage& image, const URL& toUrl) {
+    prepareDestination(toUrl);
+    const std::optional<Data> png = image.pngData();
+    return png && png->write(toUrl, Data::Writing::inPlace);
+}
+
+} // namespace pex

@@ -1,0 +1,5 @@
+#pragma once
+
+// Everything in the namespace PexImageHelper, by group.
+#include "peximage/helpers/PexImageHelperGeometry.h"
+#include "peximage/helpers/PexImageHelperSavers.h"

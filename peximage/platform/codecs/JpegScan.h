@@ -1,0 +1,41 @@
+#pragma once
+
+#include "peximage/platform/codecs/JpegCoefficients.h"
+#include "peximage/platform/codecs/JpegTables.h"
+#include "peximage/platform/raster/kernels/JpegQuantize.h"
+
+#include <cstddef>
+#include <cstdint>
+#include <vector>
+
+namespace pex::jpeg {
+
+/// One component as a scan walks it: `across` x `down` blocks in each minimum coded unit.
+struct ScanComponent {
+    const CoefficientPlane* plane;
+    int across, down;
+    kernels::Quantizer quantizer;
+    const HuffmanCodes* codes;
+};
+
+/// What is coded at one quality. Rows of units can be coded on their own, in any order.
+struct Scan {
+    std::vector<ScanComponent> components;
+    int unitsWide = 0, unitsHigh = 0;
+};
+
+/// The coded bits of some rows of units, without the zero bytes that a file puts after each 0xFF.
+struct CodedBits {
+    std::vector<std::uint8_t> bytes; // the last one is filled up with zeros
+    std::uint64_t bits = 0;
+};
+
+/// How many bits a row of units takes.
+std::uint64_t countBits(const Scan& scan, int row);
+
+CodedBits codeRow(const Scan& scan, int row);
+
+/// Appends the pieces one after another, a zero byte after each 0xFF, filled up with ones at the end.
+void appendStuffed(std::vector<std::uint8_t>& out, const std::vector<CodedBits>& pieces);
+
+} // namespace pex::jpeg

@@ -1,0 +1,124 @@
+#include "Batch.h"
+
+#include "Interrupt.h"
+#include "peximage/platform/foundation/Diagnostics.h"
+
+#include <algorithm>
+#include <atomic>
+#include <iostream>
+#include <mutex>
+#include <optional>
+#include <thread>
+#include <unistd.h>
+#include <vector>
+
+namespace {
+
+constexpr int someFailed = 1;
+constexpr int endedByInterrupt = 130;
+
+/// A bar on standard error while there is more than one thing to do and somebody is looking.
+class Progress {
+  public:
+    Progress(std::size_t total, bool wanted)
+        : total_(total), shown_(wanted && total > 1 && ::isatty(STDERR_FILENO)) {}
+    ~Progress() { clear(); }
+
+    void show(std::size_t done) const {
+        if (!shown_) return;
+        constexpr std::size_t width = 30;
+        const std::size_t filled = width * done / total_;
+        std::cerr << "\r[" << std::string(filled, '=') << std::string(width - filled, ' ') << "] " << done
+                  << " of " << total_ << std::flush;
+    }
+    void clear() const {
+        if (shown_) std::cerr << "\r\033[K" << std::flush;
+    }
+
+  private:
+    std::size_t total_;
+    bool shown_;
+};
+
+/// Collects outcomes and lets them out in the order of the inputs.
+class Report {
+  public:
+    Report(const Settings& settings, std::size_t count)
+        : settings_(settings), outcomes_(count), progress_(count, !settings.quiet) {}
+
+    void add(std::size_t index, Outcome outcome) {
+        const std::lock_guard lock(mutex_);
+        outcomes_[index] = std::move(outcome);
+        progress_.clear();
+        for (; next_ < outcomes_.size() && outcomes_[next_]; ++next_)
+            tell(next_);
+        progress_.show(++done_);
+    }
+
+    /// Whatever was done, in order, also when earlier inputs were left out by an interrupt.
+    int finish() {
+        progress_.clear();
+        for (; next_ < outcomes_.size(); ++next_) {
+            if (outcomes_[next_]) tell(next_);
+        }
+        if (settings_.json)
+            std::cout << (outcomes_.size() == 1 && !list_.empty() ? list_[0] : list_).dump(2) << '\n';
+        std::cout.flush();
+        if (interrupted()) {
+            std::cerr << "peximage: interrupted\n";
+            return endedByInterrupt;
+        }
+        return failed_ || !std::cout ? someFailed : 0;
+    }
+
+  private:
+    void tell(std::size_t index) {
+        if (const auto* failure = std::get_if<Failure>(&*outcomes_[index])) {
+            std::cerr << "peximage: " << settings_.inputs[index] << ": " << failure->message << std::endl;
+            failed_ = true;
+            return;
+        }
+        const Result& result = std::get<Result>(*outcomes_[index]);
+        if (settings_.json)
+            list_.push_back(result.json);
+        else if (!settings_.quiet)
+            std::cout << result.line << std::endl;
+    }
+
+    const Settings& settings_;
+    std::mutex mutex_;
+    std::vector<std::optional<Outcome>> outcomes_;
+    std::size_t next_ = 0, done_ = 0;
+    bool failed_ = false;
+    nlohmann::ordered_json list_ = nlohmann::ordered_json::array();
+    Progress progress_;
+};
+
+void directDiagnostics(const Settings& settings) {
+    if (settings.verbose)
+        pex::diagnostics::setSink([](std::string_view line) { std::cerr << line << '\n'; });
+    else
+        pex::diagnostics::setSink({});
+}
+
+} // namespace
+
+int runBatch(const Settings& settings, const std::function<Outcome(std::size_t)>& work) {
+    directDiagnostics(settings);
+    const std::size_t count = settings.inputs.size();
+    Report report(settings, count);
+    std::atomic<std::size_t> next{0};
+    const auto workOff = [&] {
+        for (std::size_t i = next++; i < count && !interrupted(); i = next++)
+            report.add(i, work(i));
+    };
+    const std::size_t wanted = settings.jobs > 0 ? static_cast<std::size_t>(settings.jobs)
+                                                 : std::max(std::thread::hardware_concurrency(), 1U);
+    std::vector<std::thread> helpers;
+    for (std::size_t i = 1; i < std::min(wanted, count); ++i)
+        helpers.emplace_back(workOff);
+    workOff();
+    for (std::thread& helper : helpers)
+        helper.join();
+    return report.finish();
+}

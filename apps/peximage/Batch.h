@@ -1,0 +1,21 @@
+#pragma once
+
+#include "Settings.h"
+
+#include <nlohmann/json.hpp>
+
+#include <functional>
+#include <string>
+#include <variant>
+
+/// What came of one input: a line for people and the same for programs.
+struct Result {
+    std::string line;
+    nlohmann::ordered_json json;
+};
+using Outcome = std::variant<Result, Failure>;
+
+/// Does the work for every input, several at once, and reports in the order of the inputs: a line each on
+/// standard output, or with --json one value (an object for one input, a list for several). A failure is one
+/// line on standard error and does not keep the others from being done. Gives the exit status.
+int runBatch(const Settings& settings, const std::function<Outcome(std::size_t index)>& work);

@@ -1,0 +1,9 @@
+#pragma once
+
+#include <CLI/CLI.hpp>
+
+/// Each adds its subcommand to the program; when it was asked for, its exit status is stored in `status`.
+void addInfo(CLI::App& program, int& status);
+void addShrink(CLI::App& program, int& status);
+void addConvert(CLI::App& program, int& status);
+void addResize(CLI::App& program, int& status);

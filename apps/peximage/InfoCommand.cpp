@@ -1,0 +1,72 @@
+#include "Batch.h"
+#include "Commands.h"
+#include "Files.h"
+#include "Options.h"
+#include "Text.h"
+#include "peximage/helpers/PexImageHelperGeometry.h"
+#include "peximage/platform/codecs/CGImageSource.h"
+#include "peximage/platform/foundation/Diagnostics.h"
+
+#include <cmath>
+#include <utility>
+
+namespace {
+
+/// As the picture is shown, orientation applied.
+pex::CGSize uprightSize(const pex::ImageProperties& properties) {
+    const double width = properties.pixelWidth, height = properties.pixelHeight;
+    return pex::swapsSides(properties.orientation) ? pex::CGSize{height, width} : pex::CGSize{width, height};
+}
+
+std::string decimalsIfNeeded(double value) {
+    const double rounded = std::round(value * 100) / 100;
+    std::string text = std::to_string(rounded);
+    text.erase(text.find_last_not_of('0') + 1);
+    if (text.ends_with('.')) text.pop_back();
+    return text;
+}
+
+Outcome describe(const std::string& file) {
+    const auto source = pex::CGImageSource::make(pex::URL::fromPath(file));
+    if (!source) return whyNoImage(file);
+    pex::diagnostics::print(file + ": read " + grouped(static_cast<long long>(source->bytesRead())) +
+                            " bytes");
+    const pex::ImageProperties& properties = source->properties();
+    const pex::CGSize size = uprightSize(properties);
+    const std::string format(pex::displayName(properties.format));
+    const std::string ratio = pex::PexImageHelper::getReadableRatio(size);
+
+    Result result;
+    result.line = file + "  " + format + "  " + pixelSize(size) + "  " + ratio;
+    result.json = {{"file", file},
+                   {"format", format},
+                   {"width", std::llround(size.width)},
+                   {"height", std::llround(size.height)},
+                   {"ratio", ratio}};
+    if (properties.dpiWidth) {
+        result.line += "  " + decimalsIfNeeded(*properties.dpiWidth) + " dpi";
+        result.json["dpi"] = std::round(*properties.dpiWidth * 100) / 100;
+    }
+    result.line += properties.hasAlpha ? "  alpha" : "";
+    result.json["alpha"] = properties.hasAlpha;
+    if (properties.profileName) {
+        result.line += "  profile " + *properties.profileName;
+        result.json["profile"] = *properties.profileName;
+    }
+    const int orientation = static_cast<int>(properties.orientation);
+    if (orientation != 1) result.line += "  orientation " + std::to_string(orientation);
+    result.json["orientation"] = orientation;
+    return result;
+}
+
+} // namespace
+
+void addInfo(CLI::App& program, int& status) {
+    CLI::App* command = program.add_subcommand("info", "Tells what images are, from their headers");
+    const auto settings = std::make_shared<Settings>();
+    addCommonOptions(*command, *settings);
+    command->footer("Example: peximage info --json photo.jpg");
+    command->callback([settings, &status] {
+        status = runBatch(*settings, [&](std::size_t i) { return describe(settings->inputs[i]); });
+    });
+}

@@ -1,0 +1,42 @@
+#include "Options.h"
+
+#include "Text.h"
+
+void addCommonOptions(CLI::App& command, Settings& settings) {
+    command.add_option("input", settings.inputs, "Image files")->required()->type_name("FILE…");
+    const auto json = command.add_flag("--json", settings.json, "Print one JSON value instead of lines");
+    command.add_flag("-q,--quiet", settings.quiet, "Print nothing but errors")->excludes(json);
+    command.add_flag("-v,--verbose", settings.verbose, "Print what the library does, on standard error");
+    command.add_option("-j,--jobs", settings.jobs, "Work on so many inputs at once (default: one a core)")
+        ->check(CLI::Range(1, 1024))
+        ->type_name("N");
+}
+
+CLI::Option* addByteSize(CLI::App& command, const std::string& name, std::optional<long long>& target,
+                         const std::string& help) {
+    const auto parse = [&target](const std::string& text) {
+        target = parseByteSize(text);
+        if (!target)
+            throw CLI::ValidationError("'" + text + "' is no size; write 300000, 300KB, 300KiB or 1.5MB");
+    };
+    return command.add_option_function<std::string>(name, parse, help)->type_name("SIZE");
+}
+
+void addWritingOptions(CLI::App& command, WritingOptions& options, QualityOption quality) {
+    constexpr int maxDpi = 65535; // what a JPEG can hold
+    command.add_option("-o,--output", options.output, "Result; with several inputs a folder")
+        ->required()
+        ->type_name("OUT");
+    command.add_option("--format", options.format, "Format of the results in a folder: jpg or png")
+        ->type_name("F");
+    command.add_option("--dpi", options.dpi, "Resolution to write into the result")
+        ->check(CLI::Range(1, maxDpi))
+        ->type_name("N");
+    const auto bytes =
+        addByteSize(command, "--max-bytes", options.maxBytes, "The most that a JPEG may take: 300KB, 1.5MB");
+    if (quality == QualityOption::no) return;
+    command.add_option("--quality", options.quality, "Quality of a JPEG, 0 to 1 (default 0.9)")
+        ->check(CLI::Range(0.0, 1.0))
+        ->excludes(bytes)
+        ->type_name("Q");
+}

@@ -1,0 +1,64 @@
+#include "Text.h"
+
+#include "peximage/platform/codecs/ImageFormat.h"
+
+#include <array>
+#include <cctype>
+#include <charconv>
+#include <cmath>
+#include <utility>
+
+std::string grouped(long long number) {
+    std::string text = std::to_string(number);
+    for (auto at = static_cast<std::ptrdiff_t>(text.size()) - 3; at > (number < 0 ? 1 : 0); at -= 3)
+        text.insert(static_cast<std::size_t>(at), " ");
+    return text;
+}
+
+std::string pixelSize(pex::CGSize size) {
+    return std::to_string(std::llround(size.width)) + "×" + std::to_string(std::llround(size.height));
+}
+
+std::string knownFormats() {
+    std::string names;
+    for (const auto& format : pex::imageFormats)
+        names += (names.empty() ? "" : " ") + std::string(format.name);
+    return names;
+}
+
+std::optional<long long> parseByteSize(std::string_view text) {
+    static constexpr std::array<std::pair<std::string_view, double>, 8> units{{{"", 1},
+                                                                               {"b", 1},
+                                                                               {"kb", 1e3},
+                                                                               {"kib", 1024},
+                                                                               {"mb", 1e6},
+                                                                               {"mib", 1024. * 1024},
+                                                                               {"gb", 1e9},
+                                                                               {"gib", 1024. * 1024 * 1024}}};
+    double number = 0;
+    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
+    constexpr double most = 1e15;
+    if (error != std::errc() || !(number >= 0 && number <= most)) return std::nullopt;
+    std::string unit(end, text.data() + text.size());
+    for (char& c : unit)
+        c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+    for (const auto& [name, bytes] : units) {
+        if (unit == name && number * bytes <= most) return static_cast<long long>(number * bytes);
+    }
+    return std::nullopt;
+}
+
+std::optional<int> parsePixels(std::string_view text) {
+    int number = 0;
+    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
+    if (error != std::errc() || end != text.data() + text.size() || number < 1) return std::nullopt;
+    return number;
+}
+
+std::optional<pex::CGSize> parsePixelSize(std::string_view text) {
+    const std::size_t cross = text.find_first_of("xX");
+    if (cross == std::string_view::npos) return std::nullopt;
+    const auto width = parsePixels(text.substr(0, cross)), height = parsePixels(text.substr(cross + 1));
+    if (!width || !height) return std::nullopt;
+    return pex::CGSize{static_cast<double>(*width), static_cast<double>(*height)};
+}

@@ -1,0 +1,21 @@
+#pragma once
+
+#include "peximage/platform/geometry/CGSize.h"
+
+#include <optional>
+#include <string>
+#include <string_view>
+
+/// "289 412"
+std::string grouped(long long number);
+/// "2000×1500"
+std::string pixelSize(pex::CGSize size);
+/// The formats by name: "JPEG PNG".
+std::string knownFormats();
+
+/// "300000", "300KB" (1000), "300KiB" (1024), "1.5MB"; upper or lower case. Absent for anything else.
+std::optional<long long> parseByteSize(std::string_view text);
+/// "800x600" with whole numbers of at least 1.
+std::optional<pex::CGSize> parsePixelSize(std::string_view text);
+/// A whole number of at least 1.
+std::optional<int> parsePixels(std::string_view text);

@@ -20,6 +20,8 @@ if(CCACHE_PROGRAM AND NOT CMAKE_CXX_COMPILER_LAUNCHER)
 endif()
 
 add_library(pex_options INTERFACE)
+# Only libraries that are really used are loaded when a program starts.
+target_link_options(pex_options INTERFACE -Wl,--as-needed)
 target_compile_options(pex_options INTERFACE -Wall -Wextra -Wpedantic)
 if(PEX_WERROR)
   target_compile_options(pex_options INTERFACE -Werror)

@@ -158,7 +158,9 @@ std::optional<OpenedImage> openJpeg(const CGDataProvider& bytes, const ImageLimi
     if (profile) properties.profileName = profile->name();
     if (bytes.data().empty()) return opened;
 
-    JpegFile file{.bytes = bytes.data(), .size = {properties.pixelWidth, properties.pixelHeight}};
+    JpegFile file;
+    file.bytes = bytes.data();
+    file.size = {properties.pixelWidth, properties.pixelHeight};
     file.maxMetadataBytes = limits.maxMetadataBytes;
     if (properties.colorModel == CGColorSpace::Model::gray) {
         file.decodedSpace = JCS_GRAYSCALE;

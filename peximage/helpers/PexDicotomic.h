@@ -21,7 +21,7 @@ struct PEX_EXPORT PexDicotomic {
     /// An interval shorter than this is not divided any more.
     double intervalTolerance = 0.01;
     /// Is asked for the same argument more than once: give a `memoised` one where an answer is dear.
-    std::function<double(double)> function;
+    std::function<double(double)> function = {};
 
     /// The best argument in [from, to], where an absent bound is the record's own. Prints the line
     /// "PexDicotomic: from - to" for every interval it looks at. Where the function is not steady the search

@@ -1,6 +1,7 @@
 #include "peximage/platform/codecs/JpegScan.h"
 
 #include <algorithm>
+#include <array>
 #include <bit>
 #include <cstring>
 #include <memory>
@@ -38,53 +39,63 @@ class BitWriter {
   public:
     explicit BitWriter(std::uint8_t* to) : begin_(to), at_(to) {}
 
-    /// The value's bits fill the place that the entry has left for them.
+    /// The value's bits fill the place that the entry has left for them. All pending bits are stored each
+    /// time and the whole bytes among them kept: no branch that the processor could mispredict.
     void put(HuffmanCodes::Entry entry, std::uint32_t value) {
         const int length = HuffmanCodes::length(entry);
         pending_ = pending_ << length | HuffmanCodes::bits(entry) | value;
         count_ += length;
-        if (count_ < 32) return;
-        count_ -= 32;
-        storeBigEndian(at_, pending_ >> count_ << 32);
-        at_ += 4;
+        storeBigEndian(at_, pending_ << (64 - count_));
+        at_ += count_ >> 3;
+        count_ &= 7;
     }
 
-    CodedBits finish() {
-        storeBigEndian(at_, count_ == 0 ? 0 : pending_ << (64 - count_));
+    CodedBits finish() const {
         const auto whole = static_cast<std::size_t>(at_ - begin_);
         const auto rest = static_cast<std::size_t>(count_);
-        return {{begin_, at_ + (rest + 7) / 8}, 8 * whole + rest};
+        return {{begin_, at_ + (rest > 0 ? 1 : 0)}, 8 * whole + rest};
     }
 
   private:
     std::uint8_t *begin_, *at_;
-    std::uint64_t pending_ = 0;
+    std::uint64_t pending_ = 0; // of which only the lowest `count_` bits, fewer than 8, are not yet kept
     int count_ = 0;
 };
 
-/// A level as the format writes it: how many bits, and which; negative ones are one less.
-struct Value {
-    int size;
-    std::uint32_t bits;
+/// Levels as the format writes them, from -2047 to 2047: the number of bits in the four lowest bits, over the
+/// bits themselves. Those of a negative level are one less.
+class ValueTable {
+  public:
+    constexpr ValueTable() {
+        for (int level = -most; level <= most; ++level) {
+            const auto size =
+                static_cast<unsigned>(std::bit_width(static_cast<unsigned>(level < 0 ? -level : level)));
+            const auto bits = static_cast<unsigned>(level - (level < 0)) & ((1u << size) - 1);
+            entries_[static_cast<std::size_t>(level + most)] = static_cast<std::uint16_t>(bits << 4 | size);
+        }
+    }
+    unsigned operator[](int level) const { return entries_[static_cast<std::size_t>(level + most)]; }
 
-    explicit Value(int level)
-        : size(static_cast<int>(std::bit_width(static_cast<unsigned>(level < 0 ? -level : level)))),
-          bits(static_cast<std::uint32_t>(level - (level < 0)) & ((1u << size) - 1)) {}
+  private:
+    static constexpr int most = 2047;
+    std::array<std::uint16_t, 2 * most + 1> entries_{};
 };
+
+constexpr ValueTable values;
 
 template <class Sink>
 void codeBlock(Sink& sink, const std::int16_t* levels, std::uint64_t nonzero, int dcDifference,
                const HuffmanCodes& codes) {
-    const Value dc(dcDifference);
-    sink.put(codes.dc(dc.size), dc.bits);
+    const unsigned dc = values[dcDifference];
+    sink.put(codes.dc(static_cast<int>(dc & 15)), dc >> 4);
     int last = 0;
     for (std::uint64_t rest = nonzero & ~std::uint64_t{1}; rest != 0; rest &= rest - 1) {
         const int k = std::countr_zero(rest);
         int run = k - last - 1;
         for (; run > 15; run -= 16)
             sink.put(codes.ac(15, 0), 0);
-        const Value ac(levels[k]);
-        sink.put(codes.ac(run, ac.size), ac.bits);
+        const unsigned ac = values[levels[k]];
+        sink.put(codes.ac(run, static_cast<int>(ac & 15)), ac >> 4);
         last = k;
     }
     if (last != 63) sink.put(codes.ac(0, 0), 0);

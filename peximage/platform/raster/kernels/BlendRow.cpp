@@ -26,7 +26,8 @@ void blendRowCopy(const std::uint8_t* from, std::uint8_t* to, int pixels, int op
         std::memcpy(to, from, static_cast<std::size_t>(pixels) * 4);
         return;
     }
-    for (int i = 0; i < pixels * 4; ++i) to[i] = static_cast<std::uint8_t>(divideBy255(from[i] * opacity));
+    for (int i = 0; i < pixels * 4; ++i)
+        to[i] = static_cast<std::uint8_t>(divideBy255(from[i] * opacity));
 }
 
 } // namespace pex::kernels

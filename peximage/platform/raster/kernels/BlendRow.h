@@ -4,8 +4,8 @@
 
 namespace pex::kernels {
 
-/// Source-over on premultiplied pixels of four bytes, alpha last: to = from × opacity + to × (1 − alpha of that).
-/// `opacity` is 0–255. The rows must not overlap.
+/// Source-over on premultiplied pixels of four bytes, alpha last: to = from × opacity + to × (1 − alpha of
+/// that). `opacity` is 0–255. The rows must not overlap.
 void blendRowOver(const std::uint8_t* from, std::uint8_t* to, int pixels, int opacity);
 
 /// to = from × opacity: what lay there before is replaced.

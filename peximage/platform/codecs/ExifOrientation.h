@@ -8,8 +8,8 @@
 
 namespace pex {
 
-/// The orientation that an EXIF block says, which may begin with "Exif\0\0" or with its TIFF header; absent
-/// when it says none.
+/// The orientation that an EXIF block tells of its picture: a TIFF header with its directories, with or
+/// without the "Exif" signature of JPEG's APP1 before it. Absent when the block is broken or does not say.
 std::optional<Orientation> exifOrientation(std::span<const std::uint8_t> exif);
 
 } // namespace pex

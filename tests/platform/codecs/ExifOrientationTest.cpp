@@ -1,0 +1,67 @@
+#include "peximage/platform/codecs/ExifOrientation.h"
+
+#include <gtest/gtest.h>
+
+#include <vector>
+
+namespace pex {
+namespace {
+
+using Bytes = std::vector<std::uint8_t>;
+
+/// A TIFF header and one directory with one entry, the orientation, written by hand.
+Bytes littleEndianExif(std::uint8_t orientation) {
+    return {'I', 'I', 42, 0, 8, 0,           0, 0, 1, 0, 0x12, 0x01, 3,
+            0,   1,   0,  0, 0, orientation, 0, 0, 0, 0, 0,    0,    0};
+}
+
+Bytes bigEndianExif(std::uint8_t orientation) {
+    return {'M', 'M', 0, 42, 0, 0, 0,           8, 0, 1, 0x01, 0x12, 0,
+            3,   0,   0, 0,  1, 0, orientation, 0, 0, 0, 0,    0,    0};
+}
+
+Bytes withSignature(const Bytes& exif) {
+    Bytes bytes{'E', 'x', 'i', 'f', 0, 0};
+    bytes.insert(bytes.end(), exif.begin(), exif.end());
+    return bytes;
+}
+
+TEST(ExifOrientation, isReadInBothByteOrdersWithAndWithoutSignature) {
+    for (int value = 1; value <= 8; ++value) {
+        const auto expected = static_cast<Orientation>(value);
+        for (const Bytes& exif : {littleEndianExif(static_cast<std::uint8_t>(value)),
+                                  bigEndianExif(static_cast<std::uint8_t>(value))}) {
+            EXPECT_EQ(exifOrientation(exif), expected);
+            EXPECT_EQ(exifOrientation(withSignature(exif)), expected);
+        }
+    }
+}
+
+TEST(ExifOrientation, isAbsentForNumbersThatAreNone) {
+    for (const int value : {0, 9, 255})
+        EXPECT_EQ(exifOrientation(littleEndianExif(static_cast<std::uint8_t>(value))), std::nullopt);
+}
+
+TEST(ExifOrientation, isAbsentForAnotherTypeAndForADirectoryWithoutIt) {
+    Bytes ascii = littleEndianExif(6);
+    ascii[12] = 2;
+    EXPECT_EQ(exifOrientation(ascii), std::nullopt);
+    Bytes width = littleEndianExif(6);
+    width[10] = 0x00;
+    EXPECT_EQ(exifOrientation(width), std::nullopt);
+}
+
+TEST(ExifOrientation, survivesBytesThatBreakOffOrPointOutside) {
+    const Bytes whole = littleEndianExif(6);
+    for (std::size_t length = 0; length < 20; ++length)
+        EXPECT_EQ(exifOrientation({whole.data(), length}), std::nullopt) << length;
+    Bytes farDirectory = whole;
+    farDirectory[7] = 0x7f;
+    EXPECT_EQ(exifOrientation(farDirectory), std::nullopt);
+    Bytes manyEntries = whole;
+    manyEntries[8] = manyEntries[9] = 0xff;
+    EXPECT_EQ(exifOrientation(manyEntries), Orientation::right);
+}
+
+} // namespace
+} // namespace pex

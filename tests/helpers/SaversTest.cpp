@@ -1,0 +1,257 @@
+#include "peximage/helpers/PexImageHelperSavers.h"
+#include "peximage/image/PexImage.h"
+#include "peximage/platform/codecs/CGImageSource.h"
+#include "peximage/platform/foundation/NumberText.h"
+#include "peximage/platform/toolkit/NSScreen.h"
+#include "tests/platform/codecs/JpegReference.h"
+#include "tests/support/CapturedLines.h"
+#include "tests/support/Pictures.h"
+#include "tests/support/TempFolder.h"
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <filesystem>
+
+using namespace pex;
+namespace helper = pex::PexImageHelper;
+using jpegtest::Picture;
+
+namespace {
+
+CGImage imageOf(const Picture& picture) {
+    return makePicture(picture.width, picture.height,
+                       picture.grey ? PixelLayout::grey : PixelLayout::skipLast, [&](int x, int y) {
+                           const std::uint8_t* at = picture.row(y) + x * (picture.grey ? 1 : 4);
+                           return picture.grey ? Pixel{at[0]} : Pixel{at[0], at[1], at[2], at[3]};
+                       });
+}
+
+std::vector<std::uint8_t> fileBytes(const URL& url) {
+    const auto data = Data::contentsOf(url);
+    return data ? std::vector<std::uint8_t>(data->bytes().begin(), data->bytes().end())
+                : std::vector<std::uint8_t>();
+}
+
+/// The search as it is described, with whole encodings of the codec library for sizes and its lines in order.
+struct PlainSearch {
+    const Picture& picture;
+    double target;
+    std::vector<std::string> lines = {};
+
+    double size(double quality) const {
+        return static_cast<double>(jpegtest::reference(picture, quality).size());
+    }
+
+    double search(double a, double b) {
+        lines.push_back("PexDicotomic: " + decimalText(a) + " - " + decimalText(b));
+        const double fa = size(a), fb = size(b);
+        if (b - a < 0.01) return distance(fa) < distance(fb) ? a : b;
+        if (fa < fb && target < fa) return a;
+        if (fa < fb && target > fb) return b;
+        if (fa > fb && target > fa) return a;
+        if (fa > fb && target < fb) return b;
+        const double x1 = search(a, (a + b) / 2), x2 = search((a + b) / 2, b);
+        return distance(size(x1)) < distance(size(x2)) ? x1 : x2;
+    }
+    double distance(double value) const { return std::abs(value - target) / target; }
+};
+
+TEST(BudgetSaver, AsksAnswersAndPrintsAsThePlainSearch) {
+    const Picture pictures[] = {jpegtest::mixed(240, 160, false), jpegtest::mixed(97, 131, true),
+                                jpegtest::noise(64, 48, false, 5)};
+    const TempFolder folder;
+    for (const Picture& picture : pictures) {
+        const auto image = PexImage::make(imageOf(picture));
+        const auto largest = static_cast<double>(jpegtest::reference(picture, 1).size());
+        for (const double share : {0.15, 0.3, 0.5, 0.8, 0.97}) {
+            const auto budget = static_cast<long long>(largest * share);
+            if (static_cast<long long>(jpegtest::reference(picture, 0).size()) > budget) continue;
+            PlainSearch plain{picture, static_cast<double>(budget) * 0.975};
+            const double quality = plain.search(0, 1);
+            const auto expected = jpegtest::reference(picture, quality);
+
+            CapturedLines captured;
+            ASSERT_TRUE(image->saveToJpeg({.toUrl = folder.url("a.jpg"), .maxSize = budget}));
+            const auto written = fileBytes(folder.url("a.jpg"));
+            EXPECT_LE(static_cast<long long>(written.size()), budget);
+            if (static_cast<long long>(expected.size()) > budget)
+                continue; // the best tried that fits instead
+            EXPECT_EQ(written, expected) << picture.width << " " << share;
+            plain.lines.push_back("quality: " + decimalText(quality));
+            plain.lines.push_back("saveToJpeg (quality: " + decimalText(quality) + ")");
+            EXPECT_EQ(captured.lines, plain.lines);
+        }
+    }
+}
+
+TEST(BudgetSaver, TakesQualityOneWhereItFits) {
+    const TempFolder folder;
+    const Picture picture = jpegtest::mixed(60, 40, false);
+    const auto best = jpegtest::reference(picture, 1);
+    CapturedLines captured;
+    const auto saved = helper::saveToJpegWithin(
+        PexImage::make(imageOf(picture)),
+        {.desiredSize = static_cast<long long>(best.size()) + 1, .toUrl = folder.url("a.jpg")});
+    ASSERT_TRUE(saved);
+    EXPECT_EQ(saved->quality, 1);
+    EXPECT_EQ(fileBytes(folder.url("a.jpg")), best);
+    EXPECT_EQ(captured.lines, std::vector<std::string>{"saveToJpeg (quality: 1.0)"});
+}
+
+TEST(BudgetSaver, ShrinksByTenthsUntilTheLowestQualityFits) {
+    const CapturedLines quiet;
+    const TempFolder folder;
+    const auto image = PexImage::make(noise(200, 100, PixelLayout::skipLast));
+    // The same by hand: the first size whose quality 0 fits.
+    const long long budget = 1400;
+    auto smaller = image;
+    while (static_cast<long long>(smaller->jpegData(0)->size()) > budget)
+        smaller = smaller->resize(
+            {.to = {std::trunc(smaller->size.width * 0.9), std::trunc(smaller->size.height * 0.9)}});
+    ASSERT_LT(smaller->size.width, 200);
+
+    const auto saved = helper::saveToJpegWithin(image, {.desiredSize = budget, .toUrl = folder.url("a.jpg")});
+    ASSERT_TRUE(saved);
+    EXPECT_EQ(saved->size, smaller->size);
+    EXPECT_EQ(static_cast<std::size_t>(saved->bytes), fileBytes(folder.url("a.jpg")).size());
+    EXPECT_LE(saved->bytes, budget);
+}
+
+TEST(BudgetSaver, ImpossibleBudgetsEndInFalseAndWriteNothing) {
+    const CapturedLines quiet;
+    const TempFolder folder;
+    const auto image = PexImage::make(photoLike(64, 48));
+    for (const long long budget : {0LL, 1LL, 200LL, -5LL, -(1LL << 62)})
+        EXPECT_FALSE(image->saveToJpeg({.toUrl = folder.url("a.jpg"), .maxSize = budget}));
+    EXPECT_EQ(folder.count(), 0);
+    EXPECT_FALSE(
+        PexImage::make({.size = {10, 10}})->saveToJpeg({.toUrl = folder.url("a.jpg"), .maxSize = 10'000}));
+}
+
+TEST(JpegSaver, StampsTheLowSixteenBitsOfADpi) {
+    const CapturedLines quiet;
+    const TempFolder folder;
+    const auto image = PexImage::make(photoLike(16, 16));
+    const std::pair<std::optional<int>, std::vector<std::uint8_t>> cases[] = {
+        {300, {1, 0x01, 0x2C, 0x01, 0x2C}}, {0, {1, 0, 0, 0, 0}},
+        {-1, {1, 0xFF, 0xFF, 0xFF, 0xFF}},  {70'000, {1, 0x11, 0x70, 0x11, 0x70}},
+        {std::nullopt, {0, 0, 1, 0, 1}},
+    };
+    for (const auto& [dpi, stamp] : cases) {
+        ASSERT_TRUE(image->saveToJpeg({.quality = 0.8, .dpi = dpi, .url = folder.url("a.jpg")}));
+        const auto bytes = fileBytes(folder.url("a.jpg"));
+        ASSERT_GT(bytes.size(), 18U);
+        EXPECT_EQ(std::vector(bytes.begin() + 13, bytes.begin() + 18), stamp);
+    }
+}
+
+TEST(JpegSaver, MakesFoldersAndReplacesFiles) {
+    CapturedLines captured;
+    const TempFolder folder;
+    const auto image = PexImage::make(photoLike(16, 16));
+    const URL url = folder.url("new/deep/a.jpg");
+    EXPECT_TRUE(image->saveToJpeg({.quality = 0.5, .url = url}));
+    EXPECT_TRUE(image->saveToJpeg({.quality = 0.8, .url = url}));
+    EXPECT_EQ(fileBytes(url).size(), image->jpegData(0.8)->size());
+    EXPECT_EQ(captured.lines.back(), "saveToJpeg (quality: 0.8)");
+    // A place that cannot be written, and an image without pixels: the old file is gone by then.
+    EXPECT_FALSE(image->saveToJpeg({.quality = 0.8, .url = folder.url("new/deep/a.jpg/b.jpg")}));
+    EXPECT_FALSE(PexImage::make({.size = {5, 5}})->saveToJpeg({.quality = 0.8, .url = url}));
+    EXPECT_FALSE(std::filesystem::exists(url.path()));
+}
+
+TEST(JpegEncoding, QualitiesOutsideTheRangeAreLimited) {
+    const auto image = PexImage::make(photoLike(40, 40));
+    EXPECT_LT(image->jpegData(0)->size(), image->jpegData(1)->size());
+    EXPECT_EQ(*image->jpegData(-3), *image->jpegData(0));
+    EXPECT_EQ(*image->jpegData(7), *image->jpegData(1));
+    EXPECT_EQ(*image->jpegData(std::nan("")), *image->jpegData(0));
+    EXPECT_EQ(PexImage::make({.size = {5, 5}})->jpegData(0.5), std::nullopt);
+}
+
+TEST(JpegEncoding, LaysTransparencyOverWhite) {
+    const auto clear = makePicture(16, 16, PixelLayout::straightLast, [](int, int) {
+        return Pixel{200, 0, 0, 0};
+    });
+    const auto again = PexImage::make(*PexImage::make(clear)->jpegData(1), {});
+    const Pixel pixel = pixelAt(*again->cgImage, 8, 8);
+    for (int c = 0; c < 3; ++c)
+        EXPECT_GE(pixel[static_cast<std::size_t>(c)], 253);
+}
+
+TEST(JpegEncoding, SeesWrittenPixelsAtOnce) {
+    const auto image = PexImage::make(makePicture(16, 16, PixelLayout::skipLast, [](int, int) {
+        return Pixel{0, 0, 0, 255};
+    }));
+    const auto before = image->jpegData(1);
+    image->setColor(3, 4, NSColor(1, 1, 1));
+    const auto after = PexImage::make(*image->jpegData(1), {});
+    EXPECT_NE(*image->jpegData(1), *before);
+    EXPECT_GE(pixelAt(*after->cgImage, 3, 4)[1], 240);
+    EXPECT_EQ(pixelAt(image->bitmapRep()->cgImage(), 3, 4)[0], 255);
+    EXPECT_EQ(pixelAt(*image->cgImage, 3, 4)[0], 0);
+}
+
+TEST(PngEncoding, RecordsTheResolutionOfPointsAndPixels) {
+    const auto image = PexImage::make(NSImage::make(photoLike(100, 100), {50, 50}), {});
+    EXPECT_NEAR(*CGImageSource::make(*image->pngData())->properties().dpiWidth, 144, 0.02);
+    EXPECT_NEAR(*CGImageSource::make(*image->pngData({.size = CGSize{100, 100}}))->properties().dpiHeight, 72,
+                0.02);
+    EXPECT_EQ(PexImage::make({.size = {5, 5}})->pngData(), std::nullopt);
+}
+
+TEST(HelperImages, BlankAndFilledImagesFollowTheScreenScale) {
+    CapturedLines captured;
+    for (const double scale : {1., 2.}) {
+        NSScreen::setScreens({{scale}});
+        EXPECT_EQ(helper::createImage({100, 50})->image->size(), (CGSize{100 / scale, 50 / scale}));
+        const auto filled = helper::getFillColorImage(NSColor(1, 0.5, 0, 0.5), {40, 30});
+        filled->setSize();
+        EXPECT_EQ(filled->size, (CGSize{40, 30}));
+        EXPECT_EQ(pixelAt(*filled->cgImage, 39, 29), (Pixel{128, 64, 0, 128}));
+    }
+    NSScreen::setScreens({});
+    EXPECT_EQ(captured.lines[0], "createImage (withSize: (100.0, 50.0))");
+}
+
+TEST(HelperImages, CropsArePixelsOfTheSourceAtAnyScale) {
+    const auto picture = noise(40, 30, PixelLayout::skipLast);
+    for (const double scale : {1., 2.}) {
+        NSScreen::setScreens({{scale}});
+        const auto image = PexImage::make(picture);
+        const auto cut = helper::crop(*image, {10, 5, 20, 10});
+        ASSERT_EQ(cut->size, (CGSize{20, 10})) << scale;
+        for (int y = 0; y < 10; ++y) // the rectangle's y is upward
+            for (int x = 0; x < 20; ++x)
+                EXPECT_EQ(pixelAt(*cut->cgImage, x, y), [&] {
+                    Pixel p = pixelAt(picture, x + 10, y + 15);
+                    p[3] = 255;
+                    return p;
+                }());
+
+        const auto middle = helper::cropToPoint(*image, {20, 15}, {20, 15});
+        EXPECT_EQ(middle->size, (CGSize{20, 15}));
+        const auto wide = helper::cropToPoint(*image, {20, 15}, {60, 10});
+        ASSERT_EQ(wide->size, (CGSize{60, 10}));
+        EXPECT_EQ(pixelAt(*wide->cgImage, 5, 5)[3], 0);
+        EXPECT_EQ(pixelAt(*wide->cgImage, 30, 5)[3], 255);
+    }
+    NSScreen::setScreens({});
+    EXPECT_EQ(helper::crop(*PexImage::make(picture), {0, 0, 0, 5})->cgImage.has_value(), false);
+}
+
+TEST(HelperImages, LoadAndResolution) {
+    const CapturedLines quiet;
+    const TempFolder folder;
+    ASSERT_TRUE(PexImage::make(photoLike(33, 21))->saveToJpeg({.quality = 0.9, .url = folder.url("a.jpg")}));
+    EXPECT_EQ(helper::resolution(folder.url("a.jpg")), std::pair(33, 21));
+    EXPECT_EQ(helper::load(folder.url("a.jpg"))->size, (CGSize{33, 21}));
+    ASSERT_TRUE(Data("not an image").write(folder.url("b.jpg"), Data::Writing::inPlace));
+    for (const char* bad : {"b.jpg", "missing.jpg", ""}) {
+        EXPECT_EQ(helper::resolution(folder.url(bad)), std::nullopt);
+        EXPECT_EQ(helper::load(folder.url(bad)), nullptr);
+    }
+}
+
+} // namespace

@@ -1,0 +1,162 @@
+#include "peximage/platform/raster/CGImage.h"
+
+#include "peximage/platform/raster/ConvertedImage.h"
+#include "peximage/platform/raster/OrientedSource.h"
+#include "peximage/platform/raster/PixelSource.h"
+#include "tests/support/Pictures.h"
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <cstring>
+#include <thread>
+
+using namespace pex;
+
+namespace {
+
+/// Counts how often it is decoded; breaks off after `goodRows`.
+class CountingSource final : public PixelSource {
+  public:
+    CountingSource(CGImage picture, int goodRows) : picture_(std::move(picture)), goodRows_(goodRows) {}
+
+    mutable std::atomic<int> decoded{0};
+
+    PixelSize size() const override { return {picture_.width(), picture_.height()}; }
+    PixelLayout layout() const override { return picture_.layout(); }
+    CGColorSpace colorSpace() const override { return picture_.colorSpace(); }
+    std::unique_ptr<RowReader> rows(PixelSize) const override {
+        ++decoded;
+        return std::make_unique<Rows>(*picture_.pixels(), goodRows_);
+    }
+
+  private:
+    class Rows final : public RowReader {
+      public:
+        Rows(PixelView from, int goodRows) : from_(from), goodRows_(goodRows) {}
+        bool read(MutablePixelView rows) override {
+            for (int y = 0; y < rows.height; ++y, ++next_) {
+                if (next_ >= goodRows_) {
+                    fillMissing(rows.part(0, y, rows.width, rows.height - y));
+                    return false;
+                }
+                std::memcpy(rows.row(y), from_.row(next_), static_cast<std::size_t>(rows.width) * 4);
+            }
+            return true;
+        }
+
+      private:
+        PixelView from_;
+        int goodRows_, next_ = 0;
+    };
+
+    CGImage picture_;
+    int goodRows_;
+};
+
+TEST(CGImage, DecodesOnceOnFirstTouch) {
+    const auto picture = noise(50, 40, PixelLayout::straightLast);
+    const auto source = std::make_shared<CountingSource>(picture, 40);
+    const CGImage image = CGImage::make(source);
+    EXPECT_EQ(image.width(), 50);
+    const CGImage part = *image.cropping({10, 10, 5, 5});
+    EXPECT_EQ(source->decoded, 0);
+    EXPECT_TRUE(image.source());
+    EXPECT_FALSE(part.source());
+
+    std::vector<std::thread> threads;
+    for (int i = 0; i < 8; ++i)
+        threads.emplace_back([&] { EXPECT_TRUE(part.pixels()); });
+    for (auto& thread : threads)
+        thread.join();
+    EXPECT_EQ(source->decoded, 1);
+    EXPECT_FALSE(image.source());
+    EXPECT_FALSE(image.isIncomplete());
+    EXPECT_EQ(pixelAt(part, 2, 3), pixelAt(picture, 12, 13));
+}
+
+TEST(CGImage, ABrokenSourceLeavesTheRestClear) {
+    const auto picture = noise(8, 8, PixelLayout::straightLast);
+    const CGImage image = CGImage::make(std::make_shared<CountingSource>(picture, 5));
+    EXPECT_TRUE(image.isIncomplete());
+    EXPECT_EQ(pixelAt(image, 7, 4), pixelAt(picture, 7, 4));
+    EXPECT_EQ(pixelAt(image, 0, 5), (Pixel{0, 0, 0, 0}));
+}
+
+TEST(CGImage, CropsIntegrallyClipsAndShares) {
+    const auto picture = noise(100, 100, PixelLayout::skipLast);
+    const CGImage part = *picture.cropping({10, 10, 50, 40});
+    EXPECT_EQ(part.width(), 50);
+    EXPECT_EQ(part.height(), 40);
+    EXPECT_EQ(part.pixels()->data, picture.pixels()->row(10) + 40);
+    const CGImage outward = *picture.cropping({10.5, 10.5, 4.1, 4});
+    EXPECT_EQ(outward.width(), 5);
+    EXPECT_EQ(outward.height(), 5);
+    EXPECT_EQ(picture.cropping({90, -5, 50, 10})->width(), 10);
+    EXPECT_EQ(part.cropping({1, 2, 3, 4})->pixels()->data, picture.pixels()->row(12) + 44);
+    EXPECT_EQ(picture.cropping({20, 20, -10, -10})->pixels()->data, picture.pixels()->row(10) + 40);
+    for (const CGRect& outside : {CGRect{100, 0, 10, 10},
+                                  {-20, 0, 20, 10},
+                                  {0, 0, 0, 10},
+                                  {std::nan(""), 0, 5, 5},
+                                  {1e300, 0, 1e300, 1}})
+        EXPECT_FALSE(picture.cropping(outside));
+}
+
+TEST(CGImage, RefusesBuffersThatAreTooSmall) {
+    const auto make = [](int w, int h, std::ptrdiff_t stride, std::size_t bytes) {
+        return CGImage::make(w, h, stride, PixelLayout::skipLast, CGColorSpace::sRGB(),
+                             PixelBuffer::make(bytes))
+            .has_value();
+    };
+    EXPECT_TRUE(make(10, 10, 40, 400));
+    EXPECT_TRUE(make(10, 10, 48, 48 * 9 + 40)); // the last row needs no padding
+    EXPECT_FALSE(make(10, 10, 40, 399));
+    EXPECT_FALSE(make(10, 10, 39, 400));
+    EXPECT_FALSE(make(0, 10, 40, 400));
+    EXPECT_FALSE(make(10, -1, 40, 400));
+    EXPECT_FALSE(make(1 << 30, 1 << 30, std::ptrdiff_t{1} << 33, 400));
+}
+
+TEST(OrientedSource, TurnsEveryOrientationUpright) {
+    const auto picture = noise(70, 150, PixelLayout::straightLast); // more than one strip
+    // Where the upright pixel (x, y) lies in the stored picture of w × h.
+    using Where = std::pair<int, int> (*)(int x, int y, int w, int h);
+    const Where stored[] = {
+        [](int x, int y, int, int) { return std::pair(x, y); },
+        [](int x, int y, int w, int) { return std::pair(w - 1 - x, y); },
+        [](int x, int y, int w, int h) { return std::pair(w - 1 - x, h - 1 - y); },
+        [](int x, int y, int, int h) { return std::pair(x, h - 1 - y); },
+        [](int x, int y, int, int) { return std::pair(y, x); },
+        [](int x, int y, int, int h) { return std::pair(y, h - 1 - x); },
+        [](int x, int y, int w, int h) { return std::pair(w - 1 - y, h - 1 - x); },
+        [](int x, int y, int w, int) { return std::pair(w - 1 - y, x); },
+    };
+    for (int value = 1; value <= 8; ++value) {
+        const auto source =
+            makeUpright(std::make_shared<CountingSource>(picture, 150), *orientationFromExif(value));
+        const CGImage upright = CGImage::make(source);
+        EXPECT_EQ(upright.width(), value < 5 ? 70 : 150);
+        bool same = true;
+        for (int y = 0; y < upright.height(); ++y) {
+            for (int x = 0; x < upright.width(); ++x) {
+                const auto [sx, sy] = stored[value - 1](x, y, 70, 150);
+                same = same && pixelAt(upright, x, y) == pixelAt(picture, sx, sy);
+            }
+        }
+        EXPECT_TRUE(same) << value;
+    }
+}
+
+TEST(ConvertedImage, KeepsColoursAcrossLayouts) {
+    const auto straight = makePicture(3, 40, PixelLayout::straightLast, [](int x, int) {
+        return Pixel{200, 100, 50, static_cast<std::uint8_t>(x * 127)};
+    });
+    const auto premultiplied =
+        convertedImage(straight, PixelLayout::premultipliedFirst, CGColorSpace::sRGB());
+    EXPECT_EQ(pixelAt(*premultiplied, 1, 39), (Pixel{127, 100, 50, 25}));
+    EXPECT_EQ(convertedImage(straight, PixelLayout::straightLast, CGColorSpace::sRGB())->pixels()->data,
+              straight.pixels()->data);
+}
+
+} // namespace

@@ -16,17 +16,35 @@ namespace {
 constexpr double fullChromaFrom = 0.9;
 constexpr std::size_t keptEncodings = 2;
 
-/// Bits of every `step`-th row of units from `first` on, before `end`.
-std::uint64_t countRows(const jpeg::Scan& scan, int first, int end, int step) {
-    const int count = (end - first + step - 1) / step;
-    return tbb::parallel_reduce(
+/// Sums over [0, count) what `bits` tells of an index, on all cores.
+template <class Bits>
+double sumOfBits(int count, const Bits& bits) {
+    const auto sum = tbb::parallel_reduce(
         tbb::blocked_range<int>(0, count), std::uint64_t{0},
-        [&](const tbb::blocked_range<int>& range, std::uint64_t bits) {
+        [&](const tbb::blocked_range<int>& range, std::uint64_t part) {
             for (int i = range.begin(); i != range.end(); ++i)
-                bits += jpeg::countBits(scan, first + i * step);
-            return bits;
+                part += bits(i);
+            return part;
         },
         std::plus<>());
+    return static_cast<double>(sum);
+}
+
+/// Spreads at least `wanted` short runs of units evenly over a scan, if it has as many: in every row each
+/// `step`-th, shifted from row to row so that no part of the picture's width is left out.
+std::vector<jpeg::UnitRange> sampleOf(const jpeg::Scan& scan, int wanted) {
+    constexpr int unitsPerRun = 16;
+    const int runsWide = (scan.unitsWide + unitsPerRun - 1) / unitsPerRun;
+    const int step = std::max(runsWide * scan.unitsHigh / wanted, 1);
+    const int shift = (3 * step + 7) / 8;
+    std::vector<jpeg::UnitRange> runs;
+    for (int row = 0; row < scan.unitsHigh; ++row) {
+        for (int run = row * shift % step; run < runsWide; run += step) {
+            const int first = run * unitsPerRun;
+            runs.push_back({row, first, std::min(first + unitsPerRun, scan.unitsWide)});
+        }
+    }
+    return runs;
 }
 
 jpeg::ScanComponent component(const jpeg::CoefficientPlane& plane, int blocks, const jpeg::QuantTable& table,
@@ -73,22 +91,28 @@ const std::vector<std::uint8_t>& JpegEncoder::encoded(double quality) {
     return lastEncoded_.back().bytes;
 }
 
-double JpegEncoder::estimatedByteCount(double quality) {
+double JpegEncoder::estimatedByteCount(double quality, Estimate estimate) {
     const jpeg::Scan whole = scan(quality);
-    const int step = std::clamp(whole.unitsHigh / 16, 1, 8);
-    const int first = step / 2;
-    const int counted = (whole.unitsHigh - first + step - 1) / step;
-    const auto bits = static_cast<double>(countRows(whole, first, whole.unitsHigh, step));
-    return static_cast<double>(header(quality).size()) + bits / 8 * whole.unitsHigh / counted;
+    const auto runs = sampleOf(whole, estimate == Estimate::rough ? 48 : 192);
+    double counted = 0;
+    for (const auto& run : runs)
+        counted += run.end - run.first;
+    const double bits = sumOfBits(static_cast<int>(runs.size()), [&](int i) {
+        return jpeg::countBits(whole, runs[static_cast<std::size_t>(i)]);
+    });
+    const double units = static_cast<double>(whole.unitsWide) * whole.unitsHigh;
+    return static_cast<double>(header(quality).size()) + bits / 8 * units / counted;
 }
 
 bool JpegEncoder::surelyReaches(double quality, double bytes) {
     constexpr int rowsAtOnce = 16;
     const jpeg::Scan luma = lumaScan(quality);
-    std::uint64_t bits = 0;
+    double bits = 0;
     for (int row = 0; row < luma.unitsHigh; row += rowsAtOnce) {
-        bits += countRows(luma, row, std::min(row + rowsAtOnce, luma.unitsHigh), 1);
-        if (static_cast<double>(bits) / 8 >= bytes) return true;
+        bits += sumOfBits(std::min(rowsAtOnce, luma.unitsHigh - row), [&](int i) {
+            return jpeg::countBits(luma, {row + i, 0, luma.unitsWide});
+        });
+        if (bits / 8 >= bytes) return true;
     }
     return false;
 }

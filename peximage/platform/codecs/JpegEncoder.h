@@ -34,9 +34,15 @@ class JpegEncoder {
     /// The exact size of what `encode` gives. The bytes of the last two qualities asked for are kept, so that
     /// encoding one of them costs no more than a copy.
     std::size_t byteCount(double quality);
+    bool knowsByteCount(double quality) const { return byteCounts_.contains(quality); }
 
-    /// About what `byteCount` would say, from an eighth of the picture (all of a small one).
-    double estimatedByteCount(double quality);
+    /// How much of the picture an estimate looks at: spots that tell the size to a few per cent, or four
+    /// times as many for less than one.
+    enum class Estimate { rough, fine };
+
+    /// About what `byteCount` would say. Of a small picture it is exact up to the stuffing of the coded
+    /// bytes.
+    double estimatedByteCount(double quality, Estimate estimate);
 
     /// True only when `byteCount(quality)` is at least `bytes`; the proof stops as soon as it is found. False
     /// says nothing.

@@ -106,12 +106,15 @@ class ComponentCoder {
   public:
     static constexpr int unitsAtOnce = 16;
 
-    /// The first difference is taken from the last block of the row of units above.
-    ComponentCoder(const ScanComponent& component, int row, int unitsWide)
+    /// The first difference is taken from the last block of the unit before.
+    ComponentCoder(const ScanComponent& component, int row, int firstUnit, int unitsWide)
         : component_(&component), firstBlockRow_(row * component.down) {
-        if (row == 0) return;
-        const auto* above = component.plane->block(unitsWide * component.across - 1, firstBlockRow_ - 1);
-        dc_ = component.quantizer.quantize(above[0], 0);
+        if (row == 0 && firstUnit == 0) return;
+        const int unitBefore = firstUnit > 0 ? firstUnit - 1 : unitsWide - 1;
+        const int rowBefore = firstUnit > 0 ? row : row - 1;
+        const auto* before = component.plane->block((unitBefore + 1) * component.across - 1,
+                                                    (rowBefore + 1) * component.down - 1);
+        dc_ = component.quantizer.quantize(before[0], 0);
     }
 
     void quantize(int firstUnit, int units) {
@@ -142,12 +145,12 @@ class ComponentCoder {
 };
 
 template <class Sink>
-void codeUnits(Sink& sink, const Scan& scan, int row) {
+void codeUnits(Sink& sink, const Scan& scan, const UnitRange& range) {
     std::vector<ComponentCoder> coders;
     for (const auto& component : scan.components)
-        coders.emplace_back(component, row, scan.unitsWide);
-    for (int first = 0; first < scan.unitsWide; first += ComponentCoder::unitsAtOnce) {
-        const int units = std::min(ComponentCoder::unitsAtOnce, scan.unitsWide - first);
+        coders.emplace_back(component, range.row, range.first, scan.unitsWide);
+    for (int first = range.first; first < range.end; first += ComponentCoder::unitsAtOnce) {
+        const int units = std::min(ComponentCoder::unitsAtOnce, range.end - first);
         for (auto& coder : coders)
             coder.quantize(first, units);
         for (int unit = 0; unit < units; ++unit)
@@ -213,9 +216,9 @@ class Stuffer {
 
 } // namespace
 
-std::uint64_t countBits(const Scan& scan, int row) {
+std::uint64_t countBits(const Scan& scan, const UnitRange& range) {
     BitCounter counter;
-    codeUnits(counter, scan, row);
+    codeUnits(counter, scan, range);
     return counter.bits();
 }
 
@@ -225,7 +228,7 @@ CodedBits codeRow(const Scan& scan, int row) {
         blocks += static_cast<std::size_t>(scan.unitsWide) * static_cast<std::size_t>(c.across * c.down);
     const auto scratch = std::make_unique_for_overwrite<std::uint8_t[]>(blocks * mostBytesPerBlock + 8);
     BitWriter writer(scratch.get());
-    codeUnits(writer, scan, row);
+    codeUnits(writer, scan, {row, 0, scan.unitsWide});
     return writer.finish();
 }
 

@@ -30,8 +30,12 @@ struct CodedBits {
     std::uint64_t bits = 0;
 };
 
-/// How many bits a row of units takes.
-std::uint64_t countBits(const Scan& scan, int row);
+/// Some neighbouring units of a row.
+struct UnitRange {
+    int row, first, end;
+};
+
+std::uint64_t countBits(const Scan& scan, const UnitRange& range);
 
 CodedBits codeRow(const Scan& scan, int row);
 

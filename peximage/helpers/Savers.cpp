@@ -1,6 +1,7 @@
 #include "peximage/helpers/PexDicotomic.h"
 #include "peximage/helpers/PexImageHelperSavers.h"
 #include "peximage/image/PexImage.h"
+#include "peximage/platform/codecs/JpegBudgetSizes.h"
 #include "peximage/platform/codecs/JpegWriter.h"
 #include "peximage/platform/foundation/Diagnostics.h"
 #include "peximage/platform/foundation/NumberText.h"
@@ -55,6 +56,12 @@ std::shared_ptr<JpegEncoder> encoderFor(const PexImage& image) {
     return rep ? makeJpegEncoder(rep->cgImage()) : nullptr;
 }
 
+PexDicotomic searchFor(long long budget) {
+    PexDicotomic search;
+    search.target = static_cast<double>(budget) * budgetShare;
+    return search;
+}
+
 /// The best of the qualities that fits, given that the lowest one does.
 double bestThatFits(JpegEncoder& encoder, const std::set<double>& tried, long long budget) {
     for (auto quality = tried.rbegin(); quality != tried.rend(); ++quality) {
@@ -64,13 +71,12 @@ double bestThatFits(JpegEncoder& encoder, const std::set<double>& tried, long lo
 }
 
 /// The quality to write for a budget that quality 0 keeps and quality 1 does not.
-double searchQuality(JpegEncoder& encoder, long long budget) {
+double searchQuality(JpegEncoder& encoder, JpegBudgetSizes& sizes, long long budget) {
     std::set<double> tried;
-    PexDicotomic search;
-    search.target = static_cast<double>(budget) * budgetShare;
+    PexDicotomic search = searchFor(budget);
     search.function = PexDicotomic::memoised([&](double quality) {
         tried.insert(quality);
-        return static_cast<double>(encoder.byteCount(quality));
+        return sizes.sizeForSearch(quality);
     });
     const double found = search.search();
     const bool fits = static_cast<long long>(encoder.byteCount(found)) <= budget;
@@ -98,10 +104,12 @@ PexImageHelper::saveToJpegWithin(const std::shared_ptr<PexImage>& image, const J
          current = current->resize({.to = (current->size * shrinkFactor).boundToInt()})) {
         const auto encoder = encoderFor(*current);
         if (!encoder) return std::nullopt;
-        if (static_cast<long long>(encoder->byteCount(1)) < budget)
-            return savedAt(*encoder, *current, 1, how);
-        if (static_cast<long long>(encoder->byteCount(0)) > budget) continue;
-        return savedAt(*encoder, *current, searchQuality(*encoder, budget), how);
+        const auto limit = static_cast<double>(budget);
+        const PexDicotomic search = searchFor(budget);
+        JpegBudgetSizes sizes(encoder, limit, search.target, search.intervalTolerance);
+        if (sizes.sizeForSearch(1) < limit) return savedAt(*encoder, *current, 1, how);
+        if (sizes.sizeForSearch(0) > limit) continue;
+        return savedAt(*encoder, *current, searchQuality(*encoder, sizes, budget), how);
     }
     return std::nullopt;
 }

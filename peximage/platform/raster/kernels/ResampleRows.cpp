@@ -1,5 +1,7 @@
 #include "peximage/platform/raster/kernels/ResampleRows.h"
 
+#include <hwy/cache_control.h>
+
 #include <algorithm>
 #include <cstring>
 
@@ -16,18 +18,26 @@ namespace pex::kernels {
 constexpr int mostColumnBits = 16;
 constexpr int drainPairs = 4;
 
+/// How far ahead rows are asked for: a window's rows are more streams than processors follow by themselves.
+constexpr std::size_t prefetchBytes = 512;
+
 inline std::int32_t pairAt(const std::int16_t* weights) {
     std::int32_t pair;
     std::memcpy(&pair, weights, sizeof(pair));
     return pair;
 }
 
-/// Puts four columns of `rowCount` rows, 16 bytes for each vector lane, where they belong.
-inline void placeColumns(const std::uint8_t* lanes, const WeighColumns& job, int x) {
-    const std::size_t bytes = bytesPerPixel(job.layout);
-    const std::size_t count = bytes * std::min(4, job.width - x);
-    for (int r = 0; r < job.rowCount; ++r)
-        std::memcpy(job.rows[r] + bytes * x, lanes + 4 * bytes * r, count == 4 * bytes ? 4 * bytes : count);
+/// Puts four columns of `rowCount` rows, side by side in the lanes of a vector, where they belong.
+template <std::size_t Bytes>
+void placeColumns(const std::uint8_t* lanes, const WeighColumns& job, int x) {
+    const std::size_t left = job.width - x;
+    for (int r = 0; r < job.rowCount; ++r) {
+        std::uint8_t* to = job.rows[r] + Bytes * x;
+        if (left >= 4)
+            std::memcpy(to, lanes + 4 * Bytes * r, 4 * Bytes);
+        else
+            std::memcpy(to, lanes + 4 * Bytes * r, Bytes * left);
+    }
 }
 
 } // namespace pex::kernels
@@ -205,11 +215,13 @@ HWY_INLINE void addPairs(GroupSums& sums, const WeighRows& job, std::size_t at) 
     const std::size_t count = job.bytes - at;
     for (int p = 0; p < job.count; ++p) {
         const RowPair& pair = job.pairs[p];
+        hwy::Prefetch(pair.upper + at + prefetchBytes);
+        hwy::Prefetch(pair.lower + at + prefetchBytes);
         sums.add(pair, interleaved(loadColumns(pair.upper + at, count), loadColumns(pair.lower + at, count)));
     }
 }
 
-HWY_INLINE V8 greyOrder(bool grey) {
+HWY_INLINE V8 byteOrder(bool grey) {
     HWY_ALIGN static constexpr std::uint8_t colourPlaces[16] = {0, 2, 4, 6, 8, 10, 12, 14,
                                                                 1, 3, 5, 7, 9, 11, 13, 15};
     HWY_ALIGN static constexpr std::uint8_t greyPlaces[16] = {0, 8,  1, 9,  2, 10, 3, 11,
@@ -278,7 +290,8 @@ void weighColumnsOf(const WeighColumns& job) {
     const int drainBits = Drained ? job.shift - mostColumnBits : 0;
     const int bits = sampleFraction + job.shift - drainBits;
     const auto half = hn::Set(D32(), 1 << (bits - 1));
-    const auto order = greyOrder(job.layout == PixelLayout::grey);
+    const bool grey = job.layout == PixelLayout::grey;
+    const auto order = byteOrder(grey);
     const AlphaRule alpha(job.layout);
     for (int x = 0; x < job.width; x += 4) {
         Window<Drained> w0, w1, w2, w3;
@@ -298,7 +311,10 @@ void weighColumnsOf(const WeighColumns& job) {
         const auto pixels = hn::TableLookupBytes(hn::BitCast(D8(), hn::Or(low, high)), order);
         HWY_ALIGN std::uint8_t lanes[blockBytes];
         hn::Store(alpha.apply(pixels), D8(), lanes);
-        placeColumns(lanes, job, x);
+        if (grey)
+            placeColumns<1>(lanes, job, x);
+        else
+            placeColumns<4>(lanes, job, x);
     }
 }
 

@@ -1,0 +1,73 @@
+#include "peximage/platform/raster/Resampler.h"
+
+#include "peximage/platform/raster/PixelBuffer.h"
+#include "peximage/platform/raster/ResamplerGroup.h"
+
+#include <tbb/blocked_range.h>
+#include <tbb/enumerable_thread_specific.h>
+#include <tbb/parallel_for.h>
+
+#include <algorithm>
+#include <atomic>
+#include <new>
+#include <utility>
+
+namespace pex {
+namespace {
+
+bool isStraight(PixelLayout layout) {
+    return layout == PixelLayout::straightLast || layout == PixelLayout::straightFirst;
+}
+
+bool isSide(int side) { return side >= 1 && side <= Resampler::longestSide; }
+
+/// Groups that are worth another thread: some 20 microseconds of work.
+int groupsAtLeast(const ResamplerPlan& plan) {
+    const std::size_t work = plan.samplesBytes() * std::max(8, plan.rows.pairs);
+    return static_cast<int>(std::max<std::size_t>(1, (std::size_t{1} << 20) / work));
+}
+
+} // namespace
+
+std::optional<Resampler> Resampler::make(int fromWidth, int fromHeight, int toWidth, int toHeight,
+                                         PixelLayout layout) {
+    if (!isSide(fromWidth) || !isSide(fromHeight) || !isSide(toWidth) || !isSide(toHeight))
+        return std::nullopt;
+    if (isStraight(layout)) return std::nullopt;
+    try {
+        auto plan = std::make_shared<const ResamplerPlan>(
+            ResamplerPlan{ResamplerAxis::make(fromWidth, toWidth, ResamplerAxis::Use::columns),
+                          ResamplerAxis::make(fromHeight, toHeight, ResamplerAxis::Use::rows), layout});
+        return Resampler(std::move(plan));
+    } catch (const std::bad_alloc&) {
+        return std::nullopt;
+    }
+}
+
+bool Resampler::resample(PixelView from, MutablePixelView to) const {
+    const ResamplerPlan& plan = *plan_;
+    if (from.width != plan.columns.from || from.height != plan.rows.from || from.layout != plan.layout ||
+        !plan.fits(to))
+        return false;
+    std::atomic<bool> complete{true};
+    tbb::enumerable_thread_specific<PixelBuffer> buffers(
+        [&] { return PixelBuffer::make(plan.samplesBytes()); });
+    const tbb::blocked_range<int> groups(0, plan.groupCount(), groupsAtLeast(plan));
+    try {
+        tbb::parallel_for(groups, [&](const tbb::blocked_range<int>& strip) {
+            const PixelBuffer& buffer = buffers.local();
+            if (!buffer) return complete.store(false);
+            auto* samples = reinterpret_cast<std::int16_t*>(buffer.data());
+            for (int i = strip.begin(); i < strip.end(); ++i) {
+                const ResamplerGroup group(plan, i);
+                group.weighRows(from, 0, kernels::Sums::wholeWindow, nullptr, samples);
+                group.weighColumns(samples, to);
+            }
+        });
+    } catch (const std::bad_alloc&) {
+        return false;
+    }
+    return complete;
+}
+
+} // namespace pex

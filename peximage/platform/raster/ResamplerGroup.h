@@ -1,0 +1,56 @@
+#pragma once
+
+#include "peximage/platform/raster/PixelView.h"
+#include "peximage/platform/raster/ResamplerAxis.h"
+#include "peximage/platform/raster/kernels/ResampleRows.h"
+
+#include <cstddef>
+#include <cstdint>
+
+namespace pex {
+
+/// What a resampler knows.
+struct ResamplerPlan {
+    ResamplerAxis columns;
+    ResamplerAxis rows;
+    PixelLayout layout;
+
+    bool isGrey() const { return layout == PixelLayout::grey; }
+    std::size_t sourceRowBytes() const { return std::size_t(columns.from) * bytesPerPixel(layout); }
+    bool fits(MutablePixelView to) const {
+        return to.width == columns.to && to.height == rows.to && to.layout == layout;
+    }
+
+    int rowsInGroup() const { return kernels::groupRows() * (isGrey() ? 4 : 1); }
+    int groupCount() const { return (rows.to + rowsInGroup() - 1) / rowsInGroup(); }
+    std::size_t samplesBytes() const { return kernels::samplesBytes(columns.from, layout); }
+    std::size_t sumsBytes() const { return kernels::sumsBytes(sourceRowBytes()) * (isGrey() ? 4 : 1); }
+};
+
+/// A few result rows that are made together, from the source rows [firstSource, endSource). A group is made
+/// in one go, or part by part of its source rows, top first, with the sums kept in between.
+class ResamplerGroup {
+  public:
+    ResamplerGroup(const ResamplerPlan& plan, int index);
+
+    int firstRow() const { return firstRow_; }
+    int endRow() const { return endRow_; }
+    int firstSource() const { return 2 * firstPair(firstRow_); }
+    int endSource() const;
+
+    /// Takes what `part` has of the group's source rows; its first row is row `partFirst` of the source, an
+    /// even number. `sums` has the plan's `sumsBytes`, `samples` its `samplesBytes`.
+    void weighRows(PixelView part, int partFirst, kernels::Sums how, std::int32_t* sums,
+                   std::int16_t* samples) const;
+    /// Writes the group's rows to the whole result, from the samples that the last `weighRows` left.
+    void weighColumns(const std::int16_t* samples, MutablePixelView to) const;
+
+  private:
+    int firstPair(int row) const { return plan_.rows.firstPair[row]; }
+
+    const ResamplerPlan& plan_;
+    int firstRow_;
+    int endRow_;
+};
+
+} // namespace pex

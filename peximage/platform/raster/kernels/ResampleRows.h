@@ -1,0 +1,69 @@
+#pragma once
+
+#include "peximage/platform/raster/PixelLayout.h"
+
+#include <cstddef>
+#include <cstdint>
+
+namespace pex::kernels {
+
+/// Result rows are made in groups. The samples of a group between the two passes lie so that one vector holds
+/// a pair of neighbouring pixels of every row of the group: for each pair of pixels, for each row, for each
+/// channel, the left and the right sample, 16 bits each with `sampleFraction` fraction bits. Grey pictures
+/// take four rows where coloured ones have four channels.
+constexpr int sampleFraction = 6;
+constexpr int mostGroupRows = 4;
+
+/// Coloured rows in a group on the instruction set in use; four times as many grey ones.
+int groupRows();
+
+/// Two source rows, and what each counts in the rows of a group.
+struct RowPair {
+    const std::uint8_t* upper;
+    const std::uint8_t* lower;
+    /// For each row of the group, the upper row's weight in the low half and the lower row's in the high.
+    std::int32_t weights[mostGroupRows];
+    /// Bit r is set where the weights of row r are not all 0.
+    unsigned used;
+};
+
+/// Where `weighRows` takes the unfinished sums from and what it does with them.
+enum class Sums { wholeWindow, begin, resume, finish };
+
+/// The vertical pass: weighs `bytes` columns of source rows into the rows of a group.
+struct WeighRows {
+    const RowPair* pairs;
+    int count;
+    std::size_t bytes;
+    int shift;
+    /// With `begin`, `resume` and `finish` the window comes in parts, and `sums` (of `sumsBytes`) keeps what
+    /// came so far.
+    Sums part;
+    std::int32_t* sums;
+    /// Of `samplesBytes`; written by `wholeWindow` and `finish`.
+    std::int16_t* samples;
+    bool grey;
+    /// Grey groups are made in four calls, 0 to 3; coloured ones in one, 0.
+    int quarter;
+};
+void weighRows(const WeighRows& job);
+
+/// The horizontal pass: the rows of a group from their samples.
+struct WeighColumns {
+    const std::int16_t* samples;
+    const int* firstPair;
+    const std::int16_t* weights;
+    int pairs;
+    int shift;
+    int width;
+    PixelLayout layout;
+    std::uint8_t* const* rows;
+    int rowCount;
+};
+void weighColumns(const WeighColumns& job);
+
+/// Sizes of the buffers, which begin at multiples of 64 bytes.
+std::size_t samplesBytes(int width, PixelLayout layout);
+std::size_t sumsBytes(std::size_t bytes);
+
+} // namespace pex::kernels

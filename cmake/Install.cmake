@@ -4,19 +4,9 @@ include(CMakePackageConfigHelpers)
 
 set(PEX_PACKAGE_DIR ${CMAKE_INSTALL_LIBDIR}/cmake/PexImage)
 
-# The installed headers are those that need nothing but the standard library: kernels and whatever includes
-# another library's header stay inside. scripts/check-dependencies sees to it that no installed header
-# includes one that is kept back.
-file(GLOB_RECURSE PEX_HEADERS RELATIVE ${PROJECT_SOURCE_DIR} CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/peximage/*.h)
-list(FILTER PEX_HEADERS EXCLUDE REGEX "/kernels/")
-foreach(header ${PEX_HEADERS})
-  file(STRINGS ${PROJECT_SOURCE_DIR}/${header} others REGEX "^ *# *include *<[^>]*[./]")
-  list(FILTER others EXCLUDE REGEX "<nlohmann/json_fwd\\.hpp>")
-  if(NOT others)
-    get_filename_component(folder ${header} DIRECTORY)
-    install(FILES ${PROJECT_SOURCE_DIR}/${header} DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/${folder} COMPONENT dev)
-  endif()
-endforeach()
+install(CODE "set(PEX_ROOT \"${PROJECT_SOURCE_DIR}\")
+set(PEX_INCLUDE_DIR \"\${CMAKE_INSTALL_PREFIX}/${CMAKE_INSTALL_INCLUDEDIR}\")" COMPONENT dev)
+install(SCRIPT ${PROJECT_SOURCE_DIR}/cmake/InstallHeaders.cmake COMPONENT dev)
 
 install(
   TARGETS peximage

@@ -126,7 +126,7 @@ void exposeRow(const Frame& frame, const Lens& lens, int y) {
         const double across = lens.across(x), above = lens.above(y);
         const double falloff = 1 - 0.16 * (across * across + above * above);
         const double strength = 1.25 - 0.75 * pixel[1] / 255.0;
-        const double luma = 5.2 * strength * grain(x, y, 121);
+        const double luma = 6.0 * strength * grain(x, y, 121);
         for (std::uint32_t c = 0; c < 3; ++c) {
             const double chroma = 1.8 * strength * grain(x / 2, y / 2, 122 + c);
             pixel[c] =

@@ -15,8 +15,9 @@ GOOD = {
     "peximage/platform/raster/Image.cpp": '#include "peximage/platform/raster/Image.h"\n'
     '#include "peximage/platform/raster/kernels/Row.h"\n#include <lcms2.h>\n#include <sys/mman.h>\n',
     "peximage/platform/codecs/JpegError.h": "#include <jpeglib.h>\n",
+    "peximage/platform/codecs/JpegScan.h": '#include "peximage/platform/raster/kernels/Row.h"\n',
     "peximage/platform/codecs/Jpeg.cpp": '#include "peximage/platform/codecs/JpegError.h"\n',
-    "peximage/image/Photo.h": '#include "peximage/platform/raster/Image.h"\n',
+    "peximage/image/Photo.h": '#include "peximage/platform/raster/Image.h"\nclass PEX_EXPORT Photo;\n',
 }
 
 # name, files laid over the good tree, what the check has to say
@@ -49,13 +50,13 @@ BAD = [
     ("all of JSON", {"peximage/image/J.h": "#include <nlohmann/json.hpp>\n"}, "other libraries"),
     (
         "a public header that needs another library",
-        {"peximage/image/Leak.h": '#include "peximage/platform/codecs/JpegError.h"\n'},
-        "includes one that is not",
+        {"peximage/image/Leak.h": '#include "peximage/platform/codecs/JpegError.h"\nPEX_EXPORT int leak();\n'},
+        "JpegError.h: jpeglib.h: a public header includes another library",
     ),
     (
         "a public header that needs a kernel",
-        {"peximage/platform/raster/Leak.h": '#include "peximage/platform/raster/kernels/Row.h"\n'},
-        "includes one that is not",
+        {"peximage/peximage.h": '#include "peximage/platform/codecs/JpegScan.h"\n'},
+        "JpegScan.h: peximage/platform/raster/kernels/Row.h: a public header includes a kernel",
     ),
     (
         "a circle of three",

@@ -30,7 +30,8 @@ CIImage CIImage::resized(const Resized& target) const {
     const CGSize to = target.to;
     const CIImage stretched = scaled(to.width / whole.size.width, to.height / whole.size.height);
     const CGRect got = stretched.extent();
-    return stretched.cropped({(got.size.width - to.width) * 0.5, (got.size.height - to.height) * 0.5, to.width, to.height});
+    return stretched.cropped(
+        {(got.size.width - to.width) * 0.5, (got.size.height - to.height) * 0.5, to.width, to.height});
 }
 
 std::optional<CGImage> CIImage::getCGImage() const { return CIContext().createCGImage(*this, extent()); }

@@ -31,8 +31,8 @@ class PEX_EXPORT CIImage {
         /// Makes no difference: the result is stretched either way.
         bool scaleToFill = false;
     };
-    /// Stretched to a size in pixels: each axis scaled on its own, then cut to that size about the centre, which
-    /// takes away nothing but rounding. Empty for a size that is not positive.
+    /// Stretched to a size in pixels: each axis scaled on its own, then cut to that size about the centre,
+    /// which takes away nothing but rounding. Empty for a size that is not positive.
     CIImage resized(const Resized& target) const;
 
     /// The whole extent rendered; absent when `CIContext` cannot.

@@ -29,6 +29,11 @@
 #define HWY_DISABLED_TARGETS (HWY_SSSE3 | HWY_AVX3_DL | HWY_SVE | HWY_SVE2 | HWY_SVE_256 | HWY_SVE2_128)
 #endif
 
+// Its assertions in builds with sanitizers call into that shared object, too.
+#ifndef HWY_IS_DEBUG_BUILD
+#define HWY_IS_DEBUG_BUILD 0
+#endif
+
 #include "peximage/platform/raster/kernels/InstructionSet.h"
 
 #include <hwy/foreach_target.h> // has to come before highway.h

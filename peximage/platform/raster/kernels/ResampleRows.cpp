@@ -1,13 +1,13 @@
 #include "peximage/platform/raster/kernels/ResampleRows.h"
 
-#include <hwy/cache_control.h>
-
 #include <algorithm>
 #include <cstring>
 
 #undef HWY_TARGET_INCLUDE
 #define HWY_TARGET_INCLUDE "peximage/platform/raster/kernels/ResampleRows.cpp"
 #include "peximage/platform/raster/kernels/Dispatch.h"
+
+#include <hwy/cache_control.h>
 
 #ifndef PEX_RESAMPLE_ROWS
 #define PEX_RESAMPLE_ROWS
@@ -327,15 +327,15 @@ void weighRowsOf(const WeighRows& job) {
     const bool begins = job.part == Sums::wholeWindow || job.part == Sums::begin;
     const bool ends = job.part == Sums::wholeWindow || job.part == Sums::finish;
     const auto half = hn::Set(D32(), 1 << (bits - 1));
-    std::int32_t* kept = job.sums;
+    std::size_t kept = 0;
     std::int16_t* samples = job.samples + 2 * job.quarter * rowsOfGroup;
     for (std::size_t at = 0; at < job.bytes; at += blockBytes, kept += 4 * words * rowsOfGroup) {
         GroupSums sums;
         sums.begin(half);
-        if (!begins) sums.loadFrom(kept);
+        if (!begins) sums.loadFrom(job.sums + kept);
         addPairs(sums, job, at);
         if (!ends)
-            sums.storeTo(kept);
+            sums.storeTo(job.sums + kept);
         else if (job.grey)
             storeGrey(sums, bits, samples + at / 2 * HWY_LANES(std::int16_t));
         else

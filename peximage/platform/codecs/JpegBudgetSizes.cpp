@@ -10,6 +10,10 @@
 namespace pex {
 namespace {
 
+/// Up to this many pixels every size is exact: nothing is dear there, and the files of tiny pictures do not
+/// always grow with the quality.
+constexpr double smallPicture = 1 << 17;
+
 /// How coarse a quality is: the sum of its divisors. Equal for two qualities only when their files are.
 double coarseness(double quality) {
     const jpeg::QuantTables tables = jpeg::quantTables(quality);
@@ -24,6 +28,7 @@ JpegBudgetSizes::JpegBudgetSizes(std::shared_ptr<JpegEncoder> encoder, double bu
     : encoder_(std::move(encoder)), budget_(budget), target_(target), tolerance_(tolerance) {}
 
 double JpegBudgetSizes::sizeForSearch(double quality) {
+    if (encoder_->pixelCount() <= smallPicture) return exact(quality);
     if (neighbours_.lower < 0) findNeighbours();
     const auto [lower, upper] = neighbours_;
     if (encoder_->knowsByteCount(quality) || (quality > lower && quality < upper)) return exact(quality);

@@ -12,7 +12,8 @@ namespace pex {
 /// A bisection needs exact sizes only of the two neighbouring qualities that the target lies between. At the
 /// first question these are found from estimates and then encoded; about all other qualities it is enough to
 /// say on which side of them they lie. For every picture whose files grow with the quality the bisection thus
-/// takes the same course as with exact sizes, at the price of little more than two encodings.
+/// takes the same course as with exact sizes, at the price of little more than two encodings. Small
+/// pictures are encoded at every quality asked for.
 ///
 /// An object serves one thread at a time.
 class JpegBudgetSizes {

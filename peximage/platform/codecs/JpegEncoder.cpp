@@ -1,12 +1,15 @@
 #include "peximage/platform/codecs/JpegEncoder.h"
 
 #include "peximage/platform/codecs/JpegHeader.h"
+#include "peximage/platform/codecs/JpegStuffer.h"
 
 #include <tbb/blocked_range.h>
+#include <tbb/enumerable_thread_specific.h>
 #include <tbb/parallel_for.h>
 #include <tbb/parallel_reduce.h>
 
 #include <algorithm>
+#include <cmath>
 #include <functional>
 #include <utility>
 
@@ -15,6 +18,7 @@ namespace {
 
 constexpr double fullChromaFrom = 0.9;
 constexpr std::size_t keptEncodings = 2;
+constexpr std::uint8_t endOfImage = 0xD9;
 
 /// Sums over [0, count) what `bits` tells of an index, on all cores.
 template <class Bits>
@@ -30,19 +34,19 @@ double sumOfBits(int count, const Bits& bits) {
     return static_cast<double>(sum);
 }
 
-/// Spreads at least `wanted` short runs of units evenly over a scan, if it has as many: in every row each
-/// `step`-th, shifted from row to row so that no part of the picture's width is left out.
+/// Spreads `wanted` short runs of units evenly over a scan, or all if there are no more: one in each stretch
+/// of equally many, at a place that the golden ratio varies, so that no pattern in the picture falls in step.
 std::vector<jpeg::UnitRange> sampleOf(const jpeg::Scan& scan, int wanted) {
     constexpr int unitsPerRun = 16;
+    constexpr double goldenRatio = 0.6180339887498949;
     const int runsWide = (scan.unitsWide + unitsPerRun - 1) / unitsPerRun;
-    const int step = std::max(runsWide * scan.unitsHigh / wanted, 1);
-    const int shift = (3 * step + 7) / 8;
+    const int all = runsWide * scan.unitsHigh, count = std::min(wanted, all);
     std::vector<jpeg::UnitRange> runs;
-    for (int row = 0; row < scan.unitsHigh; ++row) {
-        for (int run = row * shift % step; run < runsWide; run += step) {
-            const int first = run * unitsPerRun;
-            runs.push_back({row, first, std::min(first + unitsPerRun, scan.unitsWide)});
-        }
+    for (int i = 0; i < count; ++i) {
+        const double place = i * goldenRatio - std::floor(i * goldenRatio);
+        const int run = static_cast<int>((i + place) * all / count);
+        const int first = run % runsWide * unitsPerRun;
+        runs.push_back({run / runsWide, first, std::min(first + unitsPerRun, scan.unitsWide)});
     }
     return runs;
 }
@@ -50,6 +54,35 @@ std::vector<jpeg::UnitRange> sampleOf(const jpeg::Scan& scan, int wanted) {
 jpeg::ScanComponent component(const jpeg::CoefficientPlane& plane, int blocks, const jpeg::QuantTable& table,
                               jpeg::Channel channel) {
     return {&plane, blocks, blocks, kernels::Quantizer(table), &jpeg::huffmanCodes(channel)};
+}
+
+/// Counts bits from the top, some rows at a time, until they are `enough` or all.
+double countUntil(const jpeg::Scan& scan, double enough) {
+    constexpr int rowsAtOnce = 16;
+    double bits = 0;
+    for (int top = 0; top < scan.unitsHigh && bits < enough; top += rowsAtOnce) {
+        bits += sumOfBits(std::min(rowsAtOnce, scan.unitsHigh - top), [&](int y) {
+            return jpeg::countBits(scan, {top + y, 0, scan.unitsWide});
+        });
+    }
+    return bits;
+}
+
+/// Rows are coded on all cores into memory that each thread uses again, then joined.
+void appendScan(std::vector<std::uint8_t>& bytes, const jpeg::Scan& scan) {
+    tbb::enumerable_thread_specific<std::vector<std::uint8_t>> scratch(mostBytesPerRow(scan));
+    std::vector<jpeg::CodedBits> rows(static_cast<std::size_t>(scan.unitsHigh));
+    tbb::parallel_for(0, scan.unitsHigh, [&](int row) {
+        rows[static_cast<std::size_t>(row)] = jpeg::codeRow(scan, row, scratch.local().data());
+    });
+    std::size_t coded = 0;
+    for (const auto& row : rows)
+        coded += row.bytes.size();
+    bytes.reserve(bytes.size() + coded + coded / 64 + 64);
+    jpeg::Stuffer stuffer(bytes);
+    for (const auto& row : rows)
+        stuffer.append(row);
+    stuffer.finish();
 }
 
 } // namespace
@@ -77,13 +110,9 @@ const std::vector<std::uint8_t>& JpegEncoder::encoded(double quality) {
                                    [&](const Encoded& e) { return e.quality == quality; });
     if (kept != lastEncoded_.end()) return kept->bytes;
 
-    const jpeg::Scan whole = scan(quality);
-    std::vector<jpeg::CodedBits> rows(static_cast<std::size_t>(whole.unitsHigh));
-    tbb::parallel_for(0, whole.unitsHigh,
-                      [&](int row) { rows[static_cast<std::size_t>(row)] = jpeg::codeRow(whole, row); });
     std::vector<std::uint8_t> bytes = header(quality);
-    jpeg::appendStuffed(bytes, rows);
-    bytes.insert(bytes.end(), {0xFF, 0xD9});
+    appendScan(bytes, scan(quality));
+    bytes.insert(bytes.end(), {0xFF, endOfImage});
 
     byteCounts_[quality] = bytes.size();
     if (lastEncoded_.size() == keptEncodings) lastEncoded_.pop_front();
@@ -93,7 +122,8 @@ const std::vector<std::uint8_t>& JpegEncoder::encoded(double quality) {
 
 double JpegEncoder::estimatedByteCount(double quality, Estimate estimate) {
     const jpeg::Scan whole = scan(quality);
-    const auto runs = sampleOf(whole, estimate == Estimate::rough ? 48 : 192);
+    const int smallerUnits = hasFullChroma(quality) ? 2 : 1;
+    const auto runs = sampleOf(whole, smallerUnits * (estimate == Estimate::rough ? 48 : 384));
     double counted = 0;
     for (const auto& run : runs)
         counted += run.end - run.first;
@@ -105,45 +135,46 @@ double JpegEncoder::estimatedByteCount(double quality, Estimate estimate) {
 }
 
 bool JpegEncoder::surelyReaches(double quality, double bytes) {
-    constexpr int rowsAtOnce = 16;
-    const jpeg::Scan luma = lumaScan(quality);
-    double bits = 0;
-    for (int row = 0; row < luma.unitsHigh; row += rowsAtOnce) {
-        bits += sumOfBits(std::min(rowsAtOnce, luma.unitsHigh - row), [&](int i) {
-            return jpeg::countBits(luma, {row + i, 0, luma.unitsWide});
-        });
-        if (bits / 8 >= bytes) return true;
-    }
-    return false;
+    const double luma = countUntil(lumaScan(quality), 8 * bytes);
+    if (luma >= 8 * bytes || input_.grey) return luma >= 8 * bytes;
+    jpeg::Scan chroma = scan(quality);
+    chroma.components.erase(chroma.components.begin());
+    return luma + countUntil(chroma, 8 * bytes - luma) >= 8 * bytes;
 }
 
-bool JpegEncoder::wantsFullChroma(double quality) {
-    if (input_.grey || !(quality >= fullChromaFrom) || noFullChroma_) return false;
-    if (!fullChroma_.cb) fullChroma_ = jpeg::transformFullChroma(input_);
-    noFullChroma_ = !fullChroma_.cb;
-    return !noFullChroma_;
+bool JpegEncoder::wantsFullChroma(double quality) const {
+    return !input_.grey && quality >= fullChromaFrom && !noFullChroma_;
+}
+
+bool JpegEncoder::hasFullChroma(double quality) {
+    if (wantsFullChroma(quality) && !fullChroma_.cb) {
+        fullChroma_ = jpeg::transformFullChroma(input_);
+        noFullChroma_ = !fullChroma_.cb;
+    }
+    return wantsFullChroma(quality);
 }
 
 jpeg::Scan JpegEncoder::lumaScan(double quality) const {
-    const auto& plane = coefficients_.luma;
+    const int blocks = input_.grey || wantsFullChroma(quality) ? 1 : 2, side = 8 * blocks;
     const jpeg::QuantTables tables = jpeg::quantTables(quality);
-    return {{component(plane, 1, tables.luma, jpeg::Channel::luma)}, plane.blocksWide, plane.blocksHigh};
+    return {{component(coefficients_.luma, blocks, tables.luma, jpeg::Channel::luma)},
+            (input_.width + side - 1) / side,
+            (input_.height + side - 1) / side};
 }
 
 jpeg::Scan JpegEncoder::scan(double quality) {
-    if (input_.grey) return lumaScan(quality);
-    const bool full = wantsFullChroma(quality);
-    const jpeg::Coefficients& chroma = full ? fullChroma_ : coefficients_;
+    const bool full = hasFullChroma(quality);
+    jpeg::Scan scan = lumaScan(quality);
+    if (input_.grey) return scan;
     const jpeg::QuantTables tables = jpeg::quantTables(quality);
-    return {{component(coefficients_.luma, full ? 1 : 2, tables.luma, jpeg::Channel::luma),
-             component(chroma.cb, 1, tables.chroma, jpeg::Channel::chroma),
-             component(chroma.cr, 1, tables.chroma, jpeg::Channel::chroma)},
-            chroma.cb.blocksWide,
-            chroma.cb.blocksHigh};
+    const jpeg::Coefficients& chroma = full ? fullChroma_ : coefficients_;
+    for (const auto* plane : {&chroma.cb, &chroma.cr})
+        scan.components.push_back(component(*plane, 1, tables.chroma, jpeg::Channel::chroma));
+    return scan;
 }
 
 std::vector<std::uint8_t> JpegEncoder::header(double quality) {
-    const jpeg::FrameInfo frame{input_.width, input_.height, input_.grey, wantsFullChroma(quality)};
+    const jpeg::FrameInfo frame{input_.width, input_.height, input_.grey, hasFullChroma(quality)};
     return jpeg::header(frame, jpeg::quantTables(quality), input_.iccProfile);
 }
 

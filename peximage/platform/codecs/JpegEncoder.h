@@ -28,6 +28,8 @@ class JpegEncoder {
     /// Null for sizes outside 1 to 65,500, and when there is not enough memory.
     static std::shared_ptr<JpegEncoder> make(JpegInput input);
 
+    double pixelCount() const { return static_cast<double>(input_.width) * input_.height; }
+
     /// The picture at a quality from 0 to 1 (100 x quality is taken as it is, not rounded; at least 1).
     std::vector<std::uint8_t> encode(double quality);
 
@@ -56,8 +58,9 @@ class JpegEncoder {
 
     JpegEncoder(JpegInput input, jpeg::Coefficients coefficients);
 
-    /// Whether a quality has chroma of full size, which is made when first needed.
-    bool wantsFullChroma(double quality);
+    /// Full chroma is made when first needed; if there is no memory for it, no quality has it.
+    bool wantsFullChroma(double quality) const;
+    bool hasFullChroma(double quality);
     jpeg::Scan lumaScan(double quality) const;
     jpeg::Scan scan(double quality);
     std::vector<std::uint8_t> header(double quality);

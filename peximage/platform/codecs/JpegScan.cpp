@@ -1,28 +1,17 @@
 #include "peximage/platform/codecs/JpegScan.h"
 
+#include "peximage/platform/codecs/BigEndian.h"
+
 #include <algorithm>
 #include <array>
 #include <bit>
 #include <cstring>
-#include <memory>
 
 namespace pex::jpeg {
 namespace {
 
 /// A code of 16 bits and a value of 10 for each coefficient, rounded up.
 constexpr std::size_t mostBytesPerBlock = 256;
-
-void storeBigEndian(std::uint8_t* at, std::uint64_t value) {
-    if constexpr (std::endian::native == std::endian::little) value = __builtin_bswap64(value);
-    std::memcpy(at, &value, sizeof value);
-}
-
-std::uint64_t loadBigEndian(const std::uint8_t* at) {
-    std::uint64_t value;
-    std::memcpy(&value, at, sizeof value);
-    if constexpr (std::endian::native == std::endian::little) value = __builtin_bswap64(value);
-    return value;
-}
 
 class BitCounter {
   public:
@@ -159,61 +148,6 @@ void codeUnits(Sink& sink, const Scan& scan, const UnitRange& range) {
     }
 }
 
-/// Puts bits of any number behind each other into bytes.
-class Stuffer {
-  public:
-    explicit Stuffer(std::uint8_t* to) : at_(to) {}
-
-    void append(const CodedBits& piece) {
-        const std::uint8_t* from = piece.bytes.data();
-        std::uint64_t left = piece.bits;
-        for (; left >= 64; left -= 64, from += 8) {
-            const std::uint64_t next = loadBigEndian(from);
-            putEight(count_ == 0 ? next : pending_ << (64 - count_) | next >> count_);
-            pending_ = next;
-        }
-        for (; left >= 8; left -= 8)
-            putBits(*from++, 8);
-        if (left > 0) putBits(*from >> (8 - left), static_cast<int>(left));
-    }
-
-    /// The end of what was written.
-    std::uint8_t* finish() {
-        if (count_ > 0) putBits(0x7F, 8 - count_);
-        return at_;
-    }
-
-  private:
-    void putByte(std::uint8_t byte) {
-        *at_++ = byte;
-        if (byte == 0xFF) *at_++ = 0;
-    }
-
-    void putEight(std::uint64_t eight) {
-        constexpr std::uint64_t ones = 0x0101010101010101, tops = 0x8080808080808080;
-        if (((~eight - ones) & eight & tops) == 0) { // no byte of 0xFF
-            storeBigEndian(at_, eight);
-            at_ += 8;
-            return;
-        }
-        for (int shift = 56; shift >= 0; shift -= 8)
-            putByte(static_cast<std::uint8_t>(eight >> shift));
-    }
-
-    /// Of `pending_` only the lowest `count_` bits, fewer than 8, are still to be written.
-    void putBits(std::uint32_t bits, int length) {
-        pending_ = pending_ << length | (bits & ((1u << length) - 1));
-        count_ += length;
-        if (count_ < 8) return;
-        count_ -= 8;
-        putByte(static_cast<std::uint8_t>(pending_ >> count_));
-    }
-
-    std::uint8_t* at_;
-    std::uint64_t pending_ = 0;
-    int count_ = 0;
-};
-
 } // namespace
 
 std::uint64_t countBits(const Scan& scan, const UnitRange& range) {
@@ -222,27 +156,18 @@ std::uint64_t countBits(const Scan& scan, const UnitRange& range) {
     return counter.bits();
 }
 
-CodedBits codeRow(const Scan& scan, int row) {
-    std::size_t blocks = 0;
+std::size_t mostBytesPerRow(const Scan& scan) {
+    int blocks = 0;
     for (const auto& c : scan.components)
-        blocks += static_cast<std::size_t>(scan.unitsWide) * static_cast<std::size_t>(c.across * c.down);
-    const auto scratch = std::make_unique_for_overwrite<std::uint8_t[]>(blocks * mostBytesPerBlock + 8);
-    BitWriter writer(scratch.get());
-    codeUnits(writer, scan, {row, 0, scan.unitsWide});
-    return writer.finish();
+        blocks += c.across * c.down;
+    return static_cast<std::size_t>(blocks) * static_cast<std::size_t>(scan.unitsWide) * mostBytesPerBlock +
+           8;
 }
 
-void appendStuffed(std::vector<std::uint8_t>& out, const std::vector<CodedBits>& pieces) {
-    std::size_t most = 16; // what may be filled up, and the reach of a whole store
-    for (const auto& piece : pieces)
-        most += 2 * piece.bytes.size();
-    const auto room = std::make_unique_for_overwrite<std::uint8_t[]>(most);
-    Stuffer stuffer(room.get());
-    for (const auto& piece : pieces)
-        stuffer.append(piece);
-    std::uint8_t* end = stuffer.finish();
-    out.reserve(out.size() + static_cast<std::size_t>(end - room.get()) + 2); // the caller's end marker fits
-    out.insert(out.end(), room.get(), end);
+CodedBits codeRow(const Scan& scan, int row, std::uint8_t* scratch) {
+    BitWriter writer(scratch);
+    codeUnits(writer, scan, {row, 0, scan.unitsWide});
+    return writer.finish();
 }
 
 } // namespace pex::jpeg

@@ -37,9 +37,10 @@ struct UnitRange {
 
 std::uint64_t countBits(const Scan& scan, const UnitRange& range);
 
-CodedBits codeRow(const Scan& scan, int row);
+/// The most bytes that coding a row of units can take.
+std::size_t mostBytesPerRow(const Scan& scan);
 
-/// Appends the pieces one after another, a zero byte after each 0xFF, filled up with ones at the end.
-void appendStuffed(std::vector<std::uint8_t>& out, const std::vector<CodedBits>& pieces);
+/// Codes a row of units; `scratch` holds `mostBytesPerRow`.
+CodedBits codeRow(const Scan& scan, int row, std::uint8_t* scratch);
 
 } // namespace pex::jpeg

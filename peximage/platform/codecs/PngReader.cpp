@@ -1,0 +1,151 @@
+#include "peximage/platform/codecs/PngReader.h"
+
+#include "peximage/platform/codecs/ExifOrientation.h"
+#include "peximage/platform/codecs/PngColorSpace.h"
+#include "peximage/platform/codecs/PngDecoder.h"
+
+#include <algorithm>
+#include <cmath>
+
+namespace pex {
+namespace {
+
+/// Deflate cannot pack tighter than 1032 to one.
+constexpr std::size_t maxRawBytesPerByte = 1100;
+
+/// Chunks up to this size are let in whatever the limit says of profiles: a palette is one, too.
+constexpr std::size_t leastChunkLimit = std::size_t{1} << 20;
+
+constexpr double metresPerInch = 0.0254;
+
+/// What every reader of one file shares.
+struct PngFile {
+    Data bytes;
+    PixelSize size;
+    PixelLayout layout = PixelLayout::skipLast;
+    bool interlaced = false;
+    std::size_t maxChunkBytes = 0;
+    CGColorSpace colorSpace = CGColorSpace::sRGB();
+};
+
+bool begin(PngDecoder& decoder, const PngFile& file) {
+    return decoder.readHeader(file.maxChunkBytes) && decoder.start(file.layout);
+}
+
+class PngRows final : public RowReader {
+  public:
+    /// Null when the decoder refuses the file after all.
+    static std::unique_ptr<PngRows> make(const PngFile& file) {
+        std::unique_ptr<PngRows> rows(new PngRows(file.bytes));
+        return begin(rows->decoder_, file) ? std::move(rows) : nullptr;
+    }
+
+    bool read(MutablePixelView rows) override {
+        const int done = decoder_.readRows(rows);
+        fillMissing(rows.part(0, done, rows.width, rows.height - done));
+        return !decoder_.isDamaged();
+    }
+
+  private:
+    explicit PngRows(const Data& bytes) : decoder_(CGDataProvider(bytes)) {}
+
+    PngDecoder decoder_;
+};
+
+class PngSource final : public PixelSource {
+  public:
+    explicit PngSource(PngFile file) : file_(std::move(file)) {}
+
+    PixelSize size() const override { return file_.size; }
+    PixelLayout layout() const override { return file_.layout; }
+    CGColorSpace colorSpace() const override { return file_.colorSpace; }
+    std::unique_ptr<RowReader> rows(PixelSize) const override {
+        return file_.interlaced ? nullptr : PngRows::make(file_);
+    }
+    bool decode(MutablePixelView pixels) const override {
+        if (!file_.interlaced) return PixelSource::decode(pixels);
+        fillMissing(pixels);
+        PngDecoder decoder{CGDataProvider(file_.bytes)};
+        return begin(decoder, file_) && decoder.readInterlaced(pixels) && !decoder.isDamaged();
+    }
+
+  private:
+    PngFile file_;
+};
+
+/// A whole number of dpi is stored as the nearest number a metre, and is whole again when it is read.
+double dotsPerInch(png_uint_32 dotsPerMetre) {
+    const double exact = dotsPerMetre * metresPerInch, whole = std::round(exact);
+    return std::round(whole / metresPerInch) == dotsPerMetre ? whole : exact;
+}
+
+void readDensity(const PngDecoder& decoder, ImageProperties& properties) {
+    png_uint_32 x = 0, y = 0;
+    int unit = PNG_RESOLUTION_UNKNOWN;
+    if (!png_get_pHYs(decoder.png(), decoder.info(), &x, &y, &unit)) return;
+    if (unit != PNG_RESOLUTION_METER || x == 0 || y == 0) return;
+    properties.dpiWidth = dotsPerInch(x);
+    properties.dpiHeight = dotsPerInch(y);
+}
+
+Orientation readOrientation(const PngDecoder& decoder, std::size_t maxBytes) {
+    png_uint_32 size = 0;
+    png_bytep exif = nullptr;
+    if (!png_get_eXIf_1(decoder.png(), decoder.info(), &size, &exif) || size > maxBytes)
+        return Orientation::up;
+    return exifOrientation({exif, size}).value_or(Orientation::up);
+}
+
+ImageProperties readProperties(const PngDecoder& decoder, std::size_t maxMetadataBytes) {
+    const png_const_structp png = decoder.png();
+    const int colourType = png_get_color_type(png, decoder.info());
+    ImageProperties properties;
+    properties.format = ImageFormat::png;
+    properties.pixelWidth = static_cast<int>(png_get_image_width(png, decoder.info()));
+    properties.pixelHeight = static_cast<int>(png_get_image_height(png, decoder.info()));
+    properties.hasAlpha =
+        (colourType & PNG_COLOR_MASK_ALPHA) != 0 || png_get_valid(png, decoder.info(), PNG_INFO_tRNS) != 0;
+    // The colours of a palette have 8 bits, however few the indices have.
+    properties.depth = colourType == PNG_COLOR_TYPE_PALETTE ? 8 : png_get_bit_depth(png, decoder.info());
+    const bool colour = (colourType & PNG_COLOR_MASK_COLOR) != 0;
+    properties.colorModel = colour ? CGColorSpace::Model::rgb : CGColorSpace::Model::gray;
+    properties.orientation = readOrientation(decoder, maxMetadataBytes);
+    readDensity(decoder, properties);
+    return properties;
+}
+
+PixelLayout layoutFor(const ImageProperties& properties) {
+    if (properties.hasAlpha) return PixelLayout::straightLast;
+    return properties.colorModel == CGColorSpace::Model::gray ? PixelLayout::grey : PixelLayout::skipLast;
+}
+
+/// False when so many pixels cannot be packed into the bytes that are left.
+bool canHoldPixels(const PngDecoder& decoder, std::size_t fileSize) {
+    const std::size_t raw = png_get_rowbytes(decoder.png(), decoder.info()) *
+                            std::size_t{png_get_image_height(decoder.png(), decoder.info())};
+    return raw / maxRawBytesPerByte <= fileSize - std::min(fileSize, decoder.position());
+}
+
+} // namespace
+
+std::optional<OpenedImage> openPng(const CGDataProvider& bytes, const ImageLimits& limits) {
+    const std::size_t maxChunkBytes = std::max(limits.maxMetadataBytes, leastChunkLimit);
+    PngDecoder decoder(bytes);
+    if (!decoder.readHeader(maxChunkBytes)) return std::nullopt;
+    OpenedImage opened{readProperties(decoder, limits.maxMetadataBytes), nullptr};
+    const PixelSize size{opened.properties.pixelWidth, opened.properties.pixelHeight};
+    if (!limits.allows(size.width, size.height) || !canHoldPixels(decoder, bytes.size())) return std::nullopt;
+
+    const auto profile = embeddedPngProfile(decoder, limits.maxMetadataBytes);
+    if (profile) opened.properties.profileName = profile->name();
+    if (bytes.data().empty()) return opened;
+
+    PngFile file{bytes.data(), size, layoutFor(opened.properties)};
+    file.interlaced = png_get_interlace_type(decoder.png(), decoder.info()) != PNG_INTERLACE_NONE;
+    file.maxChunkBytes = maxChunkBytes;
+    file.colorSpace = pngColorSpace(decoder, file.layout, profile);
+    opened.source = std::make_shared<PngSource>(std::move(file));
+    return opened;
+}
+
+} // namespace pex

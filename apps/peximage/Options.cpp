@@ -2,6 +2,20 @@
 
 #include "Text.h"
 
+#include <charconv>
+
+namespace {
+
+/// Unlike the ready-made range check it also refuses what is not a number.
+std::string fromZeroToOne(const std::string& text) {
+    double number = -1;
+    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
+    const bool good = error == std::errc() && end == text.data() + text.size() && number >= 0 && number <= 1;
+    return good ? std::string() : "'" + text + "' is not between 0 and 1";
+}
+
+} // namespace
+
 void addCommonOptions(CLI::App& command, Settings& settings) {
     command.add_option("input", settings.inputs, "Image files")->required()->type_name("FILE…");
     const auto json = command.add_flag("--json", settings.json, "Print one JSON value instead of lines");
@@ -36,7 +50,7 @@ void addWritingOptions(CLI::App& command, WritingOptions& options, QualityOption
         addByteSize(command, "--max-bytes", options.maxBytes, "The most that a JPEG may take: 300KB, 1.5MB");
     if (quality == QualityOption::no) return;
     command.add_option("--quality", options.quality, "Quality of a JPEG, 0 to 1 (default 0.9)")
-        ->check(CLI::Range(0.0, 1.0))
+        ->check(fromZeroToOne)
         ->excludes(bytes)
         ->type_name("Q");
 }

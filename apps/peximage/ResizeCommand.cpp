@@ -24,6 +24,9 @@ void addSide(CLI::App& command, Request& request, const std::string& name, const
     command.add_option_function<std::string>(name, parse, help)->type_name("N");
 }
 
+/// Keeping the proportions gives the image itself where it cannot be scaled; here that is a failure.
+Image ifResized(const Image& resized, const Image& image) { return resized == image ? nullptr : resized; }
+
 void addSize(CLI::App& command, Request& request) {
     const auto parse = [&request](const std::string& text) {
         const auto size = parsePixelSize(text);
@@ -44,10 +47,12 @@ void addResize(CLI::App& program, int& status) {
     CLI::App* target = command->add_option_group("New size", "One of these");
     target->require_option(1);
     addSize(*target, *request);
-    addSide(*target, *request, "--width", "This width, keeping the proportions",
-            [](int n) { return [n](const Image& image) { return image->resize({.toWidth = n}); }; });
-    addSide(*target, *request, "--height", "This height, keeping the proportions",
-            [](int n) { return [n](const Image& image) { return image->resize({.toHeight = n}); }; });
+    addSide(*target, *request, "--width", "This width, keeping the proportions", [](int n) {
+        return [n](const Image& image) { return ifResized(image->resize({.toWidth = n}), image); };
+    });
+    addSide(*target, *request, "--height", "This height, keeping the proportions", [](int n) {
+        return [n](const Image& image) { return ifResized(image->resize({.toHeight = n}), image); };
+    });
     addSide(*target, *request, "--max-side", "Longer side at most this",
             [](int n) { return [n](const Image& image) { return image->resize({.withMaxSide = n}); }; });
     addSide(*target, *request, "--min-side", "Shorter side at most this", [](int n) {

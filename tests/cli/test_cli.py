@@ -1,0 +1,223 @@
+"""End-to-end tests of the command-line tool, run as a person or a script runs it.
+
+PEXIMAGE and SAMPLE_SCENE in the environment name the built programs.
+"""
+
+import json
+import os
+import pathlib
+import signal
+import struct
+import subprocess
+import tempfile
+import unittest
+
+TOOL = os.environ["PEXIMAGE"]
+SAMPLE_SCENE = os.environ["SAMPLE_SCENE"]
+
+
+def run(*arguments, cwd=None):
+    done = subprocess.run([TOOL, *map(str, arguments)], capture_output=True, cwd=cwd, timeout=120)
+    return done.returncode, done.stdout.decode(), done.stderr.decode()
+
+
+def jpeg_size(path):
+    """Width and height from the frame header, read without any image library."""
+    data = pathlib.Path(path).read_bytes()
+    assert data[:2] == b"\xff\xd8" and data[-2:] == b"\xff\xd9", path
+    at = 2
+    while True:
+        marker, length = data[at + 1], struct.unpack(">H", data[at + 2 : at + 4])[0]
+        if marker in (0xC0, 0xC1, 0xC2):
+            height, width = struct.unpack(">HH", data[at + 5 : at + 9])
+            return width, height
+        at += 2 + length
+
+
+def png_size(path):
+    data = pathlib.Path(path).read_bytes()
+    assert data[:8] == b"\x89PNG\r\n\x1a\n", path
+    return struct.unpack(">II", data[16:24])
+
+
+class CommandLine(unittest.TestCase):
+    @classmethod
+    def setUpClass(cls):
+        cls.shared = tempfile.TemporaryDirectory()
+        cls.photo = pathlib.Path(cls.shared.name) / "photo.jpg"
+        subprocess.run([SAMPLE_SCENE, cls.photo, "640", "480"], check=True, capture_output=True)
+
+    @classmethod
+    def tearDownClass(cls):
+        cls.shared.cleanup()
+
+    def setUp(self):
+        temporary = tempfile.TemporaryDirectory()
+        self.addCleanup(temporary.cleanup)
+        self.dir = pathlib.Path(temporary.name)
+
+    def assertOnly(self, *names):
+        """The folder holds these and nothing else, in particular no temporary file."""
+        self.assertEqual(sorted(os.listdir(self.dir)), sorted(names))
+
+    def test_shrink_keeps_the_budget_and_says_so(self):
+        out = self.dir / "small.jpg"
+        for budget, limit in (("20KB", 20000), ("20KiB", 20480), ("15000", 15000), ("0.03MB", 30000)):
+            code, text, errors = run("shrink", self.photo, "-o", out, "--max-side", 400, "--max-bytes", budget)
+            self.assertEqual((code, errors), (0, ""))
+            self.assertLessEqual(out.stat().st_size, limit)
+            self.assertGreater(out.stat().st_size, limit * 0.8)
+            self.assertEqual(jpeg_size(out), (400, 300))
+            self.assertIn("400×300", text)
+            self.assertEqual(text.count("\n"), 1)
+        self.assertOnly("small.jpg")
+
+    def test_shrink_reports_as_json(self):
+        out = self.dir / "small.jpg"
+        code, text, _ = run("shrink", self.photo, "-o", out, "--max-bytes", "20KB", "--dpi", 300, "--json")
+        self.assertEqual(code, 0)
+        report = json.loads(text)
+        self.assertEqual(list(report), ["file", "output", "width", "height", "bytes", "quality"])
+        self.assertEqual((report["width"], report["height"]), jpeg_size(out))
+        self.assertEqual(report["bytes"], out.stat().st_size)
+        self.assertEqual(out.read_bytes()[13:18], bytes([1, 1, 0x2C, 1, 0x2C]))
+
+    def test_an_impossible_budget_fails_and_keeps_the_old_file(self):
+        out = self.dir / "small.jpg"
+        out.write_bytes(b"old")
+        for budget in ("0", "1", "300"):
+            code, text, errors = run("shrink", self.photo, "-o", out, "--max-bytes", budget)
+            self.assertEqual((code, text), (1, ""))
+            self.assertIn(f"{self.photo}: cannot be made as small as {budget} bytes", errors)
+            self.assertEqual(errors.count("\n"), 1)
+        self.assertEqual(out.read_bytes(), b"old")
+        self.assertOnly("small.jpg")
+
+    def test_convert_there_and_back(self):
+        png, jpeg = self.dir / "a.png", self.dir / "b.jpeg"
+        self.assertEqual(run("convert", self.photo, "-o", png, "--dpi", 144)[0], 0)
+        self.assertEqual(png_size(png), (640, 480))
+        self.assertEqual(run("convert", png, "-o", jpeg, "--quality", 0.5)[0], 0)
+        self.assertEqual(jpeg_size(jpeg), (640, 480))
+        _, text, _ = run("info", png, jpeg, "--json")
+        first, second = json.loads(text)
+        self.assertEqual((first["format"], second["format"]), ("PNG", "JPEG"))
+        self.assertEqual((first["ratio"], first["dpi"], first["alpha"]), ("4:3", 144, False))
+
+    def test_info_reads_the_header_only(self):
+        _, text, errors = run("info", self.photo, "-v")
+        self.assertIn("JPEG  640×480  4:3", text)
+        read = int("".join(c for c in errors.split(": read ")[1] if c.isdigit()))
+        self.assertLess(read, 10000)
+
+    def test_resize_family(self):
+        cases = {
+            ("--size", "100x50"): (100, 50),
+            ("--width", "320"): (320, 240),
+            ("--height", "120"): (160, 120),
+            ("--max-side", "300"): (300, 225),
+            ("--min-side", "240"): (320, 240),
+            ("--max-side", "5000"): (640, 480),
+        }
+        for options, size in cases.items():
+            out = self.dir / "r.png"
+            self.assertEqual(run("resize", self.photo, "-o", out, *options)[0], 0, options)
+            self.assertEqual(png_size(out), size)
+        code, _, errors = run("resize", self.photo, "-o", self.dir / "x.png", "--width", 1000000000)
+        self.assertEqual(code, 1)
+        self.assertIn("cannot be made that large", errors)
+        self.assertOnly("r.png")
+
+    def test_many_inputs_go_to_a_folder_in_order(self):
+        inputs = []
+        for i in range(7):
+            inputs.append(self.dir / f"in-{i}.jpg")
+            inputs[-1].write_bytes(self.photo.read_bytes())
+        inputs.insert(3, self.dir / "missing.jpg")
+        inputs.insert(5, self.dir / "broken.jpg")
+        inputs[5].write_bytes(b"\xff\xd8\xff\xe0 this is no picture")
+        for jobs in (1, 3):
+            out = self.dir / f"out{jobs}"
+            code, text, errors = run("resize", *inputs, "-o", out, "--max-side", 64, "-j", jobs, "--format", "png")
+            self.assertEqual(code, 1)
+            self.assertEqual(sorted(os.listdir(out)), [f"in-{i}.png" for i in range(7)])
+            self.assertEqual([line.split(" → ")[0] for line in text.splitlines()],
+                             [str(path) for path in inputs if path.name.startswith("in-")])
+            self.assertEqual(errors, f"peximage: {inputs[3]}: no such file\npeximage: {inputs[5]}: not an image\n")
+
+    def test_what_is_no_picture_is_told_apart(self):
+        empty = self.dir / "empty.jpg"
+        empty.touch()
+        cases = {self.dir: "is a folder", empty: "is empty", "/dev/null": "is no regular file",
+                 self.dir / "nothing.png": "no such file", __file__: "not an image"}
+        for path, reason in cases.items():
+            for command in (("info",), ("convert", "-o", self.dir / "out.png")):
+                code, text, errors = run(command[0], path, *command[1:])
+                self.assertEqual((code, text, errors), (1, "", f"peximage: {path}: {reason}\n"))
+
+    def test_wrong_usage_exits_with_2_and_a_hint(self):
+        photo, out = self.photo, self.dir / "o.jpg"
+        calls = [(), ("nonsense",), ("shrink", photo), ("shrink", photo, "-o", out),
+                 ("shrink", photo, "-o", out, "--max-bytes", "lots"), ("shrink", photo, "-o", out, "--max-bytes", "-5"),
+                 ("shrink", photo, "-o", self.dir / "o.png", "--max-bytes", "5KB"),
+                 ("shrink", photo, "-o", self.dir / "o.xyz", "--max-bytes", "5KB"),
+                 ("convert", photo, "-o", out, "--quality", "1.5"), ("convert", photo, "-o", out, "--quality", "nan"),
+                 ("convert", photo, "-o", out, "--quality", "0.5", "--max-bytes", "5KB"),
+                 ("convert", photo, "-o", out, "--dpi", "0"), ("convert", photo, "-o", out, "--dpi", "-1"),
+                 ("convert", photo, "-o", out, "--dpi", "70000"), ("convert", photo, photo, "-o", self.dir / "d"),
+                 ("resize", photo, "-o", out), ("resize", photo, "-o", out, "--width", "0"),
+                 ("resize", photo, "-o", out, "--width", "nan"), ("resize", photo, "-o", out, "--max-side", "inf"),
+                 ("resize", photo, "-o", out, "--size", "10x"), ("resize", photo, "-o", out, "--width", "5", "--height", "5")]
+        for call in calls:
+            code, text, errors = run(*call)
+            self.assertEqual((code, text), (2, ""), call)
+            self.assertTrue(errors.startswith("peximage: ") and "--help" in errors, errors)
+        self.assertOnly()
+
+    def test_places_that_cannot_be_written(self):
+        (self.dir / "file").write_bytes(b"x")
+        code, _, errors = run("convert", self.photo, "-o", self.dir / "file" / "a.jpg")
+        self.assertEqual(code, 1)
+        self.assertIn("cannot write", errors)
+        target = self.dir / "real.jpg"
+        target.write_bytes(b"old")
+        (self.dir / "link.jpg").symlink_to(target)
+        self.assertEqual(run("convert", self.photo, "-o", self.dir / "link.jpg")[0], 0)
+        self.assertTrue((self.dir / "link.jpg").is_symlink())
+        self.assertEqual(jpeg_size(target), (640, 480))
+        self.assertOnly("file", "real.jpg", "link.jpg")
+
+    def test_a_full_disk_leaves_nothing_behind(self):
+        limited = f"ulimit -f 4; exec '{TOOL}' convert '{self.photo}' -o '{self.dir}/big.png'"
+        done = subprocess.run(["bash", "-c", limited], capture_output=True, timeout=60,
+                              preexec_fn=lambda: signal.signal(signal.SIGXFSZ, signal.SIG_IGN))
+        self.assertEqual(done.returncode, 1)
+        self.assertIn(b"cannot write", done.stderr)
+        self.assertOnly()
+
+    def test_an_interrupt_leaves_whole_files_only(self):
+        inputs = [self.dir / f"in-{i:03}.jpg" for i in range(200)]
+        for path in inputs:
+            path.write_bytes(self.photo.read_bytes())
+        out = self.dir / "out"
+        process = subprocess.Popen([TOOL, "convert", *inputs, "-o", out, "--format", "png", "-j", "1"],
+                                   stdout=subprocess.PIPE, stderr=subprocess.PIPE)
+        process.stdout.readline()  # the first one is done
+        process.send_signal(signal.SIGINT)
+        _, errors = process.communicate(timeout=60)
+        self.assertEqual(process.returncode, 130)
+        self.assertIn(b"interrupted", errors)
+        written = os.listdir(out)
+        self.assertTrue(0 < len(written) < len(inputs))
+        for name in written:
+            self.assertEqual(png_size(out / name), (640, 480))
+
+    def test_help_and_version(self):
+        for call in (("--help",), ("--version",), *((command, "--help") for command in ("info", "shrink", "convert", "resize"))):
+            code, text, errors = run(*call)
+            self.assertEqual((code, errors), (0, ""), call)
+            self.assertTrue("Example: peximage" in text or len(call) == 1, text)
+
+
+if __name__ == "__main__":
+    unittest.main()

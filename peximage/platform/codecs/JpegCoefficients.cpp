@@ -176,35 +176,42 @@ void runOnAllCores(const JpegInput& input, const Coefficients& to, int rows) {
     });
 }
 
-} // namespace
-
-CoefficientPlane CoefficientPlane::make(int blocksWide, int blocksHigh) {
-    const std::size_t blocks = static_cast<std::size_t>(blocksWide) * static_cast<std::size_t>(blocksHigh);
-    return {blocksWide, blocksHigh, PixelBuffer::make(blocks * 64 * sizeof(std::int16_t))};
+/// Gives the planes one block of memory together: large blocks come in large pages. False when there is none.
+bool allocate(std::initializer_list<CoefficientPlane*> planes) {
+    std::size_t bytes = 0;
+    for (const CoefficientPlane* plane : planes)
+        bytes += plane->bytes();
+    const PixelBuffer whole = PixelBuffer::make(bytes);
+    std::size_t offset = 0;
+    for (CoefficientPlane* plane : planes) {
+        if (whole) plane->memory = whole.piece(offset, plane->bytes());
+        offset += plane->bytes();
+    }
+    return static_cast<bool>(whole);
 }
+
+} // namespace
 
 Coefficients transform(const JpegInput& input) {
     Coefficients planes;
     if (input.grey) {
-        planes.luma = CoefficientPlane::make(ceilDiv(input.width, 8), ceilDiv(input.height, 8));
-        if (planes.luma) runOnAllCores<GreyTransform>(input, planes, planes.luma.blocksHigh);
+        planes.luma = {ceilDiv(input.width, 8), ceilDiv(input.height, 8), {}};
+        if (allocate({&planes.luma})) runOnAllCores<GreyTransform>(input, planes, planes.luma.blocksHigh);
         return planes;
     }
     const int unitsWide = ceilDiv(input.width, 16), unitsHigh = ceilDiv(input.height, 16);
-    planes.luma = CoefficientPlane::make(2 * unitsWide, 2 * unitsHigh);
-    planes.cb = CoefficientPlane::make(unitsWide, unitsHigh);
-    planes.cr = CoefficientPlane::make(unitsWide, unitsHigh);
-    if (!planes.luma || !planes.cb || !planes.cr) return {};
-    runOnAllCores<HalfChromaTransform>(input, planes, unitsHigh);
+    planes.luma = {2 * unitsWide, 2 * unitsHigh, {}};
+    planes.cb = planes.cr = {unitsWide, unitsHigh, {}};
+    if (allocate({&planes.luma, &planes.cb, &planes.cr}))
+        runOnAllCores<HalfChromaTransform>(input, planes, unitsHigh);
     return planes;
 }
 
 Coefficients transformFullChroma(const JpegInput& input) {
     Coefficients planes;
-    planes.cb = CoefficientPlane::make(ceilDiv(input.width, 8), ceilDiv(input.height, 8));
-    planes.cr = CoefficientPlane::make(planes.cb.blocksWide, planes.cb.blocksHigh);
-    if (!planes.cb || !planes.cr) return {};
-    runOnAllCores<FullChromaTransform>(input, planes, planes.cb.blocksHigh);
+    planes.cb = planes.cr = {ceilDiv(input.width, 8), ceilDiv(input.height, 8), {}};
+    if (allocate({&planes.cb, &planes.cr}))
+        runOnAllCores<FullChromaTransform>(input, planes, planes.cb.blocksHigh);
     return planes;
 }
 

@@ -13,9 +13,10 @@ struct CoefficientPlane {
     int blocksWide = 0, blocksHigh = 0;
     PixelBuffer memory;
 
-    /// Without memory when there is none to be had.
-    static CoefficientPlane make(int blocksWide, int blocksHigh);
-
+    std::size_t bytes() const {
+        return static_cast<std::size_t>(blocksWide) * static_cast<std::size_t>(blocksHigh) * 64 *
+               sizeof(std::int16_t);
+    }
     explicit operator bool() const { return static_cast<bool>(memory); }
     std::int16_t* block(int x, int y) const {
         return reinterpret_cast<std::int16_t*>(memory.data()) +

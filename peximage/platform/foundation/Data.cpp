@@ -5,27 +5,39 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <cstdlib>
 #include <fcntl.h>
+#include <sys/mman.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 namespace pex {
 namespace {
 
-/// Reads until the end or until `limit` is passed; the size that the file claims is only a hint.
-bool readAll(int descriptor, std::vector<std::uint8_t>& bytes, std::size_t limit) {
+constexpr std::size_t hugePage = std::size_t{2} << 20;
+
+/// Memory that is not zeroed, in huge pages where it is large: a file fills it at once, and touching fresh
+/// small pages costs as much as reading.
+std::shared_ptr<std::uint8_t> allocate(std::size_t bytes) {
+    if (bytes < hugePage)
+        return {static_cast<std::uint8_t*>(std::malloc(std::max<std::size_t>(bytes, 1))), std::free};
+    const std::size_t whole = (bytes + hugePage - 1) / hugePage * hugePage;
+    void* block = std::aligned_alloc(hugePage, whole);
+    if (block) ::madvise(block, whole, MADV_HUGEPAGE);
+    return {static_cast<std::uint8_t*>(block), std::free};
+}
+
+/// The bytes read, which are fewer than asked for at the end of the file; absent on an error.
+std::optional<std::size_t> readAll(int descriptor, std::span<std::uint8_t> into) {
     std::size_t filled = 0;
-    for (;;) {
-        if (filled == bytes.size()) bytes.resize(std::max<std::size_t>(bytes.size() * 2, 65536));
-        const ssize_t got = ::read(descriptor, bytes.data() + filled, bytes.size() - filled);
+    while (filled < into.size()) {
+        const ssize_t got = ::read(descriptor, into.data() + filled, into.size() - filled);
         if (got < 0 && errno == EINTR) continue;
-        if (got < 0) return false;
+        if (got < 0) return std::nullopt;
         if (got == 0) break;
         filled += static_cast<std::size_t>(got);
-        if (filled > limit) return false;
     }
-    bytes.resize(filled);
-    return true;
+    return filled;
 }
 
 bool writeInPlace(const std::string& path, std::span<const std::uint8_t> bytes) {
@@ -47,8 +59,10 @@ bool writeInPlace(const std::string& path, std::span<const std::uint8_t> bytes) 
 
 } // namespace
 
-Data::Data(std::vector<std::uint8_t> bytes)
-    : bytes_(std::make_shared<const std::vector<std::uint8_t>>(std::move(bytes))) {}
+Data::Data(std::vector<std::uint8_t> bytes) : size_(bytes.size()) {
+    const auto owner = std::make_shared<const std::vector<std::uint8_t>>(std::move(bytes));
+    bytes_ = {owner, owner->data()};
+}
 
 Data::Data(std::string_view text) : Data(std::vector<std::uint8_t>(text.begin(), text.end())) {}
 
@@ -60,10 +74,10 @@ std::optional<Data> Data::contentsOf(const URL& url, std::size_t limit) {
     std::optional<Data> data;
     if (::fstat(descriptor, &info) == 0 && S_ISREG(info.st_mode) &&
         static_cast<std::size_t>(info.st_size) <= limit) {
-        // One byte more than the file claims, so that the usual file is read in one call and its end seen in
-        // the next.
-        std::vector<std::uint8_t> bytes(static_cast<std::size_t>(info.st_size) + 1);
-        if (readAll(descriptor, bytes, limit)) data = Data(std::move(bytes));
+        const auto size = static_cast<std::size_t>(info.st_size);
+        const std::shared_ptr<std::uint8_t> bytes = allocate(size);
+        const auto got = bytes ? readAll(descriptor, {bytes.get(), size}) : std::nullopt;
+        if (got) data = Data(bytes, *got);
     }
     ::close(descriptor);
     return data;

@@ -8,6 +8,7 @@
 #include <optional>
 #include <span>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 namespace pex {
@@ -21,12 +22,13 @@ class PEX_EXPORT Data {
     explicit Data(std::vector<std::uint8_t> bytes);
     explicit Data(std::string_view text);
 
-    /// The whole file. Absent when it is no regular file, cannot be read, or holds more than `limit` bytes.
+    /// The whole file, as long as it is when it is opened. Absent when it is no regular file, cannot be read,
+    /// or holds more than `limit` bytes.
     static std::optional<Data> contentsOf(const URL& url, std::size_t limit = std::size_t{1} << 31);
 
-    const std::uint8_t* data() const { return bytes_ ? bytes_->data() : nullptr; }
-    std::size_t size() const { return bytes_ ? bytes_->size() : 0; }
-    bool empty() const { return size() == 0; }
+    const std::uint8_t* data() const { return bytes_.get(); }
+    std::size_t size() const { return size_; }
+    bool empty() const { return size_ == 0; }
     std::span<const std::uint8_t> bytes() const { return {data(), size()}; }
     std::string_view text() const;
 
@@ -39,7 +41,11 @@ class PEX_EXPORT Data {
     friend bool operator==(const Data& a, const Data& b);
 
   private:
-    std::shared_ptr<const std::vector<std::uint8_t>> bytes_;
+    Data(std::shared_ptr<const std::uint8_t> bytes, std::size_t size)
+        : bytes_(std::move(bytes)), size_(size) {}
+
+    std::shared_ptr<const std::uint8_t> bytes_;
+    std::size_t size_ = 0;
 };
 
 } // namespace pex

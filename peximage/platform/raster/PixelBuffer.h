@@ -20,6 +20,11 @@ class PEX_EXPORT PixelBuffer {
     static PixelBuffer make(std::size_t bytes);
     static PixelBuffer makeZeroed(std::size_t bytes);
 
+    /// A piece of this buffer that keeps the whole alive; the caller has checked that it lies inside.
+    PixelBuffer piece(std::size_t offset, std::size_t bytes) const {
+        return {std::shared_ptr<std::uint8_t>(bytes_, data() + offset), bytes};
+    }
+
     std::uint8_t* data() const { return bytes_.get(); }
     std::size_t size() const { return size_; }
     explicit operator bool() const { return bytes_ != nullptr; }

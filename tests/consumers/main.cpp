@@ -1,12 +1,11 @@
-// What an application does first: include the library, call it, link it.
-#include <cstdio>
-#include <peximage/platform/geometry/CGRect.h>
-#include <peximage/platform/raster/PixelBuffer.h>
+// The example of the README, as an application would build it.
+#include <peximage/peximage.h>
 
-int main() {
-    const pex::CGRect seen = pex::CGRect(0, 0, 40, 30).intersection({10, 20, 100, 100});
-    const pex::PixelBuffer pixels =
-        pex::PixelBuffer::make(static_cast<std::size_t>(seen.width() * seen.height()));
-    std::printf("%zu\n", pixels.size());
-    return pixels.size() == 300 ? 0 : 1;
+int main(int argc, char** argv) {
+    if (argc < 3) return 0;
+    const auto photo = pex::PexImage::make({.fastUrl = pex::URL::fromPath(argv[1])});
+    if (!photo) return 1; // missing, or no image
+    const auto small = photo->resize({.withMaxSide = 2000});
+    const bool saved = small && small->saveToJpeg({.toUrl = pex::URL::fromPath(argv[2]), .maxSize = 300'000});
+    return saved ? 0 : 1;
 }

@@ -9,23 +9,12 @@
 namespace pex {
 namespace {
 
-struct ToneCurveFree {
-    void operator()(cmsToneCurve* curve) const { cmsFreeToneCurve(curve); }
-};
-using ToneCurve = std::unique_ptr<cmsToneCurve, ToneCurveFree>;
-
 struct Primaries {
     cmsCIExyY white;
     cmsCIExyYTRIPLE colours;
 };
 
 constexpr Primaries srgbPrimaries{{0.3127, 0.3290, 1}, {{0.64, 0.33, 1}, {0.30, 0.60, 1}, {0.15, 0.06, 1}}};
-
-/// The transfer function of IEC 61966-2-1.
-ToneCurve srgbCurve() {
-    const cmsFloat64Number parameters[] = {2.4, 1 / 1.055, 0.055 / 1.055, 1 / 12.92, 0.04045};
-    return ToneCurve(cmsBuildParametricToneCurve(nullptr, 4, parameters));
-}
 
 /// Absent for a gamma so near sRGB's 1/2.2 that sRGB is what was meant.
 std::optional<double> unusualGamma(const PngDecoder& decoder) {
@@ -73,7 +62,7 @@ std::optional<CGColorSpace> rgbSpace(const Primaries& primaries, cmsToneCurve* c
 std::optional<CGColorSpace> describedSpace(const PngDecoder& decoder, PixelLayout layout) {
     if (png_get_valid(decoder.png(), decoder.info(), PNG_INFO_sRGB)) return std::nullopt;
     const std::optional<double> gamma = unusualGamma(decoder);
-    const ToneCurve curve = gamma ? ToneCurve(cmsBuildGamma(nullptr, 1 / *gamma)) : srgbCurve();
+    const ToneCurve curve = gamma ? ToneCurve(cmsBuildGamma(nullptr, 1 / *gamma)) : srgbToneCurve();
     if (layout == PixelLayout::grey) {
         if (!gamma || !curve) return std::nullopt;
         return spaceOf(IccProfile(cmsCreateGrayProfile(cmsD50_xyY(), curve.get())));

@@ -12,16 +12,12 @@ void silenceEngine() {
     (void)done;
 }
 
-/// Grey with sRGB's tone curve, IEC 61966-2-1.
-IccProfile openStandardGray() {
-    const cmsFloat64Number parameters[] = {2.4, 1 / 1.055, 0.055 / 1.055, 1 / 12.92, 0.04045};
-    cmsToneCurve* curve = cmsBuildParametricToneCurve(nullptr, 4, parameters);
-    IccProfile profile(cmsCreateGrayProfile(cmsD50_xyY(), curve));
-    cmsFreeToneCurve(curve);
-    return profile;
-}
-
 } // namespace
+
+ToneCurve srgbToneCurve() {
+    const cmsFloat64Number parameters[] = {2.4, 1 / 1.055, 0.055 / 1.055, 1 / 12.92, 0.04045};
+    return ToneCurve(cmsBuildParametricToneCurve(nullptr, 4, parameters));
+}
 
 IccProfile openIccProfile(const Data& bytes) {
     silenceEngine();
@@ -31,7 +27,8 @@ IccProfile openIccProfile(const Data& bytes) {
 IccProfile openIccProfile(const CGColorSpace& space) {
     if (!space.iccProfile().empty()) return openIccProfile(space.iccProfile());
     silenceEngine();
-    if (space.model() == CGColorSpace::Model::gray) return openStandardGray();
+    if (space.model() == CGColorSpace::Model::gray)
+        return IccProfile(cmsCreateGrayProfile(cmsD50_xyY(), srgbToneCurve().get()));
     return IccProfile(cmsCreate_sRGBProfile());
 }
 

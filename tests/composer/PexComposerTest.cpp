@@ -1,5 +1,7 @@
 #include "peximage/composer/PexComposer.h"
 
+#include "tests/support/ReplacedText.h"
+
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
@@ -23,12 +25,6 @@ const std::string composerText =
     R"({"id":"C","name":"Composer","ratio":1.75,"layerList":[)" + layerText +
     R"(],"guideList_":[{"id":"G","orientation":"vertical","location":0.125,"intrinsic":false}],)"
     R"("bgColor":{"red":0.5,"green":0.5,"blue":0.5,"alpha":1},"shouldBeDeleted":true,"selectedLayerId":"L"})";
-
-std::string replaced(std::string text, const std::string& from, const std::string& to) {
-    const std::size_t at = text.find(from);
-    EXPECT_NE(at, std::string::npos) << from;
-    return text.replace(at, from.size(), to);
-}
 
 Layer changed(const std::string& from, const std::string& to) {
     return decode<Layer>(replaced(layerText, from, to)).value();

@@ -1,5 +1,7 @@
 #include "peximage/platform/foundation/KeyedDocument.h"
 
+#include "tests/support/ReplacedText.h"
+
 #include <gtest/gtest.h>
 
 #include <cmath>
@@ -54,12 +56,6 @@ namespace {
 const std::string whole = R"({"name":"a","level":9,"on":true,"mood":"very wild","place":[0.5,-2],)"
                           R"("url":"file:///b%20c.jpg","pairs":[{"x":1,"y":0.1}],"soft":{"x":7,"y":8},)"
                           R"("amount":1e+300,"lat":48.25})";
-
-std::string replaced(std::string text, const std::string& from, const std::string& to) {
-    const std::size_t at = text.find(from);
-    EXPECT_NE(at, std::string::npos) << from;
-    return text.replace(at, from.size(), to);
-}
 
 TEST(KeyedDocument, WritesKeysInOrderAndReadsThemBack) {
     Sample sample{.name = "a", .level = 9, .on = true, .mood = Mood::wild, .place = {0.5, -2}};

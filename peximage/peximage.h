@@ -1,6 +1,8 @@
 #pragma once
 
 // The whole public library. Programs that use a part of it may include that part's header alone.
+#include "peximage/composer/PexComposer.h"
+#include "peximage/composer/PexComposerManager.h"
 #include "peximage/helpers/PexDicotomic.h"
 #include "peximage/helpers/PexImageHelper.h"
 #include "peximage/image/PexImage.h"
@@ -16,3 +18,4 @@
 #include "peximage/platform/varda/PerfAn.h"
 #include "peximage/platform/varda/PexId.h"
 #include "peximage/platform/varda/PexPrecalc.h"
+#include "peximage/platform/varda/XMain.h"

@@ -7,3 +7,4 @@ void addInfo(CLI::App& program, int& status);
 void addShrink(CLI::App& program, int& status);
 void addConvert(CLI::App& program, int& status);
 void addResize(CLI::App& program, int& status);
+void addComposer(CLI::App& program, int& status);

@@ -16,11 +16,15 @@ std::string fromZeroToOne(const std::string& text) {
 
 } // namespace
 
-void addCommonOptions(CLI::App& command, Settings& settings) {
-    command.add_option("input", settings.inputs, "Image files")->required()->type_name("FILE…");
+void addReportOptions(CLI::App& command, Settings& settings) {
     const auto json = command.add_flag("--json", settings.json, "Print one JSON value instead of lines");
     command.add_flag("-q,--quiet", settings.quiet, "Print nothing but errors")->excludes(json);
     command.add_flag("-v,--verbose", settings.verbose, "Print what the library does, on standard error");
+}
+
+void addCommonOptions(CLI::App& command, Settings& settings) {
+    command.add_option("input", settings.inputs, "Image files")->required()->type_name("FILE…");
+    addReportOptions(command, settings);
     command.add_option("-j,--jobs", settings.jobs, "Work on so many inputs at once (default: one a core)")
         ->check(CLI::Range(1, 1024))
         ->type_name("N");

@@ -9,6 +9,8 @@
 #include <optional>
 #include <string>
 
+/// --json, --quiet, --verbose.
+void addReportOptions(CLI::App& command, Settings& settings);
 /// INPUT… and what every command understands.
 void addCommonOptions(CLI::App& command, Settings& settings);
 

@@ -25,6 +25,7 @@ int run(CLI::App& program, int argc, char** argv) {
     addShrink(program, status);
     addConvert(program, status);
     addResize(program, status);
+    addComposer(program, status);
     try {
         program.parse(argc, argv);
     } catch (const CLI::ParseError& error) {

@@ -1,0 +1,116 @@
+#include "Batch.h"
+#include "Commands.h"
+#include "Options.h"
+#include "peximage/composer/PexComposer.h"
+#include "peximage/platform/foundation/Data.h"
+
+#include <memory>
+#include <utility>
+
+namespace {
+
+using pex::PexComposer;
+
+struct ComposerOptions : Settings {
+    std::string document;
+    std::string output;
+    PexComposer::SearchAndReplace texts;
+};
+
+using Read = std::variant<PexComposer, Failure>;
+
+Read readComposer(const std::string& file) {
+    const auto bytes = pex::Data::contentsOf(pex::URL::fromPath(file));
+    if (!bytes) return whyNoImage(file);
+    pex::DocumentError error;
+    if (auto composer = pex::decode<PexComposer>(bytes->text(), &error)) return *std::move(composer);
+    return Failure{error.message()};
+}
+
+Result listGuides(const PexComposer& composer) {
+    Result result{.line = {}, .json = nlohmann::ordered_json::array()};
+    for (const auto& guide : composer.guideList({0.0, 0.05})) {
+        const std::string orientation(rawValue(guide.orientation));
+        const nlohmann::ordered_json location = guide.location;
+        result.json.push_back(
+            {{"orientation", orientation}, {"location", location}, {"intrinsic", guide.intrinsic}});
+        result.line += (result.line.empty() ? "" : "\n") + orientation + "  " + location.dump() +
+                       (guide.intrinsic ? "  intrinsic" : "");
+    }
+    return result;
+}
+
+std::string counted(std::size_t number, const std::string& what) {
+    return std::to_string(number) + ' ' + what + (number == 1 ? "" : "s");
+}
+
+Result describe(const std::string& file, const PexComposer& composer) {
+    const std::size_t layers = composer.layerList.size(), guides = composer.guideList_.size();
+    return {.line = file + "  reads  " + counted(layers, "layer") + "  " + counted(guides, "guide"),
+            .json = {{"file", file}, {"layers", layers}, {"guides", guides}}};
+}
+
+/// Without an output the new document itself is the result.
+Outcome replaceTexts(const ComposerOptions& options, const PexComposer& composer) {
+    const PexComposer derived = composer.composer(options.texts);
+    const std::string text = encode(derived);
+    if (options.output.empty()) return Result{.line = text, .json = nlohmann::ordered_json::parse(text)};
+
+    std::size_t changed = 0;
+    for (std::size_t i = 0; i < derived.layerList.size(); ++i)
+        changed += derived.layerList[i] != composer.layerList[i];
+    const pex::URL output = pex::URL::fromPath(options.output);
+    if (!pex::Data(text + '\n').write(output, pex::Data::Writing::atomically))
+        return Failure{"cannot write " + options.output};
+    return Result{.line = options.document + " → " + options.output + "  " + counted(changed, "layer") +
+                          " changed",
+                  .json = {{"file", options.document}, {"output", options.output}, {"changed", changed}}};
+}
+
+using Action = Outcome (*)(const ComposerOptions&, const PexComposer&);
+
+int runAction(ComposerOptions& options, Action action) {
+    options.inputs = {options.document};
+    return runBatch(options, [&](std::size_t) -> Outcome {
+        const Read read = readComposer(options.document);
+        if (const auto* failure = std::get_if<Failure>(&read)) return *failure;
+        return action(options, std::get<PexComposer>(read));
+    });
+}
+
+CLI::App* addAction(CLI::App& command, const std::shared_ptr<ComposerOptions>& options, int& status,
+                    const std::string& name, const std::string& help, Action action) {
+    CLI::App* const added = command.add_subcommand(name, help);
+    addReportOptions(*added, *options);
+    added->callback([options, action, &status] { status = runAction(*options, action); });
+    return added;
+}
+
+} // namespace
+
+void addComposer(CLI::App& program, int& status) {
+    CLI::App* const command = program.add_subcommand("composer", "Works on the document of a composer");
+    const auto options = std::make_shared<ComposerOptions>();
+    command->add_option("document", options->document, "A composer as JSON")
+        ->required()
+        ->type_name("DOC.json");
+    command->require_subcommand(1);
+    command->footer("Example: peximage composer page.json replace Draft Final -o final.json");
+
+    const auto add = [&](const char* name, const char* help, Action action) {
+        return addAction(*command, options, status, name, help, action);
+    };
+    add("guides", "Lists the guides that layers snap to",
+        [](const ComposerOptions&, const PexComposer& c) -> Outcome { return listGuides(c); });
+    add("check", "Tells whether the document reads, and if not, where and why",
+        [](const ComposerOptions& o, const PexComposer& c) -> Outcome { return describe(o.document, c); });
+    CLI::App* const replace =
+        add("replace", "Replaces a text in every layer, whatever its case", replaceTexts);
+    replace->add_option("search", options->texts.search, "The text to find")->required()->type_name("SEARCH");
+    replace->add_option("replacement", options->texts.replace, "The text to put there")
+        ->required()
+        ->type_name("REPLACEMENT");
+    replace
+        ->add_option("-o,--output", options->output, "Where the new document goes (default: standard output)")
+        ->type_name("OUT");
+}

@@ -1,0 +1,38 @@
+#pragma once
+
+#include "peximage/platform/Export.h"
+
+#include <cstdint>
+#include <string>
+#include <string_view>
+
+namespace pex {
+
+/// Writes a JSON text value by value, without spaces. The caller pairs begin and end, and names every member
+/// of an object with `key` before its value.
+class PEX_EXPORT DocumentWriter {
+  public:
+    void beginObject();
+    void endObject() { text_ += '}'; }
+    void beginList();
+    void endList() { text_ += ']'; }
+    void key(std::string_view name);
+
+    void boolean(bool value);
+    void integer(std::int64_t value);
+    /// The shortest form that reads back as the same number. What JSON has no form for is written as the text
+    /// "nan", "inf" or "-inf", so that one odd number does not make the document unreadable.
+    void number(double value);
+    /// Bytes that are not UTF-8 become U+FFFD.
+    void text(std::string_view value);
+
+    /// Hands over what was written.
+    std::string take() { return std::move(text_); }
+
+  private:
+    void separate();
+
+    std::string text_;
+};
+
+} // namespace pex

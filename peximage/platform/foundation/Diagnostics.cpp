@@ -1,5 +1,6 @@
 #include "peximage/platform/foundation/Diagnostics.h"
 
+#include <atomic>
 #include <cstdio>
 #include <mutex>
 #include <string>
@@ -18,6 +19,8 @@ struct Sink {
     std::function<void(std::string_view)> call = printToStandardOutput;
 };
 
+std::atomic<bool> hasSink{true};
+
 Sink& sink() {
     static Sink instance;
     return instance;
@@ -30,8 +33,11 @@ void print(std::string_view line) {
     if (sink().call) sink().call(line);
 }
 
+bool enabled() { return hasSink.load(std::memory_order_relaxed); }
+
 void setSink(std::function<void(std::string_view)> call) {
     const std::lock_guard lock(sink().mutex);
+    hasSink = static_cast<bool>(call);
     sink().call = std::move(call);
 }
 

@@ -19,7 +19,15 @@ std::string temporaryName(const std::string& path) {
     return folder + ".pex-" + std::to_string(::getpid()) + "-" + std::to_string(counter++) + ".tmp";
 }
 
+std::atomic<AtomicFile::Observer> stepObserver{nullptr};
+
+void reached(AtomicFile::Step step) {
+    if (const AtomicFile::Observer observer = stepObserver.load(std::memory_order_relaxed)) observer(step);
+}
+
 } // namespace
+
+void AtomicFile::setObserver(Observer observer) { stepObserver = observer; }
 
 AtomicFile::AtomicFile(std::string path) : path_(std::move(path)) {
     struct stat existing {};
@@ -34,6 +42,7 @@ AtomicFile::AtomicFile(std::string path) : path_(std::move(path)) {
     // A save does not widen or narrow who may read the file.
     else if (replaces)
         (void)::fchmod(descriptor_, existing.st_mode & 07777);
+    if (descriptor_ >= 0) reached(Step::created);
 }
 
 AtomicFile::~AtomicFile() { discard(); }
@@ -47,6 +56,7 @@ bool AtomicFile::write(std::span<const std::uint8_t> bytes) {
         else
             bytes = bytes.subspan(static_cast<std::size_t>(written));
     }
+    if (descriptor_ >= 0) reached(Step::written);
     return descriptor_ >= 0;
 }
 
@@ -54,8 +64,10 @@ bool AtomicFile::commit() {
     if (descriptor_ < 0) return false;
     const bool flushed = ::fsync(descriptor_) == 0;
     const bool closed = ::close(std::exchange(descriptor_, -1)) == 0;
+    if (flushed) reached(Step::flushed);
     if (flushed && closed && std::rename(temporary_.c_str(), path_.c_str()) == 0) {
         temporary_.clear();
+        reached(Step::renamed);
         return true;
     }
     discard();

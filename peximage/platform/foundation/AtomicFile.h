@@ -22,6 +22,13 @@ class PEX_EXPORT AtomicFile {
     /// Flushes to disk and renames. False when any step failed; the destination is then as it was.
     bool commit();
 
+    /// Where a save can be interrupted, in order.
+    enum class Step { created, written, flushed, renamed };
+    using Observer = void (*)(Step);
+    /// Called at each step of every save, on the saving thread; null calls nothing. For tests that stop a
+    /// save half-way.
+    static void setObserver(Observer observer);
+
   private:
     void discard();
 

@@ -1,0 +1,24 @@
+#pragma once
+
+#include "tests/support/TempFolder.h"
+
+#include <cstdlib>
+#include <fstream>
+#include <iterator>
+
+/// A user's data folder of the test's own.
+class DataFolder : public TempFolder {
+  public:
+    DataFolder() { ::setenv("XDG_DATA_HOME", path().c_str(), 1); }
+    ~DataFolder() { ::unsetenv("XDG_DATA_HOME"); }
+};
+
+inline std::string readFile(const std::filesystem::path& path) {
+    std::ifstream file(path, std::ios::binary);
+    return {std::istreambuf_iterator<char>(file), {}};
+}
+
+inline void writeFile(const std::filesystem::path& path, const std::string& bytes) {
+    std::filesystem::create_directories(path.parent_path());
+    std::ofstream(path, std::ios::binary) << bytes;
+}

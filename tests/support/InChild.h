@@ -1,0 +1,21 @@
+#pragma once
+
+#include <functional>
+#include <sys/wait.h>
+#include <unistd.h>
+
+/// Starts a child process that runs `work` and exits with what it returns, without any clean-up.
+inline pid_t startChild(const std::function<int()>& work) {
+    const pid_t child = ::fork();
+    if (child == 0) ::_exit(work());
+    return child;
+}
+
+/// The exit status of the child; -1 when it did not exit by itself.
+inline int waitForChild(pid_t child) {
+    int status = 0;
+    if (::waitpid(child, &status, 0) != child || !WIFEXITED(status)) return -1;
+    return WEXITSTATUS(status);
+}
+
+inline int inChild(const std::function<int()>& work) { return waitForChild(startChild(work)); }

@@ -1,0 +1,338 @@
+#pragma once
+
+#include "peximage/platform/Export.h"
+#include "peximage/platform/foundation/Enumeration.h"
+#include "peximage/platform/foundation/KeyedDocument.h"
+#include "peximage/platform/foundation/URL.h"
+#include "peximage/platform/geometry/CGPoint.h"
+#include "peximage/platform/geometry/CGSize.h"
+#include "peximage/platform/varda/PexColor.h"
+#include "peximage/platform/varda/PexFont.h"
+#include "peximage/platform/varda/PexId.h"
+
+#include <optional>
+#include <span>
+#include <string>
+#include <tuple>
+#include <vector>
+
+namespace pex {
+
+/// A layered composition: a canvas of a given shape and colour, layers of images, shapes and texts, and
+/// guides that the user placed. A plain value that carries no pixels and draws nothing. New ones are made by
+/// the manager (PexComposerManager.h) or read from a document.
+///
+/// Coordinates are normalized: one unit is the width of the canvas as displayed, on both axes, and the origin
+/// is the canvas centre. The canvas spans x from -0.5 to 0.5 and y from -0.5 / ratio to 0.5 / ratio. Which
+/// way y grows is up to the application that draws.
+class PEX_EXPORT PexComposer {
+  public:
+    /// One layer. It carries all three payloads; `layerType` says which one is in use.
+    class PEX_EXPORT Layer {
+      public:
+        enum class LayerType { image, text, shape };
+
+        /// An image and where to find it.
+        struct Image {
+            /// Which field of `resourceAccess` names the picture.
+            enum class ImageType { url, shareApp, ingested };
+
+            struct ResourceAccess {
+                std::optional<URL> url{};
+                /// Of a file shared between applications (PexShareApp.h).
+                std::optional<std::string> shareAppId{};
+                std::optional<std::string> ingestedId{};
+
+                friend bool operator==(const ResourceAccess&, const ResourceAccess&) = default;
+
+                static constexpr auto documentKeys() {
+                    using keyed::optional;
+                    return std::tuple(optional("url", &ResourceAccess::url),
+                                      optional("shareAppId", &ResourceAccess::shareAppId),
+                                      optional("ingestedId", &ResourceAccess::ingestedId));
+                }
+            };
+
+            ImageType type = ImageType::shareApp;
+            /// The image's width divided by its height, in pixels; 1 until known.
+            double ratio = 1;
+            ResourceAccess resourceAccess{};
+
+            friend bool operator==(const Image&, const Image&) = default;
+
+            static constexpr auto documentKeys() {
+                using keyed::required;
+                return std::tuple(required("type", &Image::type), required("ratio", &Image::ratio),
+                                  required("resourceAccess", &Image::resourceAccess));
+            }
+        };
+
+        struct Shape {
+            enum class ShapeType { rectangle, circle };
+
+            struct Style {
+                enum class FillStyle { color };
+
+                double strokeWidth = 0;
+                bool fill = true;
+                FillStyle fillStyle = FillStyle::color;
+                PexColor fillColor{0.5, 0.5, 0.5, 1};
+
+                friend bool operator==(const Style&, const Style&) = default;
+
+                static constexpr auto documentKeys() {
+                    using keyed::required;
+                    return std::tuple(
+                        required("strokeWidth", &Style::strokeWidth), required("fill", &Style::fill),
+                        required("fillStyle", &Style::fillStyle), required("fillColor", &Style::fillColor));
+                }
+            };
+
+            ShapeType type = ShapeType::rectangle;
+            Style style{};
+
+            friend bool operator==(const Shape&, const Shape&) = default;
+
+            static constexpr auto documentKeys() {
+                return std::tuple(keyed::required("type", &Shape::type),
+                                  keyed::required("style", &Shape::style));
+            }
+        };
+
+        /// A block of text. Reading one never fails on a field: what is missing or malformed becomes an empty
+        /// text, courier at 12 points, left, pure white.
+        struct Text {
+            enum class Alignment { left, center, right };
+
+            std::string text{};
+            PexFont::Font font = PexFont::Font::courier(64);
+            Alignment alignment = Alignment::left;
+            PexColor color = PexColor::pureWhite;
+
+            friend bool operator==(const Text&, const Text&) = default;
+
+            static constexpr auto documentKeys() {
+                using keyed::lenient;
+                return std::tuple(lenient("text", &Text::text),
+                                  lenient("font", &Text::font, [] { return PexFont::Font::courier(12); }),
+                                  lenient("alignment", &Text::alignment), lenient("color", &Text::color));
+            }
+        };
+
+        /// Where, how large and how opaque the layer is.
+        struct Transform {
+            struct Scale {
+                double x = 1;
+                double y = 1;
+
+                friend bool operator==(const Scale&, const Scale&) = default;
+
+                static constexpr auto documentKeys() {
+                    return std::tuple(keyed::required("x", &Scale::x), keyed::required("y", &Scale::y));
+                }
+            };
+
+            /// The layer's centre, normalized.
+            CGPoint location{};
+            Scale scale{};
+            /// Nothing in the library reads it; its unit is the application's.
+            double rotation = 0;
+            /// From 0, invisible, to 1, opaque.
+            double opacity = 1;
+
+            friend bool operator==(const Transform&, const Transform&) = default;
+
+            static constexpr auto documentKeys() {
+                using keyed::required;
+                return std::tuple(
+                    required("location", &Transform::location), required("scale", &Transform::scale),
+                    required("rotation", &Transform::rotation), required("opacity", &Transform::opacity));
+            }
+        };
+
+        std::string id;
+        LayerType layerType = LayerType::image;
+        Image image;
+        Shape shape;
+        Text text;
+        Transform transform;
+
+        friend bool operator==(const Layer&, const Layer&) = default;
+
+        /// The normalized width and height of an image layer: as wide as the canvas, or where the image is
+        /// narrower than the canvas so much wider that it is as high, times the layer's scale. Computed from
+        /// the image payload whatever the layer's type. Prints two diagnostic lines.
+        CGSize imageActualNormalizedSize(const PexComposer& in) const;
+        /// Lower edge, centre and upper edge of an image layer. Prints what the size prints and one line
+        /// more.
+        std::vector<double> imageHGuides(const PexComposer& in) const;
+        /// Left edge, centre and right edge of an image layer. Prints what the size prints.
+        std::vector<double> imageVGuides(const PexComposer& in) const;
+        /// The positions y at which other layers can align with this one: of an image layer edges and centre,
+        /// of any other its centre.
+        std::vector<double> horizontalGuides(const PexComposer& in) const;
+        /// The positions x, likewise.
+        std::vector<double> verticalGuides(const PexComposer& in) const;
+
+      private:
+        friend class PexComposerManager;
+        friend class DocumentAccess;
+        Layer() = default;
+        static Layer fresh();
+
+        static constexpr auto documentKeys() {
+            using keyed::required;
+            return std::tuple(required("id", &Layer::id), required("layerType", &Layer::layerType),
+                              required("image", &Layer::image), required("shape", &Layer::shape),
+                              required("text", &Layer::text), required("transform", &Layer::transform));
+        }
+    };
+
+    /// A line across the canvas. Reading one never fails on a field: what is missing or malformed becomes a
+    /// fresh identifier, horizontal, 0, not intrinsic.
+    struct Guide {
+        enum class Orientation { horizontal, vertical };
+
+        std::string id{};
+        Orientation orientation = Orientation::horizontal;
+        /// x of a vertical guide, y of a horizontal one, normalized.
+        double location = 0;
+        /// True for guides that the composer itself defines, false for those taken from layers.
+        bool intrinsic = false;
+
+        static constexpr auto documentKeys() {
+            using keyed::lenient;
+            return std::tuple(lenient("id", &Guide::id, [] { return PexId::newId("", "", true); }),
+                              lenient("orientation", &Guide::orientation),
+                              lenient("location", &Guide::location), lenient("intrinsic", &Guide::intrinsic));
+        }
+    };
+
+    /// A text to find and the text to put in its place.
+    struct SearchAndReplace {
+        std::string search{};
+        std::string replace{};
+
+        static constexpr auto documentKeys() {
+            return std::tuple(keyed::required("search", &SearchAndReplace::search),
+                              keyed::required("replace", &SearchAndReplace::replace));
+        }
+    };
+
+    std::string id;
+    std::string name = "Composer";
+    /// Canvas width divided by canvas height.
+    double ratio = 16.0 / 9;
+    std::vector<Layer> layerList;
+    /// The guides that the user placed.
+    std::vector<Guide> guideList_;
+    PexColor bgColor{0.5, 0.5, 0.5, 1};
+    /// A mark kept with the composer; nothing in the library reads or changes it.
+    bool shouldBeDeleted = false;
+    /// May name a layer that is no longer there.
+    std::optional<std::string> selectedLayerId;
+
+    /// A copy in which the text of every layer, whatever its type, has each occurrence of the search text
+    /// replaced, whatever its case in any script. What was put in is not searched again; an empty search text
+    /// changes nothing.
+    PexComposer composer(const SearchAndReplace& with) const;
+    /// The same with several pairs, one after the other.
+    PexComposer composer(std::span<const SearchAndReplace> with) const;
+
+    // Guides and snapping. All of it is computed anew from the composer at each call.
+
+    /// How near on screen a position must come to a guide to snap to it.
+    static constexpr double kGuideSnapDistanceInPixels = 10.0;
+
+    /// From pixels relative to the canvas centre to normalized coordinates and back. Both axes are divided or
+    /// multiplied by the displayed canvas width.
+    static CGPoint normalize(CGPoint point, CGSize to) { return point / to.width; }
+    static double normalize(double length, CGSize to) { return length / to.width; }
+    static CGPoint deNormalize(CGPoint point, CGSize to) { return point * to.width; }
+    static double deNormalize(double length, CGSize to) { return length * to.width; }
+
+    /// The layer's centre in pixels relative to the centre of a canvas displayed in that size.
+    static CGPoint actualPosition(const Layer& of, CGSize in);
+    /// The same while the layer is dragged by an offset in pixels.
+    static CGPoint livePosition(const Layer& of, CGSize inSize, CGSize with);
+
+    /// All guides: those of the user; the centre lines; for each margin, a fraction of the canvas width or
+    /// height, the four lines so far inside the edges (right, left, then the two horizontal ones, positive
+    /// first); the lines of every layer, horizontal ones first. Computed guides have fresh identifiers.
+    std::vector<Guide> guideList(const std::vector<double>& including) const;
+    /// The positions x that a layer can snap to, unsorted and with repetitions: the lines of the other
+    /// layers, then all vertical guides with the margins 0 and 0.05, among them the layer's own stored lines.
+    std::vector<double> verticalGuides(const Layer& forLayer) const;
+    /// The positions y, likewise.
+    std::vector<double> horizontalGuides(const Layer& forLayer) const;
+
+    /// Where the layer's centre snaps when it is dragged to the normalized coordinate `at` on a canvas
+    /// displayed in the size `in`, in pixels: the nearest position within the snap distance that puts the
+    /// centre, or an edge of an image layer, on a guide. Of equally near ones the first in the order centre,
+    /// lower edge, upper edge, each in the order of the guides. Absent when none is near enough.
+    std::optional<double> nearestVerticalGuide(const Layer& forLayer, double at, CGSize in) const;
+    std::optional<double> nearestHorizontalGuide(const Layer& forLayer, double at, CGSize in) const;
+
+  private:
+    friend class PexComposerManager;
+    friend class DocumentAccess;
+    PexComposer() = default;
+    static PexComposer fresh();
+
+    static constexpr auto documentKeys() {
+        using keyed::optional;
+        using keyed::required;
+        return std::tuple(
+            required("id", &PexComposer::id), required("name", &PexComposer::name),
+            required("ratio", &PexComposer::ratio), required("layerList", &PexComposer::layerList),
+            required("guideList_", &PexComposer::guideList_), required("bgColor", &PexComposer::bgColor),
+            required("shouldBeDeleted", &PexComposer::shouldBeDeleted),
+            optional("selectedLayerId", &PexComposer::selectedLayerId));
+    }
+};
+
+/// In the composer the raw value is the name of the case, and people see it with a capital first letter.
+struct ComposerEnumeration {
+    static constexpr bool capitalized = true;
+};
+
+template <>
+struct Enumeration<PexComposer::Layer::LayerType> : ComposerEnumeration {
+    using E = PexComposer::Layer::LayerType;
+    static constexpr EnumerationCase<E> cases[] = {
+        {E::image, "image"}, {E::text, "text"}, {E::shape, "shape"}};
+};
+
+template <>
+struct Enumeration<PexComposer::Layer::Image::ImageType> : ComposerEnumeration {
+    using E = PexComposer::Layer::Image::ImageType;
+    static constexpr EnumerationCase<E> cases[] = {
+        {E::url, "url"}, {E::shareApp, "shareApp"}, {E::ingested, "ingested"}};
+};
+
+template <>
+struct Enumeration<PexComposer::Layer::Shape::ShapeType> : ComposerEnumeration {
+    using E = PexComposer::Layer::Shape::ShapeType;
+    static constexpr EnumerationCase<E> cases[] = {{E::rectangle, "rectangle"}, {E::circle, "circle"}};
+};
+
+template <>
+struct Enumeration<PexComposer::Layer::Shape::Style::FillStyle> : ComposerEnumeration {
+    using E = PexComposer::Layer::Shape::Style::FillStyle;
+    static constexpr EnumerationCase<E> cases[] = {{E::color, "color"}};
+};
+
+template <>
+struct Enumeration<PexComposer::Layer::Text::Alignment> : ComposerEnumeration {
+    using E = PexComposer::Layer::Text::Alignment;
+    static constexpr EnumerationCase<E> cases[] = {
+        {E::left, "left"}, {E::center, "center"}, {E::right, "right"}};
+};
+
+template <>
+struct Enumeration<PexComposer::Guide::Orientation> : ComposerEnumeration {
+    using E = PexComposer::Guide::Orientation;
+    static constexpr EnumerationCase<E> cases[] = {{E::horizontal, "horizontal"}, {E::vertical, "vertical"}};
+};
+
+} // namespace pex

@@ -1,0 +1,362 @@
+#include "peximage/composer/PexComposerManager.h"
+
+#include "peximage/image/PexImage.h"
+#include "peximage/platform/foundation/AtomicFile.h"
+#include "peximage/platform/varda/XMain.h"
+#include "tests/support/DataFolder.h"
+#include "tests/support/Pictures.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <future>
+#include <thread>
+
+namespace pex {
+namespace {
+
+using Layer = PexComposer::Layer;
+using LayerType = Layer::LayerType;
+using Manager = PexComposerManager;
+using testing::ElementsAre;
+
+class PexComposerManagerTest : public testing::Test {
+  protected:
+    void SetUp() override {
+        XMain::becomeMain();
+        Manager::subSettings.reset();
+        manager_ = Manager::make({.appName = "Studio"});
+        subscription_ = manager_->objectWillChange.subscribe([this] {
+            ++changes_;
+            lastSaved_ = document();
+        });
+    }
+
+    std::string document() const { return readFile(data_.path() / "PexImage/Studio/main/Default.json"); }
+    PexComposer first() const { return manager_->composerList().at(0); }
+
+    /// How many changes were announced since the last time, each of them after it was saved.
+    int changes() {
+        EXPECT_TRUE(changes_ == 0 || lastSaved_ == encode(*manager_));
+        return std::exchange(changes_, 0);
+    }
+
+    std::vector<std::string> layerIds() const {
+        std::vector<std::string> ids;
+        for (const Layer& layer : first().layerList)
+            ids.push_back(layer.id);
+        return ids;
+    }
+
+    DataFolder data_;
+    std::shared_ptr<Manager> manager_;
+    ChangePublisher::Subscription subscription_;
+    int changes_ = 0;
+    std::string lastSaved_;
+};
+
+TEST_F(PexComposerManagerTest, BeginsEmptyAndMakesComposers) {
+    EXPECT_EQ(manager_->configurationName, "Default");
+    EXPECT_TRUE(manager_->composerList().empty());
+    EXPECT_FALSE(manager_->selectedComposerId());
+    EXPECT_EQ(document(), "") << "making a manager saves nothing";
+
+    manager_->newComposer();
+    EXPECT_EQ(changes(), 2);
+    const PexComposer made = manager_->selectedComposer().value();
+    EXPECT_EQ(manager_->selectedComposerId(), made.id);
+    EXPECT_FALSE(made.id.empty());
+    EXPECT_EQ(made.name, "Composer");
+    EXPECT_EQ(made.ratio, 16.0 / 9);
+    EXPECT_TRUE(made.layerList.empty() && made.guideList_.empty() && !made.shouldBeDeleted &&
+                !made.selectedLayerId);
+    EXPECT_EQ(made.bgColor, PexColor(0.5, 0.5, 0.5, 1));
+
+    manager_->newComposer();
+    EXPECT_EQ(manager_->index({.ofComposerWithId = made.id}), 0U);
+    EXPECT_EQ(manager_->index(manager_->selectedComposer().value()), 1U);
+    EXPECT_EQ(manager_->index({.ofComposerWithId = "other"}), std::nullopt);
+    changes();
+    manager_->remove(manager_->composerList()[1]); // named by an element of the list itself
+    EXPECT_EQ(changes(), 1);
+    EXPECT_EQ(manager_->composerList().size(), 1U);
+    EXPECT_TRUE(manager_->selectedComposerId());
+    EXPECT_FALSE(manager_->selectedComposer());
+    manager_->remove(decode<PexComposer>(encode(made)).value());
+    manager_->remove(made);
+    EXPECT_EQ(changes(), 2) << "a change also when none matched";
+}
+
+TEST_F(PexComposerManagerTest, MakesLayersOfEachType) {
+    manager_->newComposer();
+    changes();
+    const PexComposer composer = first();
+    for (const LayerType type : allCases<LayerType>()) {
+        const Layer layer = manager_->newLayer(type, composer).value();
+        EXPECT_EQ(changes(), 2);
+        EXPECT_EQ(first().layerList.back(), layer);
+        EXPECT_EQ(first().selectedLayerId, layer.id);
+        EXPECT_EQ(layer.layerType, type);
+        EXPECT_EQ(layer.image, (Layer::Image{.type = Layer::Image::ImageType::shareApp, .ratio = 1}));
+        EXPECT_EQ(layer.shape, Layer::Shape());
+        EXPECT_EQ(encode(layer.shape),
+                  R"({"type":"rectangle","style":{"strokeWidth":0,"fill":true,"fillStyle":"color",)"
+                  R"("fillColor":{"red":0.5,"green":0.5,"blue":0.5,"alpha":1}}})");
+        EXPECT_EQ(layer.text, (Layer::Text{type == LayerType::text ? "Text" : "", PexFont::Font::courier(64),
+                                           Layer::Text::Alignment::left, PexColor(1, 1, 1, 1)}));
+        EXPECT_EQ(encode(layer.transform),
+                  R"({"location":[0,0],"scale":{"x":1,"y":1},"rotation":0,"opacity":1})");
+        EXPECT_EQ(manager_->index(layer, composer), first().layerList.size() - 1);
+        EXPECT_EQ(manager_->index({.ofLayerWithId = layer.id, .of = composer}),
+                  manager_->index(layer, composer));
+    }
+    EXPECT_EQ(manager_->index({.ofLayerWithId = {}, .of = composer}), std::nullopt);
+
+    PexComposer stranger = composer;
+    stranger.id = "stranger";
+    const std::string before = encode(*manager_);
+    EXPECT_FALSE(manager_->newLayer(LayerType::text, stranger));
+    EXPECT_EQ(manager_->index(first().layerList[0], stranger), std::nullopt);
+    manager_->remove({.layerWithId = layerIds()[0], .from = stranger});
+    manager_->duplicate(first().layerList[0], stranger);
+    manager_->updateOffset(first().layerList[0], stranger, {1, 1}, {1, 1});
+    manager_->setSelectedLayer(nullptr, stranger);
+    EXPECT_EQ(changes(), 0);
+    EXPECT_EQ(encode(*manager_), before);
+}
+
+TEST_F(PexComposerManagerTest, EditsLayersByTheirIdentifier) {
+    manager_->newComposer();
+    const PexComposer composer = first();
+    for (int i = 0; i < 3; ++i)
+        manager_->newLayer(LayerType::shape, composer);
+    const std::vector<std::string> ids = layerIds();
+    Layer second = first().layerList[1];
+    changes();
+
+    manager_->updateOffset(second, composer, {100, -50}, {800, 450});
+    EXPECT_EQ(changes(), 1);
+    EXPECT_EQ(first().layerList[1].transform.location, (CGPoint{0.125, -0.0625}));
+
+    second.transform.rotation = 3; // the copy takes the fields as passed
+    manager_->duplicate(second, composer);
+    EXPECT_EQ(changes(), 1);
+    const Layer copy = first().layerList.at(2);
+    EXPECT_THAT(layerIds(), ElementsAre(ids[0], ids[1], copy.id, ids[2]));
+    EXPECT_NE(copy.id, second.id);
+    EXPECT_EQ(copy.transform, second.transform);
+    EXPECT_EQ(first().selectedLayerId, ids[2]);
+
+    manager_->setSelectedLayer(&copy, composer);
+    EXPECT_EQ(first().selectedLayerId, copy.id);
+    manager_->remove(copy, composer);
+    EXPECT_EQ(first().selectedLayerId, copy.id) << "the selection stays";
+    EXPECT_EQ(changes(), 2);
+    manager_->setSelectedLayer(nullptr, composer);
+    EXPECT_FALSE(first().selectedLayerId);
+    EXPECT_EQ(changes(), 1);
+
+    manager_->remove({.layerWithId = "none", .from = composer});
+    EXPECT_EQ(changes(), 1) << "a change whenever the composer is there";
+    manager_->duplicate(copy, composer);
+    manager_->updateOffset(copy, composer, {1, 1}, {1, 1});
+    EXPECT_EQ(changes(), 0);
+    manager_->remove(manager_->composerList()[0].layerList[0], manager_->composerList()[0]);
+    EXPECT_THAT(layerIds(), ElementsAre(ids[1], ids[2]));
+}
+
+TEST_F(PexComposerManagerTest, EveryAssignmentIsOneChange) {
+    manager_->newComposer();
+    changes();
+    manager_->editComposerList([](auto& list) {
+        list[0].name = "One";
+        list[0].ratio = 2;
+    });
+    manager_->setComposerList({first(), first()});
+    manager_->setSelectedComposerId("any");
+    manager_->editSelectedComposerId([](auto& id) { id.reset(); });
+    EXPECT_EQ(changes(), 4);
+    manager_->configurationName = "Other";
+    EXPECT_EQ(changes(), 0);
+    EXPECT_EQ(first().name, "One");
+}
+
+TEST_F(PexComposerManagerTest, AnotherManagerFindsWhatWasSaved) {
+    manager_->newComposer();
+    manager_->newLayer(LayerType::text, first());
+    manager_->configurationName = "Night";
+    manager_->updateOffset(first().layerList[0], first(), {1, 0}, {0, 0}); // stores what no JSON number is
+    const std::string saved = encode(*manager_);
+    EXPECT_THAT(Manager::configurations(), ElementsAre("Default", "Night"));
+    EXPECT_EQ(encode(*Manager::load()), saved);
+
+    const auto other = Manager::make({.appName = "Studio"});
+    EXPECT_EQ(other->configurationName, "Default");
+    EXPECT_EQ(other->selectedComposerId(), manager_->selectedComposerId());
+    EXPECT_TRUE(std::isnan(other->composerList().at(0).layerList.at(0).transform.location.y));
+    EXPECT_TRUE(Manager::make({.appName = "Other"})->composerList().empty());
+    EXPECT_EQ(Manager::appName, "Other");
+}
+
+TEST_F(PexComposerManagerTest, ItsDocumentIsStrict) {
+    manager_->newComposer();
+    const auto plain = decode<Manager>(R"({"configurationName":"A","composerList":[]})");
+    ASSERT_TRUE(plain);
+    EXPECT_EQ(plain->configurationName, "A");
+    EXPECT_FALSE(plain->selectedComposerId());
+    EXPECT_EQ(encode(*plain), R"({"configurationName":"A","composerList":[]})");
+    EXPECT_FALSE(decode<Manager>(R"({"configurationName":"A"})"));
+    DocumentError error;
+    EXPECT_FALSE(decode<Manager>(R"({"configurationName":"A","composerList":[{"id":"C"}]})", &error));
+    EXPECT_EQ(error.message(), "composerList[0].name: expected a text, found nothing");
+    EXPECT_EQ(encode(*decode<Manager>(encode(*manager_))), encode(*manager_));
+}
+
+TEST_F(PexComposerManagerTest, TellsWhenAChangeCouldNotBeSaved) {
+    manager_->newComposer();
+    EXPECT_TRUE(manager_->isSaved());
+    Manager::subSettings = std::string(10'000, 'x'); // longer than any path
+    manager_->newComposer();
+    EXPECT_FALSE(manager_->isSaved());
+    Manager::subSettings.reset();
+    manager_->setSelectedComposerId({});
+    EXPECT_TRUE(manager_->isSaved());
+    EXPECT_EQ(Manager::make({.appName = "Studio"})->composerList().size(), 2U);
+}
+
+TEST_F(PexComposerManagerTest, AnnouncesOnTheMainThread) {
+    bool onMain = false;
+    const auto mine = manager_->objectWillChange.subscribe([&] { onMain = XMain::isMain(); });
+    std::thread other([&] { manager_->setSelectedComposerId("C"); });
+    XMain::waitAndDrain();
+    other.join();
+    EXPECT_TRUE(onMain);
+    EXPECT_EQ(changes(), 1);
+}
+
+TEST_F(PexComposerManagerTest, MayGoBeforeItsAnnouncementRuns) {
+    std::promise<void> queued;
+    XMain::setWakeUp([&] { queued.set_value(); });
+    std::thread other([this] { manager_->newComposer(); });
+    queued.get_future().wait(); // the other thread has saved its first change and waits for the announcement
+    XMain::setWakeUp({});
+    subscription_.unsubscribe();
+    manager_.reset();
+    XMain::waitAndDrain();
+    other.join();
+    EXPECT_EQ(changes_, 0);
+    // The operation's second change, the selection, must not touch what is gone.
+    EXPECT_FALSE(decode<Manager>(document())->selectedComposerId());
+    EXPECT_EQ(decode<Manager>(document())->composerList().size(), 1U);
+}
+
+TEST_F(PexComposerManagerTest, AnObserverMayDropTheLastReference) {
+    const auto dropping = manager_->objectWillChange.subscribe([this] { manager_.reset(); });
+    Manager* const raw = manager_.get();
+    raw->newComposer();
+    EXPECT_FALSE(manager_);
+    EXPECT_EQ(changes_, 1) << "the second change of the operation is not made";
+}
+
+class NewImageLayerTest : public PexComposerManagerTest {
+  protected:
+    void SetUp() override {
+        PexComposerManagerTest::SetUp();
+        manager_->newComposer();
+        const auto photo = PexImage::make(photoLike(60, 40))->jpegData(0.9);
+        ASSERT_TRUE(photo && photo->write(photo_, Data::Writing::inPlace));
+        changes();
+    }
+    void TearDown() override { AtomicFile::setObserver(nullptr); }
+
+    /// Takes the photo in; `meanwhile` runs once, while the file is being copied.
+    std::optional<Layer> add(std::function<void()> meanwhile = {}) {
+        atCopy = std::move(meanwhile);
+        AtomicFile::setObserver([](AtomicFile::Step) {
+            if (const auto work = std::exchange(atCopy, {})) work();
+        });
+        return manager_->newImageLayerAsShareApp(photo_, store_, first()).get();
+    }
+
+    static inline std::function<void()> atCopy;
+    URL photo_ = data_.url("photo.jpg");
+    PexShareApp store_{data_.url("store")};
+};
+
+TEST_F(NewImageLayerTest, TakesTheFileInAndShowsIt) {
+    const Layer layer = add().value();
+    EXPECT_EQ(changes(), 4);
+    EXPECT_EQ(first().layerList.at(0), layer);
+    EXPECT_EQ(first().selectedLayerId, layer.id);
+    EXPECT_EQ(layer.layerType, LayerType::image);
+    EXPECT_EQ(layer.image.type, Layer::Image::ImageType::shareApp);
+    EXPECT_EQ(layer.image.ratio, 1.5);
+    const std::string id = layer.image.resourceAccess.shareAppId.value();
+    const URL copy = store_.url({.forId = id, .downloadRemote = false}).get().value();
+    EXPECT_EQ(readFile(copy.path()), readFile(photo_.path()));
+}
+
+TEST_F(NewImageLayerTest, ChangesNothingWhenItCannot) {
+    const std::string before = document();
+    writeFile(data_.path() / "text.jpg", "no image");
+    for (const char* name : {"missing.jpg", "text.jpg"})
+        EXPECT_FALSE(manager_->newImageLayerAsShareApp(data_.url(name), store_, first()).get());
+    PexComposer stranger = first();
+    stranger.id = "stranger";
+    EXPECT_FALSE(manager_->newImageLayerAsShareApp(photo_, store_, stranger).get());
+    EXPECT_FALSE(std::filesystem::exists(data_.path() / "store")) << "nothing was stored for it";
+    const PexShareApp nowhere(data_.url("text.jpg/store"));
+    EXPECT_FALSE(manager_->newImageLayerAsShareApp(photo_, nowhere, first()).get());
+    EXPECT_EQ(changes(), 0);
+    EXPECT_EQ(document(), before);
+}
+
+TEST_F(NewImageLayerTest, MeetsTheComposersAsTheyAreWhenTheFileIsStored) {
+    const std::string id = first().id;
+    const auto layer = add([&] {
+        manager_->newLayer(LayerType::text, first());
+        manager_->editComposerList(
+            [](auto& list) { list.insert(list.begin(), list[0]), list[0].id = "new"; });
+    });
+    ASSERT_TRUE(layer);
+    const auto& list = manager_->composerList();
+    ASSERT_EQ(list.size(), 2U);
+    EXPECT_EQ(list[0].layerList.size(), 1U);
+    ASSERT_EQ(list[1].layerList.size(), 2U);
+    EXPECT_EQ(list[1].layerList[1], layer);
+
+    manager_->remove(list[0]);
+    changes();
+    EXPECT_FALSE(add([&] { manager_->remove(first()); }));
+    EXPECT_TRUE(manager_->composerList().empty());
+    EXPECT_EQ(changes(), 1);
+}
+
+TEST_F(NewImageLayerTest, ALayerRemovedByAnObserverIsNotFoundAgain) {
+    const auto removing = manager_->objectWillChange.subscribe([this] {
+        if (!first().layerList.empty() && first().selectedLayerId)
+            manager_->editComposerList([](auto& list) { list[0].layerList.clear(); });
+    });
+    EXPECT_FALSE(add());
+    EXPECT_TRUE(first().layerList.empty());
+}
+
+TEST_F(NewImageLayerTest, TheTaskKeepsWhatItNeeds) {
+    auto task = [this] {
+        const PexComposer composer = first();
+        return manager_->newImageLayerAsShareApp(photo_, PexShareApp(data_.url("store")), composer);
+    }();
+    std::optional<Layer> layer;
+    std::thread other([&, task = std::move(task)]() mutable { layer = task.get(); });
+    subscription_.unsubscribe();
+    manager_.reset();
+    for (int announcement = 0; announcement < 4; ++announcement)
+        XMain::waitAndDrain();
+    other.join();
+    EXPECT_EQ(layer.value().image.ratio, 1.5);
+    EXPECT_EQ(Manager::load()->composerList().at(0).layerList.at(0), layer);
+}
+
+} // namespace
+} // namespace pex

@@ -2,6 +2,7 @@
 
 #include "peximage/helpers/PexImageHelperSavers.h"
 #include "peximage/image/PexImage.h"
+#include "peximage/platform/geometry/Truncated.h"
 #include "peximage/platform/toolkit/NSScreen.h"
 
 #include <algorithm>
@@ -9,15 +10,6 @@
 #include <numeric>
 
 namespace pex {
-namespace {
-
-/// Truncated toward zero; what no integer can hold is limited to the largest ones, what is no number is 0.
-std::int64_t truncated(double value) {
-    constexpr double largest = 9.0e18;
-    return value == value ? static_cast<std::int64_t>(std::clamp(value, -largest, largest)) : 0;
-}
-
-} // namespace
 
 double PexImageHelper::getRatio(CGSize of) { return of.width / of.height; }
 double PexImageHelper::getRatio(const CGRect& of) { return getRatio(of.size); }

@@ -3,6 +3,7 @@
 #include "peximage/platform/raster/ColorConversion.h"
 #include "peximage/platform/raster/ConvertedImage.h"
 #include "peximage/platform/raster/Scaling.h"
+#include "peximage/platform/raster/Strips.h"
 #include "peximage/platform/raster/kernels/BlendRow.h"
 #include "peximage/platform/raster/kernels/ConvertRow.h"
 
@@ -43,14 +44,20 @@ std::shared_ptr<CGContext> CGContext::make(int width, int height, PixelLayout la
     return std::shared_ptr<CGContext>(new CGContext(width, height, layout, colorSpace, std::move(pixels)));
 }
 
+std::shared_ptr<CGContext> CGContext::make(int width, int height, PixelLayout layout,
+                                           const CGColorSpace& colorSpace, PixelBuffer memory) {
+    if (width < 1 || height < 1 || !memory) return nullptr;
+    const std::size_t stride =
+        static_cast<std::size_t>(width) * static_cast<std::size_t>(bytesPerPixel(layout));
+    if (memory.size() / stride < static_cast<std::size_t>(height)) return nullptr;
+    std::shared_ptr<CGContext> made(new CGContext(width, height, layout, colorSpace, std::move(memory)));
+    made->drawsInPlace_ = true;
+    return made;
+}
+
 CGContext::CGContext(int width, int height, PixelLayout layout, const CGColorSpace& colorSpace,
                      PixelBuffer pixels)
-    : width_(width),
-      height_(height),
-      layout_(layout),
-      colorSpace_(colorSpace),
-      pixels_(std::move(pixels)),
-      scratch_(static_cast<std::size_t>(width) * 4) {}
+    : width_(width), height_(height), layout_(layout), colorSpace_(colorSpace), pixels_(std::move(pixels)) {}
 
 void CGContext::saveGState() { saved_.push_back(state_); }
 
@@ -91,11 +98,16 @@ std::optional<CGContext::PixelRect> CGContext::devicePixels(const CGRect& rect) 
     return visible ? std::optional(pixels) : std::nullopt;
 }
 
-bool CGContext::makeWritable() {
-    if (pixels_.isUnique()) return true;
+PixelBuffer CGContext::copiedPixels() const {
     PixelBuffer copy = PixelBuffer::make(pixels_.size());
+    if (copy) std::memcpy(copy.data(), pixels_.data(), pixels_.size());
+    return copy;
+}
+
+bool CGContext::makeWritable() {
+    if (drawsInPlace_ || pixels_.isUnique()) return true;
+    PixelBuffer copy = copiedPixels();
     if (!copy) return false;
-    std::memcpy(copy.data(), pixels_.data(), pixels_.size());
     pixels_ = std::move(copy);
     return true;
 }
@@ -105,8 +117,9 @@ MutablePixelView CGContext::view() {
 }
 
 /// Blends a row of premultiplied R G B A pixels at (x, y), which lies inside, in whatever layout the context
-/// has.
-void CGContext::blendRow(const std::uint8_t* premultiplied, int x, int y, int pixels) {
+/// has. `scratch` is the caller's, so that strips can be blended at the same time.
+void CGContext::blendRow(const std::uint8_t* premultiplied, int x, int y, int pixels,
+                         std::vector<std::uint8_t>& scratch) {
     const auto blend = state_.blendMode == CGBlendMode::copy ? kernels::blendRowCopy : kernels::blendRowOver;
     const int opacity = toByte(state_.alpha);
     std::uint8_t* row = view().row(y) + std::ptrdiff_t{x} * bytesPerPixel(layout_);
@@ -114,9 +127,10 @@ void CGContext::blendRow(const std::uint8_t* premultiplied, int x, int y, int pi
         blend(premultiplied, row, pixels, opacity);
         return;
     }
-    kernels::convertRow(row, layout_, scratch_.data(), PixelLayout::premultipliedLast, pixels);
-    blend(premultiplied, scratch_.data(), pixels, opacity);
-    kernels::convertRow(scratch_.data(), PixelLayout::premultipliedLast, row, layout_, pixels);
+    scratch.resize(static_cast<std::size_t>(pixels) * 4);
+    kernels::convertRow(row, layout_, scratch.data(), PixelLayout::premultipliedLast, pixels);
+    blend(premultiplied, scratch.data(), pixels, opacity);
+    kernels::convertRow(scratch.data(), PixelLayout::premultipliedLast, row, layout_, pixels);
 }
 
 void CGContext::fill(const CGRect& rect) {
@@ -142,42 +156,59 @@ void CGContext::fill(const CGRect& rect) {
     }
     kernels::convertRow(row.data(), PixelLayout::straightLast, row.data(), PixelLayout::premultipliedLast,
                         x1 - x0);
-    for (int y = y0; y < y1; ++y)
-        blendRow(row.data(), x0, y, x1 - x0);
+    forEachStrip(y1 - y0, [&](int begin, int end) {
+        std::vector<std::uint8_t> scratch;
+        for (int y = begin; y < end; ++y)
+            blendRow(row.data(), x0, y0 + y, x1 - x0, scratch);
+    });
 }
 
 void CGContext::draw(const CGImage& image, const CGRect& rect) {
     const std::optional<PixelRect> target = devicePixels(rect);
     if (!target || toByte(state_.alpha) == 0) return;
-    if (target->width() > maxScaledSide || target->height() > maxScaledSide ||
-        target->width() * target->height() > maxScaledPixels)
+    const bool scales = target->width() != image.width() || target->height() != image.height();
+    if (scales && (target->width() > maxScaledSide || target->height() > maxScaledSide ||
+                   target->width() * target->height() > maxScaledPixels))
         return;
     const PixelSize size{static_cast<int>(target->width()), static_cast<int>(target->height())};
     const std::optional<CGImage> scaled = scaledImage(image, size, state_.interpolation);
     if (!scaled) return;
     const std::optional<CGImage> picture =
-        convertedImage(*scaled, PixelLayout::premultipliedLast, colorSpace_);
+        sameColours(scaled->colorSpace(), colorSpace_)
+            ? scaled
+            : convertedImage(*scaled, PixelLayout::premultipliedLast, colorSpace_);
     const std::optional<PixelView> pixels = picture ? picture->pixels() : std::nullopt;
-    if (!pixels || !makeWritable()) return;
+    if (pixels && makeWritable()) drawRows(*pixels, *target);
+}
 
-    const int x0 = static_cast<int>(target->x0), y0 = static_cast<int>(target->y0);
-    const int left = std::max(-x0, 0), right = std::min(size.width, width_ - x0);
-    const int top = std::max(-y0, 0), bottom = std::min(size.height, height_ - y0);
-    std::vector<std::uint8_t> mirrored(target->mirrored ? static_cast<std::size_t>(size.width) * 4 : 0);
-    for (int y = top; y < bottom; ++y) {
-        const std::uint8_t* row = pixels->row(target->flipped ? size.height - 1 - y : y);
-        if (target->mirrored) {
-            for (int x = 0; x < size.width; ++x)
-                std::memcpy(&mirrored[static_cast<std::size_t>(x) * 4], row + (size.width - 1 - x) * 4, 4);
-            row = mirrored.data();
+/// The picture has the target's size and the context's colours.
+void CGContext::drawRows(PixelView picture, const PixelRect& target) {
+    const int x0 = static_cast<int>(target.x0), y0 = static_cast<int>(target.y0);
+    const int left = std::max(-x0, 0), right = std::min(picture.width, width_ - x0);
+    const int top = std::max(-y0, 0), bottom = std::min(picture.height, height_ - y0);
+    const int first = target.mirrored ? picture.width - right : left;
+    const bool copies = target.mirrored || picture.layout != PixelLayout::premultipliedLast;
+    forEachStrip(bottom - top, [&](int begin, int end) {
+        std::vector<std::uint32_t> row(copies ? static_cast<std::size_t>(right - left) : 0);
+        std::vector<std::uint8_t> scratch;
+        for (int y = top + begin; y < top + end; ++y) {
+            const std::uint8_t* from = picture.row(target.flipped ? picture.height - 1 - y : y) +
+                                       std::ptrdiff_t{first} * bytesPerPixel(picture.layout);
+            if (copies) {
+                auto* premultiplied = reinterpret_cast<std::uint8_t*>(row.data());
+                kernels::convertRow(from, picture.layout, premultiplied, PixelLayout::premultipliedLast,
+                                    right - left);
+                if (target.mirrored) std::reverse(row.begin(), row.end());
+                from = premultiplied;
+            }
+            blendRow(from, x0 + left, y0 + y, right - left, scratch);
         }
-        blendRow(row + left * 4, x0 + left, y0 + y, right - left);
-    }
+    });
 }
 
 std::optional<CGImage> CGContext::makeImage() {
     return CGImage::make(width_, height_, std::ptrdiff_t{width_} * bytesPerPixel(layout_), layout_,
-                         colorSpace_, pixels_);
+                         colorSpace_, drawsInPlace_ ? copiedPixels() : pixels_);
 }
 
 } // namespace pex

@@ -28,6 +28,10 @@ class PEX_EXPORT CGContext {
     /// is below 1 or the memory cannot be had.
     static std::shared_ptr<CGContext> make(int width, int height, PixelLayout layout,
                                            const CGColorSpace& colorSpace);
+    /// A context over given memory, rows without padding between them; whoever shares it sees what is drawn
+    /// at once. Null when a side is below 1 or the memory is too small.
+    static std::shared_ptr<CGContext> make(int width, int height, PixelLayout layout,
+                                           const CGColorSpace& colorSpace, PixelBuffer memory);
 
     int width() const { return width_; }
     int height() const { return height_; }
@@ -55,7 +59,7 @@ class PEX_EXPORT CGContext {
     void draw(const CGImage& image, const CGRect& rect);
 
     /// What was drawn so far. The image shares the memory until the context is drawn into again, which then
-    /// continues on a copy. Absent when memory cannot be had.
+    /// continues on a copy; of given memory it takes a copy. Absent when memory cannot be had.
     std::optional<CGImage> makeImage();
 
   private:
@@ -70,16 +74,19 @@ class PEX_EXPORT CGContext {
 
     CGContext(int width, int height, PixelLayout layout, const CGColorSpace& colorSpace, PixelBuffer pixels);
     std::optional<PixelRect> devicePixels(const CGRect& rect) const;
+    PixelBuffer copiedPixels() const;
     bool makeWritable();
     MutablePixelView view();
-    void blendRow(const std::uint8_t* premultiplied, int x, int y, int pixels);
+    void blendRow(const std::uint8_t* premultiplied, int x, int y, int pixels,
+                  std::vector<std::uint8_t>& scratch);
+    void drawRows(PixelView picture, const PixelRect& target);
 
     int width_;
     int height_;
     PixelLayout layout_;
     CGColorSpace colorSpace_;
     PixelBuffer pixels_;
-    std::vector<std::uint8_t> scratch_;
+    bool drawsInPlace_ = false; // whoever shares the pixels is to see them change
     State state_;
     std::vector<State> saved_;
 };

@@ -39,26 +39,29 @@ bool sameColours(const CGColorSpace& a, const CGColorSpace& b) {
     return a == b || (a.isStandard() && b.isStandard());
 }
 
+bool convertPixels(const CGImage& image, MutablePixelView to, const CGColorSpace& colorSpace) {
+    const std::optional<PixelView> from = image.pixels();
+    if (!from) return false;
+    if (sameColours(image.colorSpace(), colorSpace)) {
+        convertLayout(*from, to);
+        return true;
+    }
+    const auto pixels =
+        from->layout == PixelLayout::grey ? ColorConversion::Pixels::gray : ColorConversion::Pixels::rgba;
+    const auto conversion = ColorConversion::make(image.colorSpace(), pixels, colorSpace);
+    if (conversion) convertColours(*from, *conversion, to);
+    return conversion != nullptr;
+}
+
 std::optional<CGImage> convertedImage(const CGImage& image, PixelLayout layout,
                                       const CGColorSpace& colorSpace) {
-    const bool coloursStay = sameColours(image.colorSpace(), colorSpace);
-    if (coloursStay && image.layout() == layout) return image;
-    const std::optional<PixelView> from = image.pixels();
-    if (!from) return std::nullopt;
+    if (image.layout() == layout && sameColours(image.colorSpace(), colorSpace)) return image;
     const std::ptrdiff_t stride = std::ptrdiff_t{image.width()} * bytesPerPixel(layout);
     PixelBuffer buffer =
         PixelBuffer::make(static_cast<std::size_t>(stride) * static_cast<std::size_t>(image.height()));
     if (!buffer) return std::nullopt;
     const MutablePixelView to{buffer.data(), image.width(), image.height(), stride, layout};
-    if (coloursStay) {
-        convertLayout(*from, to);
-    } else {
-        const auto pixels =
-            from->layout == PixelLayout::grey ? ColorConversion::Pixels::gray : ColorConversion::Pixels::rgba;
-        const auto conversion = ColorConversion::make(image.colorSpace(), pixels, colorSpace);
-        if (!conversion) return std::nullopt;
-        convertColours(*from, *conversion, to);
-    }
+    if (!convertPixels(image, to, colorSpace)) return std::nullopt;
     return CGImage::make(image.width(), image.height(), stride, layout, colorSpace, std::move(buffer));
 }
 

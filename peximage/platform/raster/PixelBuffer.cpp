@@ -1,5 +1,6 @@
 #include "peximage/platform/raster/PixelBuffer.h"
 
+#include <atomic>
 #include <cstdlib>
 #include <cstring>
 #include <limits>
@@ -122,6 +123,12 @@ PixelBuffer PixelBuffer::makeZeroed(std::size_t bytes) {
     PixelBuffer buffer = make(bytes);
     if (buffer) std::memset(buffer.data(), 0, bytes);
     return buffer;
+}
+
+bool PixelBuffer::isUnique() const {
+    const bool alone = bytes_.use_count() == 1;
+    std::atomic_thread_fence(std::memory_order_acquire); // what others read of it, they have read before
+    return alone;
 }
 
 void pixelPool::setBound(std::size_t bytes) { pool().setBound(bytes); }

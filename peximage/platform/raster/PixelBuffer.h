@@ -28,8 +28,9 @@ class PEX_EXPORT PixelBuffer {
     std::uint8_t* data() const { return bytes_.get(); }
     std::size_t size() const { return size_; }
     explicit operator bool() const { return bytes_ != nullptr; }
-    /// True while no other buffer object shares the bytes.
-    bool isUnique() const { return bytes_.use_count() == 1; }
+    /// True while no other buffer object shares the bytes: who holds it may then write them, also when
+    /// another thread has just dropped the last other one.
+    bool isUnique() const;
 
   private:
     PixelBuffer(std::shared_ptr<std::uint8_t> bytes, std::size_t size)

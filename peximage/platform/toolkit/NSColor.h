@@ -9,14 +9,32 @@ namespace pex {
 /// The platform's colour: sRGB, channels 0–1, straight alpha. A value.
 class PEX_EXPORT NSColor {
   public:
+    /// A hue around the colour circle (0 and 1 red, 1/3 green, 2/3 blue), a saturation and a brightness.
+    struct Hue {
+        double hue = 0;
+        double saturation = 0;
+        double brightness = 0;
+        double alpha = 1;
+    };
+
     constexpr NSColor() = default;
     constexpr NSColor(double red, double green, double blue, double alpha = 1)
         : color_{red, green, blue, alpha} {}
+    /// `NSColor({.hue = 0.5, .saturation = 1, .brightness = 1})`, by the standard hexagonal model. What lies
+    /// outside 0–1 is limited to it first.
+    explicit NSColor(const Hue& parts);
 
     constexpr double redComponent() const { return color_.red; }
     constexpr double greenComponent() const { return color_.green; }
     constexpr double blueComponent() const { return color_.blue; }
     constexpr double alphaComponent() const { return color_.alpha; }
+
+    /// The colour in the hexagonal model of hue, saturation and brightness, for channels of 0–1. A grey has
+    /// hue 0, and black has saturation 0, too.
+    double hueComponent() const;
+    double saturationComponent() const;
+    double brightnessComponent() const;
+
     constexpr const CGColor& cgColor() const { return color_; }
 
     /// Fills the rectangle, in user space, of this thread's current `NSGraphicsContext`; nothing without one.

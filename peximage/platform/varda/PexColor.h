@@ -2,6 +2,7 @@
 
 #include "peximage/platform/Export.h"
 #include "peximage/platform/foundation/KeyedDocument.h"
+#include "peximage/platform/toolkit/NSColor.h"
 
 #include <cstdint>
 
@@ -25,6 +26,10 @@ class PEX_EXPORT PexColor {
     /// `PexColor({.intRed = 255, .green = 128, .blue = 0})`: each channel is its 255th part.
     constexpr explicit PexColor(const IntRed& c)
         : PexColor(c.intRed / 255.0, c.green / 255.0, c.blue / 255.0, c.alpha / 255.0) {}
+    constexpr explicit PexColor(const NSColor& c)
+        : PexColor(c.redComponent(), c.greenComponent(), c.blueComponent(), c.alphaComponent()) {}
+
+    constexpr NSColor nsColor() const { return {red, green, blue, alpha}; }
 
     double red = 0;
     double green = 0;

@@ -36,27 +36,31 @@ HWY_INLINE Pixels alphaToFirst(Pixels rgba) { return hn::RotateRight<24>(rgba); 
 
 HWY_INLINE Pixels withOpaqueAlpha(Pixels rgba) { return hn::Or(rgba, hn::Set(Lanes(), 0xFF000000u)); }
 
-/// Rounded c * a / 255 for the colour of R G B A; alpha stays. With t = c * a + 128 the quotient is exactly
-/// (t + t / 256) / 256 in 16 bits.
-HWY_INLINE Pixels premultiplied(Pixels rgba) {
-    const Lanes d;
+/// Every other byte, in 16-bit lanes: of R G B A red and blue, and green and alpha.
+HWY_INLINE Pixels evenBytes(Pixels p) { return hn::And(p, hn::Set(Lanes(), 0x00FF00FFu)); }
+HWY_INLINE Pixels oddBytes(Pixels p) { return evenBytes(hn::ShiftRight<8>(p)); }
+HWY_INLINE Pixels joinedBytes(Pixels even, Pixels odd) { return hn::Or(even, hn::ShiftLeft<8>(odd)); }
+
+/// Rounded x * f / 255 of bytes in 16-bit lanes: with t = x * f + 128 the quotient is exactly
+/// t * 257 / 65536.
+HWY_INLINE Pixels timesOver255(Pixels bytes, Pixels factors) {
     const hn::Repartition<std::uint16_t, Lanes> d16;
-    const auto low = hn::Set(d, 0x00FF00FFu);
-    const auto half = hn::Set(d16, 128);
+    const auto product = hn::Mul(hn::BitCast(d16, bytes), hn::BitCast(d16, factors));
+    return hn::BitCast(Lanes(), hn::MulHigh(hn::Add(product, hn::Set(d16, 128)), hn::Set(d16, 257)));
+}
+
+/// Rounded c * a / 255 for the colour of R G B A; alpha stays.
+HWY_INLINE Pixels premultiplied(Pixels rgba) {
     const auto alpha = hn::ShiftRight<24>(rgba);
-    const auto times = [&](Pixels two, Pixels factors) HWY_ATTR {
-        const auto t = hn::Add(hn::Mul(hn::BitCast(d16, two), hn::BitCast(d16, factors)), half);
-        return hn::BitCast(d, hn::ShiftRight<8>(hn::Add(t, hn::ShiftRight<8>(t))));
-    };
-    const auto redBlue = times(hn::And(rgba, low), hn::Or(alpha, hn::ShiftLeft<16>(alpha)));
-    const auto greenAlpha =
-        times(hn::And(hn::ShiftRight<8>(rgba), low), hn::Or(alpha, hn::Set(d, 0xFF0000u)));
-    return hn::Or(redBlue, hn::ShiftLeft<8>(greenAlpha));
+    const auto redBlue = timesOver255(evenBytes(rgba), hn::Or(alpha, hn::ShiftLeft<16>(alpha)));
+    const auto greenAlpha = timesOver255(oddBytes(rgba), hn::Or(alpha, hn::Set(Lanes(), 0xFF0000u)));
+    return joinedBytes(redBlue, greenAlpha);
 }
 
 /// Calls `step(from, to)` for every full vector of pixels of a row, and for the rest through a copy, so that
-/// nothing outside the row is touched. A source pixel has `FromBytes` bytes, a target pixel `ToBytes`.
-template <std::size_t FromBytes, std::size_t ToBytes, class Step>
+/// nothing outside the row is touched. A source pixel has `FromBytes` bytes, a target pixel `ToBytes`; a step
+/// that reads the target, too, says so.
+template <std::size_t FromBytes, std::size_t ToBytes, bool ReadsTarget = false, class Step>
 HWY_INLINE void alongRow(const std::uint8_t* from, std::uint8_t* to, int pixels, Step step) {
     const std::size_t lanes = hn::Lanes(Lanes());
     const auto count = static_cast<std::size_t>(pixels);
@@ -65,8 +69,9 @@ HWY_INLINE void alongRow(const std::uint8_t* from, std::uint8_t* to, int pixels,
         step(from + x * FromBytes, to + x * ToBytes);
     if (x == count) return;
     std::uint8_t rest[HWY_MAX_BYTES] = {};
-    std::uint8_t result[HWY_MAX_BYTES];
+    std::uint8_t result[HWY_MAX_BYTES] = {};
     std::memcpy(rest, from + x * FromBytes, (count - x) * FromBytes);
+    if constexpr (ReadsTarget) std::memcpy(result, to + x * ToBytes, (count - x) * ToBytes);
     step(rest, result);
     std::memcpy(to + x * ToBytes, result, (count - x) * ToBytes);
 }

@@ -1,0 +1,31 @@
+#pragma once
+
+#include <array>
+#include <cstdint>
+
+/// Edits of rows of A R G B pixels, in place.
+namespace pex::kernels {
+
+/// The bytes of one pixel as they lie in memory.
+using Argb = std::array<std::uint8_t, 4>;
+
+/// Every pixel becomes `pixel`, but for the bits that `keep` has set.
+void overwriteRow(std::uint8_t* argb, int pixels, const Argb& pixel, const Argb& keep);
+
+/// Every pixel of alpha 0 becomes `pixel`.
+void fillTransparentRow(std::uint8_t* argb, int pixels, const Argb& pixel);
+
+enum class Gate {
+    darkToBlack,  // red + green + blue below the limit
+    lightToWhite, // above it
+    toEither,     // below it to black, else to white
+};
+
+/// Sets the colours of pixels by the sum of their channels, 0 to 765; alpha stays.
+void gateRow(std::uint8_t* argb, int pixels, Gate gate, int limit);
+
+/// Sets alpha to 0 where the squared distance of the colour to that of `key` is at most `largestSquare`;
+/// nowhere when that is negative.
+void keyRow(std::uint8_t* argb, int pixels, const Argb& key, int largestSquare);
+
+} // namespace pex::kernels

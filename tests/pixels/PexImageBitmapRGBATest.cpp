@@ -1,0 +1,320 @@
+#include "peximage/pixels/PexImageBitmapRGBA.h"
+
+#include "peximage/platform/varda/PerfAn.h"
+#include "tests/platform/raster/kernels/EveryInstructionSet.h"
+#include "tests/support/CapturedLines.h"
+#include "tests/support/Pictures.h"
+
+#include <algorithm>
+#include <cmath>
+#include <limits>
+
+using namespace pex;
+
+namespace {
+
+using Bitmap = PexImageBitmapRGBA;
+using Bytes = std::vector<std::uint8_t>;
+
+Bytes bytesOf(const Bitmap& bitmap) { return {bitmap.bytes().begin(), bitmap.bytes().end()}; }
+
+/// Random pixels, also such that no premultiplied picture has; few alphas, so that 0 is among them.
+Bitmap randomBitmap(int width, int height) {
+    Bitmap bitmap(noise(width, height, PixelLayout::skipLast));
+    unsigned state = 3;
+    for (std::size_t i = 0; i < bitmap.bytes().size(); i += 4)
+        bitmap.writableBytes()[i] = static_cast<std::uint8_t>((state = state * 1664525 + 1013904223) >> 30);
+    return bitmap;
+}
+
+TEST(PexImageBitmapRGBA, BeginsTransparentOrBlackAndSaysSo) {
+    CapturedLines captured;
+    EXPECT_EQ(bytesOf(Bitmap(2, 1, true)), (Bytes{255, 0, 0, 0, 255, 0, 0, 0}));
+    EXPECT_EQ(bytesOf(Bitmap(1, 2, false)), Bytes(8, 0));
+    EXPECT_EQ(captured.lines,
+              (std::vector<std::string>{"PexImageBitmapRGBA.init (width: 2, height: 1, fillBlack: true",
+                                        "PexImageBitmapRGBA.init (width: 1, height: 2, fillBlack: false"}));
+}
+
+TEST(PexImageBitmapRGBA, SinglePixelsFromTheTopAndFromTheBottom) {
+    CapturedLines captured;
+    Bitmap bitmap(1, 2, false);
+    bitmap.setPixel({.x = 0, .y = 0, .r = 1, .g = 2, .b = 3, .a = 4, .invertedY = false});
+    EXPECT_EQ(bytesOf(bitmap), (Bytes{4, 1, 2, 3, 0, 0, 0, 0}));
+    bitmap.setPixel({.x = 0, .y = 0, .color = PexColor(1, 0.5, 0, 0.25), .invertedY = true});
+    EXPECT_EQ(bytesOf(bitmap), (Bytes{4, 1, 2, 3, 64, 255, 128, 0}));
+    bitmap.setPixelAlpha({.x = 0, .y = 0, .alpha = 9});
+    bitmap.setPixelAlpha({.x = 0, .y = 0, .alpha = 8, .invertedY = false});
+    EXPECT_EQ(bytesOf(bitmap), (Bytes{8, 1, 2, 3, 9, 255, 128, 0}));
+    bitmap.setPixel({.x = 0, .y = 1, .color = PexColor255(255, 255, 254, 0), .invertedY = true});
+
+    EXPECT_EQ(bitmap.getPixelAlpha(0, 1, false), 9);
+    EXPECT_EQ(bitmap.getPixelAlpha(0, 0, true), 9);
+    EXPECT_EQ(bitmap.getPixelPexColor255(0, 0, false), PexColor255(255, 255, 254, 0));
+    EXPECT_EQ(bitmap.getPixelColor(0, 0, false), PexColor({.intRed = 255, .green = 255, .blue = 254}));
+    EXPECT_EQ(bitmap.getPixelLuminance(0, 0, false), 254);
+    bitmap.setPixel({.x = 0, .y = 0, .r = 1, .g = 1, .b = 0, .a = 255, .invertedY = false});
+    EXPECT_EQ(bitmap.getPixelLuminance(0, 0, false), 0);
+}
+
+TEST(PexImageBitmapRGBA, OutsideReadsZeroAndWritesNothing) {
+    CapturedLines captured;
+    Bitmap bitmap(3, 2, true);
+    const Bytes before = bytesOf(bitmap);
+    constexpr auto huge = std::numeric_limits<std::int64_t>::max(),
+                   low = std::numeric_limits<std::int64_t>::min();
+    const std::pair<std::int64_t, std::int64_t> places[] = {{-1, 0},   {3, 0},    {0, -1},      {0, 2},
+                                                            {huge, 0}, {0, huge}, {huge, huge}, {low, low}};
+    for (const bool inverted : {false, true}) {
+        for (const auto& [x, y] : places) {
+            bitmap.setPixel({.x = x, .y = y, .r = 9, .g = 9, .b = 9, .a = 9, .invertedY = inverted});
+            bitmap.setPixel({.x = x, .y = y, .color = PexColor::pureWhite, .invertedY = inverted});
+            bitmap.setPixelAlpha({.x = x, .y = y, .alpha = 9, .invertedY = inverted});
+            EXPECT_EQ(bitmap.getPixelAlpha(x, y, inverted), 0);
+            EXPECT_EQ(bitmap.getPixelPexColor255(x, y, inverted), PexColor255());
+        }
+    }
+    EXPECT_EQ(bytesOf(bitmap), before);
+
+    // Sides set beyond the buffer.
+    bitmap.width = huge;
+    bitmap.height = huge;
+    EXPECT_EQ(bitmap.getPixelAlpha(5, 0, false), 255);
+    for (const auto& [x, y] : {std::pair<std::int64_t, std::int64_t>{6, 0}, {0, 1}, {huge - 1, huge - 1}}) {
+        bitmap.setPixelAlpha({.x = x, .y = y, .alpha = 9, .invertedY = false});
+        EXPECT_EQ(bitmap.getPixelAlpha(x, y, false), 0);
+    }
+    bitmap.fillRect({Bitmap::Point(0, 0), Bitmap::Size(huge, huge)}, PexColor::pureWhite, true);
+    EXPECT_EQ(bytesOf(bitmap), before);
+    EXPECT_FALSE(bitmap.cgImage());
+}
+
+TEST(PexImageBitmapRGBA, CopiesAndImagesAreIndependent) {
+    CapturedLines captured;
+    Bitmap first(2, 2, true);
+    const auto image = first.cgImage();
+    Bitmap second = first;
+    second.setPixelAlpha({.x = 0, .y = 0, .alpha = 1, .invertedY = false});
+    first.fill(5, 6, 7);
+    EXPECT_EQ(second.getPixelPexColor255(0, 0, false), PexColor255(0, 0, 0, 1));
+    EXPECT_EQ(first.getPixelPexColor255(0, 0, false), PexColor255(5, 6, 7, 255));
+    EXPECT_EQ(pixelAt(*image, 0, 0), (Pixel{255, 0, 0, 0}));
+    EXPECT_EQ(image->layout(), PixelLayout::premultipliedFirst);
+    EXPECT_EQ(first.pexImage()->size, CGSize(2, 2));
+}
+
+TEST(PexImageBitmapRGBA, FromImagesAndContexts) {
+    const CGImage picture = noise(21, 13, PixelLayout::premultipliedLast);
+    const Bitmap fromBitmap(picture), fromImage(*PexImage::make(picture));
+    const Bitmap mirrored(*PexContextImage::make(picture));
+    EXPECT_EQ(mirrored.width, 21);
+    EXPECT_EQ(mirrored.height, 13);
+    for (int y = 0; y < 13; ++y) {
+        for (int x = 0; x < 21; ++x) {
+            const Pixel p = pixelAt(picture, x, y);
+            EXPECT_EQ(fromBitmap.getPixelPexColor255(x, y, false), PexColor255(p[0], p[1], p[2], p[3]));
+            EXPECT_EQ(mirrored.getPixelPexColor255(x, y, true), PexColor255(p[0], p[1], p[2], p[3]));
+        }
+    }
+    EXPECT_EQ(bytesOf(fromImage), bytesOf(fromBitmap));
+
+    // At the image's size, not that of its pixels.
+    const auto smaller = PexImage::make(picture);
+    smaller->size = {10.9, 5.2};
+    const auto context = PexContextImage::make(smaller);
+    const Bitmap scaled(*smaller), scaledMirrored(*context);
+    EXPECT_EQ(scaled.width, 10);
+    EXPECT_EQ(scaled.height, 5);
+    for (int y = 0; y < 5; ++y) {
+        for (int x = 0; x < 10; ++x) {
+            const auto [r, g, b, a] = context->getPixelColorComponents(x, y);
+            EXPECT_EQ(scaled.getPixelPexColor255(x, y, false), PexColor255(r, g, b, a));
+            EXPECT_EQ(scaledMirrored.getPixelPexColor255(x, y, true), PexColor255(r, g, b, a));
+        }
+    }
+
+    context->size = {12, 3}; // larger than what was drawn, and smaller
+    const Bitmap other(*context);
+    EXPECT_EQ(bytesOf(other).size(), 12u * 3 * 4);
+    EXPECT_EQ(other.getPixelPexColor255(9, 0, true), scaled.getPixelPexColor255(9, 0, false));
+    EXPECT_EQ(other.getPixelPexColor255(10, 0, true), PexColor255());
+    const Bitmap blank(*PexImage::make({.notBakedNormalizedSize = {4, 3}}));
+    EXPECT_EQ(bytesOf(blank), Bytes(48, 0));
+}
+
+TEST(PexImageBitmapRGBA, RectanglesTruncate) {
+    using Rect = Bitmap::Rect;
+    const Rect wanted(Bitmap::Point(-1, 2), Bitmap::Size(3, 0));
+    EXPECT_EQ(Rect(CGRect(-1.9, 2.9, 3.5, 0.99)), wanted);
+    EXPECT_EQ(Rect(CGPoint(-1.9, 2.9), CGSize(3.5, -0.99)), wanted);
+    EXPECT_EQ(Bitmap::Point(CGPoint(std::nan(""), 1e300)).x, 0);
+    EXPECT_GT(Bitmap::Point(CGPoint(std::nan(""), 1e300)).y, std::int64_t{1} << 62);
+}
+
+/// Applies `edit(a, r, g, b)` to every pixel of a copy of the bytes.
+template <class Edit>
+Bytes edited(Bytes bytes, Edit edit) {
+    for (std::size_t i = 0; i < bytes.size(); i += 4)
+        edit(bytes[i], bytes[i + 1], bytes[i + 2], bytes[i + 3]);
+    return bytes;
+}
+
+using Channel = std::uint8_t;
+
+/// Runs the operation on bitmaps of several sizes, one of them cut into many strips, on each instruction set.
+template <class Operation, class Edit>
+void expectEdits(Operation operation, Edit edit) {
+    for (const auto& [width, height] : {std::pair{1, 1}, {7, 5}, {613, 411}}) {
+        const Bitmap original = randomBitmap(width, height);
+        const Bytes wanted = edited(bytesOf(original), edit);
+        kernels::onEveryInstructionSet([&] {
+            Bitmap bitmap = original;
+            operation(bitmap);
+            EXPECT_EQ(bytesOf(bitmap), wanted) << width;
+        });
+    }
+}
+
+void setColour(Channel& r, Channel& g, Channel& b, Channel value) { r = g = b = value; }
+
+TEST(PexImageBitmapRGBA, FillsTheWholeBuffer) {
+    expectEdits([](Bitmap& b) { b.fill(1, 2, 3); },
+                [](Channel&, Channel& r, Channel& g, Channel& b) { r = 1, g = 2, b = 3; });
+    expectEdits([](Bitmap& b) { b.fillAlpha(); }, [](Channel& a, Channel&, Channel&, Channel&) { a = 255; });
+    expectEdits([](Bitmap& b) { b.fillTransparentPixelWithColor(PexColor(1, 0.5, 0, 0.25)); },
+                [](Channel& a, Channel& r, Channel& g, Channel& b) {
+                    if (a == 0) a = 64, r = 255, g = 128, b = 0;
+                });
+}
+
+TEST(PexImageBitmapRGBA, GatesByLuminance) {
+    const double inf = std::numeric_limits<double>::infinity();
+    const std::pair<double, int> cases[] = {{0.5, 382}, {0, 0},   {1, 765},   {0.333, 254}, {-0.001, 0},
+                                            {-2, -1},   {2, 766}, {inf, 766}, {-inf, -1}};
+    for (const auto& [threshold, limit] : cases) {
+        SCOPED_TRACE(threshold);
+        expectEdits([&](Bitmap& b) { b.lightGate(threshold); },
+                    [&](Channel&, Channel& r, Channel& g, Channel& b) {
+                        if (r + g + b < limit) setColour(r, g, b, 0);
+                    });
+        expectEdits([&](Bitmap& b) { b.darkGate(threshold); },
+                    [&](Channel&, Channel& r, Channel& g, Channel& b) {
+                        if (r + g + b > limit) setColour(r, g, b, 255);
+                    });
+        expectEdits([&](Bitmap& b) { b.lightDarkGate(threshold); },
+                    [&](Channel&, Channel& r, Channel& g, Channel& b) {
+                        setColour(r, g, b, r + g + b < limit ? 0 : 255);
+                    });
+    }
+    const auto nothing = [](Channel&, Channel&, Channel&, Channel&) {};
+    expectEdits([](Bitmap& b) { b.lightDarkGate(std::nan("")); }, nothing);
+}
+
+TEST(PexImageBitmapRGBA, GatesAtTheLimit) {
+    // Sums 381, 382 and 383 against the limit 382.
+    const auto sums = makePicture(3, 1, PixelLayout::skipLast, [](int x, int) {
+        return Pixel{127, 127, std::uint8_t(127 + x), 0};
+    });
+    const auto reds = [&](auto operation) {
+        Bitmap bitmap(sums);
+        operation(bitmap);
+        return std::array{bitmap.getPixelPexColor255(0, 0, false).r,
+                          bitmap.getPixelPexColor255(1, 0, false).r,
+                          bitmap.getPixelPexColor255(2, 0, false).r};
+    };
+    using Reds = std::array<std::uint8_t, 3>;
+    EXPECT_EQ(reds([](Bitmap& b) { b.lightGate(0.5); }), (Reds{0, 127, 127}));
+    EXPECT_EQ(reds([](Bitmap& b) { b.darkGate(0.5); }), (Reds{127, 127, 255}));
+    EXPECT_EQ(reds([](Bitmap& b) { b.lightDarkGate(0.5); }), (Reds{0, 255, 255}));
+}
+
+TEST(PexImageBitmapRGBA, KeysByDistance) {
+    for (const double tolerance : {0.0, 0.99, 50.0, 110.5, 200.0, 441.6, 441.7, 1e300, -1.0, std::nan("")}) {
+        SCOPED_TRACE(tolerance);
+        expectEdits([&](Bitmap& b) { b.key(200, 20, 130, tolerance); },
+                    [&](Channel& a, Channel& r, Channel& g, Channel& b) {
+                        if (std::hypot(r - 200.0, g - 20.0, b - 130.0) <= tolerance) a = 0;
+                    });
+    }
+}
+
+TEST(PexImageBitmapRGBA, KeysUpToTheTolerance) {
+    struct Case {
+        Pixel pixel;
+        double tolerance;
+        bool keyed;
+    };
+    const Case cases[] = {{{10, 20, 30, 255}, 0, true},       {{11, 20, 30, 255}, 0, false},
+                          {{11, 20, 30, 255}, 0.999, false},  {{10, 25, 30, 255}, 5, true},
+                          {{10, 25, 30, 255}, 4.9, false},    {{13, 24, 30, 255}, 5, true},
+                          {{13, 24, 30, 255}, 4.9999, false}, {{255, 255, 255, 255}, 441.7, true}};
+    for (const Case& c : cases) {
+        Bitmap bitmap(makePicture(1, 1, PixelLayout::straightLast, [&](int, int) { return c.pixel; }));
+        bitmap.key(10, 20, 30, c.tolerance);
+        EXPECT_EQ(bitmap.getPixelPexColor255(0, 0, false),
+                  PexColor255(c.pixel[0], c.pixel[1], c.pixel[2], c.keyed ? 0 : 255));
+    }
+}
+
+TEST(PexImageBitmapRGBA, FillsTheVisiblePartOfARectangle) {
+    constexpr auto huge = std::numeric_limits<std::int64_t>::max();
+    const std::array<std::array<std::int64_t, 4>, 9> rects = {{{2, 1, 3, 2},
+                                                               {5, 3, 100, 100},
+                                                               {0, 0, huge, huge},
+                                                               {8, 6, 1, 1},
+                                                               {7, 5, huge, huge},
+                                                               {-2, -3, 5, 5},
+                                                               {1, 1, -1, 4},
+                                                               {huge, huge, huge, huge},
+                                                               {1, 1, 0, 3}}};
+    const Bitmap original = randomBitmap(8, 6);
+    for (const auto& [x, y, width, height] : rects) {
+        for (const bool inverted : {false, true}) {
+            Bytes wanted = bytesOf(original);
+            for (int row = 0; row < 6; ++row) {
+                for (int column = 0; column < 8; ++column) {
+                    const int at = inverted ? 5 - row : row;
+                    if (column < x || column - x >= width || at < y || at - y >= height) continue;
+                    const Bytes pixel{64, 255, 128, 0};
+                    std::ranges::copy(pixel, wanted.begin() + (row * 8 + column) * 4);
+                }
+            }
+            kernels::onEveryInstructionSet([&, x = x, y = y, width = width, height = height] {
+                Bitmap bitmap = original;
+                bitmap.fillRect({Bitmap::Point(x, y), Bitmap::Size(width, height)}, PexColor(1, 0.5, 0, 0.25),
+                                inverted);
+                EXPECT_EQ(bytesOf(bitmap), wanted) << x << ' ' << y << ' ' << width << ' ' << height;
+            });
+        }
+    }
+    PerfAn::reset();
+    Bitmap(original).fillRect({}, {}, false);
+    ASSERT_EQ(PerfAn::measures().size(), 1u);
+    EXPECT_EQ(PerfAn::measures()[0].label, "PexImageBitmap.fillRect ()");
+}
+
+TEST(PexImageBitmapRGBA, WithoutPixels) {
+    CapturedLines captured;
+    constexpr auto huge = std::numeric_limits<std::int64_t>::max();
+    for (const auto& [width, height] : {std::pair<std::int64_t, std::int64_t>{0, 5},
+                                        {5, 0},
+                                        {-2, 3},
+                                        {-2, -3},
+                                        {huge, huge},
+                                        {1 << 20, 1 << 20},
+                                        {huge, 1}}) {
+        Bitmap bitmap(width, height, true);
+        bitmap.fill(1, 2, 3);
+        bitmap.fillAlpha();
+        bitmap.fillRect({Bitmap::Point(0, 0), Bitmap::Size(9, 9)}, PexColor::pureWhite, false);
+        bitmap.fillTransparentPixelWithColor(PexColor::pureWhite);
+        bitmap.lightDarkGate(0.5);
+        bitmap.key(0, 0, 0, 500);
+        bitmap.setPixelAlpha({.x = 0, .y = 0, .alpha = 1});
+        EXPECT_EQ(bitmap.bytes().size(), 0u);
+        EXPECT_FALSE(bitmap.cgImage());
+        EXPECT_FALSE(bitmap.pexImage());
+    }
+}
+
+} // namespace

@@ -1,0 +1,201 @@
+#!/usr/bin/env python3
+"""Measures the headline jobs beside their peers, in turns within one run.
+
+    bench/run.py BUILD [--only WORD]
+
+Prints the tables and writes BUILD/results.json and BUILD/results.svg. With --only, the jobs whose names
+contain the word. Every ratio is our time over the peer's; below 1 we are faster.
+"""
+
+import argparse
+import pathlib
+import shutil
+import subprocess
+
+from chart import chart
+from measure import Worker, compare, peak_megabytes, process
+from report import Fact, environment, json_text, table_text
+
+BUDGET, LARGE_BUDGET = 300_000, 1_500_000
+TWO_THREADS = 2
+
+
+def output_of(*command):
+    return subprocess.run([str(word) for word in command], check=True, capture_output=True, text=True).stdout
+
+
+def find_convert():
+    """ImageMagick's own program: Debian's name for it first, then whatever says that it is ImageMagick."""
+    for name in ("convert-im6.q16", "convert-im7.q16", "/usr/bin/convert", "convert"):
+        path = shutil.which(name)
+        if path and output_of(path, "-version").startswith("Version: ImageMagick"):
+            return path
+    raise SystemExit("bench: ImageMagick's convert is missing; see scripts/packages-bench.txt")
+
+
+class Bench:
+    def __init__(self, build, only):
+        self.bin, self.only = build / "bin", only
+        self.folder = build / "sample"
+        self.photo, self.out = self.folder / "photo.jpg", self.folder / "out.jpg"
+        self.tool = self.bin / "peximage"
+        self.comparisons, self.facts = [], []
+
+    def wanted(self, job):
+        return self.only in job
+
+    def compare(self, job, peer, ours, theirs, **how):
+        if self.wanted(job):
+            print(f"  {job}, {peer} …", flush=True)
+            self.comparisons.append(compare(job, peer, ours, theirs, **how))
+            return self.comparisons[-1]
+        return None
+
+    def fact(self, *fact):
+        self.facts.append(Fact(*fact))
+
+    # What is measured on.
+
+    def prepare(self):
+        self.folder.mkdir(exist_ok=True)
+        self.make("photo.jpg", lambda path: output_of(self.bin / "sample-scene", path))
+        for eighths, width in ((8, 4000), (4, 2000), (2, 1000)):
+            self.make(f"photo-{width}.ppm",
+                      lambda path, part=eighths: output_of(self.bin / "bench-worker", "decode", self.photo, part, path))
+        reduced = self.folder / "reduced.jpg"
+        self.make("photo-24.jpg",
+                  lambda path: output_of(self.tool, "resize", self.photo, "-o", path, "--size", "6000x4000"))
+        self.make("reduced.jpg",
+                  lambda path: output_of(self.tool, "resize", self.photo, "-o", path, "--max-side", "2000"))
+        self.make("photo.png", lambda path: output_of(self.tool, "convert", reduced, "-o", path))
+
+    def make(self, name, how):
+        path = self.folder / name
+        if not path.exists():
+            print(f"bench: making {path}", flush=True)
+            how(path)
+
+    # Whole processes.
+
+    def shrink(self, max_bytes, max_side=None):
+        side = ["--max-side", max_side] if max_side else []
+        return process(self.tool, "shrink", self.photo, "-o", self.out, "--max-bytes", max_bytes, *side)
+
+    def shrink_peers(self, max_bytes, max_side=None):
+        side = [max_side] if max_side else []
+        resize = ["-resize", f"{max_side}x{max_side}"] if max_side else []
+        extent = ["-define", f"jpeg:extent={max_bytes // 1000}KB"]
+        return {
+            "ImageMagick": process(find_convert(), self.photo, *resize, *extent, self.out),
+            "libvips": process(self.bin / "vips-shrink", self.photo, self.out, max_bytes, *side),
+            "libjpeg-turbo": process(self.bin / "turbo-shrink", self.photo, self.out, max_bytes, *side),
+        }
+
+    def shrinking(self, job, max_bytes, max_side, goals):
+        ours = self.shrink(max_bytes, max_side)
+        done = []
+        for (peer, theirs), goal in zip(self.shrink_peers(max_bytes, max_side).items(), goals):
+            rounds = 9 if peer == "ImageMagick" else 21
+            done.append(self.compare(job, peer, ours, theirs, goal=goal, rounds=rounds))
+        if done[0]:
+            peers = {c.peer: f"{peak_megabytes(c.theirs):.1f}" for c in done}
+            peak = peak_megabytes(done[-1].ours)
+            self.fact(f"{job}: peak memory, MB", f"{peak:.1f}", peers, "below 40" if max_side else None,
+                      peak < 40 if max_side else None)
+
+    def processes(self):
+        self.shrinking("shrink to 2000 px, 300 KB", BUDGET, 2000, (1 / 12, 1 / 5, 0.65))
+        self.shrinking("shrink to 1.5 MB", LARGE_BUDGET, None, (1 / 8, 1 / 4, 0.5))
+        self.compare("shrink to 1800 px, 300 KB", "ours to 2000 px", self.shrink(BUDGET, 1800),
+                     self.shrink(BUDGET, 2000), goal=1.35, rounds=21)
+        djpeg = process("djpeg", "-version")
+        self.compare("--version", "djpeg -version", process(self.tool, "--version"), djpeg, goal=2, rounds=51)
+        info = process(self.tool, "info", self.folder / "photo-24.jpg")
+        self.compare("info, 24 MP", "djpeg -version", info, djpeg, rounds=51)
+        self.count_header_bytes()
+
+    def count_header_bytes(self):
+        photo = self.folder / "photo-24.jpg"
+        told = subprocess.run([self.tool, "info", "-v", photo], check=True, capture_output=True, text=True).stderr
+        read = int(told.split(": read ")[1].split(" bytes")[0].replace(" ", ""))
+        size = photo.stat().st_size
+        self.fact("info, 24 MP: bytes read", f"{read:,}", {"file": f"{size:,}"}, "the header only", read < size / 10)
+
+    # Inside one process.
+
+    def inside(self):
+        own = Worker(self.bin / "bench-worker", "serve", self.folder)
+        pillow = Worker("/usr/bin/python3", "bench/peers/pillow_worker.py", "serve", self.folder)
+        self.searching(own)
+        for sizes in ("4000-2000", "4000-500", "1000-2000"):
+            self.resampling(sizes, own, pillow)
+        self.compare("thumbnail of 256 px, 12 MP", "libjpeg-turbo at 1/8", own.job("thumbnail/ours", TWO_THREADS),
+                     own.job("thumbnail/turbo"), goal=1.2, rounds=21)
+        self.codecs(own)
+        own.close(), pillow.close()
+
+    def searching(self, worker):
+        for megapixels in (3, 12):
+            for threads, goal in ((1, 3.0), (2, 2.0)):
+                self.compare(f"search and write, {megapixels} MP, {self.threads(threads)}", "one libjpeg-turbo encode",
+                             worker.job(f"search/{megapixels}/ours", threads),
+                             worker.job(f"search/{megapixels}/turbo"), goal=goal, rounds=15)
+
+    def resampling(self, sizes, own, pillow):
+        job, name = f"resample/{sizes}/ours", f"resample {sizes.replace('-', ' to ')}"
+        self.compare(f"{name}, 1 thread", "libvips", own.job(job), own.job(f"resample/{sizes}/vips"), goal=1 / 10)
+        self.compare(f"{name}, 2 threads", "libvips", own.job(job, 2), own.job(f"resample/{sizes}/vips", 2), goal=1 / 10)
+        self.compare(f"{name}, 1 thread", "Pillow", own.job(job), pillow.job(f"resample/{sizes}"), goal=1 / 15)
+        self.compare(f"{name}, 2 threads", "ours on 1", own.job(job, 2), own.job(job), goal=1 / 1.7, rounds=21)
+        if self.wanted(name):
+            self.resampling_errors(name, *map(int, sizes.split("-")))
+
+    def resampling_errors(self, name, start, end):
+        worker, source, result = self.bin / "bench-worker", self.folder / f"photo-{start}.ppm", self.folder / "resized.ppm"
+        sizes = (end, end * 3 // 4)
+        errors = {}
+        for who, command in {
+            "ours": (worker, "resize", "ours", source, *sizes, result),
+            "libvips": (worker, "resize", "vips", source, *sizes, result),
+            "Pillow": ("/usr/bin/python3", "bench/peers/pillow_worker.py", "resize", source, *sizes, result),
+        }.items():
+            output_of(*command)
+            inside, anywhere = map(float, output_of(worker, "errors", source, result).split())
+            errors[who] = (inside, anywhere)
+        ours = errors.pop("ours")
+        peers = {who: f"{inside:.2f} ({anywhere:.2f})" for who, (inside, anywhere) in errors.items()}
+        self.fact(f"{name}: largest error /255, inside (anywhere)", f"{ours[0]:.2f} ({ours[1]:.2f})", peers,
+                  "at most 0.55", ours[1] <= 0.55)
+
+    def codecs(self, worker):
+        for name, size in (("jpg", "12 MP"), ("png", "3 MP")):
+            library = {"jpg": "libjpeg-turbo", "png": "libpng"}[name]
+            for verb in ("decode", "encode"):
+                done = self.compare(f"{verb} {name.upper()}, {size}", library,
+                                    worker.job(f"{verb}-{name}/ours", TWO_THREADS), worker.job(f"{verb}-{name}/plain"))
+                if done and verb == "encode":
+                    self.fact(f"{done.job}: bytes", f"{done.ours[0].bytes:,}", {library: f"{done.theirs[0].bytes:,}"})
+
+    @staticmethod
+    def threads(count):
+        return "1 thread" if count == 1 else f"{count} threads"
+
+
+def main():
+    parser = argparse.ArgumentParser(description="Measures the headline jobs beside their peers.")
+    parser.add_argument("build", type=pathlib.Path)
+    parser.add_argument("--only", default="", metavar="WORD", help="only jobs whose names contain the word")
+    arguments = parser.parse_args()
+    bench = Bench(arguments.build, arguments.only)
+    bench.prepare()
+    print("measuring:", flush=True)
+    bench.processes()
+    bench.inside()
+    where = environment(bench.bin, find_convert())
+    (arguments.build / "results.json").write_text(json_text(bench.comparisons, bench.facts, where))
+    (arguments.build / "results.svg").write_text(chart(bench.comparisons))
+    print(table_text(bench.comparisons, bench.facts, where))
+
+
+if __name__ == "__main__":
+    main()

@@ -1,0 +1,117 @@
+// Runs this library's jobs and its peers' in one process, each when asked, so that they can be timed in
+// turns.
+//
+//     bench-worker serve FOLDER                      answers requests on standard input
+//     bench-worker decode PHOTO.jpg EIGHTHS OUT.ppm  makes the pictures that all resize
+//     bench-worker resize ours|vips IN.ppm WIDTH HEIGHT OUT.ppm
+//     bench-worker errors IN.ppm RESIZED.ppm         differences from double precision: inside, and anywhere
+//     bench-worker versions                          of the libraries, one a line
+//
+// A request is "JOB THREADS"; the answer is the milliseconds it took, and the size of the file made.
+
+#include "bench/worker/Jobs.h"
+#include "bench/worker/Picture.h"
+#include "bench/worker/PlainCodecs.h"
+#include "bench/worker/Resizing.h"
+#include "peximage/platform/foundation/Diagnostics.h"
+
+#include <fmt/format.h>
+#include <jpeglib.h>
+#include <oneapi/tbb/global_control.h>
+#include <png.h>
+
+#include <chrono>
+#include <cstdio>
+#include <exception>
+#include <iostream>
+#include <malloc.h>
+#include <stdexcept>
+#include <vector>
+#include <vips/vips.h>
+
+namespace {
+
+using namespace bench;
+
+/// Freed memory is kept and used again by everybody, so that work is compared and not the system's page
+/// faults.
+void keepMemoryWarm() {
+    mallopt(M_MMAP_THRESHOLD, 1 << 30);
+    mallopt(M_TRIM_THRESHOLD, 1 << 30);
+}
+
+double millisecondsOf(const Run& run, std::size_t& bytes) {
+    const auto begin = std::chrono::steady_clock::now();
+    bytes = run();
+    return std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - begin).count();
+}
+
+int serve(const std::string& folder) {
+    keepMemoryWarm();
+    vips_cache_set_max(0);
+    const auto known = jobs(folder);
+    std::map<std::string, Run> prepared;
+    std::string job;
+    for (int threads = 0; std::cin >> job >> threads;) {
+        const tbb::global_control control(tbb::global_control::max_allowed_parallelism, std::size_t(threads));
+        vips_concurrency_set(threads);
+        if (!prepared.contains(job)) prepared[job] = known.at(job)();
+        std::size_t bytes = 0;
+        const double milliseconds = millisecondsOf(prepared[job], bytes);
+        std::cout << fmt::format("{:.4f} {}", milliseconds, bytes) << std::endl;
+    }
+    return 0;
+}
+
+int resize(const std::vector<std::string>& words) {
+    const Picture from = readPpm(words[2]);
+    const int width = std::stoi(words[3]), height = std::stoi(words[4]);
+    if (words[1] == "vips") {
+        writePpm(resizeByVips(from, width, height), words[5]);
+    } else {
+        Picture four = withChannels(from, 4), to(width, height, 4);
+        resizeByOurs(four, to);
+        writePpm(to, words[5]);
+    }
+    return 0;
+}
+
+int printErrors(const std::string& from, const std::string& to) {
+    const Errors errors = resizeErrors(readPpm(from), readPpm(to));
+    std::cout << fmt::format("{:.4f} {:.4f}\n", errors.inside, errors.anywhere);
+    return 0;
+}
+
+int printVersions() {
+    std::cout << fmt::format("libjpeg-turbo {}.{}.{}\nlibvips {}\nlibpng {}\n",
+                             LIBJPEG_TURBO_VERSION_NUMBER / 1000000,
+                             LIBJPEG_TURBO_VERSION_NUMBER / 1000 % 1000, LIBJPEG_TURBO_VERSION_NUMBER % 1000,
+                             vips_version_string(), PNG_LIBPNG_VER_STRING);
+    return 0;
+}
+
+int run(const std::vector<std::string>& words) {
+    const std::string verb = words.empty() ? "" : words[0];
+    if (verb == "serve" && words.size() == 2) return serve(words[1]);
+    if (verb == "resize" && words.size() == 6) return resize(words);
+    if (verb == "errors" && words.size() == 3) return printErrors(words[1], words[2]);
+    if (verb == "versions" && words.size() == 1) return printVersions();
+    if (verb == "decode" && words.size() == 4) {
+        writePpm(decodeJpeg(readFile(words[1]), std::stoi(words[2]), 3), words[3]);
+        return 0;
+    }
+    throw std::runtime_error("usage: see bench/worker/main.cpp");
+}
+
+} // namespace
+
+int main(int argc, char** argv) {
+    if (vips_init(argv[0])) return 1;
+    pex::diagnostics::setSink({});
+    try {
+        return run({argv + 1, argv + argc});
+    } catch (const std::exception& error) {
+        std::cerr << "bench-worker: " << error.what() << '\n';
+        return 1;
+    }
+}

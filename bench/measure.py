@@ -12,6 +12,7 @@ class Sample:
     """One run: how long it took, and what else is known of it."""
 
     milliseconds: float
+    cpu_milliseconds: float  # of all threads together
     bytes: int = 0
     peak_kilobytes: int = 0
 
@@ -31,6 +32,10 @@ class Comparison:
 
     def ratio(self):
         return statistics.median(self.ratios())
+
+    def cpu_ratio(self):
+        """Of processor time, which hardly changes while other programs keep the machine busy."""
+        return statistics.median(a.cpu_milliseconds / b.cpu_milliseconds for a, b in zip(self.ours, self.theirs))
 
     def reached(self):
         return None if self.goal is None else self.ratio() <= self.goal
@@ -67,7 +72,8 @@ def process(*command):
         milliseconds = (time.perf_counter() - begin) * 1000
         if status != 0:
             raise RuntimeError(f"{' '.join(words)}: status {os.waitstatus_to_exitcode(status)}")
-        return Sample(milliseconds, peak_kilobytes=usage.ru_maxrss)
+        cpu = (usage.ru_utime + usage.ru_stime) * 1000
+        return Sample(milliseconds, cpu, peak_kilobytes=usage.ru_maxrss)
 
     return run
 
@@ -84,9 +90,9 @@ class Worker:
             self.child.stdin.write(f"{name} {threads}\n")
             self.child.stdin.flush()
             answer = self.child.stdout.readline().split()
-            if len(answer) != 2:
+            if len(answer) != 3:
                 raise RuntimeError(f"{self.command[0]}: no answer to {name}")
-            return Sample(float(answer[0]), int(answer[1]))
+            return Sample(float(answer[0]), float(answer[1]), int(answer[2]))
 
         return run
 

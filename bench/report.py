@@ -39,7 +39,7 @@ def huge_pages():
     return setting.read_text().split("[")[1].split("]")[0] if setting.exists() else "none"
 
 
-def environment(programs, convert):
+def environment(programs, convert, load):
     worker = subprocess.run([programs / "bench-worker", "versions"], capture_output=True, text=True, check=True)
     magick = line_of(convert, "-version").split()
     pillow = line_of("/usr/bin/python3", "-c", "import PIL; print('Pillow', PIL.__version__)")
@@ -47,7 +47,8 @@ def environment(programs, convert):
         "processor": processor(),
         "cores": os.cpu_count(),
         "huge pages": huge_pages(),
-        "kernel": os.uname().release,
+        "kernel": os.uname().release.split("-")[0],
+        "load": load,
         "versions": [line_of(programs / "peximage", "--version"), " ".join(magick[1:3]), pillow,
                      *worker.stdout.splitlines(), line_of("gcc", "--version")],
     }
@@ -80,7 +81,7 @@ def comparison_row(comparison):
     spread = f"{ratio_text(min(ratios))} – {ratio_text(max(ratios))}"
     return [comparison.job, f"{median_ms(comparison.ours):.1f} ms", comparison.peer,
             f"{median_ms(comparison.theirs):.1f} ms", ratio_text(comparison.ratio()), spread,
-            goal_text(comparison.goal), verdict(comparison.reached())]
+            ratio_text(comparison.cpu_ratio()), goal_text(comparison.goal), verdict(comparison.reached())]
 
 
 def fact_row(fact):
@@ -88,10 +89,21 @@ def fact_row(fact):
     return [fact.name, fact.ours, peers, fact.goal or "", verdict(fact.reached)]
 
 
+def environment_text(where):
+    busy = "; other work disturbed these times" if where["load"] > 1 else ""
+    return "\n".join([
+        f"{where['processor']}, {where['cores']} cores, huge pages: {where['huge pages']}, Linux {where['kernel']}, "
+        f"load {where['load']:.1f} before the start{busy}  ",
+        "; ".join(where["versions"]),
+        "",
+        "Ratios are ours over the peer's: medians over pairs of runs in turns, by the clock, and in processor time",
+        "(all threads together), which other work on the machine disturbs less.",
+    ])
+
+
 def table_text(comparisons, facts, where):
-    machine = f"{where['processor']}, {where['cores']} cores, huge pages: {where['huge pages']}, Linux {where['kernel']}"
-    parts = ["", machine, "; ".join(where["versions"]), "",
-             markdown(["job", "ours", "peer", "peer's", "ratio", "min – max", "goal", "reached"],
+    parts = ["", environment_text(where), "",
+             markdown(["job", "ours", "peer", "peer's", "ratio", "min – max", "processor time", "goal", "reached"],
                       [comparison_row(c) for c in comparisons])]
     if facts:
         parts += ["", markdown(["figure", "ours", "peers", "goal", "reached"], [fact_row(f) for f in facts])]
@@ -103,6 +115,8 @@ def comparison_record(comparison):
     return {
         "job": comparison.job, "peer": comparison.peer,
         "oursMs": [s.milliseconds for s in comparison.ours], "peerMs": [s.milliseconds for s in comparison.theirs],
+        "oursCpuMs": [s.cpu_milliseconds for s in comparison.ours],
+        "peerCpuMs": [s.cpu_milliseconds for s in comparison.theirs], "cpuRatio": comparison.cpu_ratio(),
         "ratio": {"median": comparison.ratio(), "min": min(ratios), "max": max(ratios)},
         "goal": comparison.goal, "reached": comparison.reached(),
     }

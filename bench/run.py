@@ -3,11 +3,12 @@
 
     bench/run.py BUILD [--only WORD]
 
-Prints the tables and writes BUILD/results.json and BUILD/results.svg. With --only, the jobs whose names
+Prints the tables and writes them to BUILD/results.md, .json and .svg (bars). With --only, the jobs whose names
 contain the word. Every ratio is our time over the peer's; below 1 we are faster.
 """
 
 import argparse
+import os
 import pathlib
 import shutil
 import subprocess
@@ -112,7 +113,8 @@ class Bench:
         self.compare("--version", "djpeg -version", process(self.tool, "--version"), djpeg, goal=2, rounds=51)
         info = process(self.tool, "info", self.folder / "photo-24.jpg")
         self.compare("info, 24 MP", "djpeg -version", info, djpeg, rounds=51)
-        self.count_header_bytes()
+        if self.wanted("info, 24 MP"):
+            self.count_header_bytes()
 
     def count_header_bytes(self):
         photo = self.folder / "photo-24.jpg"
@@ -186,15 +188,18 @@ def main():
     parser.add_argument("build", type=pathlib.Path)
     parser.add_argument("--only", default="", metavar="WORD", help="only jobs whose names contain the word")
     arguments = parser.parse_args()
+    load = os.getloadavg()[0]
     bench = Bench(arguments.build, arguments.only)
     bench.prepare()
     print("measuring:", flush=True)
     bench.processes()
     bench.inside()
-    where = environment(bench.bin, find_convert())
+    where = environment(bench.bin, find_convert(), load)
     (arguments.build / "results.json").write_text(json_text(bench.comparisons, bench.facts, where))
     (arguments.build / "results.svg").write_text(chart(bench.comparisons))
-    print(table_text(bench.comparisons, bench.facts, where))
+    tables = table_text(bench.comparisons, bench.facts, where)
+    (arguments.build / "results.md").write_text(tables + "\n")
+    print(tables)
 
 
 if __name__ == "__main__":

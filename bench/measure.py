@@ -83,7 +83,10 @@ class Worker:
 
     def __init__(self, *command):
         self.command = [str(word) for word in command]
-        self.child = subprocess.Popen(self.command, stdin=subprocess.PIPE, stdout=subprocess.PIPE, text=True)
+        # Huge pages for everybody's memory, not only for what the library allocates.
+        pages = {"GLIBC_TUNABLES": "glibc.malloc.hugetlb=1"}
+        self.child = subprocess.Popen(self.command, stdin=subprocess.PIPE, stdout=subprocess.PIPE, text=True,
+                                      env=os.environ | pages)
 
     def job(self, name, threads=1):
         def run():

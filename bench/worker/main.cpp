@@ -37,7 +37,7 @@ using namespace bench;
 /// Freed memory is kept and used again by everybody, so that work is compared and not the system's page
 /// faults.
 void keepMemoryWarm() {
-    mallopt(M_MMAP_THRESHOLD, 1 << 30);
+    mallopt(M_MMAP_MAX, 0);
     mallopt(M_TRIM_THRESHOLD, 1 << 30);
 }
 

@@ -146,14 +146,16 @@ class Bench:
     def resampling(self, sizes, own, pillow):
         job, name = f"resample/{sizes}/ours", f"resample {sizes.replace('-', ' to ')}"
         self.compare(f"{name}, 1 thread", "libvips", own.job(job), own.job(f"resample/{sizes}/vips"), goal=1 / 10)
-        self.compare(f"{name}, 2 threads", "libvips", own.job(job, 2), own.job(f"resample/{sizes}/vips", 2), goal=1 / 10)
+        self.compare(f"{name}, 2 threads", "libvips", own.job(job, 2), own.job(f"resample/{sizes}/vips", 2),
+                     goal=1 / 10)
         self.compare(f"{name}, 1 thread", "Pillow", own.job(job), pillow.job(f"resample/{sizes}"), goal=1 / 15)
         self.compare(f"{name}, 2 threads", "ours on 1", own.job(job, 2), own.job(job), goal=1 / 1.7, rounds=21)
         if self.wanted(name):
             self.resampling_errors(name, *map(int, sizes.split("-")))
 
     def resampling_errors(self, name, start, end):
-        worker, source, result = self.bin / "bench-worker", self.folder / f"photo-{start}.ppm", self.folder / "resized.ppm"
+        worker, source = self.bin / "bench-worker", self.folder / f"photo-{start}.ppm"
+        result = self.folder / "resized.ppm"
         sizes = (end, end * 3 // 4)
         errors = {}
         for who, command in {

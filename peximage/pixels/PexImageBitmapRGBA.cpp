@@ -11,7 +11,6 @@
 #include <cmath>
 #include <cstring>
 #include <limits>
-#include <ranges>
 #include <string>
 #include <utility>
 
@@ -37,10 +36,15 @@ std::optional<int> gateLimit(double threshold) {
 
 /// The largest square of a distance between two colours whose root is at most the tolerance; -1 for none.
 int largestSquareWithin(double tolerance) {
-    const auto squares = std::views::iota(0, 3 * 255 * 255 + 1);
-    const auto beyond =
-        std::ranges::partition_point(squares, [&](int square) { return std::sqrt(square) <= tolerance; });
-    return static_cast<int>(beyond - squares.begin()) - 1;
+    constexpr int largest = 3 * 255 * 255;
+    if (!(tolerance >= 0)) return -1;
+    // The squared tolerance is rounded; the root decides.
+    int square = static_cast<int>(std::min<double>(tolerance * tolerance, largest));
+    while (square < largest && std::sqrt(square + 1) <= tolerance)
+        ++square;
+    while (std::sqrt(square) > tolerance)
+        --square;
+    return square;
 }
 
 struct Range {

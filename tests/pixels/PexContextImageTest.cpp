@@ -22,9 +22,9 @@ CGImage redAndBlue() {
 
 TEST(PexContextImage, ReadsPixelsFromTheTopLeft) {
     const auto image = PexContextImage::make(redAndBlue());
-    EXPECT_EQ(image->size, CGSize(2, 1));
+    EXPECT_EQ(image->size, (CGSize{2, 1}));
     ASSERT_TRUE(image->image);
-    EXPECT_EQ(image->image->size, CGSize(2, 1));
+    EXPECT_EQ(image->image->size, (CGSize{2, 1}));
     EXPECT_EQ(image->getPixelColorComponents(0, 0), (Components{255, 0, 0, 255}));
     EXPECT_EQ(image->getPixelColorComponents(1, 0), (Components{0, 0, 255, 255}));
     EXPECT_EQ(image->getPixelColor(1, 0), NSColor(0, 0, 1, 1));

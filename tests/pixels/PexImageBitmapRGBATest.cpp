@@ -100,7 +100,7 @@ TEST(PexImageBitmapRGBA, CopiesAndImagesAreIndependent) {
     EXPECT_EQ(first.getPixelPexColor255(0, 0, false), PexColor255(5, 6, 7, 255));
     EXPECT_EQ(pixelAt(*image, 0, 0), (Pixel{255, 0, 0, 0}));
     EXPECT_EQ(image->layout(), PixelLayout::premultipliedFirst);
-    EXPECT_EQ(first.pexImage()->size, CGSize(2, 2));
+    EXPECT_EQ(first.pexImage()->size, (CGSize{2, 2}));
 }
 
 TEST(PexImageBitmapRGBA, FromImagesAndContexts) {
@@ -146,9 +146,9 @@ TEST(PexImageBitmapRGBA, RectanglesTruncate) {
     using Rect = Bitmap::Rect;
     const Rect wanted(Bitmap::Point(-1, 2), Bitmap::Size(3, 0));
     EXPECT_EQ(Rect(CGRect(-1.9, 2.9, 3.5, 0.99)), wanted);
-    EXPECT_EQ(Rect(CGPoint(-1.9, 2.9), CGSize(3.5, -0.99)), wanted);
-    EXPECT_EQ(Bitmap::Point(CGPoint(std::nan(""), 1e300)).x, 0);
-    EXPECT_GT(Bitmap::Point(CGPoint(std::nan(""), 1e300)).y, std::int64_t{1} << 62);
+    EXPECT_EQ(Rect(CGPoint{-1.9, 2.9}, CGSize{3.5, -0.99}), wanted);
+    EXPECT_EQ(Bitmap::Point(CGPoint{std::nan(""), 1e300}).x, 0);
+    EXPECT_GT(Bitmap::Point(CGPoint{std::nan(""), 1e300}).y, std::int64_t{1} << 62);
 }
 
 /// Applies `edit(a, r, g, b)` to every pixel of a copy of the bytes.
@@ -164,13 +164,13 @@ using Channel = std::uint8_t;
 /// Runs the operation on bitmaps of several sizes, one of them cut into many strips, on each instruction set.
 template <class Operation, class Edit>
 void expectEdits(Operation operation, Edit edit) {
-    for (const auto& [width, height] : {std::pair{1, 1}, {7, 5}, {613, 411}}) {
-        const Bitmap original = randomBitmap(width, height);
+    for (const CGSize size : {CGSize{1, 1}, CGSize{7, 5}, CGSize{613, 411}}) {
+        const Bitmap original = randomBitmap(int(size.width), int(size.height));
         const Bytes wanted = edited(bytesOf(original), edit);
         kernels::onEveryInstructionSet([&] {
             Bitmap bitmap = original;
             operation(bitmap);
-            EXPECT_EQ(bytesOf(bitmap), wanted) << width;
+            EXPECT_EQ(bytesOf(bitmap), wanted) << size.width;
         });
     }
 }
@@ -189,9 +189,15 @@ TEST(PexImageBitmapRGBA, FillsTheWholeBuffer) {
 
 TEST(PexImageBitmapRGBA, GatesByLuminance) {
     const double inf = std::numeric_limits<double>::infinity();
-    const std::pair<double, int> cases[] = {{0.5, 382}, {0, 0},   {1, 765},   {0.333, 254}, {-0.001, 0},
-                                            {-2, -1},   {2, 766}, {inf, 766}, {-inf, -1}};
-    for (const auto& [threshold, limit] : cases) {
+    struct Case {
+        double threshold;
+        int limit;
+    };
+    const Case cases[] = {{0.5, 382}, {0, 0},   {1, 765},   {0.333, 254}, {-0.001, 0},
+                          {-2, -1},   {2, 766}, {inf, 766}, {-inf, -1}};
+    for (const Case& c : cases) {
+        const double threshold = c.threshold;
+        const int limit = c.limit;
         SCOPED_TRACE(threshold);
         expectEdits([&](Bitmap& b) { b.lightGate(threshold); },
                     [&](Channel&, Channel& r, Channel& g, Channel& b) {

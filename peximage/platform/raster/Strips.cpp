@@ -5,20 +5,15 @@
 #include <algorithm>
 
 namespace pex {
-namespace {
 
-constexpr int stripRows = 32;
-
-} // namespace
-
-void forEachStrip(int height, const std::function<void(int begin, int end)>& work) {
-    if (height <= stripRows) {
+void forEachStrip(int height, const std::function<void(int begin, int end)>& work, int rows) {
+    if (height <= rows) {
         if (height > 0) work(0, height);
         return;
     }
-    const int strips = (height + stripRows - 1) / stripRows;
-    oneapi::tbb::parallel_for(
-        0, strips, [&](int strip) { work(strip * stripRows, std::min(height, (strip + 1) * stripRows)); });
+    const int strips = (height - 1) / rows + 1;
+    oneapi::tbb::parallel_for(0, strips,
+                              [&](int strip) { work(strip * rows, std::min(height, (strip + 1) * rows)); });
 }
 
 } // namespace pex

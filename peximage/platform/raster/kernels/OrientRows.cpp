@@ -10,6 +10,8 @@
 #include "peximage/platform/raster/kernels/Dispatch.h"
 #include "peximage/platform/raster/kernels/PixelLanes.h"
 
+#include <hwy/cache_control.h>
+
 #ifndef PEX_TRANSPOSE
 #define PEX_TRANSPOSE
 namespace pex::kernels {
@@ -51,6 +53,8 @@ void alongTiles(int width, int height, Block block) {
     }
 }
 
+constexpr int tileColumns = 32, tileRows = 128;
+
 } // namespace pex::kernels
 #endif
 
@@ -59,34 +63,90 @@ HWY_BEFORE_NAMESPACE();
 namespace pex::kernels::HWY_NAMESPACE {
 namespace {
 
-HWY_INLINE void transpose4x4(ReadRows from, WriteRows to, int x, int y) {
-    const hn::FixedTag<std::uint32_t, 4> d;
-    const hn::FixedTag<std::uint64_t, 2> d64;
-    const hn::FixedTag<std::uint8_t, 16> d8;
-    const auto load = [&](int row) HWY_ATTR { return hn::BitCast(d, hn::LoadU(d8, from.at(x, y + row, 4))); };
-    const auto r0 = load(0), r1 = load(1), r2 = load(2), r3 = load(3);
+/// Four pixels of every fourth row from y on, a 128-bit block each.
+template <class D>
+HWY_INLINE hn::VFromD<D> everyFourthRow(D d, ReadRows from, int x, int y) {
+    if constexpr (hn::MaxLanes(D()) == 4) {
+        return hn::BitCast(d, hn::LoadU(hn::Repartition<std::uint8_t, D>(), from.at(x, y, 4)));
+    } else {
+        const hn::Half<D> half;
+        constexpr int rows = static_cast<int>(hn::MaxLanes(half));
+        return hn::Combine(d, everyFourthRow(half, from, x, y + rows), everyFourthRow(half, from, x, y));
+    }
+}
+
+/// Four columns of as many rows as a vector has lanes.
+HWY_INLINE void transposeFour(ReadRows from, WriteRows to, int x, int y) {
+    const Lanes d;
+    const hn::Repartition<std::uint64_t, Lanes> d64;
+    const auto r0 = everyFourthRow(d, from, x, y), r1 = everyFourthRow(d, from, x, y + 1);
+    const auto r2 = everyFourthRow(d, from, x, y + 2), r3 = everyFourthRow(d, from, x, y + 3);
     const auto left01 = hn::BitCast(d64, hn::InterleaveLower(d, r0, r1));
     const auto left23 = hn::BitCast(d64, hn::InterleaveLower(d, r2, r3));
     const auto right01 = hn::BitCast(d64, hn::InterleaveUpper(d, r0, r1));
     const auto right23 = hn::BitCast(d64, hn::InterleaveUpper(d, r2, r3));
-    hn::StoreU(hn::BitCast(d8, hn::InterleaveLower(d64, left01, left23)), d8, to.at(y, x, 4));
-    hn::StoreU(hn::BitCast(d8, hn::InterleaveUpper(d64, left01, left23)), d8, to.at(y, x + 1, 4));
-    hn::StoreU(hn::BitCast(d8, hn::InterleaveLower(d64, right01, right23)), d8, to.at(y, x + 2, 4));
-    hn::StoreU(hn::BitCast(d8, hn::InterleaveUpper(d64, right01, right23)), d8, to.at(y, x + 3, 4));
+    storePixels(hn::BitCast(d, hn::InterleaveLower(d64, left01, left23)), to.at(y, x, 4));
+    storePixels(hn::BitCast(d, hn::InterleaveUpper(d64, left01, left23)), to.at(y, x + 1, 4));
+    storePixels(hn::BitCast(d, hn::InterleaveLower(d64, right01, right23)), to.at(y, x + 2, 4));
+    storePixels(hn::BitCast(d, hn::InterleaveUpper(d64, right01, right23)), to.at(y, x + 3, 4));
+}
+
+/// Transposes a tile of at most `tileColumns` by `tileRows`. Memory far apart is asked for some rows ahead,
+/// and from the last ones on for the tile to the right.
+HWY_INLINE void transposeTile(ReadRows from, WriteRows to, int width, int height, bool moreToTheRight) {
+    constexpr int ahead = 32;
+    const int lanes = static_cast<int>(hn::Lanes(Lanes()));
+    const int wholeColumns = width / 4 * 4, wholeRows = height / lanes * lanes;
+    for (int y = 0; y < wholeRows; y += lanes) {
+        for (int row = y + ahead; row < y + ahead + lanes; ++row) {
+            if (row < height) {
+                for (int x = 0; x < width; x += 16)
+                    hwy::Prefetch(from.at(x, row, 4));
+            } else if (moreToTheRight && row - height < height) {
+                for (int x = tileColumns; x < 2 * tileColumns; x += 16)
+                    hwy::Prefetch(from.at(x, row - height, 4));
+            }
+        }
+        for (int x = 0; x < wholeColumns; x += 4)
+            transposeFour(from, to, x, y);
+    }
+    transposePlain<4>(from, to, wholeColumns, 0, width, wholeRows);
+    transposePlain<4>(from, to, 0, wholeRows, width, height);
+}
+
+/// Copies a row past the caches, but for the ends that share a cache line with other pixels.
+HWY_INLINE void streamRow(const std::uint8_t* from, std::uint8_t* to, std::size_t bytes) {
+    const hn::ScalableTag<std::uint8_t> d;
+    constexpr std::size_t line = 64;
+    const std::size_t head = std::min(bytes, (line - reinterpret_cast<std::uintptr_t>(to) % line) % line);
+    const std::size_t body = (bytes - head) / line * line;
+    std::memcpy(to, from, head);
+    for (std::size_t i = head; i < head + body; i += hn::Lanes(d))
+        hn::Stream(hn::LoadU(d, from + i), d, to + i);
+    std::memcpy(to + head + body, from + head + body, bytes - head - body);
 }
 
 } // namespace
 
-void transposeColour(ReadRows from, WriteRows to, int width, int height) {
-    alongTiles(width, height, [&](int x0, int y0, int x1, int y1) HWY_ATTR {
-        const int x4 = x0 + (x1 - x0) / 4 * 4, y4 = y0 + (y1 - y0) / 4 * 4;
-        for (int x = x0; x < x4; x += 4) {
-            for (int y = y0; y < y4; y += 4)
-                transpose4x4(from, to, x, y);
+void transposeColour(ReadRows from, WriteRows to, int width, int height, bool pastCaches) {
+    HWY_ALIGN std::uint8_t memory[4 * tileColumns * tileRows];
+    const WriteRows tile{memory, 4 * tileRows};
+    for (int y = 0; y < height; y += tileRows) {
+        const int rows = std::min(height - y, tileRows);
+        for (int x = 0; x < width; x += tileColumns) {
+            const int columns = std::min(width - x, tileColumns);
+            const ReadRows corner{from.at(x, y, 4), from.stride};
+            transposeTile(corner, tile, columns, rows, x + 2 * tileColumns <= width);
+            const auto bytes = static_cast<std::size_t>(rows) * 4;
+            for (int column = 0; column < columns; ++column) {
+                if (pastCaches)
+                    streamRow(tile.at(0, column, 4), to.at(y, x + column, 4), bytes);
+                else
+                    std::memcpy(to.at(y, x + column, 4), tile.at(0, column, 4), bytes);
+            }
         }
-        transposePlain<4>(from, to, x4, y0, x1, y4);
-        transposePlain<4>(from, to, x0, y4, x1, y1);
-    });
+    }
+    if (pastCaches) hwy::FlushStream();
 }
 
 void mirrorColourRow(const std::uint8_t* from, std::uint8_t* to, int pixels) {
@@ -108,7 +168,7 @@ HWY_AFTER_NAMESPACE();
 namespace pex::kernels {
 namespace {
 
-void transposeColourPlain(ReadRows from, WriteRows to, int width, int height) {
+void transposeColourPlain(ReadRows from, WriteRows to, int width, int height, bool) {
     alongTiles(width, height,
                [&](int x0, int y0, int x1, int y1) { transposePlain<4>(from, to, x0, y0, x1, y1); });
 }
@@ -151,8 +211,11 @@ void placeColumns(PixelView rows, int firstRow, bool fromRight, bool upsideDown,
     if (upsideDown) to = {upright.row(upright.height - 1), -upright.bytesPerRow};
     const int column = fromRight ? upright.width - firstRow - rows.height : firstRow;
     to.data += std::ptrdiff_t{column} * bytesPerPixel(rows.layout);
-    const auto transpose = grey ? transposeGrey : PEX_PICK_KERNEL(transposeColour, transposeColourPlain);
-    transpose(from, to, rows.width, rows.height);
+    if (grey) return transposeGrey(from, to, rows.width, rows.height);
+    constexpr std::ptrdiff_t cached = 4
+                                      << 20; // a larger picture would push everything else out of the caches
+    const bool pastCaches = upright.bytesPerRow * upright.height > cached;
+    PEX_PICK_KERNEL(transposeColour, transposeColourPlain)(from, to, rows.width, rows.height, pastCaches);
 }
 
 } // namespace

@@ -71,6 +71,9 @@ TEST(OrientRows, PlacesEveryPixelWhateverTheStrips) {
         Case{131, 70, 70, colour},
         Case{3, 200, 33, colour},
         Case{200, 1, 1, colour},
+        Case{71, 300, 300, colour},
+        Case{64, 256, 128, colour},
+        Case{1030, 1050, 1050, colour}, // more than what goes through the caches
         Case{45, 83, 16, PixelLayout::grey},
         Case{130, 67, 67, PixelLayout::grey},
     };

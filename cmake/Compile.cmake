@@ -34,6 +34,8 @@ endif()
 if(PEX_SANITIZE)
   target_compile_options(pex_options INTERFACE -fsanitize=${PEX_SANITIZE} -fno-omit-frame-pointer
                                                -fno-sanitize-recover=all)
+  # clang 14 cannot assemble the check of function types in coroutines.
+  target_compile_options(pex_options INTERFACE $<$<CXX_COMPILER_ID:Clang>:-fno-sanitize=function>)
   target_link_options(pex_options INTERFACE -fsanitize=${PEX_SANITIZE})
 endif()
 if(PEX_COVERAGE)

@@ -53,8 +53,9 @@ struct Range {
 
 /// Where begin … begin + length lies inside 0 … limit.
 Range clipped(std::int64_t begin, std::int64_t length, std::int64_t limit) {
-    const std::int64_t room = std::numeric_limits<std::int64_t>::max() - std::max<std::int64_t>(begin, 0);
-    return {std::max<std::int64_t>(begin, 0), std::min(limit, begin + std::min(length, room))};
+    if (length <= 0 || begin >= limit) return {0, 0};
+    if (begin < 0) return {0, std::min(limit, begin + length)};
+    return {begin, begin + std::min(length, limit - begin)};
 }
 
 } // namespace
@@ -81,9 +82,12 @@ PexImageBitmapRGBA::PexImageBitmapRGBA(const PexContextImage& image)
       bytes_(blankPixels(width, height)) {
     if (!bytes_ || !image.bitmap) return;
     const std::int64_t columns = std::min(width, image.width), rows = std::min(height, image.height);
-    for (std::int64_t y = 0; y < rows; ++y)
-        kernels::convertRow(image.bitmap.data() + y * image.width * 4, PixelLayout::premultipliedLast,
-                            bytes_.data() + (height - 1 - y) * width * 4, layout, static_cast<int>(columns));
+    forEachStrip(static_cast<int>(rows), [&](int begin, int end) {
+        for (int y = begin; y < end; ++y)
+            kernels::convertRow(image.bitmap.data() + y * image.width * 4, PixelLayout::premultipliedLast,
+                                bytes_.data() + (height - 1 - y) * width * 4, layout,
+                                static_cast<int>(columns));
+    });
 }
 
 std::optional<CGImage> PexImageBitmapRGBA::cgImage() const {

@@ -263,16 +263,19 @@ TEST(PexImageBitmapRGBA, KeysUpToTheTolerance) {
 }
 
 TEST(PexImageBitmapRGBA, FillsTheVisiblePartOfARectangle) {
-    constexpr auto huge = std::numeric_limits<std::int64_t>::max();
-    const std::array<std::array<std::int64_t, 4>, 9> rects = {{{2, 1, 3, 2},
-                                                               {5, 3, 100, 100},
-                                                               {0, 0, huge, huge},
-                                                               {8, 6, 1, 1},
-                                                               {7, 5, huge, huge},
-                                                               {-2, -3, 5, 5},
-                                                               {1, 1, -1, 4},
-                                                               {huge, huge, huge, huge},
-                                                               {1, 1, 0, 3}}};
+    constexpr auto huge = std::numeric_limits<std::int64_t>::max(),
+                   low = std::numeric_limits<std::int64_t>::min();
+    const std::array<std::array<std::int64_t, 4>, 11> rects = {{{2, 1, 3, 2},
+                                                                {5, 3, 100, 100},
+                                                                {0, 0, huge, huge},
+                                                                {8, 6, 1, 1},
+                                                                {7, 5, huge, huge},
+                                                                {-2, -3, 5, 5},
+                                                                {1, 1, -1, 4},
+                                                                {huge, huge, huge, huge},
+                                                                {low, low, low, low},
+                                                                {low, low, huge, huge},
+                                                                {1, 1, 0, 3}}};
     const Bitmap original = randomBitmap(8, 6);
     for (const auto& [x, y, width, height] : rects) {
         for (const bool inverted : {false, true}) {
@@ -280,7 +283,8 @@ TEST(PexImageBitmapRGBA, FillsTheVisiblePartOfARectangle) {
             for (int row = 0; row < 6; ++row) {
                 for (int column = 0; column < 8; ++column) {
                     const int at = inverted ? 5 - row : row;
-                    if (column < x || column - x >= width || at < y || at - y >= height) continue;
+                    const double right = double(x) + double(width), bottom = double(y) + double(height);
+                    if (column < x || column >= right || at < y || at >= bottom) continue;
                     const Bytes pixel{64, 255, 128, 0};
                     std::ranges::copy(pixel, wanted.begin() + (row * 8 + column) * 4);
                 }

@@ -59,10 +59,10 @@ void putFrame(Bytes& out, const FrameInfo& frame) {
     putSegment(out, baseline, content);
 }
 
-void putHuffmanTable(Bytes& out, std::uint8_t id, const HuffmanSpec& spec) {
+void putHuffmanTable(Bytes& out, std::uint8_t id, const HuffmanTable& table) {
     Bytes content{id};
-    content.insert(content.end(), spec.counts.begin(), spec.counts.end());
-    content.insert(content.end(), spec.symbols, spec.symbols + spec.symbolCount);
+    content.insert(content.end(), table.counts.begin(), table.counts.end());
+    content.insert(content.end(), table.symbols, table.symbols + table.symbolCount);
     putSegment(out, huffman, content);
 }
 
@@ -82,11 +82,11 @@ std::vector<std::uint8_t> header(const FrameInfo& frame, const QuantTables& tabl
     putQuantTable(out, 0, tables.luma);
     if (!frame.grey) putQuantTable(out, 1, tables.chroma);
     putFrame(out, frame);
-    putHuffmanTable(out, 0x00, dcSpec(Channel::luma));
-    putHuffmanTable(out, 0x10, acSpec(Channel::luma));
+    putHuffmanTable(out, 0x00, dcTable(Channel::luma));
+    putHuffmanTable(out, 0x10, acTable(Channel::luma));
     if (!frame.grey) {
-        putHuffmanTable(out, 0x01, dcSpec(Channel::chroma));
-        putHuffmanTable(out, 0x11, acSpec(Channel::chroma));
+        putHuffmanTable(out, 0x01, dcTable(Channel::chroma));
+        putHuffmanTable(out, 0x11, acTable(Channel::chroma));
     }
     putScan(out, frame.grey);
     return out;

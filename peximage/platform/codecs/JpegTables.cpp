@@ -47,10 +47,10 @@ constexpr std::uint8_t chromaAcSymbols[]{
     0xd3, 0xd4, 0xd5, 0xd6, 0xd7, 0xd8, 0xd9, 0xda, 0xe2, 0xe3, 0xe4, 0xe5, 0xe6, 0xe7, 0xe8, 0xe9, 0xea,
     0xf2, 0xf3, 0xf4, 0xf5, 0xf6, 0xf7, 0xf8, 0xf9, 0xfa};
 
-constexpr HuffmanSpec lumaDc{{0, 1, 5, 1, 1, 1, 1, 1, 1, 0, 0, 0, 0, 0, 0, 0}, dcSymbols, 12};
-constexpr HuffmanSpec chromaDc{{0, 3, 1, 1, 1, 1, 1, 1, 1, 1, 1, 0, 0, 0, 0, 0}, dcSymbols, 12};
-constexpr HuffmanSpec lumaAc{{0, 2, 1, 3, 3, 2, 4, 3, 5, 5, 4, 4, 0, 0, 1, 125}, lumaAcSymbols, 162};
-constexpr HuffmanSpec chromaAc{{0, 2, 1, 2, 4, 4, 3, 4, 7, 5, 4, 4, 0, 1, 2, 119}, chromaAcSymbols, 162};
+constexpr HuffmanTable lumaDc{{0, 1, 5, 1, 1, 1, 1, 1, 1, 0, 0, 0, 0, 0, 0, 0}, dcSymbols, 12};
+constexpr HuffmanTable chromaDc{{0, 3, 1, 1, 1, 1, 1, 1, 1, 1, 1, 0, 0, 0, 0, 0}, dcSymbols, 12};
+constexpr HuffmanTable lumaAc{{0, 2, 1, 3, 3, 2, 4, 3, 5, 5, 4, 4, 0, 0, 1, 125}, lumaAcSymbols, 162};
+constexpr HuffmanTable chromaAc{{0, 2, 1, 2, 4, 4, 3, 4, 7, 5, 4, 4, 0, 1, 2, 119}, chromaAcSymbols, 162};
 
 QuantTable scaled(const std::array<std::uint8_t, 64>& base, double percent) {
     QuantTable table;
@@ -62,11 +62,11 @@ QuantTable scaled(const std::array<std::uint8_t, 64>& base, double percent) {
 }
 
 /// Fills in the code of every symbol, whose low four bits say how many bits of value follow.
-void assignCodes(const HuffmanSpec& spec, std::span<HuffmanCodes::Entry> entries) {
+void assignCodes(const HuffmanTable& table, std::span<HuffmanCodes::Entry> entries) {
     std::uint32_t code = 0;
-    const std::uint8_t* symbol = spec.symbols;
+    const std::uint8_t* symbol = table.symbols;
     for (std::uint32_t length = 1; length <= 16; ++length, code <<= 1) {
-        for (int i = 0; i < spec.counts[length - 1]; ++i, ++code, ++symbol) {
+        for (int i = 0; i < table.counts[length - 1]; ++i, ++code, ++symbol) {
             const auto size = static_cast<std::uint32_t>(*symbol & 15);
             entries[*symbol] = code << size << 5 | (length + size);
         }
@@ -81,13 +81,13 @@ QuantTables quantTables(double quality) {
     return {scaled(baseLuma, percent), scaled(baseChroma, percent)};
 }
 
-HuffmanCodes::HuffmanCodes(const HuffmanSpec& dc, const HuffmanSpec& ac) {
+HuffmanCodes::HuffmanCodes(const HuffmanTable& dc, const HuffmanTable& ac) {
     assignCodes(dc, dc_);
     assignCodes(ac, ac_);
 }
 
-const HuffmanSpec& dcSpec(Channel channel) { return channel == Channel::luma ? lumaDc : chromaDc; }
-const HuffmanSpec& acSpec(Channel channel) { return channel == Channel::luma ? lumaAc : chromaAc; }
+const HuffmanTable& dcTable(Channel channel) { return channel == Channel::luma ? lumaDc : chromaDc; }
+const HuffmanTable& acTable(Channel channel) { return channel == Channel::luma ? lumaAc : chromaAc; }
 
 const HuffmanCodes& huffmanCodes(Channel channel) {
     static const HuffmanCodes luma(lumaDc, lumaAc), chroma(chromaDc, chromaAc);

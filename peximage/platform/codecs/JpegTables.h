@@ -22,7 +22,7 @@ QuantTables quantTables(double quality);
 
 /// A recommended Huffman table: how many codes there are of each length from 1 to 16, and the symbols in the
 /// order of their codes.
-struct HuffmanSpec {
+struct HuffmanTable {
     std::array<std::uint8_t, 16> counts;
     const std::uint8_t* symbols;
     int symbolCount;
@@ -31,7 +31,7 @@ struct HuffmanSpec {
 /// Codes of one component's kind, ready to be followed by the bits of the value they announce.
 class HuffmanCodes {
   public:
-    HuffmanCodes(const HuffmanSpec& dc, const HuffmanSpec& ac);
+    HuffmanCodes(const HuffmanTable& dc, const HuffmanTable& ac);
 
     /// A code shifted left to leave room for the value's bits, over the total length in the five lowest bits.
     using Entry = std::uint32_t;
@@ -50,8 +50,8 @@ class HuffmanCodes {
 
 enum class Channel { luma, chroma };
 
-const HuffmanSpec& dcSpec(Channel channel);
-const HuffmanSpec& acSpec(Channel channel);
+const HuffmanTable& dcTable(Channel channel);
+const HuffmanTable& acTable(Channel channel);
 const HuffmanCodes& huffmanCodes(Channel channel);
 
 } // namespace pex::jpeg

@@ -60,9 +60,9 @@ bool AtomicFile::write(std::span<const std::uint8_t> bytes) {
     return descriptor_ >= 0;
 }
 
-bool AtomicFile::commit() {
+bool AtomicFile::commit(Flush flush) {
     if (descriptor_ < 0) return false;
-    const bool flushed = ::fsync(descriptor_) == 0;
+    const bool flushed = flush == Flush::no || ::fsync(descriptor_) == 0;
     const bool closed = ::close(std::exchange(descriptor_, -1)) == 0;
     if (flushed) reached(Step::flushed);
     if (flushed && closed && std::rename(temporary_.c_str(), path_.c_str()) == 0) {

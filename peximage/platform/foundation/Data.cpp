@@ -89,7 +89,7 @@ bool Data::write(const URL& url, Writing writing) const {
     if (!url.isFileURL()) return false;
     if (writing == Writing::inPlace) return writeInPlace(url.path(), bytes());
     AtomicFile file(url.path());
-    return file.write(bytes()) && file.commit();
+    return file.write(bytes()) && file.commit(AtomicFile::Flush::no);
 }
 
 bool operator==(const Data& a, const Data& b) {

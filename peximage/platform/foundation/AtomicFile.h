@@ -19,11 +19,11 @@ class PEX_EXPORT AtomicFile {
 
     /// False when the temporary file could not be made or written; later calls then do nothing.
     bool write(std::span<const std::uint8_t> bytes);
-    /// Whether a crash of the whole machine, too, leaves the old file or the new one. Waiting for the disk costs
-    /// milliseconds; it is worth them for documents, and not for pictures that can be made again.
+    /// Whether a crash of the whole machine, too, leaves the old file or the new one. Waiting for the disk
+    /// costs milliseconds; it is worth them for documents, and not for pictures that can be made again.
     enum class Flush { yes, no };
-    /// Renames, after flushing to disk where that is asked for. False when any step failed; the destination is
-    /// then as it was.
+    /// Renames, after flushing to disk where that is asked for. False when any step failed; the destination
+    /// is then as it was.
     bool commit(Flush flush = Flush::yes);
 
     /// Where a save can be interrupted, in order.

@@ -33,8 +33,8 @@ class PEX_EXPORT Data {
     std::string_view text() const;
 
     /// Writes the bytes to a file. With `atomically`, through a temporary file beside it that is renamed when
-    /// all is written: the address then names the old bytes or the new ones, never a part. Without, in place; a
-    /// failed write removes the partial file. False when it cannot be written.
+    /// all is written: the address then names the old bytes or the new ones, never a part. Without, in place;
+    /// a failed write removes the partial file. False when it cannot be written.
     enum class Writing { inPlace, atomically };
     bool write(const URL& url, Writing writing) const;
 

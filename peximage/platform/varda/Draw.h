@@ -10,12 +10,12 @@
 
 namespace pex {
 
-/// Copies images into an image: `start`, any number of `copybits`, `end`. Every thread has a target of its
-/// own; a second `start` before `end` ends the first one.
+/// Copies images into an image: `start`, any number of `copybits`, `end`. Every thread has targets of its
+/// own, and they nest: after `end` the one before is the target again.
 class PEX_EXPORT Draw {
   public:
     /// Makes the image this thread's target, its bitmap size × the largest screen scale pixels. False, with
-    /// no target, when such a bitmap cannot be had.
+    /// the target unchanged and nothing to end, when such a bitmap cannot be had.
     static bool start(const std::shared_ptr<NSImage>& image);
 
     struct Copybits {

@@ -1,10 +1,12 @@
 #pragma once
 
 // The whole public library. Programs that use a part of it may include that part's header alone.
+#include "peximage/canvas/PexCanvas.h"
 #include "peximage/composer/PexComposer.h"
 #include "peximage/composer/PexComposerManager.h"
 #include "peximage/helpers/PexDicotomic.h"
 #include "peximage/helpers/PexImageHelper.h"
+#include "peximage/helpers/PexWatermark.h"
 #include "peximage/image/PexImage.h"
 #include "peximage/pixels/PexColor255.h"
 #include "peximage/pixels/PexContextImage.h"
@@ -14,9 +16,11 @@
 #include "peximage/platform/codecs/ImageLimits.h"
 #include "peximage/platform/filters/CIContext.h"
 #include "peximage/platform/foundation/Diagnostics.h"
+#include "peximage/platform/geometry/Numbers.h"
 #include "peximage/platform/raster/CGContext.h"
 #include "peximage/platform/raster/PixelBuffer.h"
 #include "peximage/platform/toolkit/NSScreen.h"
+#include "peximage/platform/varda/Draw.h"
 #include "peximage/platform/varda/FileUtilities.h"
 #include "peximage/platform/varda/PerfAn.h"
 #include "peximage/platform/varda/PexId.h"

@@ -8,6 +8,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <string_view>
 
 /// --json, --quiet, --verbose.
 void addReportOptions(CLI::App& command, Settings& settings);
@@ -31,3 +32,15 @@ void addWritingOptions(CLI::App& command, WritingOptions& options, QualityOption
 /// A size with a unit, as an option.
 CLI::Option* addByteSize(CLI::App& command, const std::string& name, std::optional<long long>& target,
                          const std::string& help);
+
+/// An option of a form of its own: `parse` gives an optional value, and `what` names what it wants to see.
+template <class T>
+CLI::Option* addParsed(CLI::App& command, const std::string& name, const std::string& form,
+                       const std::string& help, const std::string& what,
+                       std::optional<T> (*parse)(std::string_view), std::optional<T>& target) {
+    const auto read = [=, &target](const std::string& text) {
+        target = parse(text);
+        if (!target) throw CLI::ValidationError("'" + text + "' is not " + what);
+    };
+    return command.add_option_function<std::string>(name, read, help)->type_name(form);
+}

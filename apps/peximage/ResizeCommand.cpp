@@ -27,14 +27,15 @@ void addSide(CLI::App& command, Request& request, const std::string& name, const
 /// Keeping the proportions gives the image itself where it cannot be scaled; here that is a failure.
 Image ifResized(const Image& resized, const Image& image) { return resized == image ? nullptr : resized; }
 
-void addSize(CLI::App& command, Request& request) {
-    const auto parse = [&request](const std::string& text) {
+template <class Make>
+void addSize(CLI::App& command, Request& request, const std::string& name, const std::string& help,
+             Make make) {
+    const auto parse = [&request, make](const std::string& text) {
         const auto size = parsePixelSize(text);
         if (!size) throw CLI::ValidationError("'" + text + "' is no size; write 800x600");
-        request.change = [size = *size](const Image& image) { return image->resize({.to = size}); };
+        request.change = make(*size);
     };
-    command.add_option_function<std::string>("--size", parse, "Exactly this size, stretched")
-        ->type_name("WxH");
+    command.add_option_function<std::string>(name, parse, help)->type_name("WxH");
 }
 
 } // namespace
@@ -46,7 +47,15 @@ void addResize(CLI::App& program, int& status) {
     addWritingOptions(*command, request->writing, QualityOption::yes);
     CLI::App* target = command->add_option_group("New size", "One of these");
     target->require_option(1);
-    addSize(*target, *request);
+    addSize(*target, *request, "--size", "Exactly this size, stretched", [](pex::CGSize size) {
+        return [size](const Image& image) { return image->resize({.to = size}); };
+    });
+    addSize(
+        *target, *request, "--fit", "Whole, in the middle of a box with transparent margins",
+        [](pex::CGSize size) { return [size](const Image& image) { return image->resizeWithFit(size); }; });
+    addSize(*target, *request, "--fill", "Covering a box; what lies outside is cut", [](pex::CGSize size) {
+        return [size](const Image& image) { return image->resizeWithFill(size); };
+    });
     addSide(*target, *request, "--width", "This width, keeping the proportions", [](int n) {
         return [n](const Image& image) { return ifResized(image->resize({.toWidth = n}), image); };
     });

@@ -88,16 +88,20 @@ Outcome saveImage(const std::string& input, const std::shared_ptr<pex::PexImage>
     return describe(input, destination.path, *written, bytes);
 }
 
-int runChanging(
-    const Settings& settings, const WritingOptions& options,
-    const std::function<std::shared_ptr<pex::PexImage>(const std::shared_ptr<pex::PexImage>&)>& change,
-    const std::string& changeFailed) {
-    const std::vector<Destination> destinations =
-        planDestinations(settings.inputs, options.output, options.format);
+std::vector<Destination> planResults(const Settings& settings, const WritingOptions& options) {
+    std::vector<Destination> destinations = planDestinations(settings.inputs, options.output, options.format);
     for (const Destination& destination : destinations) {
         if (options.maxBytes && destination.format != pex::ImageFormat::jpeg)
             throw UsageError{"--max-bytes goes with JPEG, not with " + destination.path.string()};
     }
+    return destinations;
+}
+
+int runChanging(
+    const Settings& settings, const WritingOptions& options,
+    const std::function<std::shared_ptr<pex::PexImage>(const std::shared_ptr<pex::PexImage>&)>& change,
+    const std::string& changeFailed) {
+    const std::vector<Destination> destinations = planResults(settings, options);
     return runBatch(settings, [&](std::size_t i) -> Outcome {
         const auto opened = openImage(settings.inputs[i]);
         if (const auto* failure = std::get_if<Failure>(&opened)) return *failure;

@@ -8,6 +8,9 @@
 Outcome saveImage(const std::string& input, const std::shared_ptr<pex::PexImage>& image,
                   const Destination& destination, const WritingOptions& options);
 
+/// `planDestinations`; throws UsageError, too, where a byte budget goes with another format than JPEG.
+std::vector<Destination> planResults(const Settings& settings, const WritingOptions& options);
+
 /// Opens every input, hands it to `change` and writes what that gives; a null image is the failure
 /// `changeFailed`.
 int runChanging(

@@ -7,6 +7,7 @@
 #include <charconv>
 #include <cmath>
 #include <utility>
+#include <vector>
 
 std::string grouped(long long number) {
     std::string text = std::to_string(number);
@@ -61,4 +62,38 @@ std::optional<pex::CGSize> parsePixelSize(std::string_view text) {
     const auto width = parsePixels(text.substr(0, cross)), height = parsePixels(text.substr(cross + 1));
     if (!width || !height) return std::nullopt;
     return pex::CGSize{static_cast<double>(*width), static_cast<double>(*height)};
+}
+
+namespace {
+
+/// Exactly `count` numbers with the separator between them; empty for anything else.
+std::vector<double> parseNumbers(std::string_view text, char separator, std::size_t count) {
+    std::vector<double> numbers;
+    const char *at = text.data(), *end = text.data() + text.size();
+    while (numbers.size() < count) {
+        double number = 0;
+        const auto [after, error] = std::from_chars(at, end, number);
+        if (error != std::errc() || !std::isfinite(number)) return {};
+        numbers.push_back(number);
+        const bool last = numbers.size() == count;
+        if (last ? after != end : after == end || *after != separator) return {};
+        at = after + 1;
+    }
+    return numbers;
+}
+
+} // namespace
+
+std::optional<pex::CGRect> parseRect(std::string_view text) {
+    const std::vector<double> n = parseNumbers(text, ',', 4);
+    if (n.empty() || !(n[2] > 0 && n[3] > 0)) return std::nullopt;
+    return pex::CGRect{n[0], n[1], n[2], n[3]};
+}
+
+std::optional<double> parseRatio(std::string_view text) {
+    std::vector<double> n = parseNumbers(text, ':', 2);
+    if (n.empty()) n = parseNumbers(text, ':', 1);
+    if (n.empty()) return std::nullopt;
+    const double ratio = n.size() == 2 ? n[0] / n[1] : n[0];
+    return n[0] > 0 && ratio > 0 && std::isfinite(ratio) ? std::optional(ratio) : std::nullopt;
 }

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "peximage/platform/geometry/CGRect.h"
 #include "peximage/platform/geometry/CGSize.h"
 
 #include <optional>
@@ -17,5 +18,9 @@ std::string knownFormats();
 std::optional<long long> parseByteSize(std::string_view text);
 /// "800x600" with whole numbers of at least 1.
 std::optional<pex::CGSize> parsePixelSize(std::string_view text);
+/// "10,20,300,200": x, y, width and height.
+std::optional<pex::CGRect> parseRect(std::string_view text);
+/// "16:9", or "1.5": width over height.
+std::optional<double> parseRatio(std::string_view text);
 /// A whole number of at least 1.
 std::optional<int> parsePixels(std::string_view text);

@@ -26,6 +26,12 @@ int run(CLI::App& program, int argc, char** argv) {
     addConvert(program, status);
     addResize(program, status);
     addComposer(program, status);
+    addCrop(program, status);
+    addRotate(program, status);
+    addSplit(program, status);
+    addJoin(program, status);
+    addWatermark(program, status);
+    addCanvas(program, status);
     try {
         program.parse(argc, argv);
     } catch (const CLI::ParseError& error) {

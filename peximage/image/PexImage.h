@@ -4,6 +4,7 @@
 #include "peximage/platform/filters/CIImage.h"
 #include "peximage/platform/foundation/Data.h"
 #include "peximage/platform/foundation/URL.h"
+#include "peximage/platform/geometry/CGRect.h"
 #include "peximage/platform/geometry/CGSize.h"
 #include "peximage/platform/geometry/Length.h"
 #include "peximage/platform/raster/CGImage.h"
@@ -11,12 +12,16 @@
 #include "peximage/platform/toolkit/NSColor.h"
 #include "peximage/platform/toolkit/NSImage.h"
 
+#include <cstdint>
 #include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
+#include <vector>
 
 namespace pex {
+
+struct PexWatermark;
 
 /// One raster image, held at once in the platform's representations: a desktop image, a bitmap, a bitmap
 /// whose pixels can be written, and a picture for the filter graph.
@@ -154,6 +159,115 @@ class PEX_EXPORT PexImage : public std::enable_shared_from_this<PexImage> {
     /// The shorter side at most the bound; the receiver itself when it is so already.
     std::shared_ptr<PexImage> resize(const WithMinSideBoundedTo& bound);
 
+    // Cutting and turning (Crop.cpp, Rotate.cpp). Null when there is no bitmap, or no memory for the result.
+
+    struct ToRect {
+        CGRect to;
+    };
+    struct ToTargetRect {
+        CGRect toTargetRect;
+    };
+    /// The pixels inside a rectangle, in pixels with the origin at the top-left corner and y downward: made
+    /// integral outward and clipped to the image. They are shared, not copied. Null when nothing is left.
+    std::shared_ptr<PexImage> crop(const ToRect& target) const;
+    std::shared_ptr<PexImage> crop(const ToTargetRect& target) const;
+    /// The same as a bitmap.
+    std::optional<CGImage> cropToCGImnage(const CGRect& rect) const;
+
+    /// By an angle in the bitmap's own space, where y grows upward and positive angles turn anticlockwise:
+    /// `r90Clockwhise` is a quarter turn by the positive angle, which a person sees as anticlockwise.
+    enum class RotationDirection { r90Clockwhise, r90AntiClockWise, r180, fixHorizon, none };
+
+    /// A quarter or half turn. `fixHorizon` gives an equal image, `none` the receiver itself.
+    std::shared_ptr<PexImage> rotate(RotationDirection direction);
+
+    struct Degrees {
+        Length degrees;
+    };
+    /// Turned by any angle, anticlockwise, on a canvas that grows to hold it, with transparent corners. The
+    /// receiver itself when there is no bitmap or the angle is no number.
+    std::shared_ptr<PexImage> rotate(const Degrees& angle);
+    /// Straightened: turned anticlockwise and enlarged just so far that no corner is empty, the size
+    /// unchanged.
+    std::shared_ptr<PexImage> rotateAndZoom(double byDegrees) const;
+
+    // Tiles (Split.cpp): rows from the top, tiles in a row from the left. They share the image's pixels.
+
+    using Tiles = std::vector<std::vector<std::shared_ptr<PexImage>>>;
+    /// Splitting into more tiles than this gives an empty list: a tile takes some hundred bytes.
+    static constexpr double mostTiles = 1 << 20;
+
+    struct ToTileSize {
+        CGSize to;
+        /// In pixels: each tile overlaps its neighbours by twice as much.
+        Length tileBorder = 0;
+    };
+    /// Tiles of a size in pixels, those at the right and the bottom edge as much as is left. An empty list
+    /// when a tile is not larger than twice the border. An image without bitmap gives rows without tiles.
+    Tiles split(const ToTileSize& tile) const;
+
+    struct ToTileSides {
+        std::optional<Length> toWidth = {};
+        std::optional<Length> height = {};
+        Length tileBorder = 0;
+    };
+    /// The same; an absent side is the image's own.
+    Tiles split(const ToTileSides& tile) const;
+
+    struct RowsAndColumns {
+        std::optional<std::int64_t> rows = {};
+        std::optional<std::int64_t> columns = {};
+    };
+    /// Tiles as wide as the width divided by `rows` and as high as the height divided by `columns`, rounded
+    /// up: the first count divides the width. An absent count leaves that side whole; one below 1 gives an
+    /// empty list.
+    Tiles split(const RowsAndColumns& counts) const;
+
+    struct BoundedSplit {
+        std::optional<Length> toWidth = {};
+        /// The width is a maximum: as few tiles as can be, of nearly equal width.
+        bool maxWidth = false;
+        std::optional<Length> height = {};
+        bool maxHeight = false;
+    };
+    /// Tiles of a width and a height that are each either exact or the most a tile may have; an absent one is
+    /// the image's own.
+    Tiles boundedSplit(const BoundedSplit& bounds) const;
+
+    // Through a canvas (FitAndJoin.cpp). The results are sized in points: on a screen of two pixels a point
+    // they have twice as many pixels a side where a box is given.
+
+    /// The whole image inside a box of the given size, centred, on transparent margins. Null without a
+    /// bitmap, for a box of no size, and when memory cannot be had.
+    std::shared_ptr<PexImage> resizeWithFit(CGSize to);
+    /// A box of the given size covered by the image, centred; what lies outside is cut.
+    std::shared_ptr<PexImage> resizeWithFill(CGSize to);
+
+    enum class JoinOrientation {
+        horizontal, ///< The second image to the right of the first.
+        vertical,   ///< The second image below the first.
+    };
+    enum class ScaleMode {
+        max, ///< The smaller one of the touching sides is enlarged to the larger.
+        min, ///< The larger one is reduced to the smaller.
+    };
+    struct With {
+        /// Not null, and neither is the first image.
+        std::shared_ptr<PexImage> with;
+        JoinOrientation orientation = JoinOrientation::horizontal;
+        ScaleMode scaleMode = ScaleMode::min;
+    };
+    /// Two images side by side in one of exactly their sizes, once their touching sides match. Blank when
+    /// memory for it cannot be had.
+    static std::shared_ptr<PexImage> join(const std::shared_ptr<PexImage>& first, const With& second);
+
+    // Watermarks (helpers/PexWatermark.cpp).
+
+    /// A new image of this one with a watermark over it, of as many points as this one has pixels. Null when
+    /// the watermark cannot be resized as the settings say, or memory cannot be had.
+    std::shared_ptr<PexImage> watermark(const std::shared_ptr<PexImage>& with,
+                                        const PexWatermark& settings) const;
+
     // Encoding and saving (Encoding.cpp).
 
     /// JPEG of `bitmapRep()`, pixel writes included. `quality` is 0 … 1, 1 best: Q = 100 × quality scales the
@@ -195,6 +309,8 @@ class PEX_EXPORT PexImage : public std::enable_shared_from_this<PexImage> {
     static std::shared_ptr<PexImage> around(std::shared_ptr<NSImage> platformImage);
 
     void deriveBitmap();
+    std::shared_ptr<PexImage> resizedThroughCanvas(CGSize to, bool fills);
+    Tiles tilesOf(CGSize tile, double border) const;
 };
 
 } // namespace pex

@@ -2,7 +2,9 @@
 
 #include "peximage/platform/codecs/ImageLimits.h"
 #include "peximage/platform/filters/FilterGraph.h"
+#include "peximage/platform/raster/AffinePicture.h"
 #include "peximage/platform/raster/Scaling.h"
+#include "peximage/platform/raster/Strips.h"
 
 #include <algorithm>
 #include <cmath>
@@ -13,26 +15,47 @@ namespace {
 
 using Node = CIImage::Node;
 
-/// A chain of scales and crops above a bitmap, folded into one: `visible` of the bitmap, in its pixels with
-/// the origin at the bottom left, is what shows, `sx` and `sy` times as large.
+/// A chain of transforms and crops above a bitmap, folded into one: `visible` of the bitmap, in its pixels
+/// with the origin at the bottom left, is what shows, moved by `transform`. Crops of a picture that lies
+/// aslant leave their mark on the extents alone: then `isCut`.
 struct FoldedChain {
     CGImage image;
     CGRect visible;
-    double sx = 1, sy = 1;
+    CGAffineTransform transform{};
+    bool isCut = false;
 };
 
-FoldedChain fold(const Node& node) {
-    if (const auto* source = std::get_if<Node::Source>(&node.operation)) return {source->image, node.extent};
-    if (const auto* scale = std::get_if<Node::Scale>(&node.operation)) {
-        FoldedChain chain = fold(*scale->input);
-        chain.sx *= scale->sx;
-        chain.sy *= scale->sy;
+std::optional<FoldedChain> fold(const Node& node);
+std::optional<CGImage> render(const Node& node);
+
+/// The picture as a bitmap of its own, so that it can be turned again.
+std::optional<FoldedChain> rendered(const Node& node) {
+    const std::optional<CGImage> bitmap = render(node);
+    if (!bitmap) return std::nullopt;
+    const CGRect whole{0, 0, static_cast<double>(bitmap->width()), static_cast<double>(bitmap->height())};
+    const CGRect& extent = node.extent;
+    return FoldedChain{*bitmap,
+                       whole,
+                       {extent.size.width / whole.size.width, 0, 0, extent.size.height / whole.size.height,
+                        extent.origin.x, extent.origin.y}};
+}
+
+std::optional<FoldedChain> fold(const Node& node) {
+    if (const auto* source = std::get_if<Node::Source>(&node.operation))
+        return FoldedChain{source->image, node.extent};
+    if (const auto* moved = std::get_if<Node::Transform>(&node.operation)) {
+        std::optional<FoldedChain> chain = fold(*moved->input);
+        if (chain && chain->isCut && !moved->transform.keepsUpright()) chain = rendered(*moved->input);
+        if (chain) chain->transform = chain->transform.then(moved->transform);
         return chain;
     }
-    FoldedChain chain = fold(*std::get<Node::Crop>(node.operation).input);
-    const CGRect& e = node.extent;
-    chain.visible = chain.visible.intersection(
-        {e.origin.x / chain.sx, e.origin.y / chain.sy, e.size.width / chain.sx, e.size.height / chain.sy});
+    std::optional<FoldedChain> chain = fold(*std::get<Node::Crop>(node.operation).input);
+    if (!chain) return chain;
+    const auto back = chain->transform.inverted();
+    if (chain->transform.keepsUpright() && back)
+        chain->visible = chain->visible.intersection(back->apply(node.extent));
+    else
+        chain->isCut = true;
     return chain;
 }
 
@@ -57,17 +80,64 @@ std::optional<PixelSize> renderedSize(double width, double height) {
     return PixelSize{static_cast<int>(w), static_cast<int>(h)};
 }
 
+/// True when the picture, as it lies in the plane, covers all of it.
+bool covers(const CGImage& picture, const CGAffineTransform& toPlane, PixelSize plane) {
+    const auto back = toPlane.inverted();
+    if (!back) return false;
+    constexpr double slack = 1e-6;
+    for (const double x : {0, plane.width}) {
+        for (const double y : {0, plane.height}) {
+            const CGPoint at = back->apply(CGPoint{x, y});
+            if (!(at.x > -slack && at.x < picture.width() + slack && at.y > -slack &&
+                  at.y < picture.height() + slack))
+                return false;
+        }
+    }
+    return true;
+}
+
+/// A picture that is turned, mirrored or sheared, sampled in strips.
+std::optional<CGImage> sampled(const CGImage& picture, const CGAffineTransform& toPlane, PixelSize size) {
+    const bool isColour = picture.colorSpace().model() == CGColorSpace::Model::rgb;
+    const CGColorSpace space = isColour ? picture.colorSpace() : CGColorSpace::deviceRGB();
+    const auto affine = AffinePicture::make(picture, toPlane, space, Interpolation::smooth);
+    const std::ptrdiff_t stride = std::ptrdiff_t{size.width} * 4;
+    PixelBuffer buffer =
+        PixelBuffer::make(static_cast<std::size_t>(stride) * static_cast<std::size_t>(size.height));
+    if (!affine || !buffer) return std::nullopt;
+    const MutablePixelView pixels{buffer.data(), size.width, size.height, stride,
+                                  PixelLayout::premultipliedLast};
+    forEachStrip(size.height, [&](int begin, int end) {
+        affine->sample(0, begin, pixels.part(0, begin, size.width, end - begin));
+    });
+    const bool opaque = !hasAlpha(picture.layout()) && covers(picture, toPlane, size);
+    const PixelLayout layout = opaque ? PixelLayout::skipLast : PixelLayout::premultipliedLast;
+    return CGImage::make(size.width, size.height, stride, layout, space, std::move(buffer));
+}
+
+std::optional<CGImage> render(const Node& node) {
+    const CGRect& shown = node.extent;
+    const std::optional<PixelSize> size = renderedSize(shown.size.width, shown.size.height);
+    const std::optional<FoldedChain> chain = size ? fold(node) : std::nullopt;
+    if (!chain || chain->visible.isEmpty()) return std::nullopt;
+    const double imageHeight = chain->image.height();
+    const CGRect cut = wholePixels(chain->visible, imageHeight);
+    const std::optional<CGImage> part = chain->image.cropping(cut);
+    if (!part) return std::nullopt;
+    if (chain->transform.keepsUpright()) return scaledImage(*part, *size, Interpolation::smooth);
+    const double sx = size->width / shown.size.width, sy = size->height / shown.size.height;
+    return sampled(*part,
+                   CGAffineTransform{1, 0, 0, -1, cut.origin.x, imageHeight - cut.origin.y}
+                       .then(chain->transform)
+                       .then({sx, 0, 0, -sy, -shown.minX() * sx, shown.maxY() * sy}),
+                   *size);
+}
+
 } // namespace
 
 std::optional<CGImage> CIContext::createCGImage(const CIImage& image, const CGRect& from) const {
-    const CGRect shown = image.extent().intersection(from);
-    if (shown.isEmpty()) return std::nullopt;
-    const FoldedChain chain = fold(*image.cropped(from).node());
-    const std::optional<PixelSize> size = renderedSize(shown.size.width, shown.size.height);
-    if (!size || chain.visible.isEmpty()) return std::nullopt;
-    const std::optional<CGImage> part =
-        chain.image.cropping(wholePixels(chain.visible, chain.image.height()));
-    return part ? scaledImage(*part, *size, Interpolation::smooth) : std::nullopt;
+    const CIImage shown = image.cropped(from);
+    return shown.extent().isEmpty() ? std::nullopt : render(*shown.node());
 }
 
 } // namespace pex

@@ -3,6 +3,9 @@
 #include "peximage/platform/filters/CIContext.h"
 #include "peximage/platform/filters/FilterGraph.h"
 
+#include <algorithm>
+#include <cmath>
+
 namespace pex {
 
 CIImage::CIImage(const CGImage& image)
@@ -13,12 +16,27 @@ CIImage::CIImage(const CGImage& image)
 CGRect CIImage::extent() const { return node_->extent; }
 
 CIImage CIImage::scaled(double sx, double sy) const {
-    const CGRect& from = node_->extent;
-    const bool usable = sx > 0 && sy > 0;
-    const CGRect extent =
-        usable ? CGRect{from.origin.x * sx, from.origin.y * sy, from.size.width * sx, from.size.height * sy}
-               : CGRect{};
-    return CIImage(std::make_shared<Node>(Node{Node::Scale{node_, sx, sy}, extent}));
+    return transformed(sx > 0 && sy > 0 ? CGAffineTransform::scale(sx, sy) : CGAffineTransform::scale(0, 0));
+}
+
+CIImage CIImage::transformed(const CGAffineTransform& transform) const {
+    CGRect moved = transform.apply(node_->extent);
+    if (!transform.inverted() || node_->extent.isEmpty() || moved.isEmpty()) moved = {};
+    return CIImage(std::make_shared<Node>(Node{Node::Transform{node_, transform}, moved}));
+}
+
+CIImage CIImage::straightened(double radians) const {
+    const CGRect whole = extent();
+    const double width = whole.size.width, height = whole.size.height;
+    const double across = std::abs(std::cos(radians)), along = std::abs(std::sin(radians));
+    // The extent, turned back, has to fit into the enlarged picture.
+    const double zoom = across + along * std::max(height / width, width / height);
+    const double x = whole.origin.x + width / 2, y = whole.origin.y + height / 2;
+    return transformed(CGAffineTransform::translation(-x, -y)
+                           .then(CGAffineTransform::rotation(radians))
+                           .then(CGAffineTransform::scale(zoom, zoom))
+                           .then(CGAffineTransform::translation(x, y)))
+        .cropped(whole);
 }
 
 CIImage CIImage::cropped(const CGRect& rect) const {

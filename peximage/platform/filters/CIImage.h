@@ -1,6 +1,7 @@
 #pragma once
 
 #include "peximage/platform/Export.h"
+#include "peximage/platform/geometry/CGAffineTransform.h"
 #include "peximage/platform/geometry/CGRect.h"
 #include "peximage/platform/raster/CGImage.h"
 
@@ -23,6 +24,12 @@ class PEX_EXPORT CIImage {
     /// Each axis scaled on its own about the origin. A factor that is not a positive number makes the extent
     /// empty.
     CIImage scaled(double sx, double sy) const;
+    /// Every point moved by the transform; the extent is the smallest upright rectangle around the picture. A
+    /// transform that flattens the plane or is not finite makes it empty.
+    CIImage transformed(const CGAffineTransform& transform) const;
+    /// Turned about the centre of its extent, anticlockwise, in radians, and enlarged just so far that it
+    /// covers the extent, which stays as it is. Empty for an angle that is no number.
+    CIImage straightened(double radians) const;
     /// What lies inside the rectangle.
     CIImage cropped(const CGRect& rect) const;
 

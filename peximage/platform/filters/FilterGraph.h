@@ -12,15 +12,15 @@ struct CIImage::Node {
     struct Source {
         CGImage image;
     };
-    struct Scale {
+    struct Transform {
         std::shared_ptr<const Node> input;
-        double sx, sy;
+        CGAffineTransform transform;
     };
     struct Crop {
         std::shared_ptr<const Node> input;
     };
 
-    std::variant<Source, Scale, Crop> operation;
+    std::variant<Source, Transform, Crop> operation;
     CGRect extent;
 };
 

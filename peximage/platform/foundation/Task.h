@@ -6,9 +6,29 @@
 #include <memory>
 #include <mutex>
 #include <optional>
+#include <type_traits>
 #include <utility>
 
 namespace pex {
+
+namespace detail {
+
+/// Where a coroutine leaves its result.
+template <class T>
+struct TaskResult {
+    std::optional<T> value;
+
+    void return_value(T result) { value.emplace(std::move(result)); }
+    T take() { return std::move(*value); }
+};
+
+template <>
+struct TaskResult<void> {
+    void return_void() const noexcept {}
+    void take() const noexcept {}
+};
+
+} // namespace detail
 
 /// The result of an asynchronous operation: a lazy coroutine. It starts when it is first awaited with
 /// `co_await` or waited for with `get()`, and may be used up once. A coroutine that suspends resumes on
@@ -34,13 +54,12 @@ class Task {
         handle_.promise().continuation = awaiting;
         return handle_;
     }
-    T await_resume() { return std::move(*handle_.promise().value); }
+    T await_resume() { return handle_.promise().take(); }
 
     /// Starts the operation on the calling thread and blocks until it is done, wherever it ends.
     T get();
 
-    struct promise_type {
-        std::optional<T> value;
+    struct promise_type : detail::TaskResult<T> {
         std::coroutine_handle<> continuation = std::noop_coroutine();
 
         Task get_return_object() { return Task(Handle::from_promise(*this)); }
@@ -53,7 +72,6 @@ class Task {
             void await_resume() const noexcept {}
         };
         FinalAwaiter final_suspend() const noexcept { return {}; }
-        void return_value(T result) { value.emplace(std::move(result)); }
         [[noreturn]] void unhandled_exception() const noexcept { std::terminate(); }
     };
 
@@ -94,8 +112,11 @@ struct Detached {
 };
 
 template <class T>
-Detached runTask(Task<T>& task, std::optional<T>& result, std::shared_ptr<TaskEnd> end) {
-    result.emplace(co_await task);
+Detached runTask(Task<T>& task, TaskResult<T>& result, std::shared_ptr<TaskEnd> end) {
+    if constexpr (std::is_void_v<T>)
+        co_await task;
+    else
+        result.return_value(co_await task);
     end->signal();
 }
 
@@ -103,11 +124,11 @@ Detached runTask(Task<T>& task, std::optional<T>& result, std::shared_ptr<TaskEn
 
 template <class T>
 T Task<T>::get() {
-    std::optional<T> result;
+    detail::TaskResult<T> result;
     const auto end = std::make_shared<detail::TaskEnd>();
     detail::runTask(*this, result, end);
     end->wait();
-    return std::move(*result);
+    return result.take();
 }
 
 } // namespace pex

@@ -3,6 +3,7 @@
 #include "peximage/platform/geometry/CGRect.h"
 
 #include <cmath>
+#include <numbers>
 #include <optional>
 
 namespace pex {
@@ -17,6 +18,15 @@ struct CGAffineTransform {
     static CGAffineTransform rotation(double radians) {
         const double s = std::sin(radians), c = std::cos(radians);
         return {c, s, -s, c, 0, 0};
+    }
+
+    /// The same in degrees, exact for quarter turns.
+    static CGAffineTransform rotationByDegrees(double degrees) {
+        constexpr CGAffineTransform quarters[] = {
+            {}, {0, 1, -1, 0, 0, 0}, {-1, 0, 0, -1, 0, 0}, {0, -1, 1, 0, 0, 0}};
+        const double turn = std::fmod(degrees, 360);
+        if (std::fmod(turn, 90) == 0) return quarters[static_cast<int>(turn < 0 ? turn + 360 : turn) / 90];
+        return rotation(turn / 180 * std::numbers::pi);
     }
 
     constexpr CGPoint apply(CGPoint p) const { return {a * p.x + c * p.y + tx, b * p.x + d * p.y + ty}; }
@@ -38,6 +48,9 @@ struct CGAffineTransform {
         return {a * o.a + b * o.c, a * o.b + b * o.d,          c * o.a + d * o.c,
                 c * o.b + d * o.d, tx * o.a + ty * o.c + o.tx, tx * o.b + ty * o.d + o.ty};
     }
+
+    /// True for scales by positive factors and moves: nothing is turned, mirrored or sheared.
+    constexpr bool keepsUpright() const { return b == 0 && c == 0 && a > 0 && d > 0; }
 
     /// Absent when the transform flattens the plane.
     std::optional<CGAffineTransform> inverted() const {

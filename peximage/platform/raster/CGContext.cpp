@@ -1,9 +1,11 @@
 #include "peximage/platform/raster/CGContext.h"
 
+#include "peximage/platform/raster/AffinePicture.h"
 #include "peximage/platform/raster/ColorConversion.h"
 #include "peximage/platform/raster/ConvertedImage.h"
 #include "peximage/platform/raster/Scaling.h"
 #include "peximage/platform/raster/Strips.h"
+#include "peximage/platform/raster/Turning.h"
 #include "peximage/platform/raster/kernels/BlendRow.h"
 #include "peximage/platform/raster/kernels/ConvertRow.h"
 
@@ -14,13 +16,26 @@
 namespace pex {
 namespace {
 
-/// A picture is never stretched to more than this before it is clipped to the context.
-constexpr double maxScaledSide = 1 << 17;
-constexpr double maxScaledPixels = 1 << 28;
-
 int toByte(double channel) {
     if (!(channel > 0)) return 0;
     return static_cast<int>(std::lround(std::min(channel, 1.0) * 255));
+}
+
+/// How a picture comes out under a transform that leaves upright rectangles upright, whatever their size;
+/// absent for all other transforms. What a turn by sines and cosines leaves beside its zeros counts as zero.
+std::optional<Orientation> orientationOf(const CGAffineTransform& t) {
+    constexpr double slack = 1e-9;
+    const auto vanishes = [](double x, double beside) { return std::abs(x) <= std::abs(beside) * slack; };
+    using enum Orientation;
+    if (vanishes(t.b, t.a) && vanishes(t.c, t.d)) {
+        if (t.a < 0) return t.d < 0 ? down : upMirrored;
+        return t.d < 0 ? downMirrored : up;
+    }
+    if (vanishes(t.a, t.b) && vanishes(t.d, t.c)) {
+        if (t.b < 0) return t.c < 0 ? leftMirrored : right;
+        return t.c < 0 ? left : rightMirrored;
+    }
+    return std::nullopt;
 }
 
 } // namespace
@@ -28,10 +43,11 @@ int toByte(double channel) {
 /// Whole pixels of the bitmap, row 0 on top; may reach outside it.
 struct CGContext::PixelRect {
     double x0, y0, x1, y1;
-    bool mirrored, flipped; // the transform turned x or y around
 
-    double width() const { return x1 - x0; }
-    double height() const { return y1 - y0; }
+    CGRect inside(int width, int height) const {
+        const double left = std::max(x0, 0.0), top = std::max(y0, 0.0);
+        return {left, top, std::min<double>(x1, width) - left, std::min<double>(y1, height) - top};
+    }
 };
 
 std::shared_ptr<CGContext> CGContext::make(int width, int height, PixelLayout layout,
@@ -67,12 +83,13 @@ void CGContext::restoreGState() {
     saved_.pop_back();
 }
 
-void CGContext::translateBy(double x, double y) {
-    state_.transform = CGAffineTransform::translation(x, y).then(state_.transform);
-}
+void CGContext::translateBy(double x, double y) { concat(CGAffineTransform::translation(x, y)); }
 
-void CGContext::scaleBy(double x, double y) {
-    state_.transform = CGAffineTransform::scale(x, y).then(state_.transform);
+void CGContext::scaleBy(double x, double y) { concat(CGAffineTransform::scale(x, y)); }
+void CGContext::rotateBy(double radians) { concat(CGAffineTransform::rotation(radians)); }
+
+void CGContext::concat(const CGAffineTransform& transform) {
+    state_.transform = transform.then(state_.transform);
 }
 
 void CGContext::setAlpha(double alpha) { state_.alpha = alpha > 0 ? std::min(alpha, 1.0) : 0; }
@@ -89,9 +106,8 @@ std::optional<CGContext::PixelRect> CGContext::devicePixels(const CGRect& rect) 
     if (!(box.width() > 0 && box.height() > 0) ||
         !std::isfinite(box.maxX() + box.maxY() + box.minX() + box.minY()))
         return std::nullopt;
-    PixelRect pixels{std::round(box.minX()), std::round(height_ - box.maxY()),
-                     std::round(box.maxX()), std::round(height_ - box.minY()),
-                     state_.transform.a < 0, state_.transform.d < 0};
+    PixelRect pixels{std::round(box.minX()), std::round(height_ - box.maxY()), std::round(box.maxX()),
+                     std::round(height_ - box.minY())};
     pixels.x1 = std::max(pixels.x1, pixels.x0 + 1);
     pixels.y1 = std::max(pixels.y1, pixels.y0 + 1);
     const bool visible = pixels.x0 < width_ && pixels.x1 > 0 && pixels.y0 < height_ && pixels.y1 > 0;
@@ -117,9 +133,8 @@ MutablePixelView CGContext::view() {
 }
 
 /// Blends a row of premultiplied R G B A pixels at (x, y), which lies inside, in whatever layout the context
-/// has. `scratch` is the caller's, so that strips can be blended at the same time.
-void CGContext::blendRow(const std::uint8_t* premultiplied, int x, int y, int pixels,
-                         std::vector<std::uint8_t>& scratch) {
+/// has; `scratch` has room for as many pixels.
+void CGContext::blendRow(const std::uint8_t* premultiplied, int x, int y, int pixels, std::uint8_t* scratch) {
     const auto blend = state_.blendMode == CGBlendMode::copy ? kernels::blendRowCopy : kernels::blendRowOver;
     const int opacity = toByte(state_.alpha);
     std::uint8_t* row = view().row(y) + std::ptrdiff_t{x} * bytesPerPixel(layout_);
@@ -127,22 +142,32 @@ void CGContext::blendRow(const std::uint8_t* premultiplied, int x, int y, int pi
         blend(premultiplied, row, pixels, opacity);
         return;
     }
-    scratch.resize(static_cast<std::size_t>(pixels) * 4);
-    kernels::convertRow(row, layout_, scratch.data(), PixelLayout::premultipliedLast, pixels);
-    blend(premultiplied, scratch.data(), pixels, opacity);
-    kernels::convertRow(scratch.data(), PixelLayout::premultipliedLast, row, layout_, pixels);
+    kernels::convertRow(row, layout_, scratch, PixelLayout::premultipliedLast, pixels);
+    blend(premultiplied, scratch, pixels, opacity);
+    kernels::convertRow(scratch, PixelLayout::premultipliedLast, row, layout_, pixels);
+}
+
+/// Calls `rows(begin, end, scratch)` for strips of `height` rows, on all cores, with scratch memory for a
+/// row.
+template <class Rows>
+void CGContext::blendStrips(int height, const Rows& rows) {
+    const std::size_t bytes =
+        layout_ == PixelLayout::premultipliedLast ? 0 : static_cast<std::size_t>(width_) * 4;
+    forEachStrip(height, [&](int begin, int end) {
+        const auto scratch = std::make_unique_for_overwrite<std::uint8_t[]>(bytes);
+        rows(begin, end, scratch.get());
+    });
 }
 
 void CGContext::fill(const CGRect& rect) {
     const std::optional<PixelRect> target = devicePixels(rect);
     if (!target || !makeWritable()) return;
-    const int x0 = static_cast<int>(std::max(target->x0, 0.0)),
-              y0 = static_cast<int>(std::max(target->y0, 0.0));
-    const int x1 = static_cast<int>(std::min<double>(target->x1, width_));
-    const int y1 = static_cast<int>(std::min<double>(target->y1, height_));
+    const CGRect visible = target->inside(width_, height_);
+    const auto x0 = static_cast<int>(visible.origin.x), y0 = static_cast<int>(visible.origin.y);
+    const auto width = static_cast<int>(visible.size.width), height = static_cast<int>(visible.size.height);
 
     const CGColor& color = state_.fillColor;
-    std::vector<std::uint8_t> row(static_cast<std::size_t>(x1 - x0) * 4);
+    std::vector<std::uint8_t> row(static_cast<std::size_t>(width) * 4);
     for (std::size_t i = 0; i < row.size(); i += 4) {
         row[i] = static_cast<std::uint8_t>(toByte(color.red));
         row[i + 1] = static_cast<std::uint8_t>(toByte(color.green));
@@ -152,56 +177,72 @@ void CGContext::fill(const CGRect& rect) {
     if (!sameColours(CGColorSpace::sRGB(), colorSpace_)) {
         const auto conversion =
             ColorConversion::make(CGColorSpace::sRGB(), ColorConversion::Pixels::rgba, colorSpace_);
-        if (conversion) conversion->convertRow(row.data(), row.data(), x1 - x0);
+        if (conversion) conversion->convertRow(row.data(), row.data(), width);
     }
     kernels::convertRow(row.data(), PixelLayout::straightLast, row.data(), PixelLayout::premultipliedLast,
-                        x1 - x0);
-    forEachStrip(y1 - y0, [&](int begin, int end) {
-        std::vector<std::uint8_t> scratch;
+                        width);
+    blendStrips(height, [&](int begin, int end, std::uint8_t* scratch) {
         for (int y = begin; y < end; ++y)
-            blendRow(row.data(), x0, y0 + y, x1 - x0, scratch);
+            blendRow(row.data(), x0, y0 + y, width, scratch);
     });
 }
 
 void CGContext::draw(const CGImage& image, const CGRect& rect) {
     const std::optional<PixelRect> target = devicePixels(rect);
     if (!target || toByte(state_.alpha) == 0) return;
-    const bool scales = target->width() != image.width() || target->height() != image.height();
-    if (scales && (target->width() > maxScaledSide || target->height() > maxScaledSide ||
-                   target->width() * target->height() > maxScaledPixels))
-        return;
-    const PixelSize size{static_cast<int>(target->width()), static_cast<int>(target->height())};
-    const std::optional<CGImage> scaled = scaledImage(image, size, state_.interpolation);
+    if (const std::optional<Orientation> orientation = orientationOf(state_.transform))
+        drawUpright(image, *target, *orientation);
+    else
+        drawSlanted(image, rect);
+}
+
+/// Scales the visible part in the picture's own orientation, then turns it.
+void CGContext::drawUpright(const CGImage& image, const PixelRect& target, Orientation orientation) {
+    const CGSize whole{target.x1 - target.x0, target.y1 - target.y0};
+    const CGRect visible = target.inside(width_, height_);
+    const CGRect part{{visible.origin.x - target.x0, visible.origin.y - target.y0}, visible.size};
+    const CGSize stored = swapsSides(orientation) ? CGSize{whole.height, whole.width} : whole;
+    const std::optional<CGImage> scaled =
+        scaledPart(image, stored, rectBeforeTurning(part, whole, orientation), state_.interpolation);
     if (!scaled) return;
-    const std::optional<CGImage> picture =
+    const std::optional<CGImage> converted =
         sameColours(scaled->colorSpace(), colorSpace_)
             ? scaled
             : convertedImage(*scaled, PixelLayout::premultipliedLast, colorSpace_);
-    const std::optional<PixelView> pixels = picture ? picture->pixels() : std::nullopt;
-    if (pixels && makeWritable()) drawRows(*pixels, *target);
+    const std::optional<CGImage> turned = converted ? turnedImage(*converted, orientation) : std::nullopt;
+    const std::optional<PixelView> pixels = turned ? turned->pixels() : std::nullopt;
+    if (!pixels || !makeWritable()) return;
+
+    const auto x0 = static_cast<int>(visible.origin.x), y0 = static_cast<int>(visible.origin.y);
+    const bool converts = pixels->layout != PixelLayout::premultipliedLast;
+    blendStrips(pixels->height, [&](int begin, int end, std::uint8_t* scratch) {
+        std::vector<std::uint8_t> row(converts ? static_cast<std::size_t>(pixels->width) * 4 : 0);
+        for (int y = begin; y < end; ++y) {
+            if (converts)
+                kernels::convertRow(pixels->row(y), pixels->layout, row.data(),
+                                    PixelLayout::premultipliedLast, pixels->width);
+            blendRow(converts ? row.data() : pixels->row(y), x0, y0 + y, pixels->width, scratch);
+        }
+    });
 }
 
-/// The picture has the target's size and the context's colours.
-void CGContext::drawRows(PixelView picture, const PixelRect& target) {
-    const int x0 = static_cast<int>(target.x0), y0 = static_cast<int>(target.y0);
-    const int left = std::max(-x0, 0), right = std::min(picture.width, width_ - x0);
-    const int top = std::max(-y0, 0), bottom = std::min(picture.height, height_ - y0);
-    const int first = target.mirrored ? picture.width - right : left;
-    const bool copies = target.mirrored || picture.layout != PixelLayout::premultipliedLast;
-    forEachStrip(bottom - top, [&](int begin, int end) {
-        std::vector<std::uint32_t> row(copies ? static_cast<std::size_t>(right - left) : 0);
-        std::vector<std::uint8_t> scratch;
-        for (int y = top + begin; y < top + end; ++y) {
-            const std::uint8_t* from = picture.row(target.flipped ? picture.height - 1 - y : y) +
-                                       std::ptrdiff_t{first} * bytesPerPixel(picture.layout);
-            if (copies) {
-                auto* premultiplied = reinterpret_cast<std::uint8_t*>(row.data());
-                kernels::convertRow(from, picture.layout, premultiplied, PixelLayout::premultipliedLast,
-                                    right - left);
-                if (target.mirrored) std::reverse(row.begin(), row.end());
-                from = premultiplied;
-            }
-            blendRow(from, x0 + left, y0 + y, right - left, scratch);
+void CGContext::drawSlanted(const CGImage& image, const CGRect& rect) {
+    const double width = image.width(), height = image.height();
+    const CGAffineTransform toPlane =
+        CGAffineTransform{rect.width() / width, 0, 0, -rect.height() / height, rect.minX(), rect.maxY()}
+            .then(state_.transform)
+            .then({1, 0, 0, -1, 0, static_cast<double>(height_)});
+    const auto picture = AffinePicture::make(image, toPlane, colorSpace_, state_.interpolation);
+    if (!picture || !makeWritable()) return;
+    blendStrips(height_, [&](int begin, int end, std::uint8_t* scratch) {
+        std::vector<std::uint8_t> row(static_cast<std::size_t>(width_) * 4);
+        for (int y = begin; y < end; ++y) {
+            const AffinePicture::Span span = picture->spanOf(y, width_);
+            if (span.isEmpty()) continue;
+            const int pixels = span.end - span.begin;
+            picture->sample(span.begin, y,
+                            {row.data(), pixels, 1, width_ * 4, PixelLayout::premultipliedLast});
+            blendRow(row.data(), span.begin, y, pixels, scratch);
         }
     });
 }

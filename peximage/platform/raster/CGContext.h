@@ -5,6 +5,7 @@
 #include "peximage/platform/raster/CGColor.h"
 #include "peximage/platform/raster/CGImage.h"
 #include "peximage/platform/raster/Interpolation.h"
+#include "peximage/platform/raster/Orientation.h"
 
 #include <memory>
 #include <optional>
@@ -20,8 +21,10 @@ enum class CGBlendMode {
 };
 
 /// Draws into a bitmap. In memory row 0 is on top; user space has its origin at the bottom-left corner and y
-/// upward, one unit a pixel until the transform is changed. The edges of what is drawn are rounded to whole
-/// pixels, at least one, so that no half-covered edge appears. One thread at a time.
+/// upward, one unit a pixel until the transform is changed. While the transform leaves upright rectangles
+/// upright, their edges are rounded to whole pixels, at least one, so that no half-covered edge appears;
+/// pictures that are turned or sheared have antialiased edges. One thread at a time, though drawing itself
+/// works on all cores.
 class PEX_EXPORT CGContext {
   public:
     /// A context over memory of its own, transparent (black where the layout has no alpha). Null when a side
@@ -45,6 +48,10 @@ class PEX_EXPORT CGContext {
 
     void translateBy(double x, double y);
     void scaleBy(double x, double y);
+    /// Counter-clockwise, in radians.
+    void rotateBy(double radians);
+    /// Puts a transform before the present one, as the three above do.
+    void concat(const CGAffineTransform& transform);
     /// 0–1; multiplies the alpha of all that is drawn.
     void setAlpha(double alpha);
     void setBlendMode(CGBlendMode mode);
@@ -52,10 +59,11 @@ class PEX_EXPORT CGContext {
     void setInterpolationQuality(CGInterpolationQuality quality);
     void setFillColor(const CGColor& color);
 
-    /// Fills a rectangle of user space with the fill colour.
+    /// Fills a rectangle of user space with the fill colour; under a transform that turns it by less than a
+    /// quarter or shears it, the upright rectangle around it.
     void fill(const CGRect& rect);
     /// Draws the image, stretched, into a rectangle of user space; its top is where y is largest. Its colours
-    /// are converted to the context's space.
+    /// are converted to the context's space. It may be stretched to any size: only what shows is ever made.
     void draw(const CGImage& image, const CGRect& rect);
 
     /// What was drawn so far. The image shares the memory until the context is drawn into again, which then
@@ -77,9 +85,11 @@ class PEX_EXPORT CGContext {
     PixelBuffer copiedPixels() const;
     bool makeWritable();
     MutablePixelView view();
-    void blendRow(const std::uint8_t* premultiplied, int x, int y, int pixels,
-                  std::vector<std::uint8_t>& scratch);
-    void drawRows(PixelView picture, const PixelRect& target);
+    void drawUpright(const CGImage& image, const PixelRect& target, Orientation orientation);
+    void drawSlanted(const CGImage& image, const CGRect& rect);
+    void blendRow(const std::uint8_t* premultiplied, int x, int y, int pixels, std::uint8_t* scratch);
+    template <class Rows>
+    void blendStrips(int height, const Rows& rows);
 
     int width_;
     int height_;

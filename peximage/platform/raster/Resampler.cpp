@@ -31,13 +31,18 @@ int groupsAtLeast(const ResamplerPlan& plan) {
 
 std::optional<Resampler> Resampler::make(int fromWidth, int fromHeight, int toWidth, int toHeight,
                                          PixelLayout layout) {
-    if (!isSide(fromWidth) || !isSide(fromHeight) || !isSide(toWidth) || !isSide(toHeight))
+    return make(ResamplerSpan::whole(fromWidth, toWidth), ResamplerSpan::whole(fromHeight, toHeight), layout);
+}
+
+std::optional<Resampler> Resampler::make(const ResamplerSpan& columns, const ResamplerSpan& rows,
+                                         PixelLayout layout) {
+    if (!isSide(columns.from) || !isSide(rows.from) || !isSide(columns.to) || !isSide(rows.to))
         return std::nullopt;
     if (isStraight(layout)) return std::nullopt;
     try {
         auto plan = std::make_shared<const ResamplerPlan>(
-            ResamplerPlan{ResamplerAxis::make(fromWidth, toWidth, ResamplerAxis::Use::columns),
-                          ResamplerAxis::make(fromHeight, toHeight, ResamplerAxis::Use::rows), layout});
+            ResamplerPlan{ResamplerAxis::make(columns, ResamplerAxis::Use::columns),
+                          ResamplerAxis::make(rows, ResamplerAxis::Use::rows), layout});
         return Resampler(std::move(plan));
     } catch (const std::bad_alloc&) {
         return std::nullopt;

@@ -8,6 +8,7 @@
 namespace pex {
 
 struct ResamplerPlan;
+struct ResamplerSpan;
 
 /// Resizes pictures from one size to another by a separable three-lobed Lanczos filter, which widens with the
 /// reduction, so that it antialiases, and interpolates when enlarging. The picture's edges map to the
@@ -24,6 +25,9 @@ class Resampler {
     /// to be multiplied in before pictures are filtered. With premultiplied layouts colour is limited to
     /// alpha after the filter's overshoot; skipped bytes come out as 255.
     static std::optional<Resampler> make(int fromWidth, int fromHeight, int toWidth, int toHeight,
+                                         PixelLayout layout);
+    /// The same for a part of a larger result; its source samples lie within half a sample of the spans.
+    static std::optional<Resampler> make(const ResamplerSpan& columns, const ResamplerSpan& rows,
                                          PixelLayout layout);
 
     /// Resizes a whole picture in memory, in strips on all cores. Both views have the sizes and the layout

@@ -8,7 +8,7 @@
 namespace pex {
 namespace {
 
-constexpr double lobes = 3;
+constexpr double lobes = ResamplerAxis::lobes;
 
 /// The taps of every result sample in full precision, each window `width` long from its `first` on.
 struct Windows {
@@ -33,15 +33,15 @@ void lanczos(double x, double step, double* taps, int count) {
     }
 }
 
-Windows windowsOf(int from, int to) {
-    const double scale = double(from) / to;
-    const double stretch = std::max(1.0, scale);
+Windows windowsOf(const ResamplerSpan& span) {
+    const int from = span.from, to = span.to;
+    const double stretch = std::max(1.0, span.step);
     Windows windows;
     windows.width = std::min(from, int(std::ceil(2 * lobes * stretch)) + 1);
     windows.first.resize(to);
     windows.taps.resize(std::size_t(to) * windows.width);
     for (int i = 0; i < to; ++i) {
-        const double centre = (i + 0.5) * scale - 0.5;
+        const double centre = span.start + (i + 0.5) * span.step - 0.5;
         const int first = std::max(0, int(std::ceil(centre - lobes * stretch)));
         const int end = std::min(from, int(std::floor(centre + lobes * stretch)) + 1);
         double* taps = &windows.taps[std::size_t(i) * windows.width];
@@ -86,8 +86,9 @@ void quantise(const double* taps, int count, int shift, std::vector<int>& order,
 
 } // namespace
 
-ResamplerAxis ResamplerAxis::make(int from, int to, Use use) {
-    const Windows windows = windowsOf(from, to);
+ResamplerAxis ResamplerAxis::make(const ResamplerSpan& span, Use use) {
+    const int from = span.from, to = span.to;
+    const Windows windows = windowsOf(span);
     ResamplerAxis axis{from, to, 0, fractionBits(windows.largest, use), std::vector<int>(to), {}};
     const int allPairs = (from + 1) / 2;
     // A window may begin in the middle of a pair.

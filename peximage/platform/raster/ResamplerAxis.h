@@ -5,15 +5,28 @@
 
 namespace pex {
 
+/// A stretch of result samples along one axis: `to` of them, each `step` source samples wide, of which the
+/// first begins at the source position `start`. Positions are edges: sample i lies from i to i + 1.
+struct ResamplerSpan {
+    int from = 0; // source samples
+    int to = 0;
+    double start = 0;
+    double step = 1;
+
+    /// The whole source, edge to edge.
+    static ResamplerSpan whole(int from, int to) { return {from, to, 0, static_cast<double>(from) / to}; }
+};
+
 /// Which source samples make each result sample along one axis, and how much each counts: Lanczos with three
-/// lobes, stretched to the source's step when reducing, sample centres at (i + 0.5) * from / to, taps outside
+/// lobes, stretched to the source's step when reducing, around the sample centres, taps outside
 /// the source dropped and the rest scaled to sum 1. Weights are integers that sum to exactly 1 << shift, in
 /// pairs that begin at even samples, since that is how processors multiply them; a tap that pads a pair
 /// weighs 0.
 struct ResamplerAxis {
     enum class Use { columns, rows };
 
-    static ResamplerAxis make(int from, int to, Use use);
+    static constexpr double lobes = 3;
+    static ResamplerAxis make(const ResamplerSpan& span, Use use);
 
     const std::int16_t* weightsOf(int i) const { return weights.data() + std::size_t{2} * i * pairs; }
 

@@ -1,11 +1,15 @@
 #include "peximage/platform/raster/Scaling.h"
 
 #include "peximage/platform/raster/Resampler.h"
+#include "peximage/platform/raster/ResamplerAxis.h"
 #include "peximage/platform/raster/ResamplerStream.h"
 #include "peximage/platform/raster/Strips.h"
 #include "peximage/platform/raster/kernels/ConvertRow.h"
 
+#include <algorithm>
+#include <cmath>
 #include <cstring>
+#include <vector>
 
 namespace pex {
 namespace {
@@ -42,7 +46,27 @@ void convertRows(PixelView from, MutablePixelView to) {
         kernels::convertRow(from.row(y), from.layout, to.row(y), to.layout, from.width);
 }
 
-std::optional<CGImage> resampled(PixelView from, const CGColorSpace& colorSpace, PixelSize size) {
+/// A stretch of a larger result along one axis, and the source sample at which its `from` begins.
+struct Stretch {
+    ResamplerSpan span;
+    int source = 0;
+
+    static Stretch whole(int from, int to) { return {ResamplerSpan::whole(from, to), 0}; }
+
+    /// `count` samples from `first` on, of a source of `length` stretched to `whole`.
+    static Stretch part(int length, double whole, double first, int count) {
+        const double step = length / whole;
+        const double reach = ResamplerAxis::lobes * std::max(step, 1.0) + 2;
+        const int begin = static_cast<int>(std::clamp(first * step - reach, 0.0, length - 1.0)) / 2 * 2;
+        const int end =
+            static_cast<int>(std::clamp((first + count) * step + reach, begin + 1.0, 1.0 * length));
+        return {{end - begin, count, first * step - begin, step}, begin};
+    }
+};
+
+std::optional<CGImage> resampled(PixelView from, const CGColorSpace& colorSpace, const Stretch& columns,
+                                 const Stretch& rows) {
+    from = from.part(columns.source, rows.source, columns.span.from, rows.span.from);
     const PixelLayout layout = filteredLayout(from.layout);
     std::optional<Canvas> filterable;
     if (layout != from.layout) {
@@ -54,10 +78,15 @@ std::optional<CGImage> resampled(PixelView from, const CGColorSpace& colorSpace,
         });
         from = filterable->view;
     }
-    std::optional<Canvas> canvas = Canvas::make(size, layout);
-    const auto resampler = Resampler::make(from.width, from.height, size.width, size.height, layout);
+    std::optional<Canvas> canvas = Canvas::make({columns.span.to, rows.span.to}, layout);
+    const auto resampler = Resampler::make(columns.span, rows.span, layout);
     if (!canvas || !resampler || !resampler->resample(from, canvas->view)) return std::nullopt;
     return canvas->finish(colorSpace);
+}
+
+std::optional<CGImage> resampled(PixelView from, const CGColorSpace& colorSpace, PixelSize size) {
+    return resampled(from, colorSpace, Stretch::whole(from.width, size.width),
+                     Stretch::whole(from.height, size.height));
 }
 
 /// Decodes by rows into the resampler: the source is never held as a whole.
@@ -98,23 +127,39 @@ std::optional<CGImage> scaledSource(const PixelSource& source, PixelSize size) {
     return pixels ? resampled(*pixels, source.colorSpace(), size) : std::nullopt;
 }
 
-std::optional<CGImage> nearestPixels(PixelView from, const CGColorSpace& colorSpace, PixelSize size) {
+/// The source samples below the centres of `count` result samples from `first` on.
+std::vector<int> samplesBelow(int length, double whole, double first, int count) {
+    std::vector<int> below(static_cast<std::size_t>(count));
+    for (int i = 0; i < count; ++i) {
+        const double at = std::floor((first + i + 0.5) * length / whole);
+        below[static_cast<std::size_t>(i)] = static_cast<int>(std::clamp(at, 0.0, length - 1.0));
+    }
+    return below;
+}
+
+std::optional<CGImage> nearestPixels(PixelView from, const CGColorSpace& colorSpace, CGSize whole,
+                                     const CGRect& part) {
+    const PixelSize size{static_cast<int>(part.size.width), static_cast<int>(part.size.height)};
     std::optional<Canvas> canvas = Canvas::make(size, from.layout);
     if (!canvas) return std::nullopt;
-    const int bytes = bytesPerPixel(from.layout);
-    const auto below = [](int at, int length, int fromLength) {
-        return static_cast<int>((2 * std::int64_t{at} + 1) * fromLength / (2 * std::int64_t{length}));
-    };
+    const auto bytes = static_cast<std::size_t>(bytesPerPixel(from.layout));
+    const std::vector<int> columns = samplesBelow(from.width, whole.width, part.origin.x, size.width);
+    const std::vector<int> rows = samplesBelow(from.height, whole.height, part.origin.y, size.height);
     forEachStrip(size.height, [&](int begin, int end) {
         for (int y = begin; y < end; ++y) {
-            const std::uint8_t* row = from.row(below(y, size.height, from.height));
+            const std::uint8_t* row = from.row(rows[static_cast<std::size_t>(y)]);
             std::uint8_t* to = canvas->view.row(y);
-            for (int x = 0; x < size.width; ++x, to += bytes)
-                std::memcpy(to, row + std::ptrdiff_t{below(x, size.width, from.width)} * bytes,
-                            static_cast<std::size_t>(bytes));
+            for (const int column : columns) {
+                std::memcpy(to, row + static_cast<std::size_t>(column) * bytes, bytes);
+                to += bytes;
+            }
         }
     });
     return canvas->finish(colorSpace);
+}
+
+CGSize sizeOf(const CGImage& image) {
+    return {static_cast<double>(image.width()), static_cast<double>(image.height())};
 }
 
 } // namespace
@@ -127,8 +172,30 @@ std::optional<CGImage> scaledImage(const CGImage& image, PixelSize size, Interpo
     }
     const std::optional<PixelView> pixels = image.pixels();
     if (!pixels) return std::nullopt;
-    if (interpolation == Interpolation::nearest) return nearestPixels(*pixels, image.colorSpace(), size);
+    if (interpolation == Interpolation::nearest) {
+        const CGSize whole{static_cast<double>(size.width), static_cast<double>(size.height)};
+        return nearestPixels(*pixels, image.colorSpace(), whole, {{0, 0}, whole});
+    }
     return resampled(*pixels, image.colorSpace(), size);
+}
+
+std::optional<CGImage> scaledPart(const CGImage& image, CGSize whole, const CGRect& part,
+                                  Interpolation interpolation) {
+    const CGSize own = sizeOf(image);
+    if (whole == own) return image.cropping(part);
+    const PixelSize size{static_cast<int>(part.size.width), static_cast<int>(part.size.height)};
+    const bool reduces = whole.width <= own.width && whole.height <= own.height;
+    if (part == CGRect{{0, 0}, whole} || (reduces && image.source())) {
+        const PixelSize wholeSize{static_cast<int>(whole.width), static_cast<int>(whole.height)};
+        const std::optional<CGImage> scaled = scaledImage(image, wholeSize, interpolation);
+        return scaled ? scaled->cropping(part) : std::nullopt;
+    }
+    const std::optional<PixelView> from = image.pixels();
+    if (!from) return std::nullopt;
+    if (interpolation == Interpolation::nearest) return nearestPixels(*from, image.colorSpace(), whole, part);
+    return resampled(*from, image.colorSpace(),
+                     Stretch::part(from->width, whole.width, part.origin.x, size.width),
+                     Stretch::part(from->height, whole.height, part.origin.y, size.height));
 }
 
 } // namespace pex

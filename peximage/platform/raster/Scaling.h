@@ -14,4 +14,9 @@ namespace pex {
 /// already. Absent when memory for the result cannot be had.
 std::optional<CGImage> scaledImage(const CGImage& image, PixelSize size, Interpolation interpolation);
 
+/// A part of the image at another size: what `scaledImage` to `whole`, which may be of any size, would show
+/// in `part` (whole pixels inside it, y downward). Only the part is ever made.
+std::optional<CGImage> scaledPart(const CGImage& image, CGSize whole, const CGRect& part,
+                                  Interpolation interpolation);
+
 } // namespace pex

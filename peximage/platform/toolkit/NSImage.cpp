@@ -23,6 +23,15 @@ CGSize pointSize(const CGImage& upright, const ImageProperties& properties) {
     return {upright.width() * pointsPerInch / dpiX, upright.height() * pointsPerInch / dpiY};
 }
 
+/// A context of so many pixels; null when the limits do not allow it or memory cannot be had.
+std::shared_ptr<CGContext> contextOf(double width, double height) {
+    constexpr double maxSide = 1e9;
+    if (!(width >= 1 && width < maxSide && height >= 1 && height < maxSide)) return nullptr;
+    const auto pixelsWide = static_cast<int>(width), pixelsHigh = static_cast<int>(height);
+    if (!ImageLimits::current().allows(pixelsWide, pixelsHigh)) return nullptr;
+    return CGContext::make(pixelsWide, pixelsHigh, PixelLayout::premultipliedLast, CGColorSpace::deviceRGB());
+}
+
 struct ImageFolders {
     std::mutex mutex;
     std::vector<URL> folders;
@@ -92,15 +101,29 @@ void NSImage::registerImageFolder(const URL& folder) {
 
 std::optional<CGImage> NSImage::cgImageForProposedRect(const std::optional<CGRect>&) const { return bitmap_; }
 
+std::shared_ptr<NSImage> NSImage::rotate(double by) const {
+    if (!bitmap_ || !(size_.width > 0 && size_.height > 0) || !std::isfinite(by)) return nullptr;
+    const CGAffineTransform turn = CGAffineTransform::rotationByDegrees(by);
+    const CGRect box = turn.apply(CGRect{{0, 0}, size_});
+    const double pixelsPerPoint = std::max(bitmap_->width() / size_.width, bitmap_->height() / size_.height);
+    constexpr double roundingSlack = 1e-6;
+    const double width = std::ceil(box.size.width * pixelsPerPoint - roundingSlack);
+    const double height = std::ceil(box.size.height * pixelsPerPoint - roundingSlack);
+    const auto context = contextOf(width, height);
+    if (!context) return nullptr;
+    context->translateBy(width / 2, height / 2);
+    context->scaleBy(pixelsPerPoint, pixelsPerPoint);
+    context->concat(turn);
+    context->draw(*bitmap_, {{-size_.width / 2, -size_.height / 2}, size_});
+    const std::optional<CGImage> turned = context->makeImage();
+    return turned ? make(*turned, {width / pixelsPerPoint, height / pixelsPerPoint}) : nullptr;
+}
+
 bool NSImage::lockFocus() {
     const double scale = NSScreen::largestBackingScaleFactor();
     const double width = std::round(size_.width * scale), height = std::round(size_.height * scale);
-    constexpr double maxSide = 1e9;
-    if (focus_ || !(width >= 1 && width < maxSide && height >= 1 && height < maxSide)) return false;
-    const auto pixelsWide = static_cast<int>(width), pixelsHigh = static_cast<int>(height);
-    if (!ImageLimits::current().allows(pixelsWide, pixelsHigh)) return false;
-    focus_ =
-        CGContext::make(pixelsWide, pixelsHigh, PixelLayout::premultipliedLast, CGColorSpace::deviceRGB());
+    if (focus_) return false;
+    focus_ = contextOf(width, height);
     if (!focus_) return false;
     if (bitmap_) focus_->draw(*bitmap_, {0, 0, width, height});
     focus_->scaleBy(width / size_.width, height / size_.height);

@@ -46,6 +46,11 @@ class PEX_EXPORT NSImage {
     /// blank image. A bitmap does not depend on the rectangle.
     std::optional<CGImage> cgImageForProposedRect(const std::optional<CGRect>& rect = {}) const;
 
+    /// A new image of the picture turned by an angle in degrees, anticlockwise, on a canvas that is just
+    /// large enough for it, with transparent corners. The pixels keep their size. Null for a blank image, an
+    /// angle that is no number, and when such a bitmap cannot be had.
+    std::shared_ptr<NSImage> rotate(double by) const;
+
     /// Directs this thread's drawing into the image until `unlockFocus`: user space is in points, and the
     /// bitmap drawn into has size × the largest screen scale pixels, rounded. What the image shows already is
     /// kept. False, and nothing changes, when such a bitmap cannot be had.

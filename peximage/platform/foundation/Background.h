@@ -1,0 +1,18 @@
+#pragma once
+
+#include "peximage/platform/Export.h"
+
+#include <coroutine>
+
+namespace pex {
+
+/// Awaiting it moves a coroutine to one of the process's worker threads.
+struct PEX_EXPORT Background {
+    bool await_ready() const noexcept { return false; }
+    void await_suspend(std::coroutine_handle<> suspended) const;
+    void await_resume() const noexcept {}
+};
+
+inline Background onBackground() { return {}; }
+
+} // namespace pex

@@ -4,8 +4,8 @@
 #include "peximage/pixels/PexImageBitmapRGBA.h"
 #include "peximage/platform/foundation/Diagnostics.h"
 #include "peximage/platform/raster/CGContext.h"
-#include "peximage/platform/raster/OrientedImage.h"
 #include "peximage/platform/raster/Strips.h"
+#include "peximage/platform/raster/Turning.h"
 
 #include <benchmark/benchmark.h>
 #include <tbb/global_control.h>
@@ -79,7 +79,7 @@ void drawLayer(benchmark::State& state, double opacity) {
 
 void turn(benchmark::State& state, Orientation orientation) {
     const CGImage picture = randomPicture();
-    besideCopy(state, 2, [&] { benchmark::DoNotOptimize(orientedImage(picture, orientation)); });
+    besideCopy(state, 2, [&] { benchmark::DoNotOptimize(turnedImage(picture, orientation)); });
 }
 
 void makeBitmap(benchmark::State& state) {

@@ -10,6 +10,7 @@
 namespace pex {
 
 std::optional<CGImage> turnedImage(const CGImage& image, Orientation orientation) {
+    constexpr int stripRows = 128; // whole tiles of the kernel
     if (orientation == Orientation::up) return image;
     if (const auto source = image.source()) return CGImage::make(makeUpright(source, orientation));
     const std::optional<PixelView> from = image.pixels();
@@ -21,9 +22,10 @@ std::optional<CGImage> turnedImage(const CGImage& image, Orientation orientation
         PixelBuffer::make(static_cast<std::size_t>(stride) * static_cast<std::size_t>(height));
     if (!buffer) return std::nullopt;
     const MutablePixelView to{buffer.data(), width, height, stride, from->layout};
-    forEachStrip(from->height, [&](int begin, int end) {
+    const auto turnStrip = [&](int begin, int end) {
         kernels::orientRows(from->part(0, begin, from->width, end - begin), begin, orientation, to);
-    });
+    };
+    forEachStrip(from->height, turnStrip, stripRows);
     return CGImage::make(width, height, stride, from->layout, image.colorSpace(), std::move(buffer));
 }
 

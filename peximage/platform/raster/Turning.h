@@ -8,9 +8,9 @@
 
 namespace pex {
 
-/// The image turned and mirrored as the orientation says, in its own layout and colour space. One that is
-/// still encoded stays so: each strip then goes to its place as it is decoded. Absent when memory cannot be
-/// had.
+/// The image turned and mirrored as the orientation says, in its own layout and colour space, on all cores.
+/// One that is still encoded stays so: each strip then goes to its place as it is decoded. Absent when memory
+/// cannot be had.
 std::optional<CGImage> turnedImage(const CGImage& image, Orientation orientation);
 
 /// Where a rectangle of the turned picture, whose size is given, lies in the one it was turned from. Pixels,

@@ -1,4 +1,4 @@
-#include "peximage/platform/raster/OrientedImage.h"
+#include "peximage/platform/raster/Turning.h"
 
 #include "tests/support/Pictures.h"
 
@@ -8,11 +8,11 @@ using namespace pex;
 
 namespace {
 
-TEST(OrientedImage, TurnsPartsOfPicturesOfAnyLayout) {
+TEST(Turning, TurnsPartsOfPicturesOfAnyLayout) {
     for (const PixelLayout layout : {PixelLayout::straightFirst, PixelLayout::grey}) {
         const CGImage part = *noise(90, 350, layout).cropping({5, 7, 70, 333});
-        const CGImage right = *orientedImage(part, Orientation::right);
-        const CGImage down = *orientedImage(part, Orientation::down);
+        const CGImage right = *turnedImage(part, Orientation::right);
+        const CGImage down = *turnedImage(part, Orientation::down);
         ASSERT_EQ(right.width(), 333);
         ASSERT_EQ(right.height(), 70);
         ASSERT_EQ(down.width(), 70);
@@ -24,7 +24,7 @@ TEST(OrientedImage, TurnsPartsOfPicturesOfAnyLayout) {
                        pixelAt(down, 69 - x, 332 - y) == pixelAt(part, x, y);
         }
         EXPECT_TRUE(same);
-        EXPECT_EQ(orientedImage(part, Orientation::up)->pixels()->data, part.pixels()->data);
+        EXPECT_EQ(turnedImage(part, Orientation::up)->pixels()->data, part.pixels()->data);
     }
 }
 

@@ -3,6 +3,7 @@
 #include "Text.h"
 
 #include <filesystem>
+#include <set>
 
 namespace fs = std::filesystem;
 
@@ -84,6 +85,15 @@ void checkOneWay(const Request& request) {
         throw UsageError{"--border goes with tiles of a given size"};
 }
 
+/// Tiles are named after their picture.
+void checkNames(const std::vector<std::string>& inputs) {
+    std::set<std::string> names;
+    for (const fs::path input : inputs) {
+        if (!names.insert(input.stem().string()).second)
+            throw UsageError{"tiles of two inputs would both be named " + input.stem().string()};
+    }
+}
+
 } // namespace
 
 void addSplit(CLI::App& program, int& status) {
@@ -105,6 +115,7 @@ void addSplit(CLI::App& program, int& status) {
     command->footer("Example: peximage split map.png -o tiles --tile 256x256");
     command->callback([request, &status] {
         checkOneWay(*request);
+        checkNames(request->settings.inputs);
         status = runBatch(request->settings,
                           [&](std::size_t i) { return split(request->settings.inputs[i], *request); });
     });

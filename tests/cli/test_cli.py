@@ -14,6 +14,7 @@ import unittest
 
 TOOL = os.environ["PEXIMAGE"]
 SAMPLE_SCENE = os.environ["SAMPLE_SCENE"]
+COMMANDS = ("info", "shrink", "convert", "resize", "crop", "rotate", "split", "join", "watermark", "canvas", "composer")
 
 
 def run(*arguments, cwd=None):
@@ -212,8 +213,84 @@ class CommandLine(unittest.TestCase):
         for name in written:
             self.assertEqual(png_size(out / name), (640, 480))
 
+    def test_cutting_and_turning(self):
+        cases = [
+            (("crop", "--rect", "10,20,300,200"), (300, 200)),
+            (("crop", "--rect", "600,0,300,200"), (40, 200)),
+            (("crop", "--ratio", "1:1"), (480, 480)),
+            (("crop", "--ratio", "1:1", "--zoom", "2"), (240, 240)),
+            (("rotate", "--turn", "90"), (480, 640)),
+            (("rotate", "--turn", "-90"), (480, 640)),
+            (("rotate", "--turn", "180"), (640, 480)),
+            (("rotate", "--straighten", "3"), (640, 480)),
+            (("resize", "--fit", "200x200"), (200, 200)),
+            (("resize", "--fill", "100x300"), (100, 300)),
+        ]
+        for (command, *options), size in cases:
+            out = self.dir / "r.png"
+            code, _, errors = run(command, self.photo, "-o", out, *options)
+            self.assertEqual((code, errors, png_size(out)), (0, "", size), (command, options))
+        run("rotate", self.photo, "-o", out, "--degrees", "30")
+        width, height = png_size(out)
+        self.assertTrue(790 <= width <= 800 and 733 <= height <= 740, (width, height))  # 640·cos + 480·sin
+        code, text, errors = run("crop", self.photo, "-o", self.dir / "x.png", "--rect", "700,0,10,10")
+        self.assertEqual((code, text, errors.count("\n")), (1, "", 1))
+
+    def test_a_quarter_turn_goes_clockwise_on_screen(self):
+        top, turned, left = self.dir / "top.png", self.dir / "turned.png", self.dir / "left.png"
+        run("crop", self.photo, "-o", top, "--rect", "0,0,64,480")
+        run("rotate", self.photo, "-o", turned, "--turn", "90")
+        run("crop", turned, "-o", left, "--rect", "0,0,480,64")  # the left edge is on top now
+        run("rotate", left, "-o", left, "--turn", "-90")
+        self.assertEqual(left.read_bytes(), top.read_bytes())
+
+    def test_split_and_join(self):
+        code, text, _ = run("split", self.photo, "-o", self.dir, "--rows", 2, "--columns", 3, "--json")
+        self.assertEqual(code, 0)
+        rows = json.loads(text)
+        self.assertEqual([len(row) for row in rows], [3, 3])
+        self.assertEqual(sum(tile["width"] for tile in rows[0]), 640)
+        self.assertEqual(sum(row[0]["height"] for row in rows), 480)
+        self.assertOnly(*(f"photo-r{r}-c{c}.png" for r in range(2) for c in range(3)))
+        for row in rows:
+            for tile in row:
+                self.assertEqual(png_size(tile["file"]), (tile["width"], tile["height"]))
+        twin = pathlib.Path(self.shared.name) / "photo.png"
+        run("convert", self.photo, "-o", twin)
+        code, _, errors = run("split", self.photo, twin, "-o", self.dir, "--rows", 2, "--columns", 2)
+        self.assertEqual(code, 2, errors)
+
+        small = self.dir / "small.png"
+        run("resize", self.photo, "-o", small, "--max-side", 320)
+        sizes = {(): (640, 240), ("--scale", "max"): (1280, 480), ("--vertical",): (320, 480),
+                 ("--vertical", "--scale", "max"): (640, 960)}
+        for options, size in sizes.items():
+            self.assertEqual(run("join", self.photo, small, "-o", self.dir / "j.png", *options)[0], 0)
+            self.assertEqual(png_size(self.dir / "j.png"), size, options)
+
+    def test_watermark_and_canvas(self):
+        mark, out = self.dir / "mark.png", self.dir / "out.png"
+        run("resize", self.photo, "-o", mark, "--max-side", 64)
+        self.assertEqual(run("watermark", self.photo, mark, "-o", out, "--position", "Top Left", "--opacity", 0.5)[0], 0)
+        self.assertEqual(png_size(out), (640, 480))
+        self.assertEqual(run("watermark", self.photo, mark, "-o", out, "--position", "Middle")[0], 2)
+        document = self.dir / "c.json"
+        document.write_text("{ no document")
+        code, _, errors = run("canvas", document, "-o", out)
+        self.assertEqual((code, errors.count("\n")), (1, 1))
+
+    def test_composer_documents(self):
+        document = self.dir / "page.json"
+        document.write_text('{"layerList": 5}')
+        for verb in (("check",), ("guides",), ("replace", "a", "b", "-o", self.dir / "o.json")):
+            code, text, errors = run("composer", document, *verb)
+            self.assertEqual((code, text), (1, ""), verb)
+            self.assertRegex(errors, r"peximage: .*: \S+: expected .+\n")
+        self.assertEqual(run("composer", self.dir / "missing.json", "check")[0], 1)
+        self.assertOnly("page.json")
+
     def test_help_and_version(self):
-        for call in (("--help",), ("--version",), *((command, "--help") for command in ("info", "shrink", "convert", "resize"))):
+        for call in (("--help",), ("--version",), *((command, "--help") for command in COMMANDS)):
             code, text, errors = run(*call)
             self.assertEqual((code, errors), (0, ""), call)
             self.assertTrue("Example: peximage" in text or len(call) == 1, text)

@@ -40,6 +40,7 @@ int main(int argc, char** argv) {
         std::fprintf(stderr, "usage: sample-scene OUT.jpg [WIDTH HEIGHT]\n");
         return 2;
     }
+    pex::diagnostics::setSink({}); // what the saver says in passing is of no interest here
     const auto picture = drawScene(width, height);
     if (!picture || !save(*picture, argv[1])) {
         std::fprintf(stderr, "sample-scene: %s: cannot be written\n", argv[1]);

@@ -1,5 +1,7 @@
 #include "peximage/platform/foundation/AtomicFile.h"
 
+#include "peximage/platform/foundation/WriteAll.h"
+
 #include <atomic>
 #include <cerrno>
 #include <cstdio>
@@ -48,14 +50,7 @@ AtomicFile::AtomicFile(std::string path) : path_(std::move(path)) {
 AtomicFile::~AtomicFile() { discard(); }
 
 bool AtomicFile::write(std::span<const std::uint8_t> bytes) {
-    while (descriptor_ >= 0 && !bytes.empty()) {
-        const ssize_t written = ::write(descriptor_, bytes.data(), bytes.size());
-        if (written < 0 && errno == EINTR) continue;
-        if (written <= 0)
-            discard();
-        else
-            bytes = bytes.subspan(static_cast<std::size_t>(written));
-    }
+    if (descriptor_ >= 0 && !writeAll(descriptor_, bytes)) discard();
     if (descriptor_ >= 0) reached(Step::written);
     return descriptor_ >= 0;
 }

@@ -2,6 +2,7 @@
 
 #include "peximage/platform/foundation/AtomicFile.h"
 #include "peximage/platform/foundation/URL.h"
+#include "peximage/platform/foundation/WriteAll.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -45,13 +46,7 @@ bool writeInPlace(const std::string& path, std::span<const std::uint8_t> bytes) 
     if (descriptor < 0) return false;
     struct stat info {};
     const bool regular = ::fstat(descriptor, &info) == 0 && S_ISREG(info.st_mode);
-    bool good = true;
-    while (good && !bytes.empty()) {
-        const ssize_t written = ::write(descriptor, bytes.data(), bytes.size());
-        if (written < 0 && errno == EINTR) continue;
-        good = written > 0;
-        if (good) bytes = bytes.subspan(static_cast<std::size_t>(written));
-    }
+    bool good = writeAll(descriptor, bytes);
     good = ::close(descriptor) == 0 && good;
     if (!good && regular) ::unlink(path.c_str());
     return good;

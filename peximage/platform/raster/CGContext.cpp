@@ -1,7 +1,7 @@
 #include "peximage/platform/raster/CGContext.h"
 
 #include "peximage/platform/raster/AffinePicture.h"
-#include "peximage/platform/raster/ColorConversion.h"
+#include "peximage/platform/raster/ColorBytes.h"
 #include "peximage/platform/raster/ConvertedImage.h"
 #include "peximage/platform/raster/Scaling.h"
 #include "peximage/platform/raster/Strips.h"
@@ -10,16 +10,12 @@
 #include "peximage/platform/raster/kernels/ConvertRow.h"
 
 #include <algorithm>
+#include <array>
 #include <cmath>
 #include <cstring>
 
 namespace pex {
 namespace {
-
-int toByte(double channel) {
-    if (!(channel > 0)) return 0;
-    return static_cast<int>(std::lround(std::min(channel, 1.0) * 255));
-}
 
 /// How a picture comes out under a transform that leaves upright rectangles upright, whatever their size;
 /// absent for all other transforms. What a turn by sines and cosines leaves beside its zeros counts as zero.
@@ -136,7 +132,7 @@ MutablePixelView CGContext::view() {
 /// has; `scratch` has room for as many pixels.
 void CGContext::blendRow(const std::uint8_t* premultiplied, int x, int y, int pixels, std::uint8_t* scratch) {
     const auto blend = state_.blendMode == CGBlendMode::copy ? kernels::blendRowCopy : kernels::blendRowOver;
-    const int opacity = toByte(state_.alpha);
+    const int opacity = channelByte(state_.alpha);
     std::uint8_t* row = view().row(y) + std::ptrdiff_t{x} * bytesPerPixel(layout_);
     if (layout_ == PixelLayout::premultipliedLast) {
         blend(premultiplied, row, pixels, opacity);
@@ -166,21 +162,12 @@ void CGContext::fill(const CGRect& rect) {
     const auto x0 = static_cast<int>(visible.origin.x), y0 = static_cast<int>(visible.origin.y);
     const auto width = static_cast<int>(visible.size.width), height = static_cast<int>(visible.size.height);
 
-    const CGColor& color = state_.fillColor;
+    std::array<std::uint8_t, 4> pixel = colorBytes(state_.fillColor, colorSpace_);
+    kernels::convertRow(pixel.data(), PixelLayout::straightLast, pixel.data(), PixelLayout::premultipliedLast,
+                        1);
     std::vector<std::uint8_t> row(static_cast<std::size_t>(width) * 4);
-    for (std::size_t i = 0; i < row.size(); i += 4) {
-        row[i] = static_cast<std::uint8_t>(toByte(color.red));
-        row[i + 1] = static_cast<std::uint8_t>(toByte(color.green));
-        row[i + 2] = static_cast<std::uint8_t>(toByte(color.blue));
-        row[i + 3] = static_cast<std::uint8_t>(toByte(color.alpha));
-    }
-    if (!sameColours(CGColorSpace::sRGB(), colorSpace_)) {
-        const auto conversion =
-            ColorConversion::make(CGColorSpace::sRGB(), ColorConversion::Pixels::rgba, colorSpace_);
-        if (conversion) conversion->convertRow(row.data(), row.data(), width);
-    }
-    kernels::convertRow(row.data(), PixelLayout::straightLast, row.data(), PixelLayout::premultipliedLast,
-                        width);
+    for (std::size_t i = 0; i < row.size(); i += 4)
+        std::copy(pixel.begin(), pixel.end(), row.begin() + static_cast<std::ptrdiff_t>(i));
     blendStrips(height, [&](int begin, int end, std::uint8_t* scratch) {
         for (int y = begin; y < end; ++y)
             blendRow(row.data(), x0, y0 + y, width, scratch);
@@ -189,7 +176,7 @@ void CGContext::fill(const CGRect& rect) {
 
 void CGContext::draw(const CGImage& image, const CGRect& rect) {
     const std::optional<PixelRect> target = devicePixels(rect);
-    if (!target || toByte(state_.alpha) == 0) return;
+    if (!target || channelByte(state_.alpha) == 0) return;
     if (const std::optional<Orientation> orientation = orientationOf(state_.transform))
         drawUpright(image, *target, *orientation);
     else

@@ -1,10 +1,9 @@
 #include "peximage/platform/toolkit/NSBitmapImageRep.h"
 
 #include "peximage/platform/codecs/CGImageDestination.h"
-#include "peximage/platform/raster/ColorConversion.h"
+#include "peximage/platform/raster/ColorBytes.h"
 #include "peximage/platform/raster/kernels/ConvertRow.h"
 
-#include <algorithm>
 #include <array>
 #include <cmath>
 #include <cstring>
@@ -14,11 +13,6 @@ namespace pex {
 namespace {
 
 constexpr double pointsPerInch = 72;
-
-std::uint8_t toByte(double channel) {
-    return channel > 0 ? static_cast<std::uint8_t>(std::lround(std::min(channel, 1.0) * 255))
-                       : std::uint8_t{0};
-}
 
 std::optional<double> dotsPerInch(double pixels, double points) {
     const double dpi = pixels / points * pointsPerInch;
@@ -60,14 +54,7 @@ CGImage NSBitmapImageRep::cgImage() const {
 
 void NSBitmapImageRep::setColor(const NSColor& color, int x, int y) {
     if (x < 0 || y < 0 || x >= image_.width() || y >= image_.height() || !makeWritable()) return;
-    std::array<std::uint8_t, 4> pixel{toByte(color.redComponent()), toByte(color.greenComponent()),
-                                      toByte(color.blueComponent()), toByte(color.alphaComponent())};
-    const CGColorSpace& space = image_.colorSpace();
-    if (space.model() == CGColorSpace::Model::rgb && !space.isStandard()) {
-        const auto conversion =
-            ColorConversion::make(CGColorSpace::sRGB(), ColorConversion::Pixels::rgba, space);
-        if (conversion) conversion->convertRow(pixel.data(), pixel.data(), 1);
-    }
+    const std::array<std::uint8_t, 4> pixel = colorBytes(color.cgColor(), image_.colorSpace());
     std::uint8_t* target =
         written_.data() + static_cast<std::size_t>(y) * rowBytes() +
         static_cast<std::size_t>(x) * static_cast<std::size_t>(bytesPerPixel(image_.layout()));

@@ -1,0 +1,47 @@
+#include "peximage/platform/foundation/Module.h"
+
+#include <dlfcn.h>
+#include <filesystem>
+#include <map>
+#include <mutex>
+#include <string>
+#include <system_error>
+
+namespace pex {
+namespace {
+
+namespace fs = std::filesystem;
+
+/// Where the object that holds this very code was loaded from; empty when that is not known.
+fs::path ownFolder() {
+    static const int anchor = 0;
+    Dl_info info{};
+    if (dladdr(&anchor, &info) == 0 || info.dli_fname == nullptr) return {};
+    std::error_code error;
+    const fs::path object = fs::canonical(info.dli_fname, error);
+    return error ? fs::path{} : object.parent_path();
+}
+
+const ModuleEntry* open(const std::string& name) {
+    const fs::path here = ownFolder();
+    if (here.empty()) return nullptr;
+    for (const fs::path& folder : {here / "peximage", here.parent_path() / "lib" / "peximage"}) {
+        void* handle = dlopen((folder / (name + ".so")).c_str(), RTLD_NOW | RTLD_LOCAL);
+        if (handle != nullptr) return static_cast<const ModuleEntry*>(dlsym(handle, "pexModule"));
+    }
+    return nullptr;
+}
+
+} // namespace
+
+const void* moduleInterface(std::string_view name, int version) {
+    static std::mutex mutex;
+    static std::map<std::string, const ModuleEntry*, std::less<>> loaded;
+    const std::lock_guard lock(mutex);
+    auto found = loaded.find(name);
+    if (found == loaded.end()) found = loaded.emplace(name, open(std::string(name))).first;
+    const ModuleEntry* entry = found->second;
+    return entry != nullptr && entry->version == version ? entry->interface : nullptr;
+}
+
+} // namespace pex

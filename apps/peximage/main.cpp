@@ -4,8 +4,11 @@
 #include "Text.h"
 #include "peximage/peximage.h"
 
+#include <algorithm>
 #include <iostream>
+#include <iterator>
 #include <string>
+#include <string_view>
 
 namespace {
 
@@ -19,19 +22,31 @@ int explain(const CLI::App& program, const std::string& message) {
     return wrongUsage;
 }
 
+struct Command {
+    std::string_view name;
+    void (*add)(CLI::App& program, int& status);
+};
+
+/// In the order in which --help lists them.
+constexpr Command commands[] = {
+    {"info", addInfo},         {"shrink", addShrink},       {"convert", addConvert}, {"resize", addResize},
+    {"composer", addComposer}, {"crop", addCrop},           {"rotate", addRotate},   {"split", addSplit},
+    {"join", addJoin},         {"watermark", addWatermark}, {"canvas", addCanvas},
+};
+
+/// Setting up all commands takes longer than the rest of the start: the one that is named first is enough,
+/// where one is.
+void addCommands(CLI::App& program, std::string_view firstWord, int& status) {
+    const auto named = std::ranges::find(commands, firstWord, &Command::name);
+    if (named != std::end(commands)) return named->add(program, status);
+    for (const Command& command : commands)
+        command.add(program, status);
+}
+
 int run(CLI::App& program, int argc, char** argv) {
     int status = 0;
-    addInfo(program, status);
-    addShrink(program, status);
-    addConvert(program, status);
-    addResize(program, status);
-    addComposer(program, status);
-    addCrop(program, status);
-    addRotate(program, status);
-    addSplit(program, status);
-    addJoin(program, status);
-    addWatermark(program, status);
-    addCanvas(program, status);
+    const std::string_view firstWord = argc > 1 ? argv[1] : "";
+    if (firstWord != "--version") addCommands(program, firstWord, status);
     try {
         program.parse(argc, argv);
     } catch (const CLI::ParseError& error) {

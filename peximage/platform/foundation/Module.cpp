@@ -23,10 +23,11 @@ fs::path ownFolder() {
 }
 
 const ModuleEntry* open(const std::string& name) {
-    const fs::path here = ownFolder();
+    const fs::path here = ownFolder(), above = here.parent_path();
     if (here.empty()) return nullptr;
-    for (const fs::path& folder : {here / "peximage", here.parent_path() / "lib" / "peximage"}) {
-        void* handle = dlopen((folder / (name + ".so")).c_str(), RTLD_NOW | RTLD_LOCAL);
+    for (const fs::path& folder : {here, above / PEX_LIBDIR, above / "lib"}) {
+        const fs::path object = folder / "peximage" / (name + ".so");
+        void* handle = dlopen(object.c_str(), RTLD_NOW | RTLD_LOCAL);
         if (handle != nullptr) return static_cast<const ModuleEntry*>(dlsym(handle, "pexModule"));
     }
     return nullptr;

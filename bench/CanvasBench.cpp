@@ -1,9 +1,9 @@
 #include "peximage/canvas/PexCanvas.h"
 #include "peximage/helpers/PexWatermark.h"
 #include "peximage/image/PexImage.h"
+#include "peximage/platform/foundation/Workers.h"
 
 #include <benchmark/benchmark.h>
-#include <tbb/global_control.h>
 
 #include <cmath>
 #include <cstring>
@@ -45,8 +45,7 @@ void copy(benchmark::State& state) {
 
 template <class Work>
 void onThreads(benchmark::State& state, Work work) {
-    const tbb::global_control control(tbb::global_control::max_allowed_parallelism,
-                                      static_cast<std::size_t>(state.range(0)));
+    const Workers::Limit control(static_cast<int>(state.range(0)));
     for (auto _ : state)
         benchmark::DoNotOptimize(work());
 }

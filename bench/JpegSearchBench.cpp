@@ -1,6 +1,7 @@
 // The byte-budget search with everything it needs, from pixels to the bytes of the file, beside one plain
 // encoding by libjpeg-turbo at the quality found. Counter `ratio`: times one such encoding.
 #include "peximage/platform/codecs/JpegBudgetSizes.h"
+#include "peximage/platform/foundation/Workers.h"
 
 // jpeglib.h needs FILE.
 // clang-format off
@@ -9,7 +10,6 @@
 // clang-format on
 
 #include <benchmark/benchmark.h>
-#include <tbb/global_control.h>
 
 #include <algorithm>
 #include <chrono>
@@ -95,8 +95,7 @@ void jpegBudget(benchmark::State& state) {
     const Picture picture = paint(4 * unit, 3 * unit);
     const double budget = static_cast<double>(state.range(2)) / 800 * picture.width * picture.height;
     std::vector<std::uint8_t> memory(picture.rgbx.size());
-    const tbb::global_control threads(tbb::global_control::max_allowed_parallelism,
-                                      static_cast<std::size_t>(state.range(1)));
+    const Workers::Limit threads(static_cast<int>(state.range(1)));
     double quality = shrinkToBudget(picture, budget), ours = 1e9, peer = 1e9;
     for (auto _ : state) {
         const double once = seconds([&] { quality = shrinkToBudget(picture, budget); });

@@ -3,12 +3,12 @@
 // reaches with the bytes it reads and writes.
 #include "peximage/pixels/PexImageBitmapRGBA.h"
 #include "peximage/platform/foundation/Diagnostics.h"
+#include "peximage/platform/foundation/Workers.h"
 #include "peximage/platform/raster/CGContext.h"
 #include "peximage/platform/raster/Strips.h"
 #include "peximage/platform/raster/Turning.h"
 
 #include <benchmark/benchmark.h>
-#include <tbb/global_control.h>
 
 #include <chrono>
 #include <cstring>
@@ -43,8 +43,7 @@ CGImage randomPicture() {
 /// `work` reads and writes `passes` times the picture's bytes.
 template <class Work>
 void besideCopy(benchmark::State& state, double passes, Work work) {
-    const tbb::global_control threads(tbb::global_control::max_allowed_parallelism,
-                                      static_cast<std::size_t>(state.range(0)));
+    const Workers::Limit threads(static_cast<int>(state.range(0)));
     const PixelBuffer from = randomPixels(), to = randomPixels();
     double worked = 0, copied = 0;
     for (auto _ : state) {

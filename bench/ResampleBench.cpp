@@ -1,3 +1,4 @@
+#include "peximage/platform/foundation/Workers.h"
 #include "peximage/platform/raster/PixelBuffer.h"
 #include "peximage/platform/raster/Resampler.h"
 #include "peximage/platform/raster/ResamplerStream.h"
@@ -6,7 +7,6 @@
 
 #include <benchmark/benchmark.h>
 #include <fmt/format.h>
-#include <tbb/global_control.h>
 
 #include <algorithm>
 #include <array>
@@ -33,7 +33,7 @@ MutablePixelView makePicture(PixelBuffer& memory, int width, int height, PixelLa
 
 void whole(benchmark::State& state, Sizes sizes, kernels::InstructionSet set, int threads,
            PixelLayout layout) {
-    const tbb::global_control control(tbb::global_control::max_allowed_parallelism, threads);
+    const Workers::Limit control(threads);
     kernels::setInstructionSet(set);
     PixelBuffer fromMemory, toMemory;
     const auto from = makePicture(fromMemory, sizes.fromWidth, sizes.fromHeight, layout);
@@ -47,7 +47,7 @@ void whole(benchmark::State& state, Sizes sizes, kernels::InstructionSet set, in
 
 /// As a decoder would use it; the copy into the stream stands for decoding.
 void streamed(benchmark::State& state, Sizes sizes, int threads) {
-    const tbb::global_control control(tbb::global_control::max_allowed_parallelism, threads);
+    const Workers::Limit control(threads);
     const auto layout = PixelLayout::skipLast;
     PixelBuffer fromMemory, toMemory;
     const auto from = makePicture(fromMemory, sizes.fromWidth, sizes.fromHeight, layout);

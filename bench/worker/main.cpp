@@ -15,10 +15,10 @@
 #include "bench/worker/PlainCodecs.h"
 #include "bench/worker/Resizing.h"
 #include "peximage/platform/foundation/Diagnostics.h"
+#include "peximage/platform/foundation/Workers.h"
 
 #include <fmt/format.h>
 #include <jpeglib.h>
-#include <oneapi/tbb/global_control.h>
 #include <png.h>
 
 #include <chrono>
@@ -63,7 +63,7 @@ int serve(const std::string& folder) {
     std::map<std::string, Run> prepared;
     std::string job;
     for (int threads = 0; std::cin >> job >> threads;) {
-        const tbb::global_control control(tbb::global_control::max_allowed_parallelism, std::size_t(threads));
+        const pex::Workers::Limit control(threads);
         vips_concurrency_set(threads);
         if (!prepared.contains(job)) prepared[job] = known.at(job)();
         std::cout << timed(prepared[job]) << std::endl;

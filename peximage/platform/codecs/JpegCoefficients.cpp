@@ -1,10 +1,8 @@
 #include "peximage/platform/codecs/JpegCoefficients.h"
 
+#include "peximage/platform/raster/Strips.h"
 #include "peximage/platform/raster/kernels/JpegColour.h"
 #include "peximage/platform/raster/kernels/JpegDct.h"
-
-#include <tbb/blocked_range.h>
-#include <tbb/parallel_for.h>
 
 #include <algorithm>
 #include <cstring>
@@ -169,11 +167,15 @@ class GreyTransform {
 
 template <class Transform>
 void runOnAllCores(const JpegInput& input, const Coefficients& to, int rows) {
-    tbb::parallel_for(tbb::blocked_range<int>(0, rows, 4), [&](const tbb::blocked_range<int>& range) {
-        Transform transform(input, to);
-        for (int row = range.begin(); row != range.end(); ++row)
-            transform.run(row);
-    });
+    constexpr int rowsAtOnce = 4;
+    forEachStrip(
+        rows,
+        [&](int begin, int end) {
+            Transform transform(input, to);
+            for (int row = begin; row < end; ++row)
+                transform.run(row);
+        },
+        rowsAtOnce);
 }
 
 /// Gives the planes one block of memory together: large blocks come in large pages. False when there is none.

@@ -2,15 +2,11 @@
 
 #include "peximage/platform/codecs/JpegHeader.h"
 #include "peximage/platform/codecs/JpegStuffer.h"
-
-#include <tbb/blocked_range.h>
-#include <tbb/enumerable_thread_specific.h>
-#include <tbb/parallel_for.h>
-#include <tbb/parallel_reduce.h>
+#include "peximage/platform/foundation/Workers.h"
 
 #include <algorithm>
+#include <atomic>
 #include <cmath>
-#include <functional>
 #include <utility>
 
 namespace pex {
@@ -23,14 +19,8 @@ constexpr std::uint8_t endOfImage = 0xD9;
 /// Sums over [0, count) what `bits` tells of an index, on all cores.
 template <class Bits>
 double sumOfBits(int count, const Bits& bits) {
-    const auto sum = tbb::parallel_reduce(
-        tbb::blocked_range<int>(0, count), std::uint64_t{0},
-        [&](const tbb::blocked_range<int>& range, std::uint64_t part) {
-            for (int i = range.begin(); i != range.end(); ++i)
-                part += bits(i);
-            return part;
-        },
-        std::plus<>());
+    std::atomic<std::uint64_t> sum = 0;
+    Workers::forEach(count, [&](int i, int) { sum += bits(i); });
     return static_cast<double>(sum);
 }
 
@@ -70,10 +60,12 @@ double countUntil(const jpeg::Scan& scan, double enough) {
 
 /// Rows are coded on all cores into memory that each thread uses again, then joined.
 void appendScan(std::vector<std::uint8_t>& bytes, const jpeg::Scan& scan) {
-    tbb::enumerable_thread_specific<std::vector<std::uint8_t>> scratch(mostBytesPerRow(scan));
+    std::vector<std::vector<std::uint8_t>> scratch(static_cast<std::size_t>(Workers::count()));
     std::vector<jpeg::CodedBits> rows(static_cast<std::size_t>(scan.unitsHigh));
-    tbb::parallel_for(0, scan.unitsHigh, [&](int row) {
-        rows[static_cast<std::size_t>(row)] = jpeg::codeRow(scan, row, scratch.local().data());
+    Workers::forEach(scan.unitsHigh, [&](int row, int slot) {
+        std::vector<std::uint8_t>& room = scratch[static_cast<std::size_t>(slot)];
+        room.resize(mostBytesPerRow(scan));
+        rows[static_cast<std::size_t>(row)] = jpeg::codeRow(scan, row, room.data());
     });
     std::size_t coded = 0;
     for (const auto& row : rows)

@@ -2,11 +2,10 @@
 
 #include "peximage/platform/codecs/PngFilter.h"
 #include "peximage/platform/raster/PixelBuffer.h"
+#include "peximage/platform/raster/Strips.h"
 #include "peximage/platform/raster/kernels/ConvertRow.h"
 
 #include <libdeflate.h>
-#include <oneapi/tbb/blocked_range.h>
-#include <oneapi/tbb/parallel_for.h>
 
 #include <algorithm>
 #include <cmath>
@@ -98,10 +97,9 @@ PixelBuffer filterPicture(PixelView view, ColourType type) {
     PixelBuffer filtered = PixelBuffer::make(rowBytes * static_cast<std::size_t>(view.height));
     if (!filtered) return filtered;
     constexpr int rowsAtOnce = 64;
-    oneapi::tbb::parallel_for(oneapi::tbb::blocked_range<int>(0, view.height, rowsAtOnce),
-                              [&](const oneapi::tbb::blocked_range<int>& rows) {
-                                  filterRows(view, type, rows.begin(), rows.end(), filtered.data());
-                              });
+    forEachStrip(
+        view.height, [&](int begin, int end) { filterRows(view, type, begin, end, filtered.data()); },
+        rowsAtOnce);
     return filtered;
 }
 

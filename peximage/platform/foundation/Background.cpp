@@ -1,11 +1,11 @@
 #include "peximage/platform/foundation/Background.h"
 
-#include <oneapi/tbb/task_arena.h>
+#include "peximage/platform/foundation/Workers.h"
 
 namespace pex {
 
 void Background::await_suspend(std::coroutine_handle<> suspended) const {
-    oneapi::tbb::this_task_arena::enqueue([suspended] { suspended.resume(); });
+    Workers::run([suspended] { suspended.resume(); });
 }
 
 } // namespace pex

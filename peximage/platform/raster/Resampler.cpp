@@ -1,16 +1,14 @@
 #include "peximage/platform/raster/Resampler.h"
 
+#include "peximage/platform/foundation/Workers.h"
 #include "peximage/platform/raster/PixelBuffer.h"
 #include "peximage/platform/raster/ResamplerGroup.h"
-
-#include <tbb/blocked_range.h>
-#include <tbb/enumerable_thread_specific.h>
-#include <tbb/parallel_for.h>
 
 #include <algorithm>
 #include <atomic>
 #include <new>
 #include <utility>
+#include <vector>
 
 namespace pex {
 namespace {
@@ -55,15 +53,16 @@ bool Resampler::resample(PixelView from, MutablePixelView to) const {
         !plan.fits(to))
         return false;
     std::atomic<bool> complete{true};
-    tbb::enumerable_thread_specific<PixelBuffer> buffers(
-        [&] { return PixelBuffer::make(plan.samplesBytes()); });
-    const tbb::blocked_range<int> groups(0, plan.groupCount(), groupsAtLeast(plan));
+    const int groups = plan.groupCount(), groupsAtOnce = groupsAtLeast(plan);
     try {
-        tbb::parallel_for(groups, [&](const tbb::blocked_range<int>& strip) {
-            const PixelBuffer& buffer = buffers.local();
+        std::vector<PixelBuffer> buffers(static_cast<std::size_t>(Workers::count()));
+        Workers::forEach((groups - 1) / groupsAtOnce + 1, [&](int strip, int slot) {
+            PixelBuffer& buffer = buffers[static_cast<std::size_t>(slot)];
+            if (!buffer) buffer = PixelBuffer::make(plan.samplesBytes());
             if (!buffer) return complete.store(false);
             auto* samples = reinterpret_cast<std::int16_t*>(buffer.data());
-            for (int i = strip.begin(); i < strip.end(); ++i) {
+            const int begin = strip * groupsAtOnce, end = std::min(groups, begin + groupsAtOnce);
+            for (int i = begin; i < end; ++i) {
                 const ResamplerGroup group(plan, i);
                 group.weighRows(from, 0, kernels::Sums::wholeWindow, nullptr, samples);
                 group.weighColumns(samples, to);

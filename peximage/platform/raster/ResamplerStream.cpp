@@ -1,9 +1,7 @@
 #include "peximage/platform/raster/ResamplerStream.h"
 
+#include "peximage/platform/foundation/Workers.h"
 #include "peximage/platform/raster/ResamplerGroup.h"
-
-#include <tbb/enumerable_thread_specific.h>
-#include <tbb/parallel_for.h>
 
 #include <algorithm>
 #include <atomic>
@@ -62,10 +60,10 @@ bool ResamplerStream::work() {
     const int begun = static_cast<int>(sums_.size());
     if (!reachGroups(end)) return false;
     std::atomic<bool> complete{true};
-    tbb::enumerable_thread_specific<PixelBuffer> buffers(
-        [&] { return PixelBuffer::make(plan_->samplesBytes()); });
-    tbb::parallel_for(0, static_cast<int>(sums_.size()), [&](int place) {
-        const PixelBuffer& buffer = buffers.local();
+    std::vector<PixelBuffer> buffers(static_cast<std::size_t>(Workers::count()));
+    Workers::forEach(static_cast<int>(sums_.size()), [&](int place, int slot) {
+        PixelBuffer& buffer = buffers[static_cast<std::size_t>(slot)];
+        if (!buffer) buffer = PixelBuffer::make(plan_->samplesBytes());
         if (!buffer) return complete.store(false);
         workOnGroup(place, begun, reinterpret_cast<std::int16_t*>(buffer.data()));
     });

@@ -1,6 +1,6 @@
 #include "peximage/platform/raster/Strips.h"
 
-#include <oneapi/tbb/parallel_for.h>
+#include "peximage/platform/foundation/Workers.h"
 
 #include <algorithm>
 
@@ -12,8 +12,8 @@ void forEachStrip(int height, const std::function<void(int begin, int end)>& wor
         return;
     }
     const int strips = (height - 1) / rows + 1;
-    oneapi::tbb::parallel_for(0, strips,
-                              [&](int strip) { work(strip * rows, std::min(height, (strip + 1) * rows)); });
+    Workers::forEach(strips,
+                     [&](int strip, int) { work(strip * rows, std::min(height, (strip + 1) * rows)); });
 }
 
 } // namespace pex

@@ -1,10 +1,10 @@
 #include "peximage/platform/codecs/JpegEncoder.h"
 
+#include "peximage/platform/foundation/Workers.h"
 #include "tests/platform/codecs/JpegReference.h"
 #include "tests/platform/raster/kernels/EveryInstructionSet.h"
 
 #include <gtest/gtest.h>
-#include <tbb/global_control.h>
 
 #include <algorithm>
 #include <cmath>
@@ -66,8 +66,8 @@ TEST(JpegEncoderTest, EveryInstructionSetAndThreadCountGivesTheSameFile) {
             EXPECT_EQ(difference(ours(picture, 0.8), expected), "same");
             EXPECT_EQ(difference(ours(picture, 0.93), expectedFull), "same");
         });
-        for (const std::size_t threads : {1, 2, 5}) {
-            const tbb::global_control control(tbb::global_control::max_allowed_parallelism, threads);
+        for (const int threads : {1, 2, 5}) {
+            const Workers::Limit control(threads);
             EXPECT_EQ(difference(ours(picture, 0.8), expected), "same") << threads;
         }
     }

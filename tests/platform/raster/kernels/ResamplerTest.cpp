@@ -1,10 +1,10 @@
 #include "peximage/platform/raster/Resampler.h"
 
+#include "peximage/platform/foundation/Workers.h"
 #include "peximage/platform/raster/ResamplerStream.h"
 #include "tests/platform/raster/kernels/EveryInstructionSet.h"
 
 #include <gtest/gtest.h>
-#include <tbb/global_control.h>
 
 #include <algorithm>
 #include <array>
@@ -226,7 +226,7 @@ TEST(Resampler, ThreadsDoNotMatter) {
     const Picture from = makePicture(1200, 900, PixelLayout::premultipliedLast, Content::noise, 5);
     const Picture many = resampled(from, 500, 700);
     const Picture manyStreamed = streamed(from, 500, 700, 1);
-    const tbb::global_control single(tbb::global_control::max_allowed_parallelism, 1);
+    const Workers::Limit single(1);
     EXPECT_EQ(resampled(from, 500, 700).bytes, many.bytes);
     EXPECT_EQ(manyStreamed.bytes, many.bytes);
 }

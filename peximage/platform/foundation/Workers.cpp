@@ -1,0 +1,195 @@
+#include "peximage/platform/foundation/Workers.h"
+
+#include <algorithm>
+#include <atomic>
+#include <condition_variable>
+#include <deque>
+#include <exception>
+#include <mutex>
+#include <new>
+#include <system_error>
+#include <thread>
+#include <tuple>
+#include <utility>
+#include <vector>
+
+namespace pex {
+namespace {
+
+int coreCount() {
+    static const int cores = std::max(1, static_cast<int>(std::thread::hardware_concurrency()));
+    return cores;
+}
+
+std::atomic<int> limit = 0; // 0: none
+
+/// One call of forEach, which lives on its caller's stack.
+struct Job {
+    const std::function<void(int, int)>& work;
+    const int count;
+    const int parts = 3 * Workers::count() / 2; // a run of indices is this part of what is left
+    std::atomic<int> next{0};
+    // Those below are changed under the pool's mutex.
+    int slots = 1; // the caller has the first
+    std::atomic<int> helpers{0};
+    std::exception_ptr error{};
+
+    void takePart(int slot) {
+        for (int index = 0, end = 0; index < count; ++index) {
+            if (index == end) std::tie(index, end) = claim();
+            if (index < count) work(index, slot);
+        }
+    }
+
+    /// The next run of indices for one thread: long ones first, since neighbours often share what they read,
+    /// and short ones at the end, so that all threads end together.
+    std::pair<int, int> claim() {
+        int begin = next, end = 0;
+        do {
+            end = begin + std::max(1, (count - begin) / parts);
+        } while (begin < count && !next.compare_exchange_weak(begin, end));
+        return {begin, end};
+    }
+};
+
+/// Looks a little while for what is likely to come soon: putting a thread to sleep and waking it takes longer
+/// than many a call of forEach.
+template <class Condition>
+void awhile(const Condition& condition) {
+    constexpr int looks = 300; // about a tenth of a millisecond
+    for (int i = 0; i < looks && !condition(); ++i)
+        std::this_thread::yield();
+}
+
+class Pool {
+  public:
+    /// Never destroyed: its threads may outlive every static object.
+    static Pool& shared() {
+        static Pool& pool = *new Pool;
+        return pool;
+    }
+
+    void forEach(Job& job) {
+        {
+            const std::lock_guard lock(mutex_);
+            startThreads(std::min(job.count, Workers::count()) - 1);
+            jobs_.push_back(&job);
+            ++changes_;
+        }
+        changed_.notify_all();
+        std::exception_ptr error = partake(job, 0);
+        std::unique_lock lock(mutex_);
+        std::erase(jobs_, &job);
+        lock.unlock();
+        awhile([&] { return job.helpers == 0; });
+        lock.lock();
+        done_.wait(lock, [&] { return job.helpers == 0; });
+        if (!error) error = job.error;
+        lock.unlock();
+        if (error) std::rethrow_exception(error);
+    }
+
+    /// False when no thread can be had.
+    bool run(std::function<void()>& task) {
+        {
+            const std::lock_guard lock(mutex_);
+            startThreads(1);
+            if (threads_ == 0) return false;
+            tasks_.push_back(std::move(task));
+            ++changes_;
+        }
+        changed_.notify_one();
+        return true;
+    }
+
+  private:
+    /// With the lock held. Without threads the callers do all the work.
+    void startThreads(int wanted) {
+        try {
+            for (; threads_ < wanted; ++threads_)
+                std::thread([this] { work(); }).detach();
+        } catch (const std::system_error&) {
+        }
+    }
+
+    static std::exception_ptr partake(Job& job, int slot) {
+        try {
+            job.takePart(slot);
+        } catch (...) {
+            job.next = job.count;
+            return std::current_exception();
+        }
+        return nullptr;
+    }
+
+    /// With the lock held: the newest job that still has work and room for one more.
+    Job* openJob() {
+        const auto isOpen = [](const Job* job) {
+            return job->next < job->count && job->slots < Workers::count();
+        };
+        const auto found = std::find_if(jobs_.rbegin(), jobs_.rend(), isOpen);
+        return found == jobs_.rend() ? nullptr : *found;
+    }
+
+    [[noreturn]] void work() {
+        std::unique_lock lock(mutex_);
+        for (;;) {
+            const unsigned seen = changes_;
+            if (openJob() == nullptr && tasks_.empty()) {
+                lock.unlock();
+                awhile([&] { return changes_ != seen; });
+                lock.lock();
+            }
+            Job* job = nullptr;
+            changed_.wait(lock, [&] { return (job = openJob()) != nullptr || !tasks_.empty(); });
+            if (job != nullptr) {
+                help(*job, lock);
+            } else {
+                const std::function<void()> task = std::move(tasks_.front());
+                tasks_.pop_front();
+                lock.unlock();
+                task();
+                lock.lock();
+            }
+        }
+    }
+
+    void help(Job& job, std::unique_lock<std::mutex>& lock) {
+        const int slot = job.slots++;
+        ++job.helpers;
+        lock.unlock();
+        std::exception_ptr error = partake(job, slot);
+        lock.lock();
+        if (error) job.error = std::move(error);
+        if (--job.helpers == 0) done_.notify_all();
+    }
+
+    std::mutex mutex_;
+    std::condition_variable changed_, done_;
+    std::atomic<unsigned> changes_{0}; // counts what was handed over
+    std::vector<Job*> jobs_;
+    std::deque<std::function<void()>> tasks_;
+    int threads_ = 0;
+};
+
+} // namespace
+
+int Workers::count() {
+    const int most = limit;
+    return most > 0 ? most : coreCount();
+}
+
+void Workers::forEach(int count, const std::function<void(int, int)>& work) {
+    Job job{work, count};
+    if (count <= 1 || Workers::count() == 1) return job.takePart(0);
+    Pool::shared().forEach(job);
+}
+
+void Workers::run(std::function<void()> task) {
+    if (!Pool::shared().run(task)) task();
+}
+
+Workers::Limit::Limit(int threads) : before_(limit.exchange(threads)) {}
+Workers::Limit::~Limit() { limit = before_; }
+
+} // namespace pex

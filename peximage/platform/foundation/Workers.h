@@ -1,0 +1,38 @@
+#pragma once
+
+#include <functional>
+
+namespace pex {
+
+/// Fork and join over the processor's cores. The worker threads start when they are first needed and sleep
+/// between two calls; a program that never works in parallel has none. Any thread, also from within such
+/// work.
+class Workers {
+  public:
+    /// How many threads work on one call at once, the caller among them: the number of cores, or the limit.
+    static int count();
+
+    /// Calls `work(index, slot)` for every index from 0 to `count` − 1 and returns when all are done. The
+    /// caller takes part. `slot`, from 0 to `Workers::count()` − 1, belongs to one thread during the call, so
+    /// that each can have memory of its own. What one of the calls throws, the caller throws, when all that
+    /// were begun have ended; few more are begun then.
+    static void forEach(int count, const std::function<void(int index, int slot)>& work);
+
+    /// Runs the task on one of the workers, soon; on the caller's thread when no other can be had.
+    static void run(std::function<void()> task);
+
+    /// For tests and measurements: so many threads in a call of `forEach`, while it lives. Not from
+    /// several threads at once.
+    class Limit {
+      public:
+        explicit Limit(int threads);
+        ~Limit();
+        Limit(const Limit&) = delete;
+        Limit& operator=(const Limit&) = delete;
+
+      private:
+        int before_;
+    };
+};
+
+} // namespace pex

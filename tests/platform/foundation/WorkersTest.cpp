@@ -1,0 +1,75 @@
+#include "peximage/platform/foundation/Workers.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <atomic>
+#include <future>
+#include <stdexcept>
+#include <thread>
+#include <vector>
+
+namespace pex {
+namespace {
+
+/// How often each index came.
+std::vector<int> visits(int count) {
+    std::vector<std::atomic<int>> seen(static_cast<std::size_t>(std::max(count, 0)));
+    Workers::forEach(count, [&](int index, int) { ++seen.at(static_cast<std::size_t>(index)); });
+    return {seen.begin(), seen.end()};
+}
+
+TEST(Workers, EveryIndexComesOnce) {
+    for (const int threads : {1, 2, 3, 8}) {
+        const Workers::Limit limit(threads);
+        for (const int count : {-1, 0, 1, 2, 3, 7, 100, 4097})
+            EXPECT_EQ(visits(count), std::vector<int>(static_cast<std::size_t>(std::max(count, 0)), 1))
+                << count << " on " << threads;
+    }
+}
+
+TEST(Workers, ASlotBelongsToOneThreadDuringACall) {
+    const Workers::Limit limit(4);
+    std::vector<std::atomic<bool>> taken(4);
+    std::atomic<int> clashes = 0;
+    Workers::forEach(2000, [&](int, int slot) {
+        if (taken.at(static_cast<std::size_t>(slot)).exchange(true)) ++clashes;
+        std::this_thread::yield();
+        taken[static_cast<std::size_t>(slot)] = false;
+    });
+    EXPECT_EQ(clashes, 0);
+}
+
+TEST(Workers, CallsWithinCallsAndFromSeveralThreadsEnd) {
+    const Workers::Limit limit(3);
+    std::atomic<int> sum = 0;
+    const auto nested = [&] {
+        Workers::forEach(20, [&](int, int) { Workers::forEach(30, [&](int index, int) { sum += index; }); });
+    };
+    { const std::jthread a(nested), b(nested), c(nested); }
+    EXPECT_EQ(sum, 3 * 20 * (29 * 30 / 2));
+}
+
+TEST(Workers, WhatTheWorkThrowsReachesTheCallerAndThePoolGoesOn) {
+    const Workers::Limit limit(4);
+    std::atomic<int> begun = 0;
+    EXPECT_THROW(Workers::forEach(100'000,
+                                  [&](int index, int) {
+                                      ++begun;
+                                      if (index == 50) throw std::runtime_error("fifty");
+                                  }),
+                 std::runtime_error);
+    EXPECT_GE(begun, 1);
+    EXPECT_EQ(visits(100), std::vector<int>(100, 1));
+}
+
+TEST(Workers, TasksRunOnOtherThreads) {
+    std::vector<std::promise<std::thread::id>> ran(20);
+    for (auto& promise : ran)
+        Workers::run([&promise] { promise.set_value(std::this_thread::get_id()); });
+    for (auto& promise : ran)
+        EXPECT_NE(promise.get_future().get(), std::this_thread::get_id());
+}
+
+} // namespace
+} // namespace pex

@@ -115,6 +115,16 @@ class Bench:
         self.compare("info, 24 MP", "djpeg -version", info, djpeg, rounds=51)
         if self.wanted("info, 24 MP"):
             self.count_header_bytes()
+        self.resident_memory()
+
+    def resident_memory(self):
+        name, photos = "photos shrunk in one process: resident MB after 1,000 (after 10)", 1000
+        if not self.wanted(name):
+            return
+        print(f"  {name} …", flush=True)
+        few, many = map(float, output_of(self.bin / "bench-worker", "resident", self.photo,
+                                         self.folder / "reduced.jpg", photos).split())
+        self.fact(name, f"{many:.1f} ({few:.1f})", {}, "the same", many < 1.05 * few + 1)
 
     def count_header_bytes(self):
         photo = self.folder / "photo-24.jpg"

@@ -5,6 +5,7 @@
 //     bench-worker decode PHOTO.jpg EIGHTHS OUT.ppm  makes the pictures that all resize
 //     bench-worker resize ours|vips IN.ppm WIDTH HEIGHT OUT.ppm
 //     bench-worker errors IN.ppm RESIZED.ppm         differences from double precision: inside, and anywhere
+//     bench-worker resident A.jpg B.jpg COUNT        memory in use after 10 photos, and after so many
 //     bench-worker versions                          of the libraries, one a line
 //
 // A request is "JOB THREADS"; the answer is the milliseconds it took, those of processor time,
@@ -14,7 +15,9 @@
 #include "bench/worker/Picture.h"
 #include "bench/worker/PlainCodecs.h"
 #include "bench/worker/Resizing.h"
+#include "peximage/image/PexImage.h"
 #include "peximage/platform/foundation/Diagnostics.h"
+#include "peximage/platform/foundation/URL.h"
 #include "peximage/platform/foundation/Workers.h"
 
 #include <fmt/format.h>
@@ -24,9 +27,11 @@
 #include <chrono>
 #include <ctime>
 #include <exception>
+#include <fstream>
 #include <iostream>
 #include <malloc.h>
 #include <stdexcept>
+#include <unistd.h>
 #include <vector>
 #include <vips/vips.h>
 
@@ -90,6 +95,29 @@ int printErrors(const std::string& from, const std::string& to) {
     return 0;
 }
 
+/// In units of 1,000,000 bytes.
+double residentMegabytes() {
+    long pages = 0, resident = 0;
+    std::ifstream("/proc/self/statm") >> pages >> resident;
+    return double(resident) * double(sysconf(_SC_PAGESIZE)) / 1e6;
+}
+
+/// Shrinks the photos in turns, so many times, and prints the resident memory after each of the counts.
+int printResident(const std::vector<std::string>& photos, const std::vector<int>& counts) {
+    const auto small = pex::URL::fromPath(photos.front() + ".small.jpg");
+    int done = 0;
+    for (const int count : counts) {
+        for (; done < count; ++done) {
+            const auto photo = pex::URL::fromPath(photos[std::size_t(done) % photos.size()]);
+            const auto reduced = pex::PexImage::make({.fastUrl = photo})->resize({.withMaxSide = 1000});
+            if (!reduced->saveToJpeg({.toUrl = small, .dpi = {}, .maxSize = 100'000}))
+                throw std::runtime_error("not saved");
+        }
+        std::cout << fmt::format("{:.1f}\n", residentMegabytes());
+    }
+    return 0;
+}
+
 int printVersions() {
     std::cout << fmt::format("libjpeg-turbo {}.{}.{}\nlibvips {}\nlibpng {}\n",
                              LIBJPEG_TURBO_VERSION_NUMBER / 1000000,
@@ -103,6 +131,8 @@ int run(const std::vector<std::string>& words) {
     if (verb == "serve" && words.size() == 2) return serve(words[1]);
     if (verb == "resize" && words.size() == 6) return resize(words);
     if (verb == "errors" && words.size() == 3) return printErrors(words[1], words[2]);
+    if (verb == "resident" && words.size() == 4)
+        return printResident({words[1], words[2]}, {10, std::stoi(words[3])});
     if (verb == "versions" && words.size() == 1) return printVersions();
     if (verb == "decode" && words.size() == 4) {
         writePpm(decodeJpeg(readFile(words[1]), std::stoi(words[2]), 3), words[3]);

@@ -102,6 +102,16 @@ class Pool {
         return true;
     }
 
+    void whenIdle(std::chrono::milliseconds quiet, std::function<void()> hook) {
+        {
+            const std::lock_guard lock(mutex_);
+            quiet_ = quiet;
+            idleHook_ = std::move(hook);
+            ++changes_;
+        }
+        changed_.notify_all();
+    }
+
   private:
     /// With the lock held. Without threads the callers do all the work.
     void startThreads(int wanted) {
@@ -140,9 +150,10 @@ class Pool {
                 awhile([&] { return changes_ != seen; });
                 lock.lock();
             }
-            Job* job = nullptr;
-            changed_.wait(lock, [&] { return (job = openJob()) != nullptr || !tasks_.empty(); });
-            if (job != nullptr) {
+            const auto hasWork = [&] { return openJob() != nullptr || !tasks_.empty(); };
+            if (!changed_.wait_for(lock, quiet_, hasWork)) {
+                if (jobs_.empty()) beIdle(lock);
+            } else if (Job* job = openJob()) {
                 help(*job, lock);
             } else {
                 const std::function<void()> task = std::move(tasks_.front());
@@ -152,6 +163,18 @@ class Pool {
                 lock.lock();
             }
         }
+    }
+
+    /// With the lock held; the hook is called without it. Returns when something was handed over.
+    void beIdle(std::unique_lock<std::mutex>& lock) {
+        if (idleHook_ && idleSince_ != changes_) {
+            idleSince_ = changes_;
+            const std::function<void()> hook = idleHook_;
+            lock.unlock();
+            hook();
+            lock.lock();
+        }
+        changed_.wait(lock, [&] { return idleSince_ != changes_; });
     }
 
     void help(Job& job, std::unique_lock<std::mutex>& lock) {
@@ -170,6 +193,9 @@ class Pool {
     std::vector<Job*> jobs_;
     std::deque<std::function<void()>> tasks_;
     int threads_ = 0;
+    std::chrono::milliseconds quiet_{std::chrono::hours(1)};
+    std::function<void()> idleHook_;
+    unsigned idleSince_ = 0; // changes_ when the hook was called last
 };
 
 } // namespace
@@ -187,6 +213,10 @@ void Workers::forEach(int count, const std::function<void(int, int)>& work) {
 
 void Workers::run(std::function<void()> task) {
     if (!Pool::shared().run(task)) task();
+}
+
+void Workers::whenIdle(std::chrono::milliseconds quiet, std::function<void()> hook) {
+    Pool::shared().whenIdle(quiet, std::move(hook));
 }
 
 Workers::Limit::Limit(int threads) : before_(limit.exchange(threads)) {}

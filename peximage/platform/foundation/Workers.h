@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <functional>
 
 namespace pex {
@@ -20,6 +21,10 @@ class Workers {
 
     /// Runs the task on one of the workers, soon; on the caller's thread when no other can be had.
     static void run(std::function<void()> task);
+
+    /// Has a worker call the hook when none of them has had work for so long, once after each busy time: the
+    /// place to give back what is kept for the next call. There is one hook; it must not throw.
+    static void whenIdle(std::chrono::milliseconds quiet, std::function<void()> hook);
 
     /// For tests and measurements: so many threads in a call of `forEach`, while it lives. Not from
     /// several threads at once.

@@ -1,6 +1,9 @@
 #include "peximage/platform/raster/PixelBuffer.h"
 
+#include "peximage/platform/foundation/Workers.h"
+
 #include <atomic>
+#include <chrono>
 #include <cstdlib>
 #include <cstring>
 #include <limits>
@@ -94,7 +97,11 @@ class Pool {
 
 /// Never destroyed: buffers held by static objects may be freed after everything else.
 Pool& pool() {
-    static Pool* const instance = new Pool;
+    static Pool* const instance = [] {
+        auto* const made = new Pool;
+        Workers::whenIdle(std::chrono::seconds(2), [made] { made->drain(); });
+        return made;
+    }();
     return *instance;
 }
 

@@ -40,14 +40,15 @@ class PEX_EXPORT PixelBuffer {
     std::size_t size_ = 0;
 };
 
-/// The pool of freed pixel memory behind `PixelBuffer`.
+/// The pool of freed pixel memory behind `PixelBuffer`. What it keeps goes back to the system when the
+/// library's worker threads have had nothing to do for two seconds.
 namespace pixelPool {
 
 /// At most this many bytes of freed buffers are kept for reuse; 0 keeps none. Default 64 MB.
 PEX_EXPORT void setBound(std::size_t bytes);
 /// Bytes kept for reuse just now.
 PEX_EXPORT std::size_t keptBytes();
-/// Gives everything that is kept back to the system, as an application does when it goes idle.
+/// Gives everything that is kept back to the system at once.
 PEX_EXPORT void drain();
 
 } // namespace pixelPool

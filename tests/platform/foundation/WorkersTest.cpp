@@ -1,10 +1,14 @@
 #include "peximage/platform/foundation/Workers.h"
 
+#include "peximage/platform/raster/PixelBuffer.h"
+
 #include <gtest/gtest.h>
 
 #include <algorithm>
 #include <atomic>
+#include <chrono>
 #include <future>
+#include <memory>
 #include <stdexcept>
 #include <thread>
 #include <vector>
@@ -69,6 +73,17 @@ TEST(Workers, TasksRunOnOtherThreads) {
         Workers::run([&promise] { promise.set_value(std::this_thread::get_id()); });
     for (auto& promise : ran)
         EXPECT_NE(promise.get_future().get(), std::this_thread::get_id());
+}
+
+TEST(Workers, TellWhenTheyAreIdleOnceAfterEachBusyTime) {
+    const Workers::Limit limit(2);
+    for (int round = 0; round < 3; ++round) {
+        auto idle = std::make_shared<std::promise<void>>(); // a second call would throw out of the hook
+        visits(10);
+        Workers::whenIdle(std::chrono::milliseconds(1), [idle] { idle->set_value(); });
+        idle->get_future().wait();
+    }
+    Workers::whenIdle(std::chrono::seconds(2), [] { pixelPool::drain(); });
 }
 
 } // namespace

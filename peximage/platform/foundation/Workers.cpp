@@ -155,7 +155,7 @@ class Pool {
                 if (jobs_.empty()) beIdle(lock);
             } else if (Job* job = openJob()) {
                 help(*job, lock);
-            } else {
+            } else if (!tasks_.empty()) {
                 const std::function<void()> task = std::move(tasks_.front());
                 tasks_.pop_front();
                 lock.unlock();

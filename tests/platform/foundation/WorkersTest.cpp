@@ -9,6 +9,7 @@
 #include <chrono>
 #include <future>
 #include <memory>
+#include <semaphore>
 #include <stdexcept>
 #include <thread>
 #include <vector>
@@ -75,13 +76,13 @@ TEST(Workers, TasksRunOnOtherThreads) {
         EXPECT_NE(promise.get_future().get(), std::this_thread::get_id());
 }
 
-TEST(Workers, TellWhenTheyAreIdleOnceAfterEachBusyTime) {
+TEST(Workers, TellWhenTheyAreIdleAfterEachBusyTime) {
     const Workers::Limit limit(2);
+    const auto idle = std::make_shared<std::counting_semaphore<>>(0);
+    Workers::whenIdle(std::chrono::milliseconds(1), [idle] { idle->release(); });
     for (int round = 0; round < 3; ++round) {
-        auto idle = std::make_shared<std::promise<void>>(); // a second call would throw out of the hook
         visits(10);
-        Workers::whenIdle(std::chrono::milliseconds(1), [idle] { idle->set_value(); });
-        idle->get_future().wait();
+        idle->acquire();
     }
     Workers::whenIdle(std::chrono::seconds(2), [] { pixelPool::drain(); });
 }

@@ -7,6 +7,7 @@
 #include "peximage/helpers/PexDicotomic.h"
 #include "peximage/helpers/PexImageHelper.h"
 #include "peximage/helpers/PexWatermark.h"
+#include "peximage/image/DocumentImport.h"
 #include "peximage/image/PexImage.h"
 #include "peximage/pixels/PexColor255.h"
 #include "peximage/pixels/PexContextImage.h"

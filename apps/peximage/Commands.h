@@ -13,4 +13,5 @@ void addRotate(CLI::App& program, int& status);
 void addSplit(CLI::App& program, int& status);
 void addJoin(CLI::App& program, int& status);
 void addWatermark(CLI::App& program, int& status);
+void addPdf(CLI::App& program, int& status);
 void addCanvas(CLI::App& program, int& status);

@@ -1,6 +1,7 @@
 #include "Files.h"
 
 #include "Text.h"
+#include "peximage/platform/codecs/CGImageDestination.h"
 #include "peximage/platform/codecs/CGImageSource.h"
 
 #include <atomic>
@@ -16,18 +17,22 @@ namespace fs = std::filesystem;
 namespace {
 
 pex::ImageFormat formatNamed(const std::string& extension, const std::string& where) {
-    if (const auto format = pex::imageFormatForExtension(extension)) return *format;
-    throw UsageError{where + ": unknown format '" + extension + "'; formats are jpg, jpeg and png"};
+    const auto format = pex::imageFormatForExtension(extension);
+    if (format && pex::CGImageDestination::writes(*format)) return *format;
+    const std::string what = format ? std::string(pex::displayName(*format)) + " cannot be written"
+                                    : "unknown format '" + extension + "'";
+    throw UsageError{where + ": " + what + "; formats are " + writableExtensions()};
 }
 
-/// As the input's extension says; one that says nothing is told from its bytes.
+/// As the input's extension says; one that says nothing is told from its bytes. PNG for a format that is only
+/// read.
 pex::ImageFormat formatOfInput(const fs::path& input) {
     const std::string extension = input.extension().string();
-    if (extension.size() > 1) {
-        if (const auto format = pex::imageFormatForExtension(extension.substr(1))) return *format;
-    }
-    const auto source = pex::CGImageSource::make(pex::URL::fromPath(input.string()));
-    return source ? source->properties().format : pex::ImageFormat::jpeg;
+    std::optional<pex::ImageFormat> format;
+    if (extension.size() > 1) format = pex::imageFormatForExtension(extension.substr(1));
+    if (!format) format = pex::CGImageSource::formatOf(pex::URL::fromPath(input.string()));
+    if (!format) return pex::ImageFormat::jpeg;
+    return pex::CGImageDestination::writes(*format) ? *format : pex::ImageFormat::png;
 }
 
 fs::path nameInFolder(const fs::path& input, pex::ImageFormat format) {
@@ -77,6 +82,9 @@ Failure whyNoImage(const std::string& path) {
     if (!fs::is_regular_file(status)) return {"is no regular file"};
     if (::access(path.c_str(), R_OK) != 0) return {std::string("cannot be read: ") + std::strerror(errno)};
     if (fs::file_size(path, ignored) == 0) return {"is empty"};
+    const auto format = pex::CGImageSource::formatOf(pex::URL::fromPath(path));
+    if (format && !pex::CGImageSource::reads(*format))
+        return {"built without " + std::string(pex::displayName(*format))};
     return {"not an image"};
 }
 

@@ -1,11 +1,13 @@
 #include "Text.h"
 
-#include "peximage/platform/codecs/ImageFormat.h"
+#include "peximage/platform/codecs/CGImageDestination.h"
+#include "peximage/platform/codecs/CGImageSource.h"
 
 #include <array>
 #include <cctype>
 #include <charconv>
 #include <cmath>
+#include <set>
 #include <utility>
 #include <vector>
 
@@ -21,10 +23,23 @@ std::string pixelSize(pex::CGSize size) {
 }
 
 std::string knownFormats() {
-    std::string names;
-    for (const auto& format : pex::imageFormats)
-        names += (names.empty() ? "" : " ") + std::string(format.name);
-    return names;
+    std::string read = "reads", written = "writes";
+    for (const auto& names : pex::imageFormats) {
+        const std::string name = ' ' + std::string(names.name);
+        read += pex::CGImageSource::reads(names.format) ? name : "";
+        written += pex::CGImageDestination::writes(names.format) ? name : "";
+    }
+    return read + '\n' + written;
+}
+
+std::string writableExtensions() {
+    std::string list;
+    for (const auto& names : pex::imageFormats) {
+        if (!pex::CGImageDestination::writes(names.format)) continue;
+        for (const std::string_view extension : std::set(names.extensions.begin(), names.extensions.end()))
+            list += (list.empty() ? "" : ", ") + std::string(extension);
+    }
+    return list;
 }
 
 std::optional<long long> parseByteSize(std::string_view text) {

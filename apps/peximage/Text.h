@@ -11,8 +11,10 @@
 std::string grouped(long long number);
 /// "2000×1500"
 std::string pixelSize(pex::CGSize size);
-/// The formats by name: "JPEG PNG".
+/// "reads JPEG PNG …" and, on a second line, "writes …": what this build can.
 std::string knownFormats();
+/// The extensions of the formats that can be written: "jpg, jpeg, png".
+std::string writableExtensions();
 
 /// "300000", "300KB" (1000), "300KiB" (1024), "1.5MB"; upper or lower case. Absent for anything else.
 std::optional<long long> parseByteSize(std::string_view text);

@@ -31,7 +31,7 @@ struct Command {
 constexpr Command commands[] = {
     {"info", addInfo},         {"shrink", addShrink},       {"convert", addConvert}, {"resize", addResize},
     {"composer", addComposer}, {"crop", addCrop},           {"rotate", addRotate},   {"split", addSplit},
-    {"join", addJoin},         {"watermark", addWatermark}, {"canvas", addCanvas},
+    {"join", addJoin},         {"watermark", addWatermark}, {"canvas", addCanvas},   {"pdf", addPdf},
 };
 
 /// Setting up all commands takes longer than the rest of the start: the one that is named first is enough,
@@ -63,7 +63,7 @@ int run(CLI::App& program, int argc, char** argv) {
 int main(int argc, char** argv) {
     watchInterrupts();
     CLI::App program("Fits, converts and measures images.", "peximage");
-    program.set_version_flag("--version", "peximage " PEX_VERSION "\nreads and writes " + knownFormats());
+    program.set_version_flag("--version", "peximage " PEX_VERSION "\n" + knownFormats());
     program.require_subcommand(1);
     program.footer("'peximage COMMAND --help' tells more about a command.");
     return run(program, argc, argv);

@@ -13,6 +13,7 @@
 #include "peximage/platform/toolkit/NSImage.h"
 
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <string>
@@ -267,6 +268,41 @@ class PEX_EXPORT PexImage : public std::enable_shared_from_this<PexImage> {
     /// the watermark cannot be resized as the settings say, or memory cannot be had.
     std::shared_ptr<PexImage> watermark(const std::shared_ptr<PexImage>& with,
                                         const PexWatermark& settings) const;
+
+    // Pages of PDF documents (DocumentImport.cpp; illustration files are loaded by what DocumentImport.h
+    // declares). A page of so many points, 72 an inch, has dpi / 72 times as many pixels, divided by
+    // `PexImageHelper::bakingScaleFactor()` and truncated, on a transparent ground. A page without size, or
+    // one larger than `ImageLimits` allow, has no image. Documents that need a password cannot be read; a
+    // build without PDF reads none.
+
+    struct PdfDocumentUrl {
+        URL pdfDocumentUrl;
+        int dpi;
+    };
+    /// The images of all pages in order; each is drawn when its pixels are first touched, so that a long
+    /// document does not fill the memory. Absent when the file cannot be read or is no PDF document.
+    static std::optional<std::vector<std::shared_ptr<PexImage>>>
+    pdfDocumentToPexImages(const PdfDocumentUrl& source);
+
+    struct PdfDocumentCallbacks {
+        URL pdfDocumentUrl;
+        int dpi;
+        /// Called on the caller's thread for each page that was drawn, in order: its index from 0, how many
+        /// pages the document has, and the image.
+        std::function<void(int page, int count, std::shared_ptr<PexImage> image)> callback;
+        /// Called once, last: false when the file cannot be read or is no PDF document.
+        std::function<void(bool success)> finalCallback;
+    };
+    static void pdfDocumentToPexImagesAsync(const PdfDocumentCallbacks& source);
+
+    struct PdfDocumentPage {
+        URL pdfDocumentUrl;
+        /// From 0.
+        int pageN;
+        int dpi;
+    };
+    /// Null when there is no such page, too.
+    static std::shared_ptr<PexImage> pdfDocumentToPexImage(const PdfDocumentPage& source);
 
     // Encoding and saving (Encoding.cpp).
 

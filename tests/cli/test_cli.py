@@ -14,7 +14,7 @@ import unittest
 
 TOOL = os.environ["PEXIMAGE"]
 SAMPLE_SCENE = os.environ["SAMPLE_SCENE"]
-COMMANDS = ("info", "shrink", "convert", "resize", "crop", "rotate", "split", "join", "watermark", "canvas", "composer")
+COMMANDS = ("info", "shrink", "convert", "resize", "crop", "rotate", "split", "join", "watermark", "canvas", "composer", "pdf")
 
 
 def run(*arguments, cwd=None):
@@ -39,6 +39,14 @@ def png_size(path):
     data = pathlib.Path(path).read_bytes()
     assert data[:8] == b"\x89PNG\r\n\x1a\n", path
     return struct.unpack(">II", data[16:24])
+
+
+def two_page_pdf():
+    """Two empty pages of 200 × 100 points; readers make the missing cross-reference table themselves."""
+    page = b"<< /Type /Page /Parent 2 0 R /MediaBox [0 0 200 100] >>"
+    objects = [b"<< /Type /Catalog /Pages 2 0 R >>", b"<< /Type /Pages /Count 2 /Kids [3 0 R 4 0 R] >>", page, page]
+    body = b"".join(b"%d 0 obj\n%b\nendobj\n" % (i + 1, text) for i, text in enumerate(objects))
+    return b"%PDF-1.4\n" + body + b"trailer\n<< /Size 5 /Root 1 0 R >>\n%%EOF\n"
 
 
 class CommandLine(unittest.TestCase):
@@ -288,6 +296,24 @@ class CommandLine(unittest.TestCase):
             self.assertRegex(errors, r"peximage: .*: \S+: expected .+\n")
         self.assertEqual(run("composer", self.dir / "missing.json", "check")[0], 1)
         self.assertOnly("page.json")
+
+    def test_pages_of_a_document(self):
+        document = self.dir / "two.pdf"
+        document.write_bytes(two_page_pdf())
+        pages = self.dir / "pages"
+        code, text, errors = run("pdf", document, "-o", pages, "--dpi", 144, "--json")
+        self.assertEqual((code, errors), (0, ""))
+        self.assertEqual([(row["width"], row["height"]) for row in json.loads(text)], [(400, 200), (400, 200)])
+        self.assertEqual([png_size(pages / f"two-{n}.png") for n in (1, 2)], [(400, 200)] * 2)
+        code, text, _ = run("pdf", document, "-o", pages, "--page", 2, "--dpi", 72, "--format", "jpg")
+        self.assertEqual(jpeg_size(pages / "two-2.jpg"), (200, 100))
+        self.assertEqual(sorted(os.listdir(pages)), ["two-1.png", "two-2.jpg", "two-2.png"])
+        self.assertIn("200×100", run("info", document)[1])
+        for arguments, what in ((("--page", 3), "no page 3"), (("--page", 0), "--page")):
+            self.assertIn(what, run("pdf", document, "-o", pages, *arguments)[2])
+        document.write_bytes(two_page_pdf()[:40])
+        self.assertEqual(run("pdf", document, "-o", pages)[::2],
+                         (1, f"peximage: {document}: not a PDF document, or one that needs a password\n"))
 
     def test_help_and_version(self):
         for call in (("--help",), ("--version",), *((command, "--help") for command in COMMANDS)):

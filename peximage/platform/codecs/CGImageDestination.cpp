@@ -4,6 +4,11 @@
 
 namespace pex {
 
+bool CGImageDestination::writes(ImageFormat format) {
+    const ImageCodec* codec = codecForFormat(format);
+    return codec && codec->encode && codec->isAvailable();
+}
+
 std::optional<Data> CGImageDestination::encode(const CGImage& image, ImageFormat format,
                                                const Options& options) {
     const ImageCodec* codec = codecForFormat(format);

@@ -22,6 +22,9 @@ class PEX_EXPORT CGImageDestination {
         std::optional<double> dpiHeight;
     };
 
+    /// Whether this build can write the format.
+    static bool writes(ImageFormat format);
+
     /// Absent when this build cannot write the format, when the picture is too large for it, or when its
     /// pixels cannot be had. Safe from any thread.
     static std::optional<Data> encode(const CGImage& image, ImageFormat format, const Options& options);

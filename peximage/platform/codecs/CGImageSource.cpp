@@ -7,16 +7,31 @@
 namespace pex {
 namespace {
 
+const ImageCodec* codecFor(const CGDataProvider& bytes) {
+    std::array<std::uint8_t, sniffBytes> first{};
+    const std::size_t count = bytes.read(0, first);
+    return codecForBytes(std::span(first).first(count));
+}
+
 std::optional<OpenedImage> openImage(const CGDataProvider& bytes) {
     const ImageLimits limits = ImageLimits::current();
     if (bytes.size() > limits.maxSourceBytes) return std::nullopt;
-    std::array<std::uint8_t, sniffBytes> first{};
-    const std::size_t count = bytes.read(0, first);
-    const ImageCodec* codec = codecForBytes(std::span(first).first(count));
+    const ImageCodec* codec = codecFor(bytes);
     return codec ? codec->open(bytes, limits) : std::nullopt;
 }
 
 } // namespace
+
+bool CGImageSource::reads(ImageFormat format) {
+    const ImageCodec* codec = codecForFormat(format);
+    return codec && codec->isAvailable();
+}
+
+std::optional<ImageFormat> CGImageSource::formatOf(const URL& file) {
+    const std::optional<CGDataProvider> bytes = CGDataProvider::open(file);
+    const ImageCodec* codec = bytes ? codecFor(*bytes) : nullptr;
+    return codec ? std::optional(codec->format) : std::nullopt;
+}
 
 std::optional<CGImageSource> CGImageSource::make(const Data& bytes) {
     const std::optional<OpenedImage> opened = openImage(CGDataProvider(bytes));

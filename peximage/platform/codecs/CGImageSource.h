@@ -21,6 +21,12 @@ class PEX_EXPORT CGImageSource {
     /// also when it cannot be read.
     static std::optional<CGImageSource> make(const URL& file);
 
+    /// Whether this build can read the format.
+    static bool reads(ImageFormat format);
+    /// The format that a file's first bytes show, also one that this build cannot read; absent for an unknown
+    /// one and when the file cannot be read.
+    static std::optional<ImageFormat> formatOf(const URL& file);
+
     const ImageProperties& properties() const { return properties_; }
     /// How many bytes of the file were read to learn that; all of them for bytes in memory.
     std::size_t bytesRead() const { return bytesRead_; }

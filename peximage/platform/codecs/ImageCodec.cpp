@@ -1,13 +1,17 @@
 #include "peximage/platform/codecs/ImageCodec.h"
 
+#include "peximage/platform/foundation/Module.h"
+
 #include <array>
 
 namespace pex {
 namespace {
 
-constexpr std::array codecs{&jpegCodec, &pngCodec};
+constexpr std::array codecs{&jpegCodec, &pngCodec, &pdfCodec};
 
 } // namespace
+
+bool ImageCodec::isAvailable() const { return module == nullptr || hasModule(module); }
 
 const ImageCodec* codecForBytes(std::span<const std::uint8_t> firstBytes) {
     for (const ImageCodec* codec : codecs) {

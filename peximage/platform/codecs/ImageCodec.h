@@ -22,12 +22,18 @@ struct OpenedImage {
 };
 
 /// One file format. `open` is absent for bytes that are not such an image or break a limit; it never decodes
-/// pixels. `encode` is absent when the picture cannot be held in the format.
+/// pixels. `encode` is absent when the picture cannot be held in the format, and null for a format that is
+/// only read.
 struct ImageCodec {
     ImageFormat format;
     bool (*sniff)(std::span<const std::uint8_t> firstBytes);
     std::optional<OpenedImage> (*open)(const CGDataProvider& bytes, const ImageLimits& limits);
     std::optional<Data> (*encode)(const CGImage& image, const CGImageDestination::Options& options);
+    /// The module that does it; null where none is needed.
+    const char* module = nullptr;
+
+    /// False when its module is missing.
+    bool isAvailable() const;
 };
 
 /// How many first bytes `sniff` is given, where the file has as many.
@@ -39,5 +45,6 @@ const ImageCodec* codecForFormat(ImageFormat format);
 
 extern const ImageCodec jpegCodec;
 extern const ImageCodec pngCodec;
+extern const ImageCodec pdfCodec;
 
 } // namespace pex

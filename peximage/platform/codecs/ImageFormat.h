@@ -10,7 +10,7 @@ namespace pex {
 
 /// The file formats that are told apart. Whether one can be read or written is asked of `CGImageSource` and
 /// `CGImageDestination`.
-enum class ImageFormat { jpeg, png };
+enum class ImageFormat { jpeg, png, pdf };
 
 struct ImageFormatNames {
     ImageFormat format;
@@ -21,6 +21,7 @@ struct ImageFormatNames {
 inline constexpr std::array imageFormats{
     ImageFormatNames{ImageFormat::jpeg, "JPEG", {"jpg", "jpeg"}},
     ImageFormatNames{ImageFormat::png, "PNG", {"png", "png"}},
+    ImageFormatNames{ImageFormat::pdf, "PDF", {"pdf", "ai"}},
 };
 
 constexpr std::string_view displayName(ImageFormat format) {

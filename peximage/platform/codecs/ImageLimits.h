@@ -14,6 +14,8 @@ struct PEX_EXPORT ImageLimits {
     std::int64_t maxPixels = std::int64_t{1} << 28;
     /// Bytes of one encoded file. Default 2 GB.
     std::size_t maxSourceBytes = std::size_t{1} << 31;
+    /// Pages of one document. Default 10,000.
+    int maxPages = 10'000;
     /// Bytes of one piece of metadata, such as a colour profile. Default 16 MB.
     std::size_t maxMetadataBytes = std::size_t{16} << 20;
 

@@ -22,25 +22,34 @@ fs::path ownFolder() {
     return error ? fs::path{} : object.parent_path();
 }
 
-const ModuleEntry* open(const std::string& name) {
+/// Empty when there is none.
+fs::path find(std::string_view name) {
     const fs::path here = ownFolder(), above = here.parent_path();
-    if (here.empty()) return nullptr;
+    if (here.empty()) return {};
     for (const fs::path& folder : {here, above / PEX_LIBDIR, above / "lib"}) {
-        const fs::path object = folder / "peximage" / (name + ".so");
-        void* handle = dlopen(object.c_str(), RTLD_NOW | RTLD_LOCAL);
-        if (handle != nullptr) return static_cast<const ModuleEntry*>(dlsym(handle, "pexModule"));
+        fs::path object = folder / "peximage" / (std::string(name) + ".so");
+        std::error_code ignored;
+        if (fs::exists(object, ignored)) return object;
     }
-    return nullptr;
+    return {};
+}
+
+const ModuleEntry* open(std::string_view name) {
+    const fs::path object = find(name);
+    void* handle = object.empty() ? nullptr : dlopen(object.c_str(), RTLD_NOW | RTLD_LOCAL);
+    return handle != nullptr ? static_cast<const ModuleEntry*>(dlsym(handle, "pexModule")) : nullptr;
 }
 
 } // namespace
+
+bool hasModule(std::string_view name) { return !find(name).empty(); }
 
 const void* moduleInterface(std::string_view name, int version) {
     static std::mutex mutex;
     static std::map<std::string, const ModuleEntry*, std::less<>> loaded;
     const std::lock_guard lock(mutex);
     auto found = loaded.find(name);
-    if (found == loaded.end()) found = loaded.emplace(name, open(std::string(name))).first;
+    if (found == loaded.end()) found = loaded.emplace(name, open(name)).first;
     const ModuleEntry* entry = found->second;
     return entry != nullptr && entry->version == version ? entry->interface : nullptr;
 }

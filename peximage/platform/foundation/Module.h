@@ -19,6 +19,9 @@ const Interface* loadModule(std::string_view name) {
     return static_cast<const Interface*>(moduleInterface(name, Interface::version));
 }
 
+/// Whether the file of the module is there; it is not loaded.
+bool hasModule(std::string_view name);
+
 /// What a module exports, under the name `pexModule`.
 struct ModuleEntry {
     int version;

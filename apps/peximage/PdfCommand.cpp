@@ -1,0 +1,156 @@
+#include "Commands.h"
+#include "Saving.h"
+#include "peximage/platform/codecs/ImageLimits.h"
+#include "peximage/platform/raster/CGContext.h"
+#include "peximage/platform/toolkit/NSPDFImageRep.h"
+
+#include <filesystem>
+#include <iostream>
+#include <mutex>
+
+namespace fs = std::filesystem;
+
+namespace {
+
+struct Request {
+    Settings settings;
+    WritingOptions writing;
+    int dpi = 150;
+    std::optional<int> page;
+    bool transparent = false;
+};
+
+/// Documents of one file, handed to one thread at a time: pages are drawn side by side.
+class Documents {
+  public:
+    Documents(pex::Data bytes, std::shared_ptr<pex::NSPDFImageRep> first) : bytes_(std::move(bytes)) {
+        free_.push_back(std::move(first));
+    }
+
+    std::shared_ptr<pex::NSPDFImageRep> take() {
+        {
+            const std::lock_guard lock(mutex_);
+            if (!free_.empty()) {
+                auto document = std::move(free_.back());
+                free_.pop_back();
+                return document;
+            }
+        }
+        return pex::NSPDFImageRep::make(bytes_);
+    }
+    void giveBack(std::shared_ptr<pex::NSPDFImageRep> document) {
+        const std::lock_guard lock(mutex_);
+        free_.push_back(std::move(document));
+    }
+
+  private:
+    pex::Data bytes_;
+    std::mutex mutex_;
+    std::vector<std::shared_ptr<pex::NSPDFImageRep>> free_;
+};
+
+/// The page on white paper.
+std::optional<pex::CGImage> onPaper(const pex::CGImage& page) {
+    const auto paper =
+        pex::CGContext::make(page.width(), page.height(), pex::PixelLayout::skipLast, page.colorSpace());
+    if (!paper) return std::nullopt;
+    const pex::CGRect whole{0, 0, double(page.width()), double(page.height())};
+    paper->setFillColor({1, 1, 1, 1});
+    paper->fill(whole);
+    paper->draw(page, whole);
+    return paper->makeImage();
+}
+
+std::shared_ptr<pex::PexImage> drawPage(Documents& documents, int page, const Request& request) {
+    const auto document = documents.take();
+    if (!document) return nullptr;
+    document->setCurrentPage(page);
+    constexpr double pointsPerInch = 72;
+    const double scale = request.dpi / pointsPerInch;
+    const pex::CGSize points = document->size();
+    constexpr double longest = 1e9;
+    const auto pixels = [&](double length) { return static_cast<int>(std::min(length * scale, longest)); };
+    auto image = document->cgImage(pixels(points.width), pixels(points.height));
+    documents.giveBack(document);
+    if (image && !request.transparent) image = onPaper(*image);
+    return image ? pex::PexImage::make(*image) : nullptr;
+}
+
+int fail(const std::string& file, const std::string& why) {
+    std::cerr << "peximage: " << file << ": " << why << '\n';
+    return 1;
+}
+
+/// Every page is an input of its own to the batch, so that pages go side by side and are told in order.
+int drawPages(const Request& request, Documents& documents, int first, int count) {
+    const std::string& file = request.settings.inputs[0];
+    const fs::path folder = request.writing.output, stem = fs::path(file).stem();
+    std::error_code error;
+    fs::create_directories(folder, error);
+    if (error) return fail(file, "cannot make " + folder.string() + ": " + error.message());
+
+    Settings pages = request.settings;
+    std::vector<fs::path> paths;
+    pages.inputs.clear();
+    for (int page = first; page < first + count; ++page) {
+        const std::string number = std::to_string(page + 1);
+        pages.inputs.push_back(file + " page " + number);
+        paths.push_back(folder /
+                        (stem.string() + '-' + number + '.' + request.writing.format.value_or("png")));
+    }
+    WritingOptions writing = request.writing;
+    if (!writing.dpi) writing.dpi = request.dpi;
+    return runBatch(pages, [&](std::size_t i) -> Outcome {
+        const auto image = drawPage(documents, first + static_cast<int>(i), request);
+        if (!image) return Failure{"cannot be drawn"};
+        const auto format = planDestinations({file}, paths[i].string(), std::nullopt)[0].format;
+        return saveImage(pages.inputs[i], image, {paths[i], format}, writing);
+    });
+}
+
+int pdf(const Request& request) {
+    const std::string& file = request.settings.inputs[0];
+    if (!pex::NSPDFImageRep::isAvailable()) return fail(file, "built without PDF");
+    const auto bytes =
+        pex::Data::contentsOf(pex::URL::fromPath(file), pex::ImageLimits::current().maxSourceBytes);
+    if (!bytes || bytes->empty()) return fail(file, whyNoImage(file).message);
+    auto document = pex::NSPDFImageRep::make(*bytes);
+    if (!document) return fail(file, "not a PDF document, or one that needs a password");
+    const int count = document->pageCount(), first = request.page.value_or(1) - 1;
+    if (count == 0) return fail(file, "has no pages");
+    if (first >= count)
+        return fail(file,
+                    "has no page " + std::to_string(first + 1) + "; the last is " + std::to_string(count));
+    Documents documents(*bytes, std::move(document));
+    return drawPages(request, documents, first, request.page ? 1 : count);
+}
+
+} // namespace
+
+void addPdf(CLI::App& program, int& status) {
+    CLI::App* command = program.add_subcommand("pdf", "Draws the pages of a PDF document");
+    const auto request = std::make_shared<Request>();
+    command->add_option("input", request->settings.inputs, "A PDF document, or an illustration file")
+        ->required()
+        ->expected(1)
+        ->type_name("FILE");
+    addReportOptions(*command, request->settings);
+    command->add_option("-o,--output", request->writing.output, "The folder for the pages: FILE-1.png …")
+        ->required()
+        ->type_name("FOLDER");
+    command->add_option("--dpi", request->dpi, "Pixels per inch (default: 150)")
+        ->check(CLI::Range(1, 10'000))
+        ->type_name("N");
+    command->add_option("--page", request->page, "One page alone, counted from 1")
+        ->check(CLI::PositiveNumber)
+        ->type_name("N");
+    command->add_option("--format", request->writing.format, "Of the pages (default: png)")
+        ->type_name("FORMAT");
+    command->add_flag("--transparent", request->transparent, "No white paper below the page");
+    command
+        ->add_option("-j,--jobs", request->settings.jobs, "Draw so many pages at once (default: one a core)")
+        ->check(CLI::Range(1, 1024))
+        ->type_name("N");
+    command->footer("Example: peximage pdf report.pdf -o pages --dpi 200");
+    command->callback([request, &status] { status = pdf(*request); });
+}

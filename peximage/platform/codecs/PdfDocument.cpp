@@ -1,0 +1,45 @@
+#include "peximage/platform/codecs/PdfDocument.h"
+
+#include "peximage/platform/codecs/PdfModule.h"
+#include "peximage/platform/foundation/Module.h"
+
+#include <utility>
+
+namespace pex {
+
+struct PdfDocument::Handle {
+    const PdfModule* module;
+    PdfModule::Document* document;
+
+    ~Handle() { module->close(document); }
+};
+
+PdfDocument::PdfDocument(Data bytes, std::unique_ptr<Handle> handle)
+    : bytes_(std::move(bytes)), handle_(std::move(handle)) {}
+
+PdfDocument::~PdfDocument() = default;
+
+bool PdfDocument::isAvailable() { return loadModule<PdfModule>(PdfModule::name) != nullptr; }
+
+std::unique_ptr<PdfDocument> PdfDocument::open(const Data& bytes) {
+    const auto* module = loadModule<PdfModule>(PdfModule::name);
+    PdfModule::Document* document = module != nullptr ? module->open(bytes.data(), bytes.size()) : nullptr;
+    if (document == nullptr) return nullptr;
+    return std::unique_ptr<PdfDocument>(
+        new PdfDocument(bytes, std::unique_ptr<Handle>(new Handle{module, document})));
+}
+
+int PdfDocument::pageCount() const { return handle_->module->pageCount(handle_->document); }
+
+CGSize PdfDocument::pageSize(int page) const {
+    CGSize size;
+    const bool known = handle_->module->pageSize(handle_->document, page, &size.width, &size.height);
+    return known ? size : CGSize{};
+}
+
+bool PdfDocument::render(int page, MutablePixelView pixels) const {
+    return handle_->module->render(handle_->document, page, pixels.width, pixels.height, pixels.row(0),
+                                   pixels.bytesPerRow);
+}
+
+} // namespace pex

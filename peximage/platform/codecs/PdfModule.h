@@ -1,0 +1,28 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+
+namespace pex {
+
+/// What the module "pdf" offers: pages of PDF documents, and of the illustration files that are PDF documents
+/// inside. A document serves one thread at a time; different ones may be used at once.
+struct PdfModule {
+    static constexpr int version = 1;
+    static constexpr const char* name = "pdf";
+
+    struct Document;
+
+    /// Null for bytes that are no PDF document, or one that needs a password. They must outlive it.
+    Document* (*open)(const std::uint8_t* bytes, std::size_t size);
+    void (*close)(Document* document);
+    int (*pageCount)(const Document* document);
+    /// In points, as the page is seen. False when there is no such page.
+    bool (*pageSize)(Document* document, int page, double* width, double* height);
+    /// Draws the page, stretched to width × height pixels, over zeroed pixels: R G B A, premultiplied, rows
+    /// top first. False when there is no such page, or memory runs out.
+    bool (*render)(Document* document, int page, int width, int height, std::uint8_t* pixels,
+                   std::ptrdiff_t bytesPerRow);
+};
+
+} // namespace pex

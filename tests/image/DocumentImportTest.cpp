@@ -1,0 +1,199 @@
+#include "peximage/image/DocumentImport.h"
+
+#include "peximage/image/PexImage.h"
+#include "peximage/platform/codecs/CGImageSource.h"
+#include "peximage/platform/codecs/ImageLimits.h"
+#include "peximage/platform/foundation/Module.h"
+#include "peximage/platform/foundation/Workers.h"
+#include "tests/support/CapturedLines.h"
+#include "tests/support/PdfFiles.h"
+#include "tests/support/Pictures.h"
+#include "tests/support/Screens.h"
+#include "tests/support/TempFolder.h"
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <numeric>
+#include <string>
+#include <tuple>
+#include <utility>
+#include <vector>
+
+namespace pex {
+namespace {
+
+const std::string redBelow = "1 0 0 rg 0 0 100 50 re f"; // the lower half of a page of 100 × 100 points
+
+class DocumentImport : public ::testing::Test {
+  protected:
+    void SetUp() override {
+#ifndef PEX_WITH_PDF
+        GTEST_SKIP() << "built without PDF";
+#endif
+    }
+    URL write(const std::string& name, const std::string& bytes) {
+        const URL url = folder_.url(name);
+        Data(bytes).write(url, Data::Writing::inPlace);
+        return url;
+    }
+    URL write(const std::vector<PdfPage>& pages) { return write("document.pdf", pdfFile(pages)); }
+
+    TempFolder folder_;
+};
+
+TEST_F(DocumentImport, APageHasTheResolutionAskedForWhateverTheScreen) {
+    const URL letter = write({{612, 792, ""}});
+    onScreensOfOneAndTwo([&](double scale) {
+        for (const auto& [dpi, width, height] :
+             {std::tuple{72, 612, 792}, {144, 1224, 1584}, {100, 850, 1100}}) {
+            const auto page =
+                PexImage::pdfDocumentToPexImage({.pdfDocumentUrl = letter, .pageN = 0, .dpi = dpi});
+            ASSERT_TRUE(page);
+            EXPECT_EQ(page->size, (CGSize{std::trunc(width / scale), std::trunc(height / scale)})) << dpi;
+        }
+    });
+}
+
+TEST_F(DocumentImport, PagesAreUprightAndTransparentWhereNothingIsDrawn) {
+    const URL url = write({{100, 100, redBelow}});
+    const auto page = PexImage::pdfDocumentToPexImage({.pdfDocumentUrl = url, .pageN = 0, .dpi = 144});
+    EXPECT_EQ(pixelAt(*page->cgImage, 100, 20), (Pixel{0, 0, 0, 0}));
+    EXPECT_EQ(pixelAt(*page->cgImage, 100, 180), (Pixel{255, 0, 0, 255}));
+}
+
+TEST_F(DocumentImport, AllFormsGiveThePagesInOrder) {
+    std::vector<PdfPage> pages;
+    for (int i = 0; i < 23; ++i)
+        pages.push_back({100. + i, 50, ""});
+    const URL url = write(pages);
+
+    const auto images = PexImage::pdfDocumentToPexImages({.pdfDocumentUrl = url, .dpi = 72});
+    ASSERT_TRUE(images);
+    ASSERT_EQ(images->size(), 23u);
+    for (std::size_t i = 0; i < images->size(); ++i) {
+        EXPECT_EQ((*images)[i]->size, (CGSize{100. + static_cast<double>(i), 50}));
+        EXPECT_TRUE((*images)[i]->cgImage->pixels());
+    }
+
+    for (const int threads : {1, 3}) {
+        const Workers::Limit limit(threads);
+        std::vector<int> order;
+        std::vector<bool> ends;
+        PexImage::pdfDocumentToPexImagesAsync(
+            {.pdfDocumentUrl = url,
+             .dpi = 72,
+             .callback =
+                 [&](int page, int count, const std::shared_ptr<PexImage>& image) {
+                     EXPECT_EQ(count, 23);
+                     EXPECT_EQ(image->size.width, 100. + page);
+                     EXPECT_TRUE(ends.empty());
+                     order.push_back(page);
+                 },
+             .finalCallback = [&](bool success) { ends.push_back(success); }});
+        std::vector<int> expected(23);
+        std::iota(expected.begin(), expected.end(), 0);
+        EXPECT_EQ(order, expected);
+        EXPECT_EQ(ends, std::vector{true});
+    }
+}
+
+TEST_F(DocumentImport, WhatIsNoDocumentHasNoImagesAndWhatHasNoPagesNone) {
+    const struct {
+        const char* what;
+        URL url;
+        bool isDocument;
+    } cases[] = {{"missing", folder_.url("missing.pdf"), false},
+                 {"empty", write("empty.pdf", ""), false},
+                 {"text", write("text.pdf", "not a document"), false},
+                 {"signature alone", write("alone.pdf", "%PDF-1.4\n"), false},
+                 {"no pages", write("none.pdf", pdfFile({})), true}};
+    for (const auto& c : cases) {
+        const auto images = PexImage::pdfDocumentToPexImages({.pdfDocumentUrl = c.url, .dpi = 72});
+        EXPECT_EQ(images.has_value(), c.isDocument) << c.what;
+        EXPECT_TRUE(!images || images->empty()) << c.what;
+        std::vector<bool> ends;
+        PexImage::pdfDocumentToPexImagesAsync(
+            {.pdfDocumentUrl = c.url,
+             .dpi = 72,
+             .callback = [](int, int, const auto&) { ADD_FAILURE(); },
+             .finalCallback = [&](bool success) { ends.push_back(success); }});
+        EXPECT_EQ(ends, std::vector{c.isDocument}) << c.what;
+        EXPECT_FALSE(PexImage::pdfDocumentToPexImage({.pdfDocumentUrl = c.url, .pageN = 0, .dpi = 72}))
+            << c.what;
+    }
+}
+
+TEST_F(DocumentImport, PagesThatCannotBeDrawnAreLeftOut) {
+    const URL url = write({{100, 100, ""}, {4'000'000, 4'000'000, ""}, {50, 100, "Q Q ( <<"}});
+    const auto images = PexImage::pdfDocumentToPexImages({.pdfDocumentUrl = url, .dpi = 72});
+    ASSERT_EQ(images->size(), 2u);
+    EXPECT_EQ((*images)[1]->size, (CGSize{50, 100}));
+    for (const int page : {-1, 1, 3, 1'000'000})
+        EXPECT_FALSE(PexImage::pdfDocumentToPexImage({.pdfDocumentUrl = url, .pageN = page, .dpi = 72}))
+            << page;
+    for (const int dpi : {0, -72, 2'000'000'000})
+        EXPECT_FALSE(PexImage::pdfDocumentToPexImage({.pdfDocumentUrl = url, .pageN = 0, .dpi = dpi})) << dpi;
+}
+
+TEST_F(DocumentImport, DocumentsOfMorePagesThanTheLimitAreRefused) {
+    const URL url = write(std::vector<PdfPage>(12));
+    const ImageLimits before = ImageLimits::current();
+    for (const auto& [most, opens] : {std::pair{12, true}, {11, false}}) {
+        ImageLimits limits = before;
+        limits.maxPages = most;
+        ImageLimits::setCurrent(limits);
+        EXPECT_EQ(PexImage::pdfDocumentToPexImages({.pdfDocumentUrl = url, .dpi = 72}).has_value(), opens);
+    }
+    ImageLimits::setCurrent(before);
+}
+
+TEST_F(DocumentImport, IllustrationFilesOpenAsImagesOfTheirFirstPage) {
+    const URL url = write("drawing.ai", pdfFile({{100, 100, redBelow}, {10, 10, ""}}));
+    EXPECT_EQ(CGImageSource::make(url)->properties().pixelWidth, 100);
+    const auto plain = loadCGImage({.aiUrl = url}), twice = loadCGImage({.aiUrl = url, .scaleFactor = 2.0});
+    ASSERT_TRUE(plain && twice);
+    EXPECT_EQ(plain->width(), 100);
+    EXPECT_EQ(twice->width(), 200);
+    EXPECT_EQ(pixelAt(*twice, 100, 99)[3], 0); // drawn anew: the edge is as sharp as before
+    EXPECT_EQ(pixelAt(*twice, 100, 100), (Pixel{255, 0, 0, 255}));
+    EXPECT_EQ(loadCGImage({.aiUrl = url, .scaleFactor = -1})->width(), 100);
+    EXPECT_EQ(loadCIImage({.aiUrl = url})->extent(), (CGRect{0, 0, 100, 100}));
+    EXPECT_EQ(loadCIImage({.aiUrl = url, .scaleFactor = 1.509})->extent(), (CGRect{0, 0, 150, 150}));
+}
+
+TEST_F(DocumentImport, ScalingAnIllustrationSaysWhatFailed) {
+    const URL missing = folder_.url("missing.ai"), url = write({{100, 100, ""}});
+    const struct {
+        URL file;
+        double factor;
+        std::vector<std::string> lines;
+    } cases[] = {{missing, 2, {"Failed to load AI file as NSImage."}},
+                 {url, 0, {"Failed to create CGContext."}},
+                 {url, -3, {"Failed to create CGContext."}},
+                 {url, 1e9, {"Failed to create CGContext."}},
+                 {url, 1, {}}};
+    for (const auto& c : cases) {
+        const CapturedLines printed;
+        EXPECT_EQ(loadCIImage({.aiUrl = c.file, .scaleFactor = c.factor}).has_value(), c.lines.empty());
+        EXPECT_EQ(printed.lines, c.lines) << c.factor;
+    }
+    const CapturedLines silent;
+    EXPECT_FALSE(loadCIImage({.aiUrl = missing}));
+    EXPECT_FALSE(loadCGImage({.aiUrl = missing, .scaleFactor = 2}));
+    EXPECT_TRUE(silent.lines.empty());
+}
+
+TEST(Module, AnUnknownOneOrOneOfAnotherVersionIsMissing) {
+#ifdef PEX_WITH_PDF
+    EXPECT_TRUE(hasModule("pdf"));
+    EXPECT_NE(moduleInterface("pdf", 1), nullptr);
+#endif
+    EXPECT_EQ(moduleInterface("pdf", 1'000'000), nullptr);
+    EXPECT_FALSE(hasModule("nothing"));
+    EXPECT_EQ(moduleInterface("nothing", 1), nullptr);
+    EXPECT_EQ(moduleInterface("../../bin/peximage", 1), nullptr);
+}
+
+} // namespace
+} // namespace pex

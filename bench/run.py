@@ -8,6 +8,7 @@ contain the word. Every ratio is our time over the peer's; below 1 we are faster
 """
 
 import argparse
+import json
 import os
 import pathlib
 import shutil
@@ -109,6 +110,7 @@ class Bench:
         self.shrinking("shrink to 1.5 MB", LARGE_BUDGET, None, (1 / 8, 1 / 4, 0.5))
         self.compare("shrink to 1800 px, 300 KB", "ours to 2000 px", self.shrink(BUDGET, 1800),
                      self.shrink(BUDGET, 2000), goal=1.35, rounds=21)
+        self.canvas()
         djpeg = process("djpeg", "-version")
         self.compare("--version", "djpeg -version", process(self.tool, "--version"), djpeg, goal=2, rounds=51)
         info = process(self.tool, "info", self.folder / "photo-24.jpg")
@@ -116,6 +118,19 @@ class Bench:
         if self.wanted("info, 24 MP"):
             self.count_header_bytes()
         self.resident_memory()
+
+    def canvas(self):
+        layer, document = self.folder / "reduced.jpg", self.folder / "canvas.json"
+        placed = {"anchor": [0.5, 0.5], "position": [0.5, 0.5], "scale": 1, "opacity": 0.5}
+        source = {"identification": "url", "url": layer.resolve().as_uri()}
+        layers = [{"id": str(i), "type": "Image", "source": source, "spatialConforming": "None", "transform": placed}
+                  for i in range(10)]
+        document.write_text(json.dumps({"size": {"width": 2000, "height": 1500}, "layerList": layers}))
+        half = ["(", layer, "-alpha", "set", "-channel", "A", "-evaluate", "multiply", "0.5", "+channel", ")"]
+        over = [word for _ in range(10) for word in (*half, "-composite")]
+        self.compare("10 layers of 3 MP from files to a file", "ImageMagick",
+                     process(self.tool, "canvas", document, "-o", self.out),
+                     process(find_convert(), "-size", "2000x1500", "xc:none", *over, self.out), goal=1, rounds=5)
 
     def resident_memory(self):
         name, photos = "photos shrunk in one process: resident MB after 1,000 (after 10)", 1000
@@ -144,6 +159,7 @@ class Bench:
         self.compare("thumbnail of 256 px, 12 MP", "libjpeg-turbo at 1/8", own.job("thumbnail/ours", TWO_THREADS),
                      own.job("thumbnail/turbo"), goal=1.2, rounds=21)
         self.codecs(own)
+        self.geometry(own)
         own.close(), pillow.close()
 
     def searching(self, worker):
@@ -189,6 +205,27 @@ class Bench:
                                     worker.job(f"{verb}-{name}/ours", TWO_THREADS), worker.job(f"{verb}-{name}/plain"))
                 if done and verb == "encode":
                     self.fact(f"{done.job}: bytes", f"{done.ours[0].bytes:,}", {library: f"{done.theirs[0].bytes:,}"})
+
+    def geometry(self, worker):
+        turns = {"turn": "quarter turn, 12 MP", "flip": "mirror, 12 MP"}
+        for threads in (1, 2):
+            on = self.threads(threads)
+            for name, job in turns.items():
+                for peer in ("libvips", "OpenCV"):
+                    self.compare(f"{job}, {on}", peer, worker.job(f"{name}/ours", threads),
+                                 worker.job(f"{name}/{peer.lower().removeprefix('lib')}", threads), goal=1)
+            for name, job in (("rotate", "turn by 10°"), ("straighten", "straighten by 10°")):
+                self.compare(f"{job}, 12 MP, {on}", "OpenCV, cubic", worker.job(f"{name}/ours", threads),
+                             worker.job("rotate/opencv", threads), goal=1)
+            # Of the copy's bandwidth 60 %: a layer is read, and what lies below it read and written.
+            self.compare(f"layer at half opacity, 12 MP, {on}", "a copy", worker.job("layer/ours", threads),
+                         worker.job("copy", threads), goal=1.5 / 0.6, rounds=21)
+            for name, job in (("gate", "luminance gate"), ("key", "colour key"), ("fill", "fill")):
+                self.compare(f"{job}, 12 MP, {on}", "a copy", worker.job(f"{name}/ours", threads),
+                             worker.job("copy", threads), goal=1 / 0.6, rounds=21)
+            self.compare(f"canvas of 10 layers of 3 MP, {on}", "libvips", worker.job("canvas/ours", threads),
+                         worker.job("canvas/vips", threads), goal=1)
+        self.compare("12 MP into 192 tiles", "a copy", worker.job("tiles/ours"), worker.job("copy"))
 
     @staticmethod
     def threads(count):

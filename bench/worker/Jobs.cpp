@@ -1,5 +1,6 @@
 #include "bench/worker/Jobs.h"
 
+#include "bench/worker/Geometry.h"
 #include "bench/worker/Picture.h"
 #include "bench/worker/PlainCodecs.h"
 #include "bench/worker/Resizing.h"
@@ -151,6 +152,7 @@ std::map<std::string, Prepare> jobs(const std::string& folder) {
         all, folder, "png", 2000, [](pex::PexImage& image) { return sizeOf(image.pngData()); },
         [](std::span<const std::uint8_t> png) { return decodePng(png, 4); },
         [](const Picture& picture) { return encodePng(picture); });
+    addGeometry(all, folder);
     return all;
 }
 

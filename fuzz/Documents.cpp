@@ -1,6 +1,8 @@
 #include "peximage/canvas/PexCanvas.h"
 #include "peximage/composer/PexComposer.h"
+#include "peximage/helpers/PexImageHelperColours.h"
 #include "peximage/helpers/PexWatermark.h"
+#include "peximage/image/PexImage.h"
 #include "peximage/pixels/PexColor255.h"
 #include "peximage/platform/foundation/KeyedDocument.h"
 
@@ -27,5 +29,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t cou
     thereAndBack<pex::PexComposer>(text);
     thereAndBack<pex::PexWatermark>(text);
     thereAndBack<pex::PexColor255>(text);
+    thereAndBack<pex::PexImage::KeyColor>(text);
+    thereAndBack<pex::PexImageHelper::PexColorList>(text);
     return 0;
 }

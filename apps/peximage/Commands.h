@@ -13,5 +13,8 @@ void addRotate(CLI::App& program, int& status);
 void addSplit(CLI::App& program, int& status);
 void addJoin(CLI::App& program, int& status);
 void addWatermark(CLI::App& program, int& status);
+void addKey(CLI::App& program, int& status);
+void addMask(CLI::App& program, int& status);
+void addColors(CLI::App& program, int& status);
 void addPdf(CLI::App& program, int& status);
 void addCanvas(CLI::App& program, int& status);

@@ -64,6 +64,15 @@ std::optional<long long> parseByteSize(std::string_view text) {
     return std::nullopt;
 }
 
+std::optional<pex::PexColor> parseColor(std::string_view text) {
+    if (text.starts_with('#')) text.remove_prefix(1);
+    unsigned value = 0;
+    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value, 16);
+    if (text.size() != 6 || error != std::errc() || end != text.data() + text.size()) return std::nullopt;
+    return pex::PexColor(
+        {.intRed = int(value >> 16), .green = int(value >> 8 & 255), .blue = int(value & 255), .alpha = 255});
+}
+
 std::optional<int> parsePixels(std::string_view text) {
     int number = 0;
     const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);

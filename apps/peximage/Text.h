@@ -2,6 +2,7 @@
 
 #include "peximage/platform/geometry/CGRect.h"
 #include "peximage/platform/geometry/CGSize.h"
+#include "peximage/platform/varda/PexColor.h"
 
 #include <optional>
 #include <string>
@@ -24,5 +25,7 @@ std::optional<pex::CGSize> parsePixelSize(std::string_view text);
 std::optional<pex::CGRect> parseRect(std::string_view text);
 /// "16:9", or "1.5": width over height.
 std::optional<double> parseRatio(std::string_view text);
+/// "00ff00" or "#00ff00": red, green and blue.
+std::optional<pex::PexColor> parseColor(std::string_view text);
 /// A whole number of at least 1.
 std::optional<int> parsePixels(std::string_view text);

@@ -31,7 +31,8 @@ struct Command {
 constexpr Command commands[] = {
     {"info", addInfo},         {"shrink", addShrink},       {"convert", addConvert}, {"resize", addResize},
     {"composer", addComposer}, {"crop", addCrop},           {"rotate", addRotate},   {"split", addSplit},
-    {"join", addJoin},         {"watermark", addWatermark}, {"canvas", addCanvas},   {"pdf", addPdf},
+    {"join", addJoin},         {"watermark", addWatermark}, {"canvas", addCanvas},   {"key", addKey},
+    {"mask", addMask},         {"colors", addColors},       {"pdf", addPdf},
 };
 
 /// Setting up all commands takes longer than the rest of the start: the one that is named first is enough,

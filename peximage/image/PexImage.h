@@ -11,6 +11,7 @@
 #include "peximage/platform/toolkit/NSBitmapImageRep.h"
 #include "peximage/platform/toolkit/NSColor.h"
 #include "peximage/platform/toolkit/NSImage.h"
+#include "peximage/platform/varda/PexColor.h"
 
 #include <cstdint>
 #include <functional>
@@ -261,6 +262,42 @@ class PEX_EXPORT PexImage : public std::enable_shared_from_this<PexImage> {
     /// Two images side by side in one of exactly their sizes, once their touching sides match. Blank when
     /// memory for it cannot be had.
     static std::shared_ptr<PexImage> join(const std::shared_ptr<PexImage>& first, const With& second);
+
+    // Transparency (pixels/Keying.cpp). Where alpha is replaced, the colours stay as they are, with the old
+    // alpha multiplied in.
+
+    /// A colour to be made transparent, and how far from it colours still count as it.
+    struct KeyColor {
+        PexColor color{};
+        /// In units of the 8-bit channels, √(Δr² + Δg² + Δb²): below 1 only the very colour counts.
+        double tolerance = 0;
+
+        friend bool operator==(const KeyColor&, const KeyColor&) = default;
+
+        static constexpr auto documentKeys() {
+            using keyed::required;
+            return std::tuple(required("color", &KeyColor::color),
+                              required("tolerance", &KeyColor::tolerance));
+        }
+    };
+    /// The image with the pixels of the key colour transparent. Null when it has no pixels.
+    std::shared_ptr<PexImage> key(const KeyColor& with) const;
+
+    struct BitmapMask {
+        CGImage mask;
+    };
+    /// The image with its opacity taken from the mask's brightness, the mean of its channels: white is
+    /// opaque. The mask is stretched to the platform image's size; where that is smaller than the image, the
+    /// two meet at the lower left and the rest is transparent. The receiver itself when that is impossible.
+    std::shared_ptr<PexImage> apply(const BitmapMask& by);
+
+    struct ImageMask {
+        /// Not null.
+        std::shared_ptr<PexImage> mask;
+    };
+    /// The image with the mask's own opacity, the mask stretched to it. The receiver itself when the mask has
+    /// no pixels.
+    std::shared_ptr<PexImage> apply(const ImageMask& by);
 
     // Watermarks (helpers/PexWatermark.cpp).
 

@@ -14,7 +14,7 @@ import unittest
 
 TOOL = os.environ["PEXIMAGE"]
 SAMPLE_SCENE = os.environ["SAMPLE_SCENE"]
-COMMANDS = ("info", "shrink", "convert", "resize", "crop", "rotate", "split", "join", "watermark", "canvas", "composer", "pdf")
+COMMANDS = ("info", "shrink", "convert", "resize", "crop", "rotate", "split", "join", "watermark", "canvas", "composer", "pdf", "key", "mask", "colors")
 
 
 def run(*arguments, cwd=None):
@@ -296,6 +296,25 @@ class CommandLine(unittest.TestCase):
             self.assertRegex(errors, r"peximage: .*: \S+: expected .+\n")
         self.assertEqual(run("composer", self.dir / "missing.json", "check")[0], 1)
         self.assertOnly("page.json")
+
+    def test_keys_masks_and_colours(self):
+        out = self.dir / "out.png"
+        mask = self.dir / "mask.png"
+        run("resize", self.photo, "-o", mask, "--size", "64x48")
+        for command in (("key", self.photo, "--color", "#ffffff", "--tolerance", 200),
+                        ("mask", self.photo, mask), ("mask", self.photo, mask, "--by", "alpha")):
+            code, _, errors = run(*command, "-o", out)
+            self.assertEqual((code, errors), (0, ""), command)
+            self.assertEqual(png_size(out), (640, 480))
+        code, text, _ = run("colors", self.photo, "--grid", "3x2", "--json")
+        report = json.loads(text)
+        self.assertEqual((code, len(report["average"]), len(report["grid"])), (0, 4, 6))
+        self.assertTrue(all(0 <= channel <= 1 for colour in report["grid"] for channel in colour))
+        self.assertRegex(run("colors", self.photo)[1], r"photo.jpg  #[0-9a-f]{6}\n$")
+        for wrong in (("key", self.photo, "-o", out, "--color", "green"), ("key", self.photo, "-o", out),
+                      ("mask", self.photo, "-o", out), ("mask", self.photo, self.dir / "none.png", "-o", out),
+                      ("colors", self.photo, "--grid", "3")):
+            self.assertEqual(run(*wrong)[0], 2, wrong)
 
     def test_pages_of_a_document(self):
         document = self.dir / "two.pdf"

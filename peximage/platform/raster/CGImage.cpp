@@ -88,6 +88,14 @@ std::optional<CGImage> CGImage::cropping(const CGRect& rect) const {
                    static_cast<int>(cut.size.width), static_cast<int>(cut.size.height));
 }
 
+std::optional<CGImage> CGImage::reinterpreted(PixelLayout as) const {
+    if (bytesPerPixel(as) != bytesPerPixel(layout()) || !pixels()) return std::nullopt;
+    auto store = std::make_shared<Store>(store_->size, as, store_->colorSpace);
+    store->buffer = store_->buffer;
+    store->bytesPerRow = store_->bytesPerRow;
+    return CGImage(std::move(store), x_, y_, width_, height_);
+}
+
 std::shared_ptr<const PixelSource> CGImage::source() const {
     if (PixelSize{width_, height_} != store_->size) return nullptr;
     const std::lock_guard lock(store_->mutex);

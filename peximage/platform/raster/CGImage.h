@@ -42,6 +42,10 @@ class PEX_EXPORT CGImage {
     /// outward, then clipped to the image. It shares the pixels. Absent when nothing is left.
     std::optional<CGImage> cropping(const CGRect& rect) const;
 
+    /// The same pixels read as another layout of as many bytes; what they mean is the caller's to know.
+    /// Absent when the layouts differ in size or the pixels cannot be had.
+    std::optional<CGImage> reinterpreted(PixelLayout as) const;
+
     /// The source, while nothing has decoded it yet and the image is the whole of it; null otherwise. Whoever
     /// needs only a small picture decodes a reduced one from it.
     std::shared_ptr<const PixelSource> source() const;

@@ -98,6 +98,25 @@ void key(std::uint8_t* argb, int pixels, const Argb& colour, int largestSquare) 
     });
 }
 
+template <class AlphaOf>
+HWY_INLINE void takeAlpha(std::uint8_t* argb, const std::uint8_t* mask, int pixels, AlphaOf alphaOf) {
+    alongRow<4, 4, true>(mask, argb, pixels, [&](const std::uint8_t* in, std::uint8_t* out) HWY_ATTR {
+        const Pixels alpha = alphaOf(loadPixels(in));
+        storePixels(hn::Or(hn::And(loadPixels(out), hn::Set(Lanes(), colourBits)), alpha), out);
+    });
+}
+
+void takeMask(std::uint8_t* argb, const std::uint8_t* mask, int pixels, MaskBy by) {
+    if (by == MaskBy::alpha)
+        return takeAlpha(argb, mask, pixels,
+                         [](Pixels p) HWY_ATTR { return hn::And(p, hn::Set(Lanes(), alphaBits)); });
+    // A third of any sum up to 765, rounded down, is exactly its product with 43691 / 2^17.
+    takeAlpha(argb, mask, pixels, [](Pixels p) HWY_ATTR {
+        const Pixels sum = hn::BitCast(Lanes(), colourSum(p));
+        return hn::ShiftRight<17>(hn::Mul(sum, hn::Set(Lanes(), 43691u)));
+    });
+}
+
 } // namespace pex::kernels::HWY_NAMESPACE
 HWY_AFTER_NAMESPACE();
 #endif
@@ -138,6 +157,12 @@ void keyPlain(std::uint8_t* argb, int pixels, const Argb& colour, int largestSqu
     }
 }
 
+void takeMaskPlain(std::uint8_t* argb, const std::uint8_t* mask, int pixels, MaskBy by) {
+    for (int x = 0; x < pixels; ++x, argb += 4, mask += 4)
+        argb[0] =
+            by == MaskBy::alpha ? mask[0] : static_cast<std::uint8_t>((mask[1] + mask[2] + mask[3]) / 3);
+}
+
 } // namespace
 
 void overwriteRow(std::uint8_t* argb, int pixels, const Argb& pixel, const Argb& keep) {
@@ -150,6 +175,10 @@ void fillTransparentRow(std::uint8_t* argb, int pixels, const Argb& pixel) {
 
 void gateRow(std::uint8_t* argb, int pixels, Gate which, int limit) {
     PEX_PICK_KERNEL(gate, gatePlain)(argb, pixels, which, limit);
+}
+
+void maskRow(std::uint8_t* argb, const std::uint8_t* mask, int pixels, MaskBy by) {
+    PEX_PICK_KERNEL(takeMask, takeMaskPlain)(argb, mask, pixels, by);
 }
 
 void keyRow(std::uint8_t* argb, int pixels, const Argb& colour, int largestSquare) {

@@ -1,0 +1,66 @@
+#include "Batch.h"
+#include "Commands.h"
+#include "Files.h"
+#include "Options.h"
+#include "Text.h"
+#include "peximage/helpers/PexImageHelperColours.h"
+
+#include <cmath>
+#include <cstdio>
+
+namespace {
+
+struct Request {
+    Settings settings;
+    std::optional<pex::CGSize> grid;
+};
+
+/// "#7a8b9c"
+std::string hex(const pex::NSColor& color) {
+    const auto byte = [](double channel) { return static_cast<int>(std::lround(channel * 255)); };
+    char text[8];
+    std::snprintf(text, sizeof text, "#%02x%02x%02x", byte(color.redComponent()),
+                  byte(color.greenComponent()), byte(color.blueComponent()));
+    return text;
+}
+
+nlohmann::ordered_json channels(const pex::NSColor& color) {
+    const auto rounded = [](double channel) { return std::round(channel * 1e6) / 1e6; };
+    return {rounded(color.redComponent()), rounded(color.greenComponent()), rounded(color.blueComponent()),
+            rounded(color.alphaComponent())};
+}
+
+Outcome describe(const std::string& file, const Request& request) {
+    const auto opened = openImage(file);
+    if (const auto* failure = std::get_if<Failure>(&opened)) return *failure;
+    const auto image = std::get<std::shared_ptr<pex::PexImage>>(opened);
+    const pex::NSColor average = pex::PexImageHelper::getAverageColorOfImage(image);
+    Result result{file + "  " + hex(average), {{"file", file}, {"average", channels(average)}}};
+    if (!request.grid) return result;
+    const auto colors = pex::PexImageHelper::getColorList({.ofImage = *image, .reduceToSize = *request.grid});
+    if (colors.empty()) return Failure{"cannot be reduced to such a grid"};
+    auto grid = nlohmann::ordered_json::array();
+    const auto columns = static_cast<std::size_t>(request.grid->width);
+    for (std::size_t i = 0; i < colors.size(); ++i) {
+        result.line += (i % columns == 0 ? "\n  " : " ") + hex(colors[i]);
+        grid.push_back(channels(colors[i]));
+    }
+    result.json["grid"] = std::move(grid);
+    return result;
+}
+
+} // namespace
+
+void addColors(CLI::App& program, int& status) {
+    CLI::App* command =
+        program.add_subcommand("colors", "Tells the average colour of images, or a grid of colours");
+    const auto request = std::make_shared<Request>();
+    addCommonOptions(*command, request->settings);
+    addParsed(*command, "--grid", "WxH", "The colours of the image reduced to so many pixels, row by row",
+              "a size; write 4x3", parsePixelSize, request->grid);
+    command->footer("Example: peximage colors photo.jpg --grid 4x3");
+    command->callback([request, &status] {
+        status = runBatch(request->settings,
+                          [&](std::size_t i) { return describe(request->settings.inputs[i], *request); });
+    });
+}

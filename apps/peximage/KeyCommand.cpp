@@ -1,0 +1,77 @@
+#include "Commands.h"
+#include "Saving.h"
+#include "Text.h"
+#include "peximage/platform/raster/PixelLayout.h"
+
+namespace {
+
+struct Request {
+    Settings settings;
+    WritingOptions writing;
+    std::optional<pex::PexColor> color;
+    double tolerance = 0;
+    std::string by = "luminance";
+};
+
+using Image = std::shared_ptr<pex::PexImage>;
+
+/// Replacing the alpha of an opaque image leaves colours that are multiplied by none: that is what a file's
+/// straight alpha wants.
+Image withStraightAlpha(const Image& image, const Image& source) {
+    if (!image || !image->cgImage || image == source) return image;
+    if (!source->cgImage || pex::hasAlpha(source->cgImage->layout())) return image;
+    const auto pixels = image->cgImage->pixels();
+    if (!pixels || pixels->layout != pex::PixelLayout::premultipliedFirst) return image;
+    const auto straight = image->cgImage->reinterpreted(pex::PixelLayout::straightFirst);
+    return straight ? pex::PexImage::make(*straight) : image;
+}
+
+int key(const Request& request) {
+    const pex::PexImage::KeyColor keyed{*request.color, request.tolerance};
+    const auto change = [&](const Image& image) { return image->key(keyed); };
+    return runChanging(request.settings, request.writing, change, "cannot be decoded");
+}
+
+int mask(Request request) {
+    if (request.settings.inputs.size() < 2) throw UsageError{"mask takes images, and a mask last"};
+    const std::string file = request.settings.inputs.back();
+    request.settings.inputs.pop_back();
+    const auto opened = openImage(file);
+    if (const auto* failure = std::get_if<Failure>(&opened)) throw UsageError{file + ": " + failure->message};
+    const Image mask = std::get<Image>(opened);
+    const auto change = [&](const Image& image) {
+        const Image result =
+            request.by == "alpha" ? image->apply({.mask = mask}) : image->apply({.mask = *mask->cgImage});
+        return result == image ? nullptr : withStraightAlpha(result, image);
+    };
+    return runChanging(request.settings, request.writing, change, "the mask cannot be applied");
+}
+
+} // namespace
+
+void addKey(CLI::App& program, int& status) {
+    CLI::App* command = program.add_subcommand("key", "Makes a colour transparent");
+    const auto request = std::make_shared<Request>();
+    addCommonOptions(*command, request->settings);
+    addWritingOptions(*command, request->writing, QualityOption::yes);
+    addParsed(*command, "--color", "RRGGBB", "The colour", "a colour; write 00ff00", parseColor,
+              request->color)
+        ->required();
+    command->add_option("--tolerance", request->tolerance, "How far off a colour may be, 0-442 (default: 0)")
+        ->check(CLI::Range(0.0, 442.0))
+        ->type_name("T");
+    command->footer("Example: peximage key actor.png -o cut.png --color 00ff00 --tolerance 60");
+    command->callback([request, &status] { status = key(*request); });
+}
+
+void addMask(CLI::App& program, int& status) {
+    CLI::App* command = program.add_subcommand("mask", "Takes the opacity of images from a mask, named last");
+    const auto request = std::make_shared<Request>();
+    addCommonOptions(*command, request->settings);
+    addWritingOptions(*command, request->writing, QualityOption::yes);
+    command->add_option("--by", request->by, "What of the mask counts: luminance (default) or alpha")
+        ->check(CLI::IsMember({"luminance", "alpha"}))
+        ->type_name("WHAT");
+    command->footer("Example: peximage mask photo.jpg vignette.png -o soft.png");
+    command->callback([request, &status] { status = mask(*request); });
+}

@@ -1,0 +1,124 @@
+#include "peximage/image/PexImage.h"
+#include "peximage/pixels/PexImageBitmapRGBA.h"
+#include "tests/platform/raster/kernels/EveryInstructionSet.h"
+#include "tests/support/Pictures.h"
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <limits>
+
+namespace pex {
+namespace {
+
+using Image = std::shared_ptr<PexImage>;
+constexpr auto layout = PixelLayout::premultipliedLast;
+
+Image plain(int width, int height, Pixel color) {
+    return PexImage::make(makePicture(width, height, layout, [=](int, int) { return color; }));
+}
+
+/// R G B A of the image's A R G B.
+Pixel rgba(const Image& image, int x, int y) {
+    const Pixel p = pixelAt(*image->cgImage, x, y);
+    return {p[1], p[2], p[3], p[0]};
+}
+
+TEST(Keying, MakesPixelsTransparentWithinTheTolerance) {
+    const auto colours = noise(123, 45, PixelLayout::skipLast, 3);
+    const Image image = PexImage::make(colours);
+    const PexColor key({.intRed = 100, .green = 128, .blue = 90, .alpha = 255});
+    for (const double tolerance : {0.0, 0.05, 1.0, 60.0, 200.5, 441.6, 500.0}) {
+        const Image keyed = image->key({key, tolerance});
+        int transparent = 0;
+        for (int y = 0; y < 45; ++y) {
+            for (int x = 0; x < 123; ++x) {
+                const Pixel p = pixelAt(colours, x, y);
+                const double r = p[0] - 100, g = p[1] - 128, b = p[2] - 90;
+                const bool near = std::sqrt(r * r + g * g + b * b) <= tolerance;
+                ASSERT_EQ(rgba(keyed, x, y), (Pixel{p[0], p[1], p[2], std::uint8_t(near ? 0 : 255)}));
+                transparent += near;
+            }
+        }
+        EXPECT_EQ(transparent == 123 * 45, tolerance > 300);
+    }
+    EXPECT_EQ(rgba(plain(3, 3, {100, 128, 91, 255})->key({key, 0.05}), 1, 1)[3], 255);
+    EXPECT_EQ(rgba(plain(3, 3, {100, 128, 90, 255})->key({key, 0.05}), 1, 1)[3], 0);
+    EXPECT_EQ(rgba(plain(3, 3, {100, 128, 90, 255})->key({key, std::nan("")}), 1, 1)[3], 255);
+    EXPECT_EQ(PexImage::make({.size = {4, 4}})->key({key, 1})->size, (CGSize{4, 4}));
+    EXPECT_FALSE(PexImage::make({.size = {0, 4}})->key({key, 1}));
+}
+
+TEST(Keying, TheKeyColourIsADocumentOfTwoKeys) {
+    const PexImage::KeyColor key{PexColor(0.25, 0.5, 0.75), 12.5};
+    const std::string text = encode(key);
+    EXPECT_EQ(text, R"({"color":{"red":0.25,"green":0.5,"blue":0.75,"alpha":1},"tolerance":12.5})");
+    EXPECT_EQ(decode<PexImage::KeyColor>(text), key);
+    for (const char* broken :
+         {"{}", R"({"tolerance":1})", R"({"color":{"red":0,"green":0,"blue":0,"alpha":1}})",
+          R"({"color":"red","tolerance":1})", "[]", "{"})
+        EXPECT_FALSE(decode<PexImage::KeyColor>(broken)) << broken;
+}
+
+TEST(Masks, BrightnessOfABitmapBecomesOpacityOnEveryInstructionSet) {
+    const auto colours = noise(77, 31, PixelLayout::skipLast, 1),
+               mask = noise(77, 31, PixelLayout::skipLast, 2);
+    const Image image = PexImage::make(colours);
+    kernels::onEveryInstructionSet([&] {
+        const Image result = image->apply({.mask = mask});
+        for (int y = 0; y < 31; ++y) {
+            for (int x = 0; x < 77; ++x) {
+                const Pixel p = pixelAt(colours, x, y), m = pixelAt(mask, x, y);
+                const auto alpha = static_cast<std::uint8_t>((m[0] + m[1] + m[2]) / 3);
+                ASSERT_EQ(rgba(result, x, y), (Pixel{p[0], p[1], p[2], alpha})) << x << ' ' << y;
+            }
+        }
+    });
+    const Image red = plain(40, 30, {255, 0, 0, 255});
+    for (const std::uint8_t grey : {0, 128, 255}) { // masks are stretched
+        const Image result = red->apply({.mask = *plain(7, 9, {grey, grey, grey, 255})->cgImage});
+        EXPECT_EQ(rgba(result, 20, 20), (Pixel{255, 0, 0, grey}));
+        EXPECT_EQ(rgba(result, 39, 29), (Pixel{255, 0, 0, grey}));
+    }
+}
+
+TEST(Masks, OpacityOfAnImageBecomesOpacityWhateverItsColour) {
+    const Image image = PexImage::make(noise(50, 40, PixelLayout::skipLast, 4));
+    kernels::onEveryInstructionSet([&] {
+        for (const std::uint8_t alpha : {0, 77, 255}) {
+            const Image mask = plain(25, 80, {std::uint8_t(alpha / 2), 0, alpha, alpha});
+            const Image result = image->apply({.mask = mask});
+            for (const auto& [x, y] : {std::pair{0, 0}, {49, 0}, {25, 20}, {0, 39}, {49, 39}}) {
+                const Pixel p = pixelAt(*image->cgImage, x, y);
+                EXPECT_EQ(rgba(result, x, y), (Pixel{p[0], p[1], p[2], alpha}));
+            }
+        }
+    });
+}
+
+TEST(Masks, OneThatIsSmallerInPointsLiesAtTheLowerLeft) {
+    // As many points as half its pixels: the bitmap mask gets the size in points.
+    const CGImage pixels = *plain(20, 10, {9, 8, 7, 255})->cgImage;
+    const Image image = PexImage::make(NSImage::make(pixels, {10, 5}), {});
+    const Image result = image->apply({.mask = *plain(5, 5, {255, 255, 255, 255})->cgImage});
+    EXPECT_EQ(rgba(result, 0, 9), (Pixel{9, 8, 7, 255}));
+    EXPECT_EQ(rgba(result, 9, 5), (Pixel{9, 8, 7, 255}));
+    EXPECT_EQ(rgba(result, 10, 9), (Pixel{9, 8, 7, 0}));
+    EXPECT_EQ(rgba(result, 0, 4), (Pixel{9, 8, 7, 0}));
+    const Image larger = PexImage::make(NSImage::make(pixels, {40, 30}), {});
+    EXPECT_EQ(rgba(larger->apply({.mask = *plain(5, 5, {1, 1, 1, 255})->cgImage}), 19, 0),
+              (Pixel{9, 8, 7, 1}));
+}
+
+TEST(Masks, TheReceiverComesBackWhenAMaskIsOfNoUse) {
+    const Image image = plain(4, 4, {1, 2, 3, 255}), blank = PexImage::make({.size = {4, 4}});
+    EXPECT_EQ(image->apply({.mask = blank}), image);
+    const Image empty = PexImage::make({.size = {0, 0}});
+    EXPECT_EQ(empty->apply({.mask = image}), empty);
+    EXPECT_EQ(empty->apply({.mask = *image->cgImage}), empty);
+    const Image endless = PexImage::make(NSImage::make(*image->cgImage, {1e300, std::nan("")}), {});
+    EXPECT_EQ(endless->apply({.mask = *image->cgImage}), endless);
+}
+
+} // namespace
+} // namespace pex

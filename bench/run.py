@@ -35,6 +35,23 @@ def find_convert():
     raise SystemExit("bench: ImageMagick's convert is missing; see scripts/packages-bench.txt")
 
 
+def text_document(count):
+    """Pages of A4 full of text, written by hand."""
+    objects = [b"<< /Type /Catalog /Pages 2 0 R >>", b"", b"<< /Type /Font /Subtype /Type1 /BaseFont /Helvetica >>"]
+    kids = []
+    for page in range(count):
+        lines = (b"BT /F1 10 Tf 50 %d Td (Page %d, line %d: the quick brown fox jumps over the lazy dog.) Tj ET"
+                 % (800 - 12 * line, page, line) for line in range(60))
+        content = b"\n".join(lines)
+        objects.append(b"<< /Length %d >>\nstream\n%b\nendstream" % (len(content), content))
+        objects.append(b"<< /Type /Page /Parent 2 0 R /MediaBox [0 0 595 842] /Contents %d 0 R "
+                       b"/Resources << /Font << /F1 3 0 R >> >> >>" % len(objects))
+        kids.append(b"%d 0 R" % len(objects))
+    objects[1] = b"<< /Type /Pages /Count %d /Kids [%b] >>" % (count, b" ".join(kids))
+    body = b"".join(b"%d 0 obj\n%b\nendobj\n" % (i + 1, text) for i, text in enumerate(objects))
+    return b"%PDF-1.4\n" + body + b"trailer\n<< /Size " + str(len(objects) + 1).encode() + b" /Root 1 0 R >>\n%%EOF\n"
+
+
 class Bench:
     def __init__(self, build, only):
         self.bin, self.only = build / "bin", only
@@ -117,6 +134,8 @@ class Bench:
         self.compare("info, 24 MP", "djpeg -version", info, djpeg, rounds=51)
         if self.wanted("info, 24 MP"):
             self.count_header_bytes()
+        self.metadata()
+        self.documents()
         self.resident_memory()
 
     def canvas(self):
@@ -131,6 +150,36 @@ class Bench:
         self.compare("10 layers of 3 MP from files to a file", "ImageMagick",
                      process(self.tool, "canvas", document, "-o", self.out),
                      process(find_convert(), "-size", "2000x1500", "xc:none", *over, self.out), goal=1, rounds=5)
+
+    def metadata(self):
+        job = "exif of 1,000 photos"
+        if not self.wanted(job):
+            return
+        photo, folder = self.folder / "photo-exif.jpg", self.folder / "thousand"
+        self.make(photo.name, lambda path: output_of("exiftool", "-DateTimeOriginal=2021:07:14 18:03:55", "-GPSLatitude=33.86",
+                                                     "-GPSLongitude=151.21", "-o", path, self.photo))
+        folder.mkdir(exist_ok=True)
+        files = [folder / f"{i}.jpg" for i in range(1000)]
+        for file in files:
+            if not file.exists():
+                os.link(photo, file)
+        tags = ["-DateTimeOriginal", "-GPSLatitude", "-GPSLongitude"]
+        self.compare(job, "exiftool", process(self.tool, "exif", *files), process("exiftool", "-n", *tags, *files),
+                     goal=1 / 20, rounds=5)
+        told = subprocess.run([self.tool, "exif", "-v", photo], check=True, capture_output=True, text=True).stderr
+        read = int(told.split(": read ")[1].split(" bytes")[0].replace(" ", ""))
+        self.fact(f"{job}: bytes read of each", f"{read:,}", {"file": f"{photo.stat().st_size:,}"}, "the header only",
+                  read < photo.stat().st_size / 10)
+
+    def documents(self):
+        document, pages = self.folder / "document.pdf", self.folder / "pages"
+        self.make(document.name, lambda path: path.write_bytes(text_document(20)))
+        pages.mkdir(exist_ok=True)
+        job = "20 pages of A4 at 150 dpi, as PNG"
+        self.compare(job, "pdftoppm", process(self.tool, "pdf", document, "-o", pages, "--dpi", 150),
+                     process("pdftoppm", "-png", "-r", 150, document, pages / "peer"), goal=1, rounds=3)
+        self.compare(job, "pdftoppm, not packed", process(self.tool, "pdf", document, "-o", pages, "--dpi", 150),
+                     process("pdftoppm", "-r", 150, document, pages / "peer"), rounds=9)
 
     def resident_memory(self):
         name, photos = "photos shrunk in one process: resident MB after 1,000 (after 10)", 1000

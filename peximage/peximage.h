@@ -9,6 +9,7 @@
 #include "peximage/helpers/PexWatermark.h"
 #include "peximage/image/DocumentImport.h"
 #include "peximage/image/PexImage.h"
+#include "peximage/metadata/PexExif.h"
 #include "peximage/pixels/PexColor255.h"
 #include "peximage/pixels/PexContextImage.h"
 #include "peximage/pixels/PexImageBitmapRGBA.h"

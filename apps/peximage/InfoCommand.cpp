@@ -3,6 +3,7 @@
 #include "Files.h"
 #include "Options.h"
 #include "Text.h"
+#include "peximage/helpers/PexImageHelperExifDates.h"
 #include "peximage/helpers/PexImageHelperGeometry.h"
 #include "peximage/platform/codecs/CGImageSource.h"
 #include "peximage/platform/foundation/Diagnostics.h"
@@ -24,6 +25,22 @@ std::string decimalsIfNeeded(double value) {
     text.erase(text.find_last_not_of('0') + 1);
     if (text.ends_with('.')) text.pop_back();
     return text;
+}
+
+/// When and where it was taken.
+void addShot(Result& result, const pex::PropertyDictionary& properties) {
+    if (const auto date = pex::PexImageHelper::getShotDateFromExif(properties)) {
+        result.line += "  " + pex::localTimeText(*date);
+        result.json["shotDate"] = pex::localTimeText(*date);
+    }
+    const pex::PropertyDictionary& gps = properties.dictionary(pex::kCGImagePropertyGPSDictionary);
+    const auto addDegrees = [&](const char* name, std::optional<double> degrees) {
+        if (!degrees) return;
+        result.line += std::string("  ") + name + ' ' + std::to_string(*degrees);
+        result.json[name] = *degrees;
+    };
+    addDegrees("lat", gps.number(pex::kCGImagePropertyGPSLatitude));
+    addDegrees("lon", gps.number(pex::kCGImagePropertyGPSLongitude));
 }
 
 Outcome describe(const std::string& file) {
@@ -56,6 +73,7 @@ Outcome describe(const std::string& file) {
     const int orientation = static_cast<int>(properties.orientation);
     if (orientation != 1) result.line += "  orientation " + std::to_string(orientation);
     result.json["orientation"] = orientation;
+    addShot(result, source->copyProperties());
     return result;
 }
 

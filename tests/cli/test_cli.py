@@ -14,7 +14,7 @@ import unittest
 
 TOOL = os.environ["PEXIMAGE"]
 SAMPLE_SCENE = os.environ["SAMPLE_SCENE"]
-COMMANDS = ("info", "shrink", "convert", "resize", "crop", "rotate", "split", "join", "watermark", "canvas", "composer", "pdf", "key", "mask", "colors")
+COMMANDS = ("info", "shrink", "convert", "resize", "crop", "rotate", "split", "join", "watermark", "canvas", "composer", "pdf", "key", "mask", "colors", "exif")
 
 
 def run(*arguments, cwd=None):

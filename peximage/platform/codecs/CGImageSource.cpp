@@ -1,5 +1,6 @@
 #include "peximage/platform/codecs/CGImageSource.h"
 
+#include "peximage/platform/codecs/ExifBlock.h"
 #include "peximage/platform/codecs/ImageCodec.h"
 
 #include <array>
@@ -38,6 +39,7 @@ std::optional<CGImageSource> CGImageSource::make(const Data& bytes) {
     if (!opened || !opened->source) return std::nullopt;
     CGImageSource source;
     source.properties_ = opened->properties;
+    source.exif_ = opened->exif;
     source.bytesRead_ = bytes.size();
     source.image_ = CGImage::make(opened->source);
     return source;
@@ -50,9 +52,24 @@ std::optional<CGImageSource> CGImageSource::make(const URL& file) {
     if (!opened) return std::nullopt;
     CGImageSource source;
     source.properties_ = std::move(opened->properties);
+    source.exif_ = opened->exif;
     source.bytesRead_ = bytes->bytesRead();
     source.file_ = file;
     return source;
+}
+
+PropertyDictionary CGImageSource::copyProperties() const {
+    PropertyDictionary all = exif_.empty() ? PropertyDictionary() : ExifBlock(exif_.bytes()).properties();
+    const auto whole = [](int number) { return static_cast<std::int64_t>(number); };
+    all.set(kCGImagePropertyPixelWidth, whole(properties_.pixelWidth));
+    all.set(kCGImagePropertyPixelHeight, whole(properties_.pixelHeight));
+    all.set(kCGImagePropertyDepth, whole(properties_.depth));
+    all.set(kCGImagePropertyHasAlpha, whole(properties_.hasAlpha));
+    all.set(kCGImagePropertyOrientation, whole(static_cast<int>(properties_.orientation)));
+    if (properties_.dpiWidth) all.set(kCGImagePropertyDPIWidth, *properties_.dpiWidth);
+    if (properties_.dpiHeight) all.set(kCGImagePropertyDPIHeight, *properties_.dpiHeight);
+    if (properties_.profileName) all.set(kCGImagePropertyProfileName, *properties_.profileName);
+    return all;
 }
 
 std::optional<CGImage> CGImageSource::createImage() const {

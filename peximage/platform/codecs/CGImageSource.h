@@ -2,6 +2,7 @@
 
 #include "peximage/platform/Export.h"
 #include "peximage/platform/codecs/ImageProperties.h"
+#include "peximage/platform/codecs/PropertyDictionary.h"
 #include "peximage/platform/foundation/Data.h"
 #include "peximage/platform/foundation/URL.h"
 #include "peximage/platform/raster/CGImage.h"
@@ -28,6 +29,8 @@ class PEX_EXPORT CGImageSource {
     static std::optional<ImageFormat> formatOf(const URL& file);
 
     const ImageProperties& properties() const { return properties_; }
+    /// All that the file says of its first image, by the keys of PropertyDictionary.h.
+    PropertyDictionary copyProperties() const;
     /// How many bytes of the file were read to learn that; all of them for bytes in memory.
     std::size_t bytesRead() const { return bytesRead_; }
 
@@ -39,6 +42,7 @@ class PEX_EXPORT CGImageSource {
     CGImageSource() = default;
 
     ImageProperties properties_;
+    Data exif_;
     std::size_t bytesRead_ = 0;
     std::optional<URL> file_;
     std::optional<CGImage> image_;

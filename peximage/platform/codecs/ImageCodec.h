@@ -19,6 +19,8 @@ namespace pex {
 struct OpenedImage {
     ImageProperties properties;
     std::shared_ptr<const PixelSource> source;
+    /// The file's EXIF block, with or without JPEG's signature before it; empty when there is none.
+    Data exif = {};
 };
 
 /// One file format. `open` is absent for bytes that are not such an image or break a limit; it never decodes

@@ -1,6 +1,6 @@
 #include "peximage/platform/codecs/JpegReader.h"
 
-#include "peximage/platform/codecs/ExifOrientation.h"
+#include "peximage/platform/codecs/ExifBlock.h"
 #include "peximage/platform/codecs/JpegDecompressor.h"
 #include "peximage/platform/raster/ColorConversion.h"
 
@@ -131,6 +131,16 @@ void readDensity(const jpeg_decompress_struct& info, ImageProperties& properties
     properties.dpiHeight = info.Y_density * unit;
 }
 
+void readExif(const Data& bytes, ImageProperties& properties) {
+    if (bytes.empty()) return;
+    const ExifBlock exif(bytes.bytes());
+    properties.orientation = exif.orientation().value_or(Orientation::up);
+    const auto resolution = exif.resolution();
+    if (properties.dpiWidth || !resolution) return;
+    properties.dpiWidth = resolution->x;
+    properties.dpiHeight = resolution->y;
+}
+
 } // namespace
 
 std::optional<OpenedImage> openJpeg(const CGDataProvider& bytes, const ImageLimits& limits) {
@@ -147,8 +157,9 @@ std::optional<OpenedImage> openJpeg(const CGDataProvider& bytes, const ImageLimi
     properties.pixelWidth = static_cast<int>(width);
     properties.pixelHeight = static_cast<int>(height);
     properties.colorModel = modelOf(info);
-    properties.orientation = exifOrientation(decoder.exif()).value_or(Orientation::up);
     readDensity(info, properties);
+    opened.exif = Data(decoder.exif());
+    readExif(opened.exif, properties);
 
     std::vector<std::uint8_t> icc = decoder.iccProfile();
     std::optional<CGColorSpace> profile;

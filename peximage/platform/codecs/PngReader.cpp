@@ -1,11 +1,14 @@
 #include "peximage/platform/codecs/PngReader.h"
 
-#include "peximage/platform/codecs/ExifOrientation.h"
+#include "peximage/platform/codecs/ExifBlock.h"
 #include "peximage/platform/codecs/PngColorSpace.h"
 #include "peximage/platform/codecs/PngDecoder.h"
 
 #include <algorithm>
+#include <array>
 #include <cmath>
+#include <string_view>
+#include <vector>
 
 namespace pex {
 namespace {
@@ -88,15 +91,30 @@ void readDensity(const PngDecoder& decoder, ImageProperties& properties) {
     properties.dpiHeight = dotsPerInch(y);
 }
 
-Orientation readOrientation(const PngDecoder& decoder, std::size_t maxBytes) {
-    png_uint_32 size = 0;
-    png_bytep exif = nullptr;
-    if (!png_get_eXIf_1(decoder.png(), decoder.info(), &size, &exif) || size > maxBytes)
-        return Orientation::up;
-    return exifOrientation({exif, size}).value_or(Orientation::up);
+/// The EXIF chunk wherever it stands: cameras' software puts it behind the pixels, too. Only the heads of the
+/// other chunks are read.
+Data findExif(const CGDataProvider& bytes, std::size_t maxBytes) {
+    constexpr std::size_t signatureBytes = 8, headBytes = 8, checksumBytes = 4;
+    constexpr int mostChunks = 1 << 16;
+    std::size_t at = signatureBytes;
+    for (int i = 0; i < mostChunks; ++i) {
+        std::array<std::uint8_t, headBytes> head{};
+        if (bytes.read(at, head) != head.size()) break;
+        const std::size_t length = png_get_uint_32(head.data());
+        const std::string_view type(reinterpret_cast<const char*>(head.data()) + 4, 4);
+        at += headBytes;
+        if (type == "eXIf" && length <= std::min(maxBytes, bytes.size())) {
+            std::vector<std::uint8_t> exif(length);
+            exif.resize(bytes.read(at, exif));
+            return Data(std::move(exif));
+        }
+        if (type == "IEND") break;
+        at += length + checksumBytes;
+    }
+    return {};
 }
 
-ImageProperties readProperties(const PngDecoder& decoder, std::size_t maxMetadataBytes) {
+ImageProperties readProperties(const PngDecoder& decoder) {
     const png_const_structp png = decoder.png();
     const int colourType = png_get_color_type(png, decoder.info());
     ImageProperties properties;
@@ -109,7 +127,6 @@ ImageProperties readProperties(const PngDecoder& decoder, std::size_t maxMetadat
     properties.depth = colourType == PNG_COLOR_TYPE_PALETTE ? 8 : png_get_bit_depth(png, decoder.info());
     const bool colour = (colourType & PNG_COLOR_MASK_COLOR) != 0;
     properties.colorModel = colour ? CGColorSpace::Model::rgb : CGColorSpace::Model::gray;
-    properties.orientation = readOrientation(decoder, maxMetadataBytes);
     readDensity(decoder, properties);
     return properties;
 }
@@ -132,7 +149,8 @@ std::optional<OpenedImage> openPng(const CGDataProvider& bytes, const ImageLimit
     const std::size_t maxChunkBytes = std::max(limits.maxMetadataBytes, leastChunkLimit);
     PngDecoder decoder(bytes);
     if (!decoder.readHeader(maxChunkBytes)) return std::nullopt;
-    OpenedImage opened{readProperties(decoder, limits.maxMetadataBytes), nullptr};
+    OpenedImage opened{readProperties(decoder), nullptr, findExif(bytes, limits.maxMetadataBytes)};
+    opened.properties.orientation = ExifBlock(opened.exif.bytes()).orientation().value_or(Orientation::up);
     const PixelSize size{opened.properties.pixelWidth, opened.properties.pixelHeight};
     if (!limits.allows(size.width, size.height) || !canHoldPixels(decoder, bytes.size())) return std::nullopt;
 

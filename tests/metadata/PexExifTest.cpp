@@ -1,0 +1,209 @@
+#include "peximage/metadata/PexExif.h"
+
+#include "peximage/helpers/PexImageHelperExifDates.h"
+#include "peximage/image/PexImage.h"
+#include "peximage/platform/codecs/CGImageSource.h"
+#include "peximage/platform/codecs/ExifBlock.h"
+#include "tests/support/CapturedLines.h"
+#include "tests/support/ExifFiles.h"
+#include "tests/support/Pictures.h"
+#include "tests/support/TempFolder.h"
+
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <ctime>
+#include <unordered_set>
+
+namespace pex {
+namespace {
+
+using Lines = std::vector<std::string>;
+using Bytes = std::vector<std::uint8_t>;
+namespace helper = PexImageHelper;
+
+/// The machine's time zone for one test.
+class TimeZone {
+  public:
+    explicit TimeZone(const char* name) {
+        ::setenv("TZ", name, 1);
+        ::tzset();
+    }
+    ~TimeZone() {
+        ::unsetenv("TZ");
+        ::tzset();
+    }
+};
+
+ExifField shotAt(const std::string& text) { return exifText(0x9003, text); }
+
+Bytes fullBlock() {
+    return exifBlock({exifText(0x010F, "Maker"), exifShort(0x0112, 6), exifFractions(0x011A, {300, 1}),
+                      exifFractions(0x011B, {600, 2}), exifShort(0x0128, 2)},
+                     {shotAt("2021:07:14 18:03:55"), exifFractions(0x829A, {1, 640}), exifShort(0x8827, 400),
+                      exifFractions(0x920A, {5, 0}), exifText(0xA434, "Caf\xE9 lens ")},
+                     {exifText(1, "S"), exifFractions(2, {33, 1, 51, 1, 3600, 100}), exifText(3, "E"),
+                      exifFractions(4, {151, 1, 1266, 100, 0, 1}), exifFractions(7, {9, 1, 5, 1, 30, 1})});
+}
+
+class Exif : public ::testing::Test {
+  protected:
+    URL write(const std::string& name, const Bytes& bytes) {
+        const URL url = folder_.url(name);
+        Data(bytes).write(url, Data::Writing::inPlace);
+        return url;
+    }
+    URL photo(const Bytes& block, const std::string& name = "photo.jpg") {
+        const Data plain = *PexImage::make(photoLike(200, 100))->jpegData(0.9);
+        return write(name, withExif({plain.bytes().begin(), plain.bytes().end()}, block));
+    }
+
+    TempFolder folder_;
+};
+
+TEST_F(Exif, PropertiesComeInDictionariesByTheStandardsNames) {
+    const auto all = PexExif::exifDict(photo(fullBlock()));
+    EXPECT_EQ(all.integer("PixelWidth"), 200);
+    EXPECT_EQ(all.integer("Orientation"), 6);
+    EXPECT_EQ(*all.dictionary("TIFF").text("Make"), "Maker");
+    const auto& exif = all.dictionary("Exif");
+    EXPECT_EQ(*exif.text("DateTimeOriginal"), "2021:07:14 18:03:55");
+    EXPECT_EQ(exif.number("ExposureTime"), 1 / 640.0);
+    EXPECT_EQ(exif.integer("ISOSpeedRatings"), 400);
+    EXPECT_EQ(*exif.text("LensModel"), "Caf\xC3\xA9 lens"); // Latin-1, and a trailing space
+    EXPECT_FALSE(exif.number("FocalLength"));               // a fraction without value
+    const auto& gps = all.dictionary("GPS");
+    EXPECT_DOUBLE_EQ(*gps.number("Latitude"), 33 + 51 / 60.0 + 36 / 3600.0);
+    EXPECT_DOUBLE_EQ(*gps.number("Longitude"), 151 + 12.66 / 60);
+    EXPECT_EQ(*gps.text("LatitudeRef"), "S");
+    EXPECT_EQ(*gps.text("TimeStamp"), "09:05:30");
+}
+
+TEST_F(Exif, OnlyTheHeaderOfAFileIsRead) {
+    const Data plain = *PexImage::make(noise(1500, 1000, PixelLayout::skipLast))->jpegData(0.95);
+    const URL url = write("big.jpg", withExif({plain.bytes().begin(), plain.bytes().end()}, fullBlock()));
+    EXPECT_LT(CGImageSource::make(url)->bytesRead(), 10'000u);
+    EXPECT_GT(plain.size(), 1'000'000u);
+}
+
+TEST_F(Exif, ResolutionIsTakenFromTheBlockWhereTheFileSaysNothingElse) {
+    const Data jpeg = *PexImage::make(photoLike(20, 10))->jpegData(0.9);
+    Bytes bare(jpeg.bytes().begin(), jpeg.bytes().end());
+    bare.erase(bare.begin() + 2, bare.begin() + 20); // without the JFIF segment
+    const auto dpiOf = [&](const Bytes& block) {
+        return CGImageSource::make(write("bare.jpg", withExif(bare, block)))->properties().dpiWidth;
+    };
+    EXPECT_EQ(dpiOf(fullBlock()), 300);
+    EXPECT_EQ(dpiOf(exifBlock(
+                  {exifFractions(0x011A, {100, 1}), exifFractions(0x011B, {100, 1}), exifShort(0x0128, 3)})),
+              254);
+    EXPECT_EQ(dpiOf(exifBlock({exifFractions(0x011A, {100, 1}), exifFractions(0x011B, {100, 1})})),
+              std::nullopt);
+    EXPECT_EQ(dpiOf(exifBlock(
+                  {exifFractions(0x011A, {100, 0}), exifFractions(0x011B, {1, 1}), exifShort(0x0128, 2)})),
+              std::nullopt);
+}
+
+TEST_F(Exif, APngTellsItBeforeItsPixelsOrBehindThem) {
+    const Data png = *PexImage::make(photoLike(50, 30))->pngData();
+    const Bytes block = fullBlock();
+    Bytes chunk{0,
+                0,
+                static_cast<std::uint8_t>(block.size() >> 8),
+                static_cast<std::uint8_t>(block.size()),
+                'e',
+                'X',
+                'I',
+                'f'};
+    chunk.insert(chunk.end(), block.begin(), block.end());
+    chunk.insert(chunk.end(), {0, 0, 0, 0}); // nobody checks the sum of what is no pixel
+    const Bytes plain(png.bytes().begin(), png.bytes().end());
+    for (const std::ptrdiff_t at : {std::ptrdiff_t{33}, static_cast<std::ptrdiff_t>(plain.size() - 12)}) {
+        Bytes file = plain;
+        file.insert(file.begin() + at, chunk.begin(), chunk.end());
+        const auto image = CGImageSource::make(write("a.png", file));
+        ASSERT_TRUE(image);
+        EXPECT_EQ(image->properties().orientation, Orientation::right) << at;
+        EXPECT_EQ(*image->copyProperties().dictionary("TIFF").text("Make"), "Maker") << at;
+    }
+}
+
+TEST_F(Exif, BasicDataAreDateAndPlace) {
+    const TimeZone zone("America/New_York");
+    const CapturedLines printed;
+    const auto data = PexExif::basicData(photo(fullBlock()));
+    // 18:03:55 in New York in summer is 22:03:55 UTC.
+    EXPECT_EQ(std::chrono::system_clock::to_time_t(*data.shotDate), 1626300235);
+    EXPECT_DOUBLE_EQ(*data.coordinates.lat, 33 + 51 / 60.0 + 36 / 3600.0);
+    const auto noLongitude =
+        PexExif::basicData(photo(exifBlock({}, {}, {exifFractions(2, {1, 1, 0, 1, 0, 1})})));
+    EXPECT_EQ(noLongitude, (PexExif::BasicData{{}, {1.0, {}}}));
+    const Data png = *PexImage::make(photoLike(5, 5))->pngData();
+    EXPECT_EQ(PexExif::basicData(write("a.png", {png.bytes().begin(), png.bytes().end()})),
+              PexExif::BasicData());
+    EXPECT_EQ(printed.lines, Lines{});
+}
+
+TEST_F(Exif, WhatCannotBeReadIsTold) {
+    const URL missing = folder_.url("missing.jpg"),
+              dashes = photo(exifBlock({}, {shotAt("2021-07-14 18:03:55")}));
+    {
+        const CapturedLines printed;
+        EXPECT_TRUE(PexExif::exifDict(missing).empty());
+        EXPECT_EQ(PexExif::basicData(missing), PexExif::BasicData());
+        EXPECT_EQ(PexExif::basicData(dashes), PexExif::BasicData());
+        EXPECT_EQ(printed.lines, (Lines{"Failed to create image source", "Failed to create image source",
+                                        "Failed to convert EXIF DateTime to Date"}));
+    }
+    const CapturedLines printed;
+    EXPECT_FALSE(helper::getExifData(missing));
+    EXPECT_FALSE(helper::exifShotDate(missing));
+    EXPECT_FALSE(helper::exifShotDate(dashes));
+    EXPECT_EQ(helper::exifShotDate(photo(fullBlock())), momentFromExifText("2021:07:14 18:03:55"));
+    EXPECT_FALSE(helper::getShotDateFromExif({}));
+    EXPECT_EQ(printed.lines, (Lines{"Error creating image source", "Error creating image source"}));
+}
+
+TEST_F(Exif, DatesAreReadStrictly) {
+    const TimeZone zone("UTC");
+    EXPECT_EQ(std::chrono::system_clock::to_time_t(*momentFromExifText("2021:07:14 18:30:05")), 1626287405);
+    EXPECT_EQ(localTimeText(*momentFromExifText("1999:12:31 23:59:59")), "1999-12-31 23:59:59");
+    EXPECT_TRUE(momentFromExifText("2024:02:29 00:00:00"));
+    for (const char* text :
+         {"", "2021:07:14", "2021:07:14 18:30:5", "2021:07:14 18:30:05 ", " 2021:07:14 18:30:05",
+          "2021:13:14 18:30:05", "2023:02:29 00:00:00", "2021:07:14 24:00:00", "2021:07:14 18:60:05",
+          "2021:07:14T18:30:05", "    :  :     :  :  ", "0000:00:00 00:00:00"})
+        EXPECT_FALSE(momentFromExifText(text)) << text;
+}
+
+TEST(ExifDocument, IsLenient) {
+    using Data = PexExif::BasicData;
+    EXPECT_EQ(encode(Data()), R"({"coordinates":{}})");
+    const std::chrono::sys_days new_year_2001 = std::chrono::January / 1 / 2001;
+    const Data full{new_year_2001 + std::chrono::seconds(90), {1.5, -2}};
+    const std::string text = R"({"shotDate":90,"coordinates":{"lat":1.5,"lon":-2}})";
+    EXPECT_EQ(encode(full), text);
+    EXPECT_EQ(decode<Data>(text), full);
+    EXPECT_EQ(decode<Data>(R"({"shotDate":"x","coordinates":{"lat":true,"lon":3}})"), (Data{{}, {{}, 3.0}}));
+    EXPECT_EQ(decode<Data>(R"({"coordinates":[1]})"), Data());
+    EXPECT_FALSE(decode<Data>("[]"));
+    EXPECT_EQ((std::unordered_set<Data>{full, full, Data()}).size(), 2u);
+}
+
+TEST(ExifBlockOfAnyBytes, NeverDoesHarm) {
+    Bytes block = fullBlock();
+    for (std::size_t length = 0; length < block.size(); length += 3)
+        ExifBlock({block.data(), length}).properties();
+    unsigned state = 7;
+    for (int round = 0; round < 3000; ++round) {
+        Bytes broken = block;
+        for (int i = 0; i < 4; ++i) {
+            state = state * 1664525 + 1013904223;
+            broken[(state >> 8) % broken.size()] = static_cast<std::uint8_t>(state >> 24);
+        }
+        ExifBlock(broken).properties();
+    }
+}
+
+} // namespace
+} // namespace pex

@@ -220,7 +220,7 @@ TEST(PngReader, readsOnlyTheHeaderOfAFile) {
     ASSERT_TRUE(opened);
     EXPECT_EQ(opened->properties.pixelWidth, 300);
     EXPECT_EQ(opened->source, nullptr);
-    EXPECT_LT(provider->bytesRead(), 100U);
+    EXPECT_LT(provider->bytesRead(), 500U); // and the heads of 34 chunks, in search of EXIF
 }
 
 TEST(PngReader, keepsTheRowsBeforeACutAtAnyLength) {

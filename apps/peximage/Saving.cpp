@@ -2,6 +2,7 @@
 
 #include "Text.h"
 #include "peximage/helpers/PexImageHelperSavers.h"
+#include "peximage/platform/codecs/CGImageDestination.h"
 
 #include <cmath>
 #include <cstdio>
@@ -43,6 +44,39 @@ std::optional<Written> writePng(const std::shared_ptr<pex::PexImage>& image, con
     return Written{image->size, std::nullopt};
 }
 
+bool hasQuality(pex::ImageFormat format) {
+    return format != pex::ImageFormat::png && format != pex::ImageFormat::tiff;
+}
+
+std::optional<Written> writeHeif(const std::shared_ptr<pex::PexImage>& image, const fs::path& path,
+                                 const WritingOptions& options) {
+    const bool alpha = image->cgImage && pex::hasAlpha(image->cgImage->layout());
+    const auto saved = image->saveAsHEIFWithin(
+        {.desiredSize = *options.maxBytes, .to = pex::URL::fromPath(path.string()), .useAlpha = alpha});
+    return saved ? std::optional(Written{saved->size, saved->quality}) : std::nullopt;
+}
+
+/// Any other format, with the profile and the alpha that the picture has.
+std::optional<Written> writePlain(const std::shared_ptr<pex::PexImage>& image, const fs::path& path,
+                                  pex::ImageFormat format, const WritingOptions& options) {
+    if (!image->cgImage) return std::nullopt;
+    pex::CGImageDestination::Options how;
+    how.quality = options.quality.value_or(defaultQuality);
+    if (options.dpi) how.dpiWidth = how.dpiHeight = *options.dpi;
+    const auto bytes = pex::CGImageDestination::encode(*image->cgImage, format, how);
+    if (!bytes || !bytes->write(pex::URL::fromPath(path.string()), pex::Data::Writing::inPlace))
+        return std::nullopt;
+    return Written{image->size, hasQuality(format) ? std::optional(how.quality) : std::nullopt};
+}
+
+std::optional<Written> write(const std::shared_ptr<pex::PexImage>& image, const fs::path& path,
+                             pex::ImageFormat format, const WritingOptions& options) {
+    if (format == pex::ImageFormat::jpeg) return writeJpeg(image, path, options);
+    if (format == pex::ImageFormat::png) return writePng(image, path, options);
+    if (format == pex::ImageFormat::heif && options.maxBytes) return writeHeif(image, path, options);
+    return writePlain(image, path, format, options);
+}
+
 std::string decimals(double value, int places) {
     char text[32];
     std::snprintf(text, sizeof text, "%.*f", places, value);
@@ -78,9 +112,7 @@ Failure whyNotSaved(const PendingFile& file, const Destination& destination, con
 Outcome saveImage(const std::string& input, const std::shared_ptr<pex::PexImage>& image,
                   const Destination& destination, const WritingOptions& options) {
     PendingFile file(destination.path);
-    const bool jpeg = destination.format == pex::ImageFormat::jpeg;
-    const auto written =
-        jpeg ? writeJpeg(image, file.path(), options) : writePng(image, file.path(), options);
+    const auto written = write(image, file.path(), destination.format, options);
     if (!written) return whyNotSaved(file, destination, options);
     std::error_code error;
     const auto bytes = static_cast<long long>(fs::file_size(file.path(), error));
@@ -91,8 +123,10 @@ Outcome saveImage(const std::string& input, const std::shared_ptr<pex::PexImage>
 std::vector<Destination> planResults(const Settings& settings, const WritingOptions& options) {
     std::vector<Destination> destinations = planDestinations(settings.inputs, options.output, options.format);
     for (const Destination& destination : destinations) {
-        if (options.maxBytes && destination.format != pex::ImageFormat::jpeg)
-            throw UsageError{"--max-bytes goes with JPEG, not with " + destination.path.string()};
+        const bool keepsBudget =
+            destination.format == pex::ImageFormat::jpeg || destination.format == pex::ImageFormat::heif;
+        if (options.maxBytes && !keepsBudget)
+            throw UsageError{"--max-bytes goes with JPEG and HEIF, not with " + destination.path.string()};
     }
     return destinations;
 }

@@ -85,6 +85,8 @@ PEX_EXPORT std::optional<SavedJpeg> saveToJpegWithin(const std::shared_ptr<PexIm
 /// Saves the platform image as PNG, which records the resolution that its size in points gives. Folders are
 /// made and an existing file is deleted first. False when there is no bitmap or writing fails.
 PEX_EXPORT bool saveToPNG(const PexImage& image, const URL& toUrl);
+/// The same as TIFF, packed without loss. False in a build without TIFF, too.
+PEX_EXPORT bool saveToTIFF(const PexImage& image, const URL& toUrl);
 
 } // namespace PexImageHelper
 

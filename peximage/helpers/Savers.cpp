@@ -124,4 +124,14 @@ bool PexImageHelper::saveToPNG(const PexImage& image, const URL& toUrl) {
     return png && png->write(toUrl, Data::Writing::inPlace);
 }
 
+bool PexImageHelper::saveToTIFF(const PexImage& image, const URL& toUrl) {
+    prepareDestination(toUrl);
+    const std::optional<CGImage> bitmap = image.image->cgImageForProposedRect();
+    if (!bitmap) return false;
+    NSBitmapImageRep rep(*bitmap);
+    rep.setSize(image.image->size());
+    const std::optional<Data> tiff = rep.representation(ImageFormat::tiff, {});
+    return tiff && tiff->write(toUrl, Data::Writing::inPlace);
+}
+
 } // namespace pex

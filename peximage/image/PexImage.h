@@ -377,6 +377,46 @@ class PEX_EXPORT PexImage : public std::enable_shared_from_this<PexImage> {
     /// `PexImageHelper::saveToPNG`.
     bool saveToPNG(const URL& url) const;
 
+    // HEIF (HeifSaving.cpp): 8 bits a component with alpha, or 10 bits without, where transparency is laid
+    // over white; in sRGB. A build without HEIF, or a machine without an encoder for it, makes none.
+
+    struct HeifQuality {
+        /// 0 … 1, 1 best.
+        double quality;
+        bool useAlpha = true;
+    };
+    /// Absent without a bitmap.
+    std::optional<Data> heifData(const HeifQuality& how) const;
+
+    struct ToUrlAtHeifQuality {
+        URL to;
+        double quality;
+        bool useAlpha = true;
+    };
+    /// False when encoding or writing fails.
+    bool saveAsHEIF(const ToUrlAtHeifQuality& how) const;
+
+    struct DesiredHeifSize {
+        /// The most bytes that the file may have.
+        long long desiredSize;
+        URL to;
+        bool useAlpha = true;
+    };
+    /// Within a byte budget, which is never exceeded: at quality 1 where that fits, else at the quality that
+    /// a `PexDicotomic` finds nearest to 0.975 of it. When even quality 0 is too large, the image is shrunk
+    /// to 90 % a side, from its size in points, until it fits. Prints the search's lines, "size: n" for every
+    /// quality tried and "quality: q".
+    bool saveAsHEIF(const DesiredHeifSize& how) const;
+
+    struct SavedHeif {
+        double quality;
+        /// In pixels; smaller than the image's when it had to be shrunk.
+        CGSize size;
+        long long bytes;
+    };
+    /// The same, telling what was written; absent where `saveAsHEIF` gives false.
+    std::optional<SavedHeif> saveAsHEIFWithin(const DesiredHeifSize& how) const;
+
   private:
     explicit PexImage(std::shared_ptr<NSImage> platformImage);
     static std::shared_ptr<PexImage> around(std::shared_ptr<NSImage> platformImage);

@@ -20,6 +20,10 @@ class PEX_EXPORT CGImageDestination {
         /// stamped into the finished bytes.
         std::optional<double> dpiWidth;
         std::optional<double> dpiHeight;
+        /// Without it what is transparent is laid over white. JPEG never has any.
+        bool keepsAlpha = true;
+        /// HEIF without alpha: ten bits a component instead of eight.
+        bool tenBits = false;
     };
 
     /// Whether this build can write the format.

@@ -7,7 +7,8 @@
 namespace pex {
 namespace {
 
-constexpr std::array codecs{&jpegCodec, &pngCodec, &pdfCodec};
+constexpr std::array codecs{&jpegCodec, &pngCodec, &tiffCodec, &webpCodec, &heifCodec,
+                            &avifCodec, &gifCodec, &bmpCodec,  &pdfCodec};
 
 } // namespace
 

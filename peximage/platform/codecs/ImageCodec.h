@@ -47,6 +47,12 @@ const ImageCodec* codecForFormat(ImageFormat format);
 
 extern const ImageCodec jpegCodec;
 extern const ImageCodec pngCodec;
+extern const ImageCodec tiffCodec;
+extern const ImageCodec webpCodec;
+extern const ImageCodec heifCodec;
+extern const ImageCodec avifCodec;
+extern const ImageCodec gifCodec;
+extern const ImageCodec bmpCodec;
 extern const ImageCodec pdfCodec;
 
 } // namespace pex

@@ -10,7 +10,7 @@ namespace pex {
 
 /// The file formats that are told apart. Whether one can be read or written is asked of `CGImageSource` and
 /// `CGImageDestination`.
-enum class ImageFormat { jpeg, png, pdf };
+enum class ImageFormat { jpeg, png, tiff, webp, heif, avif, gif, bmp, pdf };
 
 struct ImageFormatNames {
     ImageFormat format;
@@ -21,6 +21,12 @@ struct ImageFormatNames {
 inline constexpr std::array imageFormats{
     ImageFormatNames{ImageFormat::jpeg, "JPEG", {"jpg", "jpeg"}},
     ImageFormatNames{ImageFormat::png, "PNG", {"png", "png"}},
+    ImageFormatNames{ImageFormat::tiff, "TIFF", {"tif", "tiff"}},
+    ImageFormatNames{ImageFormat::webp, "WebP", {"webp", "webp"}},
+    ImageFormatNames{ImageFormat::heif, "HEIF", {"heic", "heif"}},
+    ImageFormatNames{ImageFormat::avif, "AVIF", {"avif", "avif"}},
+    ImageFormatNames{ImageFormat::gif, "GIF", {"gif", "gif"}},
+    ImageFormatNames{ImageFormat::bmp, "BMP", {"bmp", "dib"}},
     ImageFormatNames{ImageFormat::pdf, "PDF", {"pdf", "ai"}},
 };
 

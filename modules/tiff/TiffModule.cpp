@@ -1,0 +1,271 @@
+#include "peximage/platform/codecs/CodecModule.h"
+#include "peximage/platform/foundation/Module.h"
+
+#include <algorithm>
+#include <cstdarg>
+#include <cstring>
+#include <memory>
+#include <tiffio.h>
+#include <vector>
+
+namespace {
+
+using Module = pex::CodecModule;
+using Pixels = Module::Pixels;
+
+/// What the codec library sees as a file: bytes to be read, or a file in memory that grows.
+struct Stream {
+    const Module::Input* input = nullptr;
+    std::vector<std::uint8_t> written{};
+    std::uint64_t position = 0;
+    bool failed = false;
+
+    std::uint64_t size() const { return input != nullptr ? input->size : written.size(); }
+};
+
+Stream& streamOf(thandle_t handle) { return *static_cast<Stream*>(handle); }
+
+tmsize_t readBytes(thandle_t handle, void* into, tmsize_t count) {
+    Stream& stream = streamOf(handle);
+    if (stream.position >= stream.size() || count <= 0) return 0;
+    const auto wanted =
+        static_cast<std::size_t>(std::min<std::uint64_t>(count, stream.size() - stream.position));
+    std::size_t got = wanted;
+    if (stream.input != nullptr)
+        got = stream.input->read(stream.input->context, stream.position, static_cast<std::uint8_t*>(into),
+                                 wanted);
+    else
+        std::memcpy(into, stream.written.data() + stream.position, wanted);
+    stream.position += got;
+    return static_cast<tmsize_t>(got);
+}
+
+tmsize_t writeBytes(thandle_t handle, void* from, tmsize_t count) {
+    Stream& stream = streamOf(handle);
+    if (stream.input != nullptr || count < 0) return 0;
+    const std::uint64_t end = stream.position + static_cast<std::uint64_t>(count);
+    if (end > stream.written.size()) stream.written.resize(end);
+    std::memcpy(stream.written.data() + stream.position, from, static_cast<std::size_t>(count));
+    stream.position = end;
+    return count;
+}
+
+toff_t seek(thandle_t handle, toff_t offset, int from) {
+    Stream& stream = streamOf(handle);
+    stream.position = from == SEEK_CUR   ? stream.position + offset
+                      : from == SEEK_END ? stream.size() + offset
+                                         : offset;
+    return stream.position;
+}
+
+int closeNothing(thandle_t) { return 0; }
+toff_t sizeOf(thandle_t handle) { return streamOf(handle).size(); }
+
+int noteError(TIFF*, void* stream, const char*, const char*, va_list) {
+    static_cast<Stream*>(stream)->failed = true;
+    return 1; // and nothing is printed
+}
+int ignoreWarning(TIFF*, void*, const char*, const char*, va_list) { return 1; }
+
+struct TiffClose {
+    void operator()(TIFF* tiff) const { TIFFClose(tiff); }
+};
+using Tiff = std::unique_ptr<TIFF, TiffClose>;
+
+Tiff openStream(Stream& stream, const char* mode) {
+    constexpr tmsize_t mostAtOnce = tmsize_t{1} << 30;
+    TIFFOpenOptions* options = TIFFOpenOptionsAlloc();
+    if (options == nullptr) return nullptr;
+    TIFFOpenOptionsSetMaxSingleMemAlloc(options, mostAtOnce);
+    TIFFOpenOptionsSetErrorHandlerExtR(options, noteError, &stream);
+    TIFFOpenOptionsSetWarningHandlerExtR(options, ignoreWarning, &stream);
+    Tiff tiff(TIFFClientOpenExt("picture", mode, &stream, readBytes, writeBytes, seek, closeNothing, sizeOf,
+                                nullptr, nullptr, options));
+    TIFFOpenOptionsFree(options);
+    return tiff;
+}
+
+template <class T>
+T field(TIFF* tiff, std::uint32_t tag, T otherwise) {
+    T value = otherwise;
+    return TIFFGetFieldDefaulted(tiff, tag, &value) ? value : otherwise;
+}
+
+/// Four inks of 8 or 16 bits side by side: read as they are, so that a profile can turn them into colours.
+bool isPlainCmyk(TIFF* tiff) {
+    const int bits = field<std::uint16_t>(tiff, TIFFTAG_BITSPERSAMPLE, 1);
+    return field<std::uint16_t>(tiff, TIFFTAG_PHOTOMETRIC, 0) == PHOTOMETRIC_SEPARATED &&
+           field<std::uint16_t>(tiff, TIFFTAG_SAMPLESPERPIXEL, 1) == 4 && (bits == 8 || bits == 16) &&
+           field<std::uint16_t>(tiff, TIFFTAG_PLANARCONFIG, 1) == PLANARCONFIG_CONTIG && !TIFFIsTiled(tiff);
+}
+
+bool hasAlpha(TIFF* tiff) {
+    std::uint16_t count = 0, *kinds = nullptr;
+    TIFFGetFieldDefaulted(tiff, TIFFTAG_EXTRASAMPLES, &count, &kinds);
+    return count > 0 && (kinds[0] == EXTRASAMPLE_ASSOCALPHA || kinds[0] == EXTRASAMPLE_UNASSALPHA);
+}
+
+} // namespace
+
+struct pex::CodecModule::Picture {
+    Module::Input input;
+    Stream stream{};
+    Tiff tiff{};
+    Module::Header header{};
+    std::vector<std::uint8_t> exif{};
+};
+
+namespace {
+
+using Picture = Module::Picture;
+
+void readDensity(TIFF* tiff, Module::Header& header) {
+    float x = 0, y = 0;
+    if (!TIFFGetField(tiff, TIFFTAG_XRESOLUTION, &x) || !TIFFGetField(tiff, TIFFTAG_YRESOLUTION, &y)) return;
+    const int unit = field<std::uint16_t>(tiff, TIFFTAG_RESOLUTIONUNIT, RESUNIT_INCH);
+    if (unit == RESUNIT_NONE) return;
+    const double factor = unit == RESUNIT_CENTIMETER ? 2.54 : 1;
+    header.dpiX = double(x) * factor;
+    header.dpiY = double(y) * factor;
+}
+
+Module::Header readHeader(TIFF* tiff) {
+    Module::Header header;
+    header.width = field<std::uint32_t>(tiff, TIFFTAG_IMAGEWIDTH, 0);
+    header.height = field<std::uint32_t>(tiff, TIFFTAG_IMAGELENGTH, 0);
+    header.depth = field<std::uint16_t>(tiff, TIFFTAG_BITSPERSAMPLE, 1);
+    header.orientation = field<std::uint16_t>(tiff, TIFFTAG_ORIENTATION, ORIENTATION_TOPLEFT);
+    header.pixels = isPlainCmyk(tiff) ? Pixels::cmyk
+                    : hasAlpha(tiff)  ? Pixels::rgbaPremultiplied
+                                      : Pixels::rgbx;
+    readDensity(tiff, header);
+    return header;
+}
+
+/// A TIFF file is an EXIF block itself; such a block reaches as far as its offsets do in other files.
+void readMetadata(Picture& picture, std::size_t maxBytes) {
+    constexpr std::size_t longestBlock = 0xFFFF;
+    picture.exif.resize(std::min({longestBlock, maxBytes, picture.input.size}));
+    picture.exif.resize(
+        picture.input.read(picture.input.context, 0, picture.exif.data(), picture.exif.size()));
+    picture.header.exif = picture.exif.data();
+    picture.header.exifBytes = picture.exif.size();
+
+    void* profile = nullptr;
+    std::uint32_t bytes = 0;
+    if (TIFFGetField(picture.tiff.get(), TIFFTAG_ICCPROFILE, &bytes, &profile) && bytes <= maxBytes) {
+        picture.header.profile = static_cast<const std::uint8_t*>(profile);
+        picture.header.profileBytes = bytes;
+    }
+}
+
+Picture* open(const Module::Input& input, std::size_t maxMetadataBytes, std::int64_t maxSide,
+              Module::Header* header) {
+    auto picture = std::make_unique<Picture>();
+    picture->input = input;
+    picture->stream.input = &picture->input;
+    picture->tiff = openStream(picture->stream, "rm");
+    if (!picture->tiff) return nullptr;
+    picture->header = readHeader(picture->tiff.get());
+    if (picture->header.width > maxSide || picture->header.height > maxSide) return nullptr;
+    readMetadata(*picture, maxMetadataBytes);
+    *header = picture->header;
+    return picture.release();
+}
+
+void close(Picture* picture) { delete picture; }
+
+std::int64_t decodeCmyk(Picture& picture, std::uint8_t* pixels) {
+    TIFF* tiff = picture.tiff.get();
+    const bool wide = picture.header.depth == 16;
+    const auto rowBytes = static_cast<std::size_t>(TIFFScanlineSize(tiff));
+    const auto width = static_cast<std::size_t>(picture.header.width);
+    if (rowBytes < width * (wide ? 8 : 4)) return 0;
+    std::vector<std::uint8_t> row(rowBytes);
+    for (std::int64_t y = 0; y < picture.header.height; ++y, pixels += width * 4) {
+        if (TIFFReadScanline(tiff, row.data(), static_cast<std::uint32_t>(y)) < 0) return y;
+        const auto* samples = reinterpret_cast<const std::uint16_t*>(row.data());
+        for (std::size_t i = 0; i < width * 4; ++i)
+            pixels[i] = wide ? static_cast<std::uint8_t>(samples[i] >> 8) : row[i];
+    }
+    return picture.header.height;
+}
+
+std::int64_t decode(Picture* picture, std::uint8_t* pixels) {
+    if (picture->header.pixels == Pixels::cmyk) return decodeCmyk(*picture, pixels);
+    TIFF* tiff = picture->tiff.get();
+    TIFFRGBAImage image{};
+    char message[1024];
+    if (!TIFFRGBAImageOK(tiff, message) || !TIFFRGBAImageBegin(&image, tiff, 0, message)) return 0;
+    image.req_orientation = image.orientation; // the rows as they are stored
+    picture->stream.failed = false;
+    const auto width = static_cast<std::uint32_t>(picture->header.width),
+               height = static_cast<std::uint32_t>(picture->header.height);
+    std::memset(pixels, 0, std::size_t{width} * height * 4);
+    const int good = TIFFRGBAImageGet(&image, reinterpret_cast<std::uint32_t*>(pixels), width, height);
+    TIFFRGBAImageEnd(&image);
+    if (good && !picture->stream.failed) return height;
+    // Rows from the top that have anything in them.
+    const std::size_t rowBytes = std::size_t{width} * 4;
+    std::int64_t rows = height;
+    while (rows > 0) {
+        const std::uint8_t* row = pixels + static_cast<std::size_t>(rows - 1) * rowBytes;
+        if (std::any_of(row, row + rowBytes, [](std::uint8_t byte) { return byte != 0; })) break;
+        --rows;
+    }
+    return std::min<std::int64_t>(rows, height - 1);
+}
+
+bool putTags(TIFF* tiff, const Module::Encoding& picture) {
+    constexpr std::uint16_t straightAlpha = EXTRASAMPLE_UNASSALPHA;
+    constexpr int differences = 2;
+    bool good = TIFFSetField(tiff, TIFFTAG_IMAGEWIDTH, picture.width) &&
+                TIFFSetField(tiff, TIFFTAG_IMAGELENGTH, picture.height) &&
+                TIFFSetField(tiff, TIFFTAG_BITSPERSAMPLE, 8) &&
+                TIFFSetField(tiff, TIFFTAG_SAMPLESPERPIXEL, picture.hasAlpha ? 4 : 3) &&
+                TIFFSetField(tiff, TIFFTAG_PHOTOMETRIC, PHOTOMETRIC_RGB) &&
+                TIFFSetField(tiff, TIFFTAG_PLANARCONFIG, PLANARCONFIG_CONTIG) &&
+                TIFFSetField(tiff, TIFFTAG_ORIENTATION, ORIENTATION_TOPLEFT) &&
+                TIFFSetField(tiff, TIFFTAG_COMPRESSION, COMPRESSION_ADOBE_DEFLATE) &&
+                TIFFSetField(tiff, TIFFTAG_PREDICTOR, differences) &&
+                TIFFSetField(tiff, TIFFTAG_ROWSPERSTRIP, TIFFDefaultStripSize(tiff, 1 << 18));
+    if (picture.hasAlpha) good = good && TIFFSetField(tiff, TIFFTAG_EXTRASAMPLES, 1, &straightAlpha);
+    if (picture.dpiX > 0 && picture.dpiY > 0)
+        good = good && TIFFSetField(tiff, TIFFTAG_XRESOLUTION, picture.dpiX) &&
+               TIFFSetField(tiff, TIFFTAG_YRESOLUTION, picture.dpiY) &&
+               TIFFSetField(tiff, TIFFTAG_RESOLUTIONUNIT, RESUNIT_INCH);
+    if (picture.profileBytes > 0)
+        good = good && TIFFSetField(tiff, TIFFTAG_ICCPROFILE,
+                                    static_cast<std::uint32_t>(picture.profileBytes), picture.profile);
+    return good;
+}
+
+bool putRows(TIFF* tiff, const Module::Encoding& picture) {
+    const std::size_t samples = picture.hasAlpha ? 4 : 3;
+    std::vector<std::uint8_t> row(static_cast<std::size_t>(picture.width) * samples);
+    for (int y = 0; y < picture.height; ++y) {
+        const std::uint8_t* from = picture.pixels + y * picture.bytesPerRow;
+        for (std::size_t x = 0; x < static_cast<std::size_t>(picture.width); ++x)
+            std::memcpy(row.data() + x * samples, from + x * 4, samples);
+        if (TIFFWriteScanline(tiff, row.data(), static_cast<std::uint32_t>(y)) < 0) return false;
+    }
+    return true;
+}
+
+bool encode(const Module::Encoding& picture, void (*write)(void*, const std::uint8_t*, std::size_t),
+            void* context) {
+    Stream stream;
+    Tiff tiff = openStream(stream, "wm");
+    if (!tiff || !putTags(tiff.get(), picture) || !putRows(tiff.get(), picture)) return false;
+    if (!TIFFFlush(tiff.get())) return false;
+    tiff.reset();
+    write(context, stream.written.data(), stream.written.size());
+    return true;
+}
+
+constexpr Module functions{open, close, decode, encode};
+
+} // namespace
+
+extern "C" __attribute__((visibility("default")))
+const pex::ModuleEntry pexModule{Module::version, &functions};

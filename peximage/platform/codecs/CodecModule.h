@@ -1,0 +1,64 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+
+namespace pex {
+
+/// What a module of a picture format offers. Calls for different pictures may run at once.
+struct CodecModule {
+    static constexpr int version = 1;
+
+    /// Bytes by position, of memory or of a file.
+    struct Input {
+        void* context;
+        std::size_t size;
+        /// Copies bytes from `offset` on; how many there were.
+        std::size_t (*read)(void* context, std::size_t offset, std::uint8_t* into, std::size_t count);
+    };
+
+    enum class Pixels { grey, rgbx, rgbaStraight, rgbaPremultiplied, cmyk }; // cmyk: 255 is full ink
+
+    struct Header {
+        std::int64_t width = 0, height = 0;
+        Pixels pixels = Pixels::rgbx; // as `decode` gives them
+        int depth = 8;                // bits of a component in the file
+        int orientation = 1;          // as EXIF counts; what `decode` has turned already does not count
+        double dpiX = 0, dpiY = 0;    // 0: not told
+        // Held by the picture until it is closed; null where there is none.
+        const std::uint8_t* profile = nullptr;
+        std::size_t profileBytes = 0;
+        const std::uint8_t* exif = nullptr;
+        std::size_t exifBytes = 0;
+    };
+
+    struct Picture;
+    /// Reads the header only. Null when this is no such picture. No piece of metadata is larger than
+    /// `maxMetadataBytes`, no side than `maxSide`. The input must outlive the picture.
+    Picture* (*open)(const Input& input, std::size_t maxMetadataBytes, std::int64_t maxSide, Header* header);
+    void (*close)(Picture* picture);
+    /// Decodes all rows, top first, `width` × 4 bytes each (grey: `width`) without padding; once. How many
+    /// rows came before the picture broke off; the pixels of the others are left as they were.
+    std::int64_t (*decode)(Picture* picture, std::uint8_t* pixels);
+
+    enum class Compression { usual, other }; // HEIF: HEVC, or AV1
+    struct Encoding {
+        int width, height;
+        const std::uint8_t* pixels; // R G B A, straight
+        std::ptrdiff_t bytesPerRow;
+        bool hasAlpha;
+        bool tenBits;   // a component, where there is no alpha
+        double quality; // 0-1
+        Compression compression;
+        double dpiX, dpiY; // 0: none
+        const std::uint8_t* profile;
+        std::size_t profileBytes;
+        int threads;
+    };
+    /// Hands the file to `write`, in one piece or several. False when it cannot be made. Null where the
+    /// format is only read.
+    bool (*encode)(const Encoding& picture,
+                   void (*write)(void* context, const std::uint8_t* bytes, std::size_t count), void* context);
+};
+
+} // namespace pex

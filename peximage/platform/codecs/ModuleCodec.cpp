@@ -1,0 +1,224 @@
+#include "peximage/platform/codecs/ModuleCodec.h"
+
+#include "peximage/platform/codecs/ExifBlock.h"
+#include "peximage/platform/foundation/Module.h"
+#include "peximage/platform/foundation/Workers.h"
+#include "peximage/platform/raster/ColorConversion.h"
+#include "peximage/platform/raster/ConvertedImage.h"
+#include "peximage/platform/raster/Strips.h"
+#include "peximage/platform/raster/kernels/FlattenRow.h"
+
+#include <limits>
+#include <utility>
+#include <vector>
+
+namespace pex {
+namespace {
+
+using Pixels = CodecModule::Pixels;
+
+PixelLayout layoutOf(Pixels pixels) {
+    switch (pixels) {
+    case Pixels::grey:
+        return PixelLayout::grey;
+    case Pixels::rgbaStraight:
+        return PixelLayout::straightLast;
+    case Pixels::rgbaPremultiplied:
+        return PixelLayout::premultipliedLast;
+    case Pixels::rgbx:
+    case Pixels::cmyk:
+        break;
+    }
+    return PixelLayout::skipLast;
+}
+
+CGColorSpace::Model modelOf(Pixels pixels) {
+    if (pixels == Pixels::grey) return CGColorSpace::Model::gray;
+    return pixels == Pixels::cmyk ? CGColorSpace::Model::cmyk : CGColorSpace::Model::rgb;
+}
+
+/// A picture that a module has opened.
+class OpenPicture {
+  public:
+    OpenPicture(const CodecModule& module, CGDataProvider bytes, const ImageLimits& limits)
+        : module_(module), bytes_(std::move(bytes)) {
+        const CodecModule::Input input{&bytes_, bytes_.size(), read};
+        picture_ = module_.open(input, limits.maxMetadataBytes, std::numeric_limits<int>::max(), &header_);
+    }
+    ~OpenPicture() {
+        if (picture_ != nullptr) module_.close(picture_);
+    }
+    OpenPicture(const OpenPicture&) = delete;
+    OpenPicture& operator=(const OpenPicture&) = delete;
+
+    explicit operator bool() const { return picture_ != nullptr; }
+    const CodecModule::Header& header() const { return header_; }
+    std::int64_t decode(std::uint8_t* pixels) { return module_.decode(picture_, pixels); }
+
+  private:
+    static std::size_t read(void* context, std::size_t offset, std::uint8_t* into, std::size_t count) {
+        return static_cast<CGDataProvider*>(context)->read(offset, {into, count});
+    }
+
+    const CodecModule& module_;
+    CGDataProvider bytes_;
+    CodecModule::Header header_;
+    CodecModule::Picture* picture_ = nullptr;
+};
+
+/// What every decoding of one file shares.
+struct ModuleFile {
+    const CodecModule* module;
+    Data bytes;
+    ImageLimits limits;
+    PixelSize size;
+    Pixels pixels;
+    CGColorSpace colorSpace = CGColorSpace::sRGB();
+    std::shared_ptr<const ColorConversion> fromCmyk{};
+};
+
+/// C M Y K to R G B x in place; without a profile ink takes away light.
+void convertInk(const ModuleFile& file, std::uint8_t* row, int pixels) {
+    if (file.fromCmyk) file.fromCmyk->convertRow(row, row, pixels);
+    for (int i = 0; i < pixels; ++i, row += 4) {
+        const int white = 255 - row[3];
+        for (int c = 0; c < 3 && !file.fromCmyk; ++c)
+            row[c] = static_cast<std::uint8_t>(((255 - row[c]) * white + 127) / 255);
+        row[3] = 255;
+    }
+}
+
+class ModuleSource final : public PixelSource {
+  public:
+    explicit ModuleSource(ModuleFile file) : file_(std::move(file)) {}
+
+    PixelSize size() const override { return file_.size; }
+    PixelLayout layout() const override { return layoutOf(file_.pixels); }
+    CGColorSpace colorSpace() const override { return file_.colorSpace; }
+    std::unique_ptr<RowReader> rows(PixelSize) const override { return nullptr; }
+
+    bool decode(MutablePixelView pixels) const override {
+        OpenPicture picture(*file_.module, CGDataProvider(file_.bytes), file_.limits);
+        const CodecModule::Header& header = picture.header();
+        const bool isSame = picture && header.width == file_.size.width &&
+                            header.height == file_.size.height && header.pixels == file_.pixels;
+        const auto rows = isSame ? static_cast<int>(picture.decode(pixels.row(0))) : 0;
+        if (file_.pixels == Pixels::cmyk) {
+            forEachStrip(rows, [&](int begin, int end) {
+                for (int y = begin; y < end; ++y)
+                    convertInk(file_, pixels.row(y), pixels.width);
+            });
+        }
+        fillMissing(pixels.part(0, rows, pixels.width, pixels.height - rows));
+        return rows == pixels.height;
+    }
+
+  private:
+    ModuleFile file_;
+};
+
+std::vector<std::uint8_t> copied(const std::uint8_t* bytes, std::size_t count) {
+    return bytes != nullptr ? std::vector<std::uint8_t>(bytes, bytes + count) : std::vector<std::uint8_t>();
+}
+
+ImageProperties propertiesOf(const CodecModule::Header& header, ImageFormat format) {
+    ImageProperties properties;
+    properties.format = format;
+    properties.pixelWidth = static_cast<int>(header.width);
+    properties.pixelHeight = static_cast<int>(header.height);
+    if (header.dpiX > 0 && header.dpiY > 0) {
+        properties.dpiWidth = header.dpiX;
+        properties.dpiHeight = header.dpiY;
+    }
+    properties.orientation = orientationFromExif(header.orientation).value_or(Orientation::up);
+    properties.hasAlpha = hasAlpha(layoutOf(header.pixels));
+    properties.depth = header.depth;
+    properties.colorModel = modelOf(header.pixels);
+    return properties;
+}
+
+ModuleFile fileOf(const CodecModule& module, const Data& bytes, const ImageLimits& limits,
+                  const CodecModule::Header& header, const std::optional<CGColorSpace>& profile) {
+    ModuleFile file{&module, bytes, limits, {int(header.width), int(header.height)}, header.pixels};
+    if (header.pixels == Pixels::grey) file.colorSpace = CGColorSpace::deviceGray();
+    if (header.pixels == Pixels::cmyk && profile)
+        file.fromCmyk = ColorConversion::make(*profile, ColorConversion::Pixels::cmyk, CGColorSpace::sRGB());
+    else if (profile)
+        file.colorSpace = *profile;
+    return file;
+}
+
+/// R G B x, what is transparent over white.
+std::optional<CGImage> flattened(const CGImage& image, const CGColorSpace& space) {
+    if (!hasAlpha(image.layout())) return convertedImage(image, PixelLayout::skipLast, space);
+    const std::optional<PixelView> from = image.pixels();
+    const std::ptrdiff_t stride = std::ptrdiff_t{image.width()} * 4;
+    PixelBuffer buffer =
+        PixelBuffer::make(static_cast<std::size_t>(stride) * static_cast<std::size_t>(image.height()));
+    if (!from || !buffer) return std::nullopt;
+    forEachStrip(from->height, [&](int begin, int end) {
+        for (int y = begin; y < end; ++y)
+            kernels::flattenRow(from->row(y), from->layout, buffer.data() + y * stride, from->width);
+    });
+    return CGImage::make(image.width(), image.height(), stride, PixelLayout::skipLast, space,
+                         std::move(buffer));
+}
+
+void append(void* context, const std::uint8_t* bytes, std::size_t count) {
+    auto& file = *static_cast<std::vector<std::uint8_t>*>(context);
+    file.insert(file.end(), bytes, bytes + count);
+}
+
+} // namespace
+
+std::optional<OpenedImage> openByModule(const char* name, ImageFormat format, const CGDataProvider& bytes,
+                                        const ImageLimits& limits) {
+    const auto* module = loadModule<CodecModule>(name);
+    if (module == nullptr) return std::nullopt;
+    const OpenPicture picture(*module, bytes, limits);
+    const CodecModule::Header& header = picture.header();
+    if (!picture || !limits.allows(header.width, header.height)) return std::nullopt;
+
+    OpenedImage opened{propertiesOf(header, format), nullptr, Data(copied(header.exif, header.exifBytes))};
+    std::optional<CGColorSpace> profile;
+    if (header.profileBytes > 0)
+        profile = CGColorSpace::fromICC(Data(copied(header.profile, header.profileBytes)));
+    if (profile && profile->model() != modelOf(header.pixels)) profile.reset();
+    if (profile) opened.properties.profileName = profile->name();
+    if (!bytes.data().empty())
+        opened.source =
+            std::make_shared<ModuleSource>(fileOf(*module, bytes.data(), limits, header, profile));
+    return opened;
+}
+
+std::optional<Data> encodeByModule(const ModuleEncoding& how, const CGImage& image,
+                                   const CGImageDestination::Options& options) {
+    const auto* module = loadModule<CodecModule>(how.module);
+    if (module == nullptr || module->encode == nullptr) return std::nullopt;
+    const bool alpha = options.keepsAlpha && hasAlpha(image.layout());
+    const bool isColour = image.colorSpace().model() == CGColorSpace::Model::rgb;
+    const CGColorSpace space = isColour ? image.colorSpace() : CGColorSpace::sRGB();
+    const auto converted =
+        alpha ? convertedImage(image, PixelLayout::straightLast, space) : flattened(image, space);
+    const auto pixels = converted ? converted->pixels() : std::nullopt;
+    if (!pixels) return std::nullopt;
+    const auto profile = space.isStandard() ? std::span<const std::uint8_t>() : space.iccProfile().bytes();
+    const CodecModule::Encoding encoding{pixels->width,
+                                         pixels->height,
+                                         pixels->data,
+                                         pixels->bytesPerRow,
+                                         alpha,
+                                         options.tenBits && !alpha,
+                                         options.quality,
+                                         how.compression,
+                                         options.dpiWidth.value_or(options.dpiHeight.value_or(0)),
+                                         options.dpiHeight.value_or(options.dpiWidth.value_or(0)),
+                                         profile.data(),
+                                         profile.size(),
+                                         Workers::count()};
+    std::vector<std::uint8_t> file;
+    if (!module->encode(encoding, append, &file) || file.empty()) return std::nullopt;
+    return Data(std::move(file));
+}
+
+} // namespace pex

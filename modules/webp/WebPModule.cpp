@@ -71,6 +71,7 @@ bool readHeader(Picture& picture) {
     if (WebPGetFeatures(start.data(), start.size(), &features) != VP8_STATUS_OK) return false;
     picture.header.width = features.width;
     picture.header.height = features.height;
+    picture.header.orientation = 0;
     picture.isAnimated = features.has_animation != 0;
     picture.header.pixels = features.has_alpha ? Pixels::rgbaStraight : Pixels::rgbx;
     return true;

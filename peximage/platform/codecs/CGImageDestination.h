@@ -18,8 +18,8 @@ class PEX_EXPORT CGImageDestination {
         double quality = 0.9;
         /// Pixels per inch to record; absent leaves the format's default. JPEG ignores it: its density is
         /// stamped into the finished bytes.
-        std::optional<double> dpiWidth;
-        std::optional<double> dpiHeight;
+        std::optional<double> dpiWidth = {};
+        std::optional<double> dpiHeight = {};
         /// Without it what is transparent is laid over white. JPEG never has any.
         bool keepsAlpha = true;
         /// HEIF without alpha: ten bits a component instead of eight.

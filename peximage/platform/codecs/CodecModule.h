@@ -23,8 +23,8 @@ struct CodecModule {
         std::int64_t width = 0, height = 0;
         Pixels pixels = Pixels::rgbx; // as `decode` gives them
         int depth = 8;                // bits of a component in the file
-        int orientation = 1;          // as EXIF counts; what `decode` has turned already does not count
-        double dpiX = 0, dpiY = 0;    // 0: not told
+        int orientation = 1; // as EXIF counts, 0 where its block tells; what `decode` turns does not count
+        double dpiX = 0, dpiY = 0; // 0: not told
         // Held by the picture until it is closed; null where there is none.
         const std::uint8_t* profile = nullptr;
         std::size_t profileBytes = 0;

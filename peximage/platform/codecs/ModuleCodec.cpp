@@ -180,6 +180,9 @@ std::optional<OpenedImage> openByModule(const char* name, ImageFormat format, co
     if (!picture || !limits.allows(header.width, header.height)) return std::nullopt;
 
     OpenedImage opened{propertiesOf(header, format), nullptr, Data(copied(header.exif, header.exifBytes))};
+    if (header.orientation == 0)
+        opened.properties.orientation =
+            ExifBlock(opened.exif.bytes()).orientation().value_or(Orientation::up);
     std::optional<CGColorSpace> profile;
     if (header.profileBytes > 0)
         profile = CGColorSpace::fromICC(Data(copied(header.profile, header.profileBytes)));

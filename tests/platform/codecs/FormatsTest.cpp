@@ -1,0 +1,351 @@
+#include "peximage/helpers/PexImageHelper.h"
+#include "peximage/image/PexImage.h"
+#include "peximage/platform/codecs/CGImageDestination.h"
+#include "peximage/platform/codecs/CGImageSource.h"
+#include "peximage/platform/codecs/ImageLimits.h"
+#include "tests/support/CapturedLines.h"
+#include "tests/support/ExifFiles.h"
+#include "tests/support/Pictures.h"
+#include "tests/support/TempFolder.h"
+
+#include <gtest/gtest.h>
+#include <lcms2.h>
+
+#include <cmath>
+#include <cstdlib>
+
+namespace pex {
+namespace {
+
+using Bytes = std::vector<std::uint8_t>;
+
+Bytes bytesOf(const Data& data) { return {data.bytes().begin(), data.bytes().end()}; }
+
+std::optional<CGImage> decoded(const Bytes& file) {
+    const auto source = CGImageSource::make(Data(file));
+    const auto image = source ? source->createImage() : std::nullopt;
+    return image && image->pixels() ? image : std::nullopt;
+}
+
+Data encoded(const CGImage& image, ImageFormat format, const CGImageDestination::Options& options = {}) {
+    const auto file = CGImageDestination::encode(image, format, options);
+    if (!file) throw std::runtime_error("cannot be encoded");
+    return *file;
+}
+
+/// R G B A, straight, whatever the layout.
+Pixel straightAt(const CGImage& image, int x, int y) {
+    Pixel p = pixelAt(image, x, y);
+    if (!hasAlpha(image.layout())) p[3] = 255;
+    if (image.layout() == PixelLayout::premultipliedLast && p[3] > 0) {
+        for (int c = 0; c < 3; ++c)
+            p[c] = static_cast<std::uint8_t>(std::min(255, (p[c] * 255 + p[3] / 2) / p[3]));
+    }
+    return p;
+}
+
+/// The mean difference of the colours.
+double difference(const CGImage& a, const CGImage& b) {
+    double sum = 0;
+    for (int y = 0; y < a.height(); ++y) {
+        for (int x = 0; x < a.width(); ++x) {
+            for (int c = 0; c < 3; ++c)
+                sum += std::abs(straightAt(a, x, y)[c] - straightAt(b, x, y)[c]);
+        }
+    }
+    return sum / (3.0 * a.width() * a.height());
+}
+
+constexpr ImageFormat writable[] = {ImageFormat::tiff, ImageFormat::webp, ImageFormat::heif,
+                                    ImageFormat::avif};
+
+Data wideProfile() {
+    const cmsCIExyY white{0.3127, 0.3290, 1};
+    const cmsCIExyYTRIPLE primaries{{0.68, 0.32, 1}, {0.265, 0.69, 1}, {0.15, 0.06, 1}};
+    cmsToneCurve* gamma = cmsBuildGamma(nullptr, 2.2);
+    cmsToneCurve* curves[] = {gamma, gamma, gamma};
+    const cmsHPROFILE profile = cmsCreateRGBProfile(&white, &primaries, curves);
+    cmsUInt32Number size = 0;
+    cmsSaveProfileToMem(profile, nullptr, &size);
+    Bytes bytes(size);
+    cmsSaveProfileToMem(profile, bytes.data(), &size);
+    cmsCloseProfile(profile);
+    cmsFreeToneCurve(gamma);
+    return Data(std::move(bytes));
+}
+
+TEST(Formats, WhatIsWrittenIsReadAgain) {
+    const CGImage photo = photoLike(97, 61);
+    const CGImage shapes = makePicture(64, 40, PixelLayout::straightLast, [](int x, int y) {
+        return Pixel{200, 40, 90, static_cast<std::uint8_t>(x < 32 ? 255 : y < 20 ? 0 : 128)};
+    });
+    for (const ImageFormat format : writable) {
+        SCOPED_TRACE(displayName(format));
+        ASSERT_TRUE(CGImageDestination::writes(format));
+        const Bytes file = bytesOf(encoded(photo, format, {.quality = 0.95}));
+        const auto source = CGImageSource::make(Data(file));
+        ASSERT_TRUE(source);
+        EXPECT_EQ(source->properties().format, format);
+        EXPECT_FALSE(source->properties().hasAlpha);
+        EXPECT_EQ(source->properties().orientation, Orientation::up);
+        const auto again = decoded(file);
+        ASSERT_TRUE(again);
+        EXPECT_EQ(again->width(), 97);
+        EXPECT_FALSE(again->isIncomplete());
+        EXPECT_LT(difference(*again, photo), format == ImageFormat::tiff ? 0.001 : 4);
+
+        const auto seen = decoded(bytesOf(encoded(shapes, format, {.quality = 1})));
+        ASSERT_TRUE(seen);
+        EXPECT_NEAR(straightAt(*seen, 40, 30)[3], 128, 3);
+        EXPECT_NEAR(straightAt(*seen, 50, 5)[3], 0, 3);
+        EXPECT_NEAR(straightAt(*seen, 10, 10)[0], 200, 6);
+        const auto flat = decoded(bytesOf(encoded(shapes, format, {.quality = 1, .keepsAlpha = false})));
+        EXPECT_NEAR(straightAt(*flat, 50, 5)[1], 255, 6); // over white
+        EXPECT_NEAR(straightAt(*flat, 40, 30)[1], 147, 6);
+    }
+}
+
+TEST(Formats, OfLossOnlyWhatTheQualitySays) {
+    const CGImage photo = photoLike(160, 120);
+    for (const ImageFormat format : {ImageFormat::webp, ImageFormat::heif, ImageFormat::avif})
+        EXPECT_LT(encoded(photo, format, {.quality = 0.2}).size(),
+                  encoded(photo, format, {.quality = 0.9}).size());
+    EXPECT_EQ(difference(*decoded(bytesOf(encoded(photo, ImageFormat::webp, {.quality = 1}))), photo), 0);
+}
+
+TEST(Formats, AProfileIsKeptUnlessItIsStandard) {
+    const auto wide = CGColorSpace::fromICC(wideProfile());
+    ASSERT_TRUE(wide);
+    const auto red = [](const CGColorSpace& space) {
+        return makePicture(
+            32, 32, PixelLayout::skipLast,
+            [](int, int) {
+                return Pixel{230, 20, 30, 255};
+            },
+            space);
+    };
+    for (const ImageFormat format : writable) {
+        SCOPED_TRACE(displayName(format));
+        const auto kept = decoded(bytesOf(encoded(red(*wide), format, {.quality = 0.95})));
+        EXPECT_EQ(kept->colorSpace().iccProfile(), wide->iccProfile());
+        EXPECT_NEAR(pixelAt(*kept, 5, 5)[0], 230, 4);
+        const auto plain = CGImageSource::make(encoded(red(CGColorSpace::sRGB()), format));
+        EXPECT_FALSE(plain->properties().profileName);
+    }
+}
+
+TEST(Formats, TiffKeepsTheResolutionAndSavesLikePng) {
+    const TempFolder folder;
+    const URL url = folder.url("deep/er/a.tif");
+    const auto image = PexImage::make(NSImage::make(photoLike(100, 100), {50, 25}), {});
+    EXPECT_TRUE(PexImageHelper::saveToTIFF(*image, url));
+    const auto source = CGImageSource::make(url);
+    ASSERT_TRUE(source);
+    EXPECT_EQ(source->properties().dpiWidth, 144);
+    EXPECT_EQ(source->properties().dpiHeight, 288);
+    EXPECT_FALSE(PexImageHelper::saveToTIFF(*PexImage::make({.size = {4, 4}}), url));
+    EXPECT_FALSE(CGImageSource::make(url)); // deleted before encoding
+}
+
+TEST(Formats, EachOpensWithinTheLimitsAndNotBeyond) {
+    const ImageLimits before = ImageLimits::current();
+    for (const ImageFormat format : writable) {
+        const Data file = encoded(photoLike(40, 30), format);
+        for (const auto& [most, opens] : {std::pair{std::int64_t{1} << 28, true},
+                                          {std::int64_t{1200}, true},
+                                          {std::int64_t{1199}, false}}) {
+            ImageLimits limits = before;
+            limits.maxPixels = most;
+            ImageLimits::setCurrent(limits);
+            EXPECT_EQ(CGImageSource::make(file).has_value(), opens) << displayName(format) << most;
+        }
+        ImageLimits::setCurrent(before);
+    }
+}
+
+TEST(Formats, BrokenFilesDoNoHarm) {
+    for (const ImageFormat format : writable) {
+        const Bytes whole = bytesOf(encoded(photoLike(48, 32), format));
+        for (std::size_t length = 0; length < whole.size(); length += 1 + whole.size() / 60)
+            decoded({whole.begin(), whole.begin() + static_cast<std::ptrdiff_t>(length)});
+        unsigned state = 5;
+        for (int round = 0; round < 60; ++round) {
+            Bytes broken = whole;
+            for (int i = 0; i < 5; ++i) {
+                state = state * 1664525 + 1013904223;
+                broken[(state >> 8) % broken.size()] = static_cast<std::uint8_t>(state >> 24);
+            }
+            decoded(broken);
+        }
+    }
+    // Rows that came before the cut are there.
+    const CGImage photo = photoLike(400, 400);
+    Bytes tiff = bytesOf(encoded(photo, ImageFormat::tiff));
+    Bytes webp = bytesOf(encoded(photo, ImageFormat::webp, {.quality = 0.9}));
+    webp.resize(webp.size() / 2);
+    const auto half = decoded(webp);
+    ASSERT_TRUE(half);
+    EXPECT_TRUE(half->isIncomplete());
+    EXPECT_NEAR(pixelAt(*half, 10, 10)[0], pixelAt(photo, 10, 10)[0], 30);
+}
+
+TEST(Formats, WebPTurnsAsItsExifSays) {
+    Bytes file = bytesOf(encoded(photoLike(32, 16), ImageFormat::webp));
+    // The extended form: a head with the flag for EXIF, the picture's own chunk, and the block.
+    const Bytes block = exifBlock({exifShort(0x0112, 6)});
+    Bytes riff{'R', 'I', 'F', 'F', 0, 0, 0, 0, 'W', 'E', 'B', 'P', 'V', 'P', '8',
+               'X', 10,  0,   0,   0, 8, 0, 0, 0,   31,  0,   0,   15,  0,   0};
+    riff.insert(riff.end(), file.begin() + 12, file.end());
+    riff.insert(riff.end(), {'E', 'X', 'I', 'F', static_cast<std::uint8_t>(block.size()),
+                             static_cast<std::uint8_t>(block.size() >> 8), 0, 0});
+    riff.insert(riff.end(), block.begin(), block.end());
+    if (block.size() % 2) riff.push_back(0);
+    const auto size = static_cast<std::uint32_t>(riff.size() - 8);
+    for (int i = 0; i < 4; ++i)
+        riff[static_cast<std::size_t>(4 + i)] = static_cast<std::uint8_t>(size >> (8 * i));
+    const auto source = CGImageSource::make(Data(riff));
+    ASSERT_TRUE(source);
+    EXPECT_EQ(source->copyProperties().dictionary("TIFF").integer("Orientation"), 6);
+    EXPECT_EQ(source->properties().orientation, Orientation::right);
+    EXPECT_EQ(PexImage::make(Data(riff), {})->size, (CGSize{16, 32}));
+}
+
+TEST(Gif, FirstFrameWithItsTransparentColour) {
+    // 2 × 2 on a canvas of 3 × 2, two colours, the second transparent: written by hand.
+    const Bytes
+        file{'G', 'I', 'F', '8', '9',  'a',  3, 0, 2, 0,    0x80, 0,    0,    255, 0,
+             0,   0,   0,   255, 0x21, 0xF9, 4, 1, 0, 0,    1,    0,    0x2C, 1,   0,
+             0,   0,   2,   0,   2,    0,    0, 2, 3, 0x44, 0x02, 0x05, 0,    0x3B}; // codes 4 0 1 1 0 5,
+                                                                                     // three and then four
+                                                                                     // bits each
+    const auto image = decoded(file);
+    ASSERT_TRUE(image);
+    EXPECT_EQ(image->width(), 3);
+    EXPECT_EQ(pixelAt(*image, 0, 0), (Pixel{0, 0, 0, 0}));
+    EXPECT_EQ(pixelAt(*image, 1, 0), (Pixel{255, 0, 0, 255}));
+    EXPECT_EQ(pixelAt(*image, 2, 0)[3], 0);
+    for (std::size_t length = 0; length < file.size(); ++length)
+        decoded({file.begin(), file.begin() + static_cast<std::ptrdiff_t>(length)});
+}
+
+/// A BMP of the longer header.
+Bytes bmp(int width, int height, int bits, std::uint8_t compression, const Bytes& tables,
+          const Bytes& pixels) {
+    const std::size_t at = 54 + tables.size();
+    Bytes file{'B', 'M', 0, 0, 0, 0, 0, 0, 0, 0};
+    file.insert(file.end(),
+                {static_cast<std::uint8_t>(at), static_cast<std::uint8_t>(at >> 8), 0, 0, 40, 0, 0, 0});
+    for (const int side : {width, height}) {
+        for (int i = 0; i < 4; ++i)
+            file.push_back(static_cast<std::uint8_t>(static_cast<unsigned>(side) >> (8 * i)));
+    }
+    file.insert(file.end(), {1, 0, static_cast<std::uint8_t>(bits), 0, compression, 0, 0, 0, 0, 0, 0, 0});
+    file.insert(file.end(),
+                {0x13, 0x0B, 0, 0, 0x13, 0x0B, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0}); // 2835 a metre: 72 dpi
+    file.insert(file.end(), tables.begin(), tables.end());
+    file.insert(file.end(), pixels.begin(), pixels.end());
+    return file;
+}
+
+/// Blue, green, red, unused.
+const Bytes palette = [] {
+    Bytes colours{0, 0, 255, 0, 0, 255, 0, 0, 255, 0, 0, 0};
+    colours.resize(16 * 4);
+    return colours;
+}();
+const Pixel red{255, 0, 0, 255}, green{0, 255, 0, 255}, blue{0, 0, 255, 255};
+
+TEST(Bmp, PixelsOfEveryKindLieWhereTheyBelong) {
+    const struct {
+        const char* what;
+        Bytes file;
+    } cases[] = {
+        {"24 bits, bottom row first",
+         bmp(2, 2, 24, 0, {}, {255, 0, 0, 0, 0, 255, 0, 0, 0, 0, 255, 0, 255, 0, 0, 0})},
+        {"24 bits, top row first",
+         bmp(2, -2, 24, 0, {}, {0, 0, 255, 0, 255, 0, 0, 0, 255, 0, 0, 0, 0, 255, 0, 0})},
+        {"4 bits", bmp(2, 2, 4, 0, palette, {0x20, 0, 0, 0, 0x01, 0, 0, 0})},
+        {"runs of 4 bits", bmp(2, 2, 4, 2, palette, {2, 0x20, 0, 0, 2, 0x01, 0, 1})},
+        {"16 bits", bmp(2, 2, 16, 0, {}, {0x1F, 0, 0, 0x7C, 0, 0x7C, 0xE0, 0x03})},
+        {"32 bits by masks", bmp(2, 2, 32, 3, {0xFF, 0, 0, 0, 0, 0xFF, 0, 0, 0, 0, 0xFF, 0},
+                                 {0, 0, 255, 0, 255, 0, 0, 0, 255, 0, 0, 0, 0, 255, 0, 0})},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.what);
+        const auto image = decoded(c.file);
+        ASSERT_TRUE(image);
+        EXPECT_FALSE(image->isIncomplete());
+        EXPECT_EQ(straightAt(*image, 0, 0), red);
+        EXPECT_EQ(straightAt(*image, 1, 0), green);
+        EXPECT_EQ(straightAt(*image, 0, 1), blue);
+        EXPECT_EQ(straightAt(*image, 1, 1), red);
+        EXPECT_EQ(CGImageSource::make(Data(c.file))->properties().dpiWidth, 2835 * 0.0254);
+        for (std::size_t length = 0; length < c.file.size(); ++length)
+            decoded({c.file.begin(), c.file.begin() + static_cast<std::ptrdiff_t>(length)});
+    }
+}
+
+TEST(Bmp, RunsMayJumpAndLeaveOut) {
+    Bytes colours = palette;
+    colours.resize(256 * 4);
+    // From the bottom: two green; a jump one right and one up; three of their own; the end.
+    const auto image = decoded(bmp(4, 3, 8, 1, colours, {2, 1, 0, 2, 0, 1, 0, 3, 2, 1, 2, 0, 0, 1}));
+    ASSERT_TRUE(image);
+    EXPECT_EQ(straightAt(*image, 0, 2), green);
+    EXPECT_EQ(straightAt(*image, 2, 2), red); // the first colour
+    EXPECT_EQ(straightAt(*image, 2, 1), blue);
+    EXPECT_EQ(straightAt(*image, 3, 1), green);
+    EXPECT_EQ(straightAt(*image, 0, 0), red);
+}
+
+TEST(Bmp, LyingHeadersAreRefused) {
+    const Bytes pixels(64);
+    for (const auto& [width, height, bits, compression] : {std::tuple{0, 2, 24, 0},
+                                                           {2, 0, 24, 0},
+                                                           {-2, 2, 24, 0},
+                                                           {2, 2, 7, 0},
+                                                           {2, 2, 24, 1},
+                                                           {2, -2, 8, 1},
+                                                           {100'000, 100'000, 24, 0},
+                                                           {2, 2, 24, 9}})
+        EXPECT_FALSE(decoded(bmp(width, height, bits, static_cast<std::uint8_t>(compression), {}, pixels)))
+            << width << ' ' << height << ' ' << bits << ' ' << compression;
+    EXPECT_FALSE(decoded(
+        {'B', 'M', ' ', 'i', 's', ' ', 'n', 'o', ' ', 'p', 'i', 'c', 't', 'u', 'r', 'e', '!', '!', '!'}));
+}
+
+TEST(Heif, SavesWithAndWithoutAlphaAndWithinABudget) {
+    const TempFolder folder;
+    const auto photo = PexImage::make(photoLike(320, 240));
+    const auto full = photo->heifData({.quality = 1.0, .useAlpha = true});
+    ASSERT_TRUE(full);
+    const auto ten = photo->heifData({.quality = 0.5, .useAlpha = false});
+    EXPECT_EQ(CGImageSource::make(*ten)->properties().depth, 10);
+    EXPECT_LT(difference(*decoded(bytesOf(*ten)), *photo->cgImage), 4);
+    EXPECT_FALSE(PexImage::make({.size = {4, 4}})->heifData({.quality = 1}));
+    const URL url = folder.url("a.heic");
+    EXPECT_TRUE(photo->saveAsHEIF({.to = url, .quality = 0.5}));
+    EXPECT_FALSE(photo->saveAsHEIF({.to = folder.url("no/such/folder/a.heic"), .quality = 0.5}));
+
+    const auto large = static_cast<long long>(full->size());
+    const auto size = [&] { return static_cast<long long>(Data::contentsOf(url)->size()); };
+    {
+        const CapturedLines printed; // fits as it is: no search
+        EXPECT_TRUE(photo->saveAsHEIF({.desiredSize = large + 1, .to = url}));
+        EXPECT_EQ(size(), large);
+        EXPECT_TRUE(printed.lines.empty());
+    }
+    const CapturedLines printed;
+    EXPECT_TRUE(photo->saveAsHEIF({.desiredSize = large / 3, .to = url}));
+    EXPECT_LE(size(), large / 3);
+    EXPECT_GT(size(), large / 5);
+    EXPECT_EQ(printed.lines.back().substr(0, 9), "quality: ");
+    const auto smallest = static_cast<long long>(photo->heifData({.quality = 0})->size());
+    const auto tiny = photo->saveAsHEIFWithin({.desiredSize = smallest - 1, .to = url});
+    ASSERT_TRUE(tiny);
+    EXPECT_LT(size(), smallest);
+    EXPECT_LT(tiny->size.width, 320);
+}
+
+} // namespace
+} // namespace pex

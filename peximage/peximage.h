@@ -16,6 +16,7 @@
 #include "peximage/platform/codecs/ImageLimits.h"
 #include "peximage/platform/filters/CIContext.h"
 #include "peximage/platform/foundation/Diagnostics.h"
+#include "peximage/platform/foundation/UserFolders.h"
 #include "peximage/platform/geometry/Numbers.h"
 #include "peximage/platform/raster/CGContext.h"
 #include "peximage/platform/raster/PixelBuffer.h"
@@ -25,4 +26,5 @@
 #include "peximage/platform/varda/PerfAn.h"
 #include "peximage/platform/varda/PexId.h"
 #include "peximage/platform/varda/PexPrecalc.h"
+#include "peximage/platform/varda/Queue.h"
 #include "peximage/platform/varda/XMain.h"

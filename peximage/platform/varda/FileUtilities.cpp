@@ -1,5 +1,7 @@
 #include "peximage/platform/varda/FileUtilities.h"
 
+#include "peximage/platform/foundation/UserFolders.h"
+
 #include <filesystem>
 
 namespace pex {
@@ -27,6 +29,10 @@ bool fu_deleteFile(const URL& url) {
     if (status.type() == fs::file_type::not_found) return true;
     if (!fs::is_regular_file(status) && !fs::is_symlink(status)) return false;
     return fs::remove(url.path(), error);
+}
+
+std::optional<URL> fu_getCacheFolderUrl(bool user) {
+    return user ? userCachesFolder() : URL::fromPath("/var/cache");
 }
 
 } // namespace pex

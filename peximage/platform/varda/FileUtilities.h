@@ -18,4 +18,8 @@ PEX_EXPORT bool fu_fileExists(const URL& url, std::optional<double> minSizeInKB 
 /// a device. True when no such file is left.
 PEX_EXPORT bool fu_deleteFile(const URL& url);
 
+/// The folder for caches: with `user` the calling user's (`userCachesFolder`), else the one of all users,
+/// which an application can rarely write to. It need not exist. Absent when the user has no home.
+PEX_EXPORT std::optional<URL> fu_getCacheFolderUrl(bool user);
+
 } // namespace pex

@@ -1,6 +1,8 @@
 #pragma once
 
 // The whole public library. Programs that use a part of it may include that part's header alone.
+#include "peximage/cache/PexImageCache.h"
+#include "peximage/cache/PexImageStoredCache.h"
 #include "peximage/canvas/PexCanvas.h"
 #include "peximage/composer/PexComposer.h"
 #include "peximage/composer/PexComposerManager.h"
@@ -18,6 +20,7 @@
 #include "peximage/platform/codecs/ImageLimits.h"
 #include "peximage/platform/filters/CIContext.h"
 #include "peximage/platform/foundation/Diagnostics.h"
+#include "peximage/platform/foundation/UserFolders.h"
 #include "peximage/platform/geometry/Numbers.h"
 #include "peximage/platform/raster/CGContext.h"
 #include "peximage/platform/raster/PixelBuffer.h"
@@ -25,6 +28,8 @@
 #include "peximage/platform/varda/Draw.h"
 #include "peximage/platform/varda/FileUtilities.h"
 #include "peximage/platform/varda/PerfAn.h"
+#include "peximage/platform/varda/PexCache.h"
 #include "peximage/platform/varda/PexId.h"
 #include "peximage/platform/varda/PexPrecalc.h"
+#include "peximage/platform/varda/Queue.h"
 #include "peximage/platform/varda/XMain.h"

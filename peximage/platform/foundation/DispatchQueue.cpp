@@ -49,7 +49,8 @@ struct DispatchQueue::State {
     }
 };
 
-DispatchQueue::DispatchQueue() : state_(std::make_unique<State>()) {}
+DispatchQueue::DispatchQueue(std::string label)
+    : label_(std::move(label)), state_(std::make_unique<State>()) {}
 
 DispatchQueue::~DispatchQueue() {
     {

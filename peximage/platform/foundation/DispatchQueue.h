@@ -4,13 +4,15 @@
 
 #include <functional>
 #include <memory>
+#include <string>
 
 namespace pex {
 
 /// A serial queue: blocks handed to it run one after the other, in the order they came in.
 class PEX_EXPORT DispatchQueue {
   public:
-    DispatchQueue();
+    /// The label tells people which queue it is.
+    explicit DispatchQueue(std::string label = {});
     /// Waits for the blocks that are still queued.
     ~DispatchQueue();
     DispatchQueue(const DispatchQueue&) = delete;
@@ -21,8 +23,11 @@ class PEX_EXPORT DispatchQueue {
     /// Queues the block for the queue's own thread, which is started by the first such block, and returns.
     void async(std::function<void()> block);
 
+    const std::string& label() const { return label_; }
+
   private:
     struct State;
+    std::string label_;
     std::unique_ptr<State> state_;
 };
 

@@ -2,9 +2,12 @@
 
 #include <array>
 #include <cstdlib>
+#include <mutex>
 #include <pwd.h>
 #include <string>
+#include <string_view>
 #include <unistd.h>
+#include <utility>
 
 namespace pex {
 namespace {
@@ -23,14 +26,41 @@ std::string homeFolder() {
     return failed || !found || !found->pw_dir ? "" : found->pw_dir;
 }
 
-} // namespace
-
-std::optional<URL> userDataFolder() {
-    if (const std::string data = environment("XDG_DATA_HOME"); data.starts_with('/'))
-        return URL::fromPath(data);
+/// What the variable names, else the folder of that name in the user's home.
+std::optional<URL> baseFolder(const char* variable, std::string_view inHome) {
+    if (const std::string folder = environment(variable); folder.starts_with('/'))
+        return URL::fromPath(folder);
     const std::string home = homeFolder();
     if (!home.starts_with('/')) return std::nullopt;
-    return URL::fromPath(home).appendingPathComponent(".local/share");
+    return URL::fromPath(home).appendingPathComponent(inHome);
+}
+
+struct ChosenFolder {
+    std::mutex mutex;
+    std::optional<URL> folder;
+};
+
+ChosenFolder& chosenCachesFolder() {
+    // Never freed: background work may still ask while the process ends.
+    static ChosenFolder& instance = *new ChosenFolder;
+    return instance;
+}
+
+} // namespace
+
+std::optional<URL> userDataFolder() { return baseFolder("XDG_DATA_HOME", ".local/share"); }
+
+std::optional<URL> userCachesFolder() {
+    {
+        const std::lock_guard lock(chosenCachesFolder().mutex);
+        if (chosenCachesFolder().folder) return chosenCachesFolder().folder;
+    }
+    return baseFolder("XDG_CACHE_HOME", ".cache");
+}
+
+void setUserCachesFolder(std::optional<URL> folder) {
+    const std::lock_guard lock(chosenCachesFolder().mutex);
+    chosenCachesFolder().folder = std::move(folder);
 }
 
 } // namespace pex

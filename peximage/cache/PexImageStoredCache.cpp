@@ -1,0 +1,185 @@
+#include "peximage/cache/PexImageStoredCache.h"
+
+#include "peximage/helpers/PexImageHelperSavers.h"
+#include "peximage/platform/varda/FileUtilities.h"
+#include "peximage/platform/varda/PexId.h"
+#include "peximage/platform/varda/Queue.h"
+
+#include <algorithm>
+#include <chrono>
+#include <filesystem>
+#include <utility>
+
+namespace pex {
+namespace fs = std::filesystem;
+namespace {
+
+constexpr double storedQuality = 0.75;
+constexpr double secondsADay = 86400;
+/// No save takes that long: a temporary file this old belongs to nobody.
+constexpr double temporaryLifeInSeconds = 3600;
+constexpr std::string_view temporaryStart = ".pex-", temporaryEnd = ".tmp";
+
+std::string_view extensionOf(PexImageStoredCache::Mode mode) {
+    return mode == PexImageStoredCache::Mode::png ? ".png" : ".jpg";
+}
+
+bool isTemporary(const URL& file) {
+    const std::string name = file.lastPathComponent();
+    return name.starts_with(temporaryStart) && name.ends_with(temporaryEnd);
+}
+
+/// A file or folder inside the folder; absent when the relative path names the folder itself, leads out of
+/// it, or is none that the file system takes.
+std::optional<URL> inside(const URL& folder, std::string_view relative) {
+    constexpr std::size_t longestName = 255;
+    if (relative.find('\0') != std::string_view::npos) return std::nullopt;
+    const std::string root = fs::path(folder.path() + '/').lexically_normal().string();
+    std::string path = fs::path(root + std::string(relative)).lexically_normal().string();
+    if (path.ends_with('/')) path.pop_back();
+    if (!path.starts_with(root)) return std::nullopt;
+    for (const fs::path& part : fs::path(path))
+        if (part.native().size() > longestName) return std::nullopt;
+    return URL::fromPath(path);
+}
+
+/// A twin of the image with caches of its own, for another thread: the caller may go on using the image.
+std::shared_ptr<PexImage> twin(const PexImage& image) {
+    auto copy = std::make_shared<PexImage>(image);
+    if (copy->bitmapRep_) copy->bitmapRep_ = std::make_shared<NSBitmapImageRep>(copy->bitmapRep_->cgImage());
+    if (const auto bitmap = image.image->cgImageForProposedRect())
+        copy->image = NSImage::make(*bitmap, image.image->size());
+    return copy;
+}
+
+bool save(const std::shared_ptr<PexImage>& image, PexImageStoredCache::Mode mode, const URL& url) {
+    return mode == PexImageStoredCache::Mode::png
+               ? PexImageHelper::saveToPNG(*image, url)
+               : PexImageHelper::saveToJpeg(image, {.quality = storedQuality, .dpi = {}, .url = url});
+}
+
+/// Under another name in the same folder first: the savers delete what is there before they write.
+bool saveWhole(const std::shared_ptr<PexImage>& image, PexImageStoredCache::Mode mode, const URL& url) {
+    const URL temporary = url.deletingLastPathComponent().appendingPathComponent(
+        std::string(temporaryStart) + PexId::newId("", "", true) + std::string(temporaryEnd));
+    std::error_code error;
+    if (save(image, mode, temporary)) {
+        fs::rename(temporary.path(), url.path(), error);
+        if (!error) return true;
+    }
+    fu_deleteFile(temporary);
+    return false;
+}
+
+std::shared_ptr<PexImage> readWhole(const URL& url) {
+    auto image = PexImage::make({.fastUrl = url});
+    const bool whole = image && image->cgImage && !image->cgImage->isIncomplete();
+    return whole ? image : nullptr;
+}
+
+/// Whether the file has lived that long. One from the future, which a clock that was set back makes, is dated
+/// now, so that it, too, will be old one day.
+bool isOlder(const URL& file, double seconds) {
+    const auto date = fu_modificationDate(file);
+    if (!date) return false;
+    const double age = std::chrono::duration<double>(std::chrono::system_clock::now() - *date).count();
+    std::error_code ignored;
+    if (age < 0) fs::last_write_time(file.path(), fs::file_time_type::clock::now(), ignored);
+    return age > seconds;
+}
+
+std::size_t removeOld(const std::vector<URL>& files, std::int64_t days) {
+    const double life = static_cast<double>(days) * secondsADay;
+    return static_cast<std::size_t>(std::count_if(files.begin(), files.end(), [&](const URL& file) {
+        return isOlder(file, isTemporary(file) ? temporaryLifeInSeconds : life) && fu_deleteFile(file);
+    }));
+}
+
+} // namespace
+
+PexImageStoredCache::PexImageStoredCache(Settings settings)
+    : name(std::move(settings.name)),
+      removeItemsAfterDays(settings.removeItemsAfterDays),
+      mode(settings.mode),
+      resizeMinSideToMax(settings.resizeMinSideToMax) {
+    PexImageStoredCache::removeOldItems();
+}
+
+std::shared_ptr<PexImageStoredCache> PexImageStoredCache::make(Settings settings) {
+    return std::shared_ptr<PexImageStoredCache>(new PexImageStoredCache(std::move(settings)));
+}
+
+std::optional<URL> PexImageStoredCache::folder() const {
+    const std::optional<URL> caches = fu_getCacheFolderUrl(true);
+    return caches && caches->isFileURL() ? inside(*caches, name) : std::nullopt;
+}
+
+std::optional<URL> PexImageStoredCache::fileFor(std::string_view id) const {
+    const std::optional<URL> own = folder();
+    return own ? inside(*own, std::string(id) + std::string(extensionOf(mode))) : std::nullopt;
+}
+
+std::vector<URL> PexImageStoredCache::files() const {
+    const std::optional<URL> own = folder();
+    return own ? fu_filesInFolder(*own) : std::vector<URL>();
+}
+
+std::optional<URL> PexImageStoredCache::imageUrl(std::string_view with) const {
+    std::optional<URL> url = fileFor(with);
+    if (url) fu_createFolder(url->deletingLastPathComponent());
+    return url;
+}
+
+bool PexImageStoredCache::storeNow(const std::shared_ptr<PexImage>& image, const std::string& withId) {
+    const std::optional<URL> url = imageUrl(withId);
+    if (!image || !url) return false;
+    std::shared_ptr<PexImage> stored = image;
+    if (resizeMinSideToMax) {
+        const auto resized =
+            image->resize({.withMinSideBoundedTo = static_cast<double>(*resizeMinSideToMax)});
+        if (resized) stored = resized;
+    }
+    return saveWhole(stored, mode, *url);
+}
+
+void PexImageStoredCache::store(const std::shared_ptr<PexImage>& image, const std::string& withId) {
+    if (!image) return;
+    Queue::execute(
+        false, [self = shared_from_this(), copy = twin(*image), withId] { self->storeNow(copy, withId); });
+}
+
+std::shared_ptr<PexImage> PexImageStoredCache::retrieveImage(const std::string& withId) {
+    const std::optional<URL> url = imageUrl(withId);
+    return url && fu_fileExists(*url) ? readWhole(*url) : nullptr;
+}
+
+std::shared_ptr<PexImage> PexImageStoredCache::retrieveOrCalc(const ImageOrCalc& request) {
+    if (const auto made = cache.value(request.imageWithId)) return *made;
+    if (auto stored = retrieveImage(request.imageWithId)) return stored;
+    auto image = request.calc ? request.calc() : nullptr;
+    if (!image) return nullptr;
+    store(image, request.imageWithId);
+    cache.set(request.imageWithId, image, true);
+    return image;
+}
+
+void PexImageStoredCache::removeOldItems() {
+    Queue::execute(false, [files = files(), days = removeItemsAfterDays] { removeOld(files, days); });
+}
+
+std::size_t PexImageStoredCache::removeOldItemsNow() { return removeOld(files(), removeItemsAfterDays); }
+
+std::vector<std::string> PexImageStoredCache::identifiers() const {
+    std::vector<std::string> all;
+    const std::optional<URL> own = folder();
+    const std::string_view extension = extensionOf(mode);
+    for (const URL& file : files()) {
+        std::string id = file.path().substr(own->path().size() + 1);
+        if (!id.ends_with(extension)) continue;
+        id.resize(id.size() - extension.size());
+        all.push_back(std::move(id));
+    }
+    return all;
+}
+
+} // namespace pex

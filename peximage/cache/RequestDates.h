@@ -1,0 +1,21 @@
+#pragma once
+
+#include <algorithm>
+#include <chrono>
+
+namespace pex {
+
+/// Dates of requests in their order: each is later than all before, also when the clock is set back.
+class RequestDates {
+  public:
+    using Date = std::chrono::system_clock::time_point;
+
+    Date next(Date now = std::chrono::system_clock::now()) {
+        return last_ = std::max(now, last_ + Date::duration(1));
+    }
+
+  private:
+    Date last_{};
+};
+
+} // namespace pex

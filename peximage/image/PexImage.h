@@ -23,6 +23,9 @@
 
 namespace pex {
 
+class PexColor;
+class PexConvolution;
+class PexLut;
 struct PexWatermark;
 
 /// One raster image, held at once in the platform's representations: a desktop image, a bitmap, a bitmap
@@ -305,6 +308,43 @@ class PEX_EXPORT PexImage : public std::enable_shared_from_this<PexImage> {
     /// the watermark cannot be resized as the settings say, or memory cannot be had.
     std::shared_ptr<PexImage> watermark(const std::shared_ptr<PexImage>& with,
                                         const PexWatermark& settings) const;
+
+    // Filters (pixels/Filters.cpp, pixels/Convolution.cpp). What "Null" says is the result without a bitmap
+    // or without memory, too.
+
+    struct Convolution {
+        const PexConvolution& convolution;
+    };
+    /// Every byte of R, G, B and alpha convolved alike, divided by 3, rounded and limited to 0–255; then alpha
+    /// is dropped: the result is opaque. Null for a kernel of fewer than nine weights or a background of fewer
+    /// than four bytes.
+    std::shared_ptr<PexImage> convolve(const Convolution& how) const;
+    struct Kernel {
+        const std::vector<std::int16_t>& kernel;
+    };
+    /// The same with a transparent black background.
+    std::shared_ptr<PexImage> convolve(const Kernel& how) const;
+
+    /// Luma sharpened: see `CIImage::sharpenedLuminance`. Null, with a diagnostic line, for a sharpness that
+    /// is not finite.
+    std::shared_ptr<PexImage> sharpen(float sharpness) const;
+    /// Brighter by `ev` stops, in linear light; the result is sRGB. The receiver itself for an `ev` that is
+    /// not finite, and without a bitmap or memory.
+    std::shared_ptr<PexImage> exposure(double ev);
+
+    struct Lut {
+        const PexLut& lut;
+    };
+    /// Colours, as sRGB, looked up in a table; the result is sRGB.
+    std::shared_ptr<PexImage> apply(const Lut& table) const;
+    struct LutAtUrl {
+        URL lutAtUrl;
+    };
+    /// Null when the file is no table.
+    std::shared_ptr<PexImage> apply(const LutAtUrl& table) const;
+
+    /// Every pixel in one colour, its alpha as it was. The receiver itself without memory.
+    std::shared_ptr<PexImage> fill(const PexColor& with);
 
     // Pages of PDF documents (DocumentImport.cpp; illustration files are loaded by what DocumentImport.h
     // declares). A page of so many points, 72 an inch, has dpi / 72 times as many pixels, divided by

@@ -2,6 +2,7 @@
 
 #include "peximage/platform/codecs/ImageLimits.h"
 #include "peximage/platform/filters/FilterGraph.h"
+#include "peximage/platform/filters/FilteredSource.h"
 #include "peximage/platform/raster/AffinePicture.h"
 #include "peximage/platform/raster/Scaling.h"
 #include "peximage/platform/raster/Strips.h"
@@ -9,6 +10,7 @@
 #include <algorithm>
 #include <cmath>
 #include <utility>
+#include <vector>
 
 namespace pex {
 namespace {
@@ -27,10 +29,32 @@ struct FoldedChain {
 
 std::optional<FoldedChain> fold(const Node& node);
 std::optional<CGImage> render(const Node& node);
+std::optional<CGImage> filtered(const Node& node);
 
-/// The picture as a bitmap of its own, so that it can be turned again.
+bool isFilter(const Node& node) {
+    return std::holds_alternative<Node::Sharpen>(node.operation) ||
+           std::holds_alternative<Node::Recolor>(node.operation);
+}
+
+const Node* inputOf(const Node& filter) {
+    const auto* sharpen = std::get_if<Node::Sharpen>(&filter.operation);
+    return sharpen ? sharpen->input.get() : std::get<Node::Recolor>(filter.operation).input.get();
+}
+
+void add(const Node::Sharpen& operation, FilterChain& chain) { chain.sharpen(operation.sharpness); }
+void add(const Node::Recolor& operation, FilterChain& chain) {
+    if (operation.cube)
+        chain.lookUp(operation.cube);
+    else
+        chain.bend(operation.curve);
+}
+template <class Other>
+void add(const Other&, FilterChain&) {}
+
+/// The picture as a bitmap of its own, so that it can be turned again. Of a filter it is not made before its
+/// pixels are touched, and then row by row where that is enough.
 std::optional<FoldedChain> rendered(const Node& node) {
-    const std::optional<CGImage> bitmap = render(node);
+    const std::optional<CGImage> bitmap = isFilter(node) ? filtered(node) : render(node);
     if (!bitmap) return std::nullopt;
     const CGRect whole{0, 0, static_cast<double>(bitmap->width()), static_cast<double>(bitmap->height())};
     const CGRect& extent = node.extent;
@@ -41,6 +65,7 @@ std::optional<FoldedChain> rendered(const Node& node) {
 }
 
 std::optional<FoldedChain> fold(const Node& node) {
+    if (isFilter(node)) return rendered(node);
     if (const auto* source = std::get_if<Node::Source>(&node.operation))
         return FoldedChain{source->image, node.extent};
     if (const auto* moved = std::get_if<Node::Transform>(&node.operation)) {
@@ -115,7 +140,31 @@ std::optional<CGImage> sampled(const CGImage& picture, const CGAffineTransform& 
     return CGImage::make(size.width, size.height, stride, layout, space, std::move(buffer));
 }
 
+/// A filter's picture, whose pixels are made when they are touched.
+std::optional<CGImage> filtered(const Node& node) {
+    std::vector<const Node*> filters;
+    const Node* below = &node;
+    for (; isFilter(*below); below = inputOf(*below))
+        filters.push_back(below);
+    if (node.extent.isEmpty()) return std::nullopt;
+    std::optional<CGImage> base = render(*below);
+    if (!base) return std::nullopt;
+    FilterChain chain;
+    for (auto filter = filters.rbegin(); filter != filters.rend(); ++filter)
+        std::visit([&](const auto& operation) { add(operation, chain); }, (*filter)->operation);
+    return CGImage::make(std::make_shared<FilteredSource>(std::move(*base), std::move(chain)));
+}
+
+std::optional<CGImage> renderFilters(const Node& node) {
+    const std::optional<CGImage> picture = filtered(node);
+    return picture && picture->pixels() ? picture : std::nullopt;
+}
+
 std::optional<CGImage> render(const Node& node) {
+    if (isFilter(node)) return renderFilters(node);
+    if (const auto* crop = std::get_if<Node::Crop>(&node.operation)) {
+        if (crop->input->extent == node.extent) return render(*crop->input);
+    }
     const CGRect& shown = node.extent;
     const std::optional<PixelSize> size = renderedSize(shown.size.width, shown.size.height);
     const std::optional<FoldedChain> chain = size ? fold(node) : std::nullopt;

@@ -7,6 +7,23 @@
 #include <cmath>
 
 namespace pex {
+namespace {
+
+/// The curve of sRGB (IEC 61966-2-1).
+double toLinear(double v) { return v <= 0.04045 ? v / 12.92 : std::pow((v + 0.055) / 1.055, 2.4); }
+double fromLinear(double v) { return v <= 0.0031308 ? v * 12.92 : 1.055 * std::pow(v, 1 / 2.4) - 0.055; }
+
+kernels::ByteCurve exposureCurve(double ev) {
+    kernels::ByteCurve curve{};
+    const double gain = std::exp2(std::clamp(ev, -100.0, 100.0));
+    for (std::size_t byte = 0; byte < curve.size(); ++byte) {
+        const double light = std::min(toLinear(static_cast<double>(byte) / 255) * gain, 1.0);
+        curve[byte] = static_cast<std::uint8_t>(std::lround(fromLinear(light) * 255));
+    }
+    return curve;
+}
+
+} // namespace
 
 CIImage::CIImage(const CGImage& image)
     : node_(std::make_shared<Node>(
@@ -41,6 +58,20 @@ CIImage CIImage::straightened(double radians) const {
 
 CIImage CIImage::cropped(const CGRect& rect) const {
     return CIImage(std::make_shared<Node>(Node{Node::Crop{node_}, node_->extent.intersection(rect)}));
+}
+
+CIImage CIImage::sharpenedLuminance(double sharpness) const {
+    const CGRect shown = std::isfinite(sharpness) ? extent() : CGRect{};
+    return CIImage(std::make_shared<Node>(Node{Node::Sharpen{node_, sharpness}, shown}));
+}
+
+CIImage CIImage::exposureAdjusted(double ev) const {
+    const CGRect shown = std::isfinite(ev) ? extent() : CGRect{};
+    return CIImage(std::make_shared<Node>(Node{Node::Recolor{node_, exposureCurve(ev), nullptr}, shown}));
+}
+
+CIImage CIImage::colorCube(std::shared_ptr<const ColorCube> cube) const {
+    return CIImage(std::make_shared<Node>(Node{Node::Recolor{node_, {}, std::move(cube)}, extent()}));
 }
 
 CIImage CIImage::resized(const Resized& target) const {

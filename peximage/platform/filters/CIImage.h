@@ -10,6 +10,8 @@
 
 namespace pex {
 
+class ColorCube;
+
 /// A picture described but not computed: an immutable node of a filter graph, which `CIContext` renders.
 /// Copies share the node. Coordinates have their origin at the bottom-left corner, y upward, one unit a pixel
 /// of the source. Safe to use from many threads.
@@ -41,6 +43,17 @@ class PEX_EXPORT CIImage {
     /// Stretched to a size in pixels: each axis scaled on its own, then cut to that size about the centre,
     /// which takes away nothing but rounding. Empty for a size that is not positive.
     CIImage resized(const Resized& target) const;
+
+    // Filters. The extent stays; colours stay within alpha. What they compute is spelled out at the nodes.
+
+    /// Luma sharpened: to each colour is added `sharpness` × (luma − blurred luma), with Rec. 709 luma of the
+    /// colours as they are stored, blurred by the binomial weights 1 4 6 4 1 along both axes; beyond the
+    /// edges the picture's last pixels repeat. Limited to ±64. Empty for a sharpness that is not finite.
+    CIImage sharpenedLuminance(double sharpness) const;
+    /// Colours in linear light times 2^ev, white at most. Empty for an ev that is not finite.
+    CIImage exposureAdjusted(double ev) const;
+    /// Every colour looked up in the cube, which must not be null.
+    CIImage colorCube(std::shared_ptr<const ColorCube> cube) const;
 
     /// The whole extent rendered; absent when `CIContext` cannot.
     std::optional<CGImage> getCGImage() const;

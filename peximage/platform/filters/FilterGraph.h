@@ -1,6 +1,7 @@
 #pragma once
 
 #include "peximage/platform/filters/CIImage.h"
+#include "peximage/platform/filters/ColorCube.h"
 
 #include <memory>
 #include <variant>
@@ -20,7 +21,19 @@ struct CIImage::Node {
         std::shared_ptr<const Node> input;
     };
 
-    std::variant<Source, Transform, Crop> operation;
+    /// Adds to the colours what their luma is above that of what lies around, times the sharpness.
+    struct Sharpen {
+        std::shared_ptr<const Node> input;
+        double sharpness;
+    };
+    /// Changes each pixel's colour by itself: by a curve, or by a cube where there is one.
+    struct Recolor {
+        std::shared_ptr<const Node> input;
+        kernels::ByteCurve curve;
+        std::shared_ptr<const ColorCube> cube;
+    };
+
+    std::variant<Source, Transform, Crop, Sharpen, Recolor> operation;
     CGRect extent;
 };
 

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "peximage/platform/Export.h"
+#include "peximage/platform/foundation/Data.h"
 #include "peximage/platform/foundation/DocumentTree.h"
 #include "peximage/platform/foundation/DocumentWriter.h"
 #include "peximage/platform/foundation/Enumeration.h"
@@ -94,6 +95,13 @@ struct DocumentCodec<std::string> {
         target = *read;
         return true;
     }
+};
+
+/// Bytes stand as base64 text.
+template <>
+struct PEX_EXPORT DocumentCodec<Data> {
+    static void write(DocumentWriter& writer, const Data& value);
+    static bool read(DocumentValue value, Data& target, DocumentError* error);
 };
 
 /// An enumeration stands as its raw value.

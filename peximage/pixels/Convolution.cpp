@@ -1,0 +1,117 @@
+#include "peximage/image/PexImage.h"
+#include "peximage/pixels/PexConvolution.h"
+#include "peximage/platform/raster/Strips.h"
+#include "peximage/platform/raster/kernels/ConvertRow.h"
+#include "peximage/platform/raster/kernels/ConvolveRow.h"
+
+#include <algorithm>
+#include <atomic>
+
+namespace pex {
+namespace {
+
+using Weights = std::array<std::int16_t, 9>;
+using Background = std::array<std::uint8_t, 4>;
+
+/// The same pixels with R G B A in this order, colours as they are stored.
+PixelLayout rgbaLayout(PixelLayout layout) {
+    switch (layout) {
+    case PixelLayout::premultipliedLast:
+    case PixelLayout::premultipliedFirst:
+        return PixelLayout::premultipliedLast;
+    case PixelLayout::straightLast:
+    case PixelLayout::straightFirst:
+        return PixelLayout::straightLast;
+    case PixelLayout::skipLast:
+    case PixelLayout::skipFirst:
+    case PixelLayout::grey:
+        break;
+    }
+    return PixelLayout::skipLast;
+}
+
+/// Three rows of the picture in R G B A, each between two background pixels.
+class RowWindow {
+  public:
+    RowWindow(const PixelView& from, const Background& background)
+        : from_(from), background_(background), rowBytes_((std::size_t(from.width) + 2) * 4) {
+        memory_ = PixelBuffer::make(3 * (rowBytes_ + kernels::rowSlack));
+    }
+    explicit operator bool() const { return bool(memory_); }
+
+    void take(int y) {
+        std::uint8_t* row = at(y);
+        const auto fill = [&](std::uint8_t* pixel) { std::ranges::copy(background_, pixel); };
+        if (y < 0 || y >= from_.height) {
+            for (std::size_t i = 0; i < rowBytes_; i += 4)
+                fill(row + i);
+            return;
+        }
+        fill(row);
+        kernels::convertRow(from_.row(y), from_.layout, row + 4, rgbaLayout(from_.layout), from_.width);
+        fill(row + rowBytes_ - 4);
+    }
+    std::array<const std::uint8_t*, 3> around(int y) const { return {at(y - 1), at(y), at(y + 1)}; }
+
+  private:
+    std::uint8_t* at(int y) const {
+        return memory_.data() + static_cast<std::size_t>(y + 3) % 3 * (rowBytes_ + kernels::rowSlack);
+    }
+
+    PixelView from_;
+    Background background_;
+    std::size_t rowBytes_;
+    PixelBuffer memory_;
+};
+
+bool convolveStrip(const PixelView& from, const Weights& weights, const Background& background, int begin,
+                   const MutablePixelView& to) {
+    RowWindow window(from, background);
+    if (!window) return false;
+    window.take(begin - 1);
+    window.take(begin);
+    for (int i = 0; i < to.height; ++i) {
+        window.take(begin + i + 1);
+        kernels::convolveRow(window.around(begin + i), weights, to.row(i), to.width);
+    }
+    return true;
+}
+
+std::optional<CGImage> convolved(const CGImage& image, const Weights& weights, const Background& background) {
+    const std::optional<PixelView> from = image.pixels();
+    if (!from) return std::nullopt;
+    const std::ptrdiff_t stride = std::ptrdiff_t{from->width} * 4;
+    PixelBuffer buffer =
+        PixelBuffer::make(static_cast<std::size_t>(stride) * static_cast<std::size_t>(from->height));
+    if (!buffer) return std::nullopt;
+    const MutablePixelView to{buffer.data(), from->width, from->height, stride, PixelLayout::skipLast};
+    std::atomic<bool> complete{true};
+    forEachStrip(from->height, [&](int begin, int end) {
+        if (!convolveStrip(*from, weights, background, begin, to.part(0, begin, to.width, end - begin)))
+            complete = false;
+    });
+    if (!complete) return std::nullopt;
+    return CGImage::make(to.width, to.height, stride, to.layout, CGColorSpace::deviceRGB(),
+                         std::move(buffer));
+}
+
+} // namespace
+
+std::shared_ptr<PexImage> PexImage::convolve(const Convolution& how) const {
+    Weights weights{};
+    Background background{};
+    const PexConvolution& given = how.convolution;
+    if (!cgImage || given.kernel.size() < weights.size() || given.bgColor.size() < background.size())
+        return nullptr;
+    std::copy_n(given.kernel.begin(), weights.size(), weights.begin());
+    std::copy_n(given.bgColor.begin(), background.size(), background.begin());
+    const std::optional<CGImage> result = convolved(*cgImage, weights, background);
+    return result ? make(*result) : nullptr;
+}
+
+std::shared_ptr<PexImage> PexImage::convolve(const Kernel& how) const {
+    const PexConvolution convolution(how.kernel);
+    return convolve({.convolution = convolution});
+}
+
+} // namespace pex

@@ -1,0 +1,124 @@
+#include "peximage/platform/filters/ColorCube.h"
+
+#include "peximage/platform/codecs/CGImageSource.h"
+#include "peximage/platform/raster/kernels/ConvertRow.h"
+
+#include <algorithm>
+#include <cmath>
+#include <new>
+
+namespace pex {
+namespace {
+
+using Color = ColorCube::Color;
+
+std::size_t cubed(int side) {
+    const auto n = static_cast<std::size_t>(side);
+    return n * n * n;
+}
+
+/// For each byte the entry below it and, in 16384ths, how far it lies towards the next one.
+std::array<std::uint32_t, 256> axis(int side, double least, double most) {
+    std::array<std::uint32_t, 256> places{};
+    for (std::size_t byte = 0; byte < places.size(); ++byte) {
+        const double share = (static_cast<double>(byte) / 255 - least) / (most - least);
+        const double at = std::clamp(share, 0.0, 1.0) * (side - 1);
+        const double below = std::min(std::floor(at), side - 2.0);
+        const auto along = static_cast<std::uint32_t>(std::lround((at - below) * 16384));
+        places[byte] = static_cast<std::uint32_t>(below) << 16 | along;
+    }
+    return places;
+}
+
+bool isUsable(const ColorCube::Domain& domain) {
+    for (std::size_t c = 0; c < 3; ++c) {
+        const double width = domain.most[c] - domain.least[c];
+        if (!(width > 0) || !std::isfinite(width)) return false;
+    }
+    return true;
+}
+
+/// Entries along a side of a square picture of this side, or 0.
+int sideOfSquare(int pixels) {
+    const int root = static_cast<int>(std::lround(std::cbrt(pixels)));
+    return root * root * root == pixels ? root * root : 0;
+}
+
+bool isSide(int side) { return side >= ColorCube::smallestSide && side <= ColorCube::largestSide; }
+
+/// The pixels of the picture in reading order.
+std::vector<Color> colours(const PixelView& pixels) {
+    std::vector<Color> all;
+    all.reserve(static_cast<std::size_t>(pixels.width) * static_cast<std::size_t>(pixels.height));
+    std::vector<std::uint8_t> row(static_cast<std::size_t>(pixels.width) * 4);
+    for (int y = 0; y < pixels.height; ++y) {
+        kernels::convertRow(pixels.row(y), pixels.layout, row.data(), PixelLayout::straightLast,
+                            pixels.width);
+        for (std::size_t i = 0; i < row.size(); i += 4)
+            all.push_back({row[i] / 255.0, row[i + 1] / 255.0, row[i + 2] / 255.0});
+    }
+    return all;
+}
+
+/// Squares that lie side by side, one after the other.
+std::vector<Color> untangled(const std::vector<Color>& strip, int side) {
+    const auto n = static_cast<std::size_t>(side);
+    std::vector<Color> entries;
+    entries.reserve(strip.size());
+    for (std::size_t blue = 0; blue < n; ++blue) {
+        for (std::size_t green = 0; green < n; ++green) {
+            const auto row = strip.begin() + static_cast<std::ptrdiff_t>((green * n + blue) * n);
+            entries.insert(entries.end(), row, row + side);
+        }
+    }
+    return entries;
+}
+
+} // namespace
+
+std::shared_ptr<const ColorCube> ColorCube::make(int side, const std::vector<Color>& entries,
+                                                 const Domain& domain) {
+    if (!isSide(side) || entries.size() != cubed(side) || !isUsable(domain)) return nullptr;
+    std::shared_ptr<ColorCube> cube(new ColorCube);
+    cube->entries_.reserve((entries.size() + 1) * 4);
+    for (const Color& entry : entries) {
+        for (const double channel : entry) {
+            if (!std::isfinite(channel)) return nullptr;
+            const double limited = std::clamp(channel, 0.0, 1.0);
+            cube->entries_.push_back(static_cast<std::int16_t>(std::lround(limited * 255 * 128)));
+        }
+        cube->entries_.push_back(0);
+    }
+    cube->entries_.resize(cube->entries_.size() + 4);
+    cube->tables_.entries = cube->entries_.data();
+    cube->tables_.side = static_cast<std::uint32_t>(side);
+    for (std::size_t c = 0; c < 3; ++c)
+        cube->tables_.axes[c] = axis(side, domain.least[c], domain.most[c]);
+    return cube;
+}
+
+std::shared_ptr<const ColorCube> ColorCube::fromPicture(const CGImage& picture) {
+    const std::int64_t width = picture.width(), height = picture.height();
+    const bool isColumn = height == width * width, isStrip = width == height * height;
+    const int side = isColumn          ? picture.width()
+                     : isStrip         ? picture.height()
+                     : width == height ? sideOfSquare(picture.width())
+                                       : 0;
+    if (!isSide(side)) return nullptr; // before the pixels are decoded
+    const std::optional<PixelView> pixels = picture.pixels();
+    if (!pixels || picture.isIncomplete()) return nullptr;
+    const std::vector<Color> read = colours(*pixels);
+    return make(side, isStrip ? untangled(read, side) : read);
+}
+
+std::shared_ptr<const ColorCube> ColorCube::fromBytes(const Data& file) try {
+    if (const auto source = CGImageSource::make(file)) {
+        const std::optional<CGImage> picture = source->createImage();
+        return picture ? fromPicture(*picture) : nullptr;
+    }
+    return fromText(file.text());
+} catch (const std::bad_alloc&) {
+    return nullptr;
+}
+
+} // namespace pex

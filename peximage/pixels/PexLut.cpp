@@ -9,7 +9,7 @@ std::optional<PexLut> PexLut::make(const Data& bytes) {
     auto cube = ColorCube::fromBytes(bytes);
     auto filter = CIFilter::make("CIColorCube");
     if (!cube || !filter) return std::nullopt;
-    filter->setValue(static_cast<double>(cube->tables().side), "inputCubeDimension");
+    filter->setValue(static_cast<double>(cube->side()), "inputCubeDimension");
     filter->setValue(std::move(cube), "inputCubeData");
     PexLut lut;
     lut.data = bytes;

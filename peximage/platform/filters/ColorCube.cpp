@@ -1,6 +1,7 @@
 #include "peximage/platform/filters/ColorCube.h"
 
 #include "peximage/platform/codecs/CGImageSource.h"
+#include "peximage/platform/raster/kernels/ColorRow.h"
 #include "peximage/platform/raster/kernels/ConvertRow.h"
 
 #include <algorithm>
@@ -90,12 +91,16 @@ std::shared_ptr<const ColorCube> ColorCube::make(int side, const std::vector<Col
         cube->entries_.push_back(0);
     }
     cube->entries_.resize(cube->entries_.size() + 4);
-    cube->tables_.entries = cube->entries_.data();
-    cube->tables_.side = static_cast<std::uint32_t>(side);
+    const auto tables = std::make_shared<kernels::CubeTables>();
+    tables->entries = cube->entries_.data();
+    tables->side = static_cast<std::uint32_t>(side);
     for (std::size_t c = 0; c < 3; ++c)
-        cube->tables_.axes[c] = axis(side, domain.least[c], domain.most[c]);
+        tables->axes[c] = axis(side, domain.least[c], domain.most[c]);
+    cube->tables_ = tables;
     return cube;
 }
+
+int ColorCube::side() const { return static_cast<int>(tables_->side); }
 
 std::shared_ptr<const ColorCube> ColorCube::fromPicture(const CGImage& picture) {
     const std::int64_t width = picture.width(), height = picture.height();

@@ -3,7 +3,6 @@
 #include "peximage/platform/Export.h"
 #include "peximage/platform/foundation/Data.h"
 #include "peximage/platform/raster/CGImage.h"
-#include "peximage/platform/raster/kernels/ColorRow.h"
 
 #include <array>
 #include <memory>
@@ -12,6 +11,10 @@
 #include <vector>
 
 namespace pex {
+
+namespace kernels {
+struct CubeTables;
+}
 
 /// A cube of colours: for every colour another one, given at `side` steps of red, green and blue and
 /// interpolated in between, in the tetrahedron of the four entries around a colour (which keeps greys grey,
@@ -45,13 +48,16 @@ class PEX_EXPORT ColorCube {
     /// A table's file, whichever of these it is.
     static std::shared_ptr<const ColorCube> fromBytes(const Data& file);
 
-    const kernels::CubeTables& tables() const { return tables_; }
+    /// Colours along a side.
+    int side() const;
+    /// For the kernel that looks colours up; valid as long as the cube.
+    const kernels::CubeTables& tables() const { return *tables_; }
 
   private:
     ColorCube() = default;
 
     std::vector<std::int16_t> entries_;
-    kernels::CubeTables tables_;
+    std::shared_ptr<const kernels::CubeTables> tables_;
 };
 
 } // namespace pex

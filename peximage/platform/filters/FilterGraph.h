@@ -2,6 +2,7 @@
 
 #include "peximage/platform/filters/CIImage.h"
 #include "peximage/platform/filters/ColorCube.h"
+#include "peximage/platform/raster/kernels/ColorRow.h"
 
 #include <memory>
 #include <variant>

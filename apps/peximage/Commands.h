@@ -17,5 +17,6 @@ void addKey(CLI::App& program, int& status);
 void addMask(CLI::App& program, int& status);
 void addColors(CLI::App& program, int& status);
 void addExif(CLI::App& program, int& status);
+void addFilter(CLI::App& program, int& status);
 void addPdf(CLI::App& program, int& status);
 void addCanvas(CLI::App& program, int& status);

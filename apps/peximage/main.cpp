@@ -32,7 +32,8 @@ constexpr Command commands[] = {
     {"info", addInfo},         {"shrink", addShrink},       {"convert", addConvert}, {"resize", addResize},
     {"composer", addComposer}, {"crop", addCrop},           {"rotate", addRotate},   {"split", addSplit},
     {"join", addJoin},         {"watermark", addWatermark}, {"canvas", addCanvas},   {"key", addKey},
-    {"mask", addMask},         {"colors", addColors},       {"exif", addExif},       {"pdf", addPdf},
+    {"mask", addMask},         {"colors", addColors},       {"filter", addFilter},   {"exif", addExif},
+    {"pdf", addPdf},
 };
 
 /// Setting up all commands takes longer than the rest of the start: the one that is named first is enough,

@@ -14,7 +14,7 @@ import unittest
 
 TOOL = os.environ["PEXIMAGE"]
 SAMPLE_SCENE = os.environ["SAMPLE_SCENE"]
-COMMANDS = ("info", "shrink", "convert", "resize", "crop", "rotate", "split", "join", "watermark", "canvas", "composer", "pdf", "key", "mask", "colors", "exif")
+COMMANDS = ("info", "shrink", "convert", "resize", "crop", "rotate", "split", "join", "watermark", "canvas", "composer", "pdf", "key", "mask", "colors", "exif", "filter")
 
 
 def run(*arguments, cwd=None):
@@ -315,6 +315,24 @@ class CommandLine(unittest.TestCase):
                       ("mask", self.photo, "-o", out), ("mask", self.photo, self.dir / "none.png", "-o", out),
                       ("colors", self.photo, "--grid", "3")):
             self.assertEqual(run(*wrong)[0], 2, wrong)
+
+    def test_filters_go_in_the_order_given(self):
+        small, a, b = (self.dir / f"{name}.png" for name in ("small", "a", "b"))
+        run("resize", self.photo, "-o", small, "--width", 64)
+        table = self.dir / "invert.cube"
+        table.write_text("LUT_3D_SIZE 2\n" + "".join(f"{1 - r} {1 - g} {1 - b}\n" for b in (0, 1) for g in (0, 1) for r in (0, 1)))
+        for steps in (("--sharpen", 0.5), ("--exposure", -1), ("--convolve", "0,-1,0,-1,7,-1,0,-1,0"), ("--lut", table),
+                      ("--fill", "336699"), ("--gate", "both:0.5")):
+            code, _, errors = run("filter", small, "-o", a, *steps)
+            self.assertEqual((code, errors), (0, ""), steps)
+        run("filter", small, "-o", a, "--lut", table, "--gate", "light:0.5")
+        run("filter", small, "-o", b, "--gate", "light:0.5", "--lut", table)
+        self.assertNotEqual(a.read_bytes(), b.read_bytes())
+        run("filter", small, "-o", b, "--lut", table, "--lut", table, "--lut", table, "--gate", "light:0.5")
+        self.assertEqual(a.read_bytes(), b.read_bytes())  # thrice is once
+        for wrong in ((), ("--sharpen", "much"), ("--sharpen", "nan"), ("--convolve", "1,2,3"), ("--lut", small), ("--gate", "0.5"),
+                      ("--fill", "blue"), ("--convolve", "1,2,3,4,5,6,7,8,99999")):
+            self.assertEqual(run("filter", small, "-o", a, *wrong)[0], 2, wrong)
 
     def test_pages_of_a_document(self):
         document = self.dir / "two.pdf"

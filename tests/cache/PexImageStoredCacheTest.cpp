@@ -324,7 +324,7 @@ TEST_F(StoredCache, AFullDiskKeepsTheOldImage) {
             return cache->storeNow(image(200, 200), "a") ? 1 : 0;
         });
         EXPECT_EQ(status, 0);
-        EXPECT_EQ(cache->retrieveImage("a")->size, CGSize(8, 8));
+        EXPECT_EQ(cache->retrieveImage("a")->size, (CGSize{8, 8}));
         EXPECT_EQ(filesInFolder(), before) << "nothing half-written is left";
     }
 }
@@ -345,7 +345,7 @@ TEST_F(StoredCache, SubclassesChangeTheOperations) {
     const auto cache = TinyPictures::make();
     cache->retrieveOrCalc({.imageWithId = "a", .calc = [] { return image(24, 24); }});
     background_.run();
-    EXPECT_EQ(cache->retrieveImage("a")->size, CGSize(4, 4));
+    EXPECT_EQ(cache->retrieveImage("a")->size, (CGSize{4, 4}));
 }
 
 // The library's own background threads take part. Every image has the width that its identifier says.
@@ -357,7 +357,7 @@ TEST(StoredCacheThreads, EightThreadsReadWholeImagesOfTheirOwn) {
         PexImageStoredCache::make({.name = "Thumbs", .removeItemsAfterDays = forever, .mode = Mode::png});
     std::atomic<int> wrong{0}, found{0};
     const auto check = [&](const std::shared_ptr<PexImage>& got, int width) {
-        if (got && got->size == CGSize(width, 3))
+        if (got && got->size == CGSize{static_cast<double>(width), 3})
             ++found;
         else if (got)
             ++wrong;

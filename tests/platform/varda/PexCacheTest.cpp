@@ -46,6 +46,7 @@ TEST(PexCache, DropsWhatWasUsedLeastRecently) {
 /// Uses the cache while it is dropped.
 struct Reentrant {
     PexCache& cache;
+    explicit Reentrant(PexCache& c) : cache(c) {}
     ~Reentrant() { cache.getCached("other"); }
 };
 

@@ -1,0 +1,148 @@
+#include "peximage/pixels/PexLut.h"
+
+#include "peximage/image/PexImage.h"
+#include "tests/support/Pictures.h"
+#include "tests/support/TempFolder.h"
+
+#include <gtest/gtest.h>
+
+#include <sstream>
+
+namespace pex {
+namespace {
+
+/// Red and blue change places.
+std::uint8_t level(int i, int side) { return static_cast<std::uint8_t>(i * 255 / (side - 1)); }
+
+Pixel swapped(int r, int g, int b, int side) { return {level(b, side), level(g, side), level(r, side), 255}; }
+
+Data asPng(const CGImage& picture) { return *PexImage::make(picture)->pngData(); }
+
+Data column(int n) {
+    return asPng(makePicture(n, n * n, PixelLayout::skipLast,
+                             [=](int x, int y) { return swapped(x, y % n, y / n, n); }));
+}
+Data strip(int n) {
+    return asPng(makePicture(n * n, n, PixelLayout::skipLast,
+                             [=](int x, int y) { return swapped(x % n, y, x / n, n); }));
+}
+Data square(int root) {
+    const int n = root * root, side = n * root;
+    return asPng(makePicture(side, side, PixelLayout::skipLast, [=](int x, int y) {
+        const int i = y * side + x;
+        return swapped(i % n, i / n % n, i / n / n, n);
+    }));
+}
+std::string text(int n, const std::string& head = "") {
+    std::ostringstream out;
+    out << "# a table\r\nTITLE \"swap\"\n" << head << "LUT_3D_SIZE " << n << "\n\n";
+    for (int i = 0; i < n * n * n; ++i)
+        out << double(i / n / n) / (n - 1) << ' ' << double(i / n % n) / (n - 1) << "\t+"
+            << double(i % n) / (n - 1) << "\r\n";
+    return out.str();
+}
+
+CGImage sample() { return noise(40, 30, PixelLayout::skipLast); }
+
+void expectSwaps(const std::optional<PexLut>& lut, int within) {
+    ASSERT_TRUE(lut);
+    const CGImage from = sample();
+    const auto to = PexImage::make(from)->apply({.lut = *lut});
+    ASSERT_TRUE(to);
+    for (int y = 0; y < from.height(); ++y) {
+        for (int x = 0; x < from.width(); ++x) {
+            const Pixel a = pixelAt(from, x, y), b = pixelAt(*to->cgImage, x, y);
+            for (std::size_t c = 0; c < 3; ++c)
+                ASSERT_NEAR(b[c], a[2 - c], within) << x << ' ' << y << ' ' << c;
+        }
+    }
+}
+
+TEST(PexLut, EveryLayoutOfPictures) {
+    for (const int n : {2, 6, 16, 18}) { // sides whose levels are whole, or nearly
+        SCOPED_TRACE(n);
+        const int within = 255 % (n - 1) == 0 ? 0 : 1;
+        expectSwaps(PexLut::make(column(n)), within);
+        expectSwaps(PexLut::make(strip(n)), within);
+    }
+    for (const int root : {2, 4, 5})
+        expectSwaps(PexLut::make(square(root)), 1);
+}
+
+TEST(PexLut, Texts) {
+    for (const int n : {2, 3, 33, 64})
+        expectSwaps(PexLut::make(Data(text(n))), 0);
+    expectSwaps(PexLut::make(Data("\xEF\xBB\xBF" + text(3, "DOMAIN_MIN 0 0 0\nDOMAIN_MAX 1 1 1\n"))), 0);
+    // Over half the range, all that is lighter counts as the end.
+    const auto half = PexLut::make(Data(text(3, "LUT_3D_INPUT_RANGE 0 0.5\n")));
+    ASSERT_TRUE(half);
+    const auto grey = makePicture(1, 1, PixelLayout::skipLast, [](int, int) {
+        return Pixel{51, 200, 0, 255};
+    });
+    const Pixel to = pixelAt(*PexImage::make(grey)->apply({.lut = *half})->cgImage, 0, 0);
+    EXPECT_EQ(to[0], 0);
+    EXPECT_EQ(to[1], 255);
+    EXPECT_EQ(to[2], 102);
+}
+
+TEST(PexLut, RefusesWhatIsNoTable) {
+    const std::string good = text(2);
+    for (const std::string& bad : {std::string(),
+                                   std::string("LUT_3D_SIZE 2\n"),
+                                   good + "0 0 0\n",
+                                   good.substr(0, good.size() / 2),
+                                   text(2, "LUT_3D_SIZE 2\n"),
+                                   text(2, "DOMAIN_MIN 1 1 1\n"),
+                                   text(2, "DOMAIN_MAX nan 1 1\n"),
+                                   text(2, "LUT_3D_INPUT_RANGE 0 inf\n"),
+                                   text(2, "LUT_1D_SIZE 4\n"),
+                                   text(2, "1 2 3\n"),
+                                   std::string("LUT_3D_SIZE 1\n0 0 0\n"),
+                                   std::string("LUT_3D_SIZE 129\n"),
+                                   std::string("LUT_3D_SIZE -2\n"),
+                                   std::string("LUT_3D_SIZE 1e9\n"),
+                                   std::string("LUT_3D_SIZE 2.5\n"),
+                                   std::string("LUT_3D_SIZE 2 2\n"),
+                                   std::string("LUT_3D_SIZE 2\n0 0\n"),
+                                   std::string("LUT_3D_SIZE 2\n0 0 nan\n"),
+                                   std::string("LUT_3D_SIZE 2\n0 0 1e999\n"),
+                                   std::string("\0\0\0", 3)})
+        EXPECT_FALSE(PexLut::make(Data(bad))) << bad;
+    for (const auto& [width, height] : {std::pair{1, 1}, {5, 5}, {4, 15}, {129, 1}, {27, 27 * 27 - 1}})
+        EXPECT_FALSE(PexLut::make(asPng(photoLike(width, height)))) << width << 'x' << height;
+    EXPECT_FALSE(PexLut::make(URL::fromPath("/no/such/table.cube")));
+    EXPECT_FALSE(ColorCube::make(129, {}));
+}
+
+TEST(PexLut, DocumentsWorkAgain) {
+    const auto lut = PexLut::make(Data(text(3)));
+    ASSERT_TRUE(lut);
+    const std::string document = encode(*lut);
+    EXPECT_TRUE(document.starts_with("{\"data\":\"IyBhIHRhYmxl")); // "# a table"
+    const auto again = decode<PexLut>(document);
+    ASSERT_TRUE(again);
+    EXPECT_EQ(again->data, lut->data);
+    EXPECT_EQ(encode(*again), document);
+    expectSwaps(again, 0);
+
+    const auto none = decode<PexLut>(R"({"data":"Zm9vYg=="})"); // "foob"
+    ASSERT_TRUE(none);
+    EXPECT_EQ(none->data.text(), "foob");
+    EXPECT_FALSE(none->filter);
+    EXPECT_FALSE(PexImage::make(sample())->apply({.lut = *none}));
+    for (const char* bad : {"{}", "[]", R"({"data":3})", R"({"data":"Zm9"})", R"({"data":"Zm9v=g=="})",
+                            R"({"data":"Zm9?"})", R"({"data":"Zm9="})" /* is "Zm8=" */})
+        EXPECT_EQ(decode<PexLut>(bad).has_value(), false) << bad;
+}
+
+TEST(PexLut, FromFiles) {
+    const TempFolder folder;
+    const URL file = folder.url("swap.cube");
+    ASSERT_TRUE(Data(text(5)).write(file, Data::Writing::inPlace));
+    expectSwaps(PexLut::make(file), 0);
+    EXPECT_TRUE(PexImage::make(sample())->apply({.lutAtUrl = file}));
+    EXPECT_FALSE(PexImage::make(sample())->apply({.lutAtUrl = folder.url("none")}));
+}
+
+} // namespace
+} // namespace pex

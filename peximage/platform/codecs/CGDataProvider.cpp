@@ -46,7 +46,7 @@ const Data& CGDataProvider::data() const { return state_->data; }
 std::size_t CGDataProvider::bytesRead() const { return state_->bytesRead; }
 
 std::size_t CGDataProvider::read(std::size_t offset, std::span<std::uint8_t> into) const {
-    if (offset >= state_->size) return 0;
+    if (offset >= state_->size || into.empty()) return 0;
     const std::size_t wanted = std::min(into.size(), state_->size - offset);
     if (state_->descriptor < 0) {
         std::memcpy(into.data(), state_->data.data() + offset, wanted);

@@ -160,7 +160,7 @@ std::optional<PropertyDictionary::Value> gpsValue(std::string_view name, const E
     if (name == "VersionID" && numbers.size() == 4) {
         std::string text;
         for (const double part : numbers)
-            text += (text.empty() ? "" : ".") + std::to_string(static_cast<int>(part));
+            text += (text.empty() ? "" : ".") + std::to_string(static_cast<std::int64_t>(part));
         return text;
     }
     return generalValue(entry);

@@ -61,19 +61,19 @@ std::string degrees(double value) {
 }
 
 Outcome describe(const std::string& file, const Request& request) {
-    const pex::URL url = pex::URL::fromPath(file);
-    const auto source = pex::CGImageSource::make(url);
+    const auto source = pex::CGImageSource::make(pex::URL::fromPath(file));
     if (!source) return whyNoImage(file);
     pex::diagnostics::print(file + ": read " + grouped(static_cast<long long>(source->bytesRead())) +
                             " bytes");
-    const pex::PexExif::BasicData data = pex::PexExif::basicData(url);
+    const pex::PropertyDictionary properties = source->copyProperties();
+    const pex::PexExif::BasicData data = pex::PexExif::basicData(properties);
     Result result{file, {{"file", file}}};
     result.json.update(Json::parse(pex::encode(data)));
     if (data.shotDate) result.line += "  " + pex::localTimeText(*data.shotDate);
     if (data.coordinates.lat) result.line += "  lat " + degrees(*data.coordinates.lat);
     if (data.coordinates.lon) result.line += "  lon " + degrees(*data.coordinates.lon);
     if (!request.all) return result;
-    result.json["properties"] = toJson(source->copyProperties());
+    result.json["properties"] = toJson(properties);
     addLines(result.line, {}, result.json["properties"]);
     return result;
 }

@@ -29,11 +29,12 @@ struct Command {
 
 /// In the order in which --help lists them.
 constexpr Command commands[] = {
-    {"info", addInfo},         {"shrink", addShrink},       {"convert", addConvert}, {"resize", addResize},
-    {"composer", addComposer}, {"crop", addCrop},           {"rotate", addRotate},   {"split", addSplit},
-    {"join", addJoin},         {"watermark", addWatermark}, {"canvas", addCanvas},   {"key", addKey},
-    {"mask", addMask},         {"colors", addColors},       {"filter", addFilter},   {"exif", addExif},
-    {"pdf", addPdf},
+    {"info", addInfo},           {"shrink", addShrink},     {"convert", addConvert},
+    {"resize", addResize},       {"composer", addComposer}, {"crop", addCrop},
+    {"rotate", addRotate},       {"split", addSplit},       {"join", addJoin},
+    {"watermark", addWatermark}, {"canvas", addCanvas},     {"key", addKey},
+    {"mask", addMask},           {"colors", addColors},     {"filter", addFilter},
+    {"exif", addExif},           {"cache", addCache},       {"pdf", addPdf},
 };
 
 /// Setting up all commands takes longer than the rest of the start: the one that is named first is enough,

@@ -12,8 +12,9 @@ PropertyDictionary PexExif::exifDict(const URL& of) {
     return {};
 }
 
-PexExif::BasicData PexExif::basicData(const URL& of) {
-    const PropertyDictionary properties = exifDict(of);
+PexExif::BasicData PexExif::basicData(const URL& of) { return basicData(exifDict(of)); }
+
+PexExif::BasicData PexExif::basicData(const PropertyDictionary& properties) {
     const PropertyDictionary& exif = properties.dictionary(kCGImagePropertyExifDictionary);
     const PropertyDictionary& gps = properties.dictionary(kCGImagePropertyGPSDictionary);
     BasicData data;

@@ -47,6 +47,8 @@ struct PEX_EXPORT PexExif {
     /// file cannot be read as an image.
     static PropertyDictionary exifDict(const URL& of);
     static BasicData basicData(const URL& of);
+    /// The same from properties that are at hand.
+    static BasicData basicData(const PropertyDictionary& properties);
     /// Reads "yyyy:MM:dd HH:mm:ss"; absent, and a line is printed, for anything else.
     static std::optional<Moment> convertEXIFDateTimeToDate(std::string_view dateTimeOriginal);
 };

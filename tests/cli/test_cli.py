@@ -14,7 +14,7 @@ import unittest
 
 TOOL = os.environ["PEXIMAGE"]
 SAMPLE_SCENE = os.environ["SAMPLE_SCENE"]
-COMMANDS = ("info", "shrink", "convert", "resize", "crop", "rotate", "split", "join", "watermark", "canvas", "composer", "pdf", "key", "mask", "colors", "exif", "filter")
+COMMANDS = ("info", "shrink", "convert", "resize", "crop", "rotate", "split", "join", "watermark", "canvas", "composer", "pdf", "key", "mask", "colors", "exif", "filter", "cache")
 
 
 def run(*arguments, cwd=None):
@@ -333,6 +333,21 @@ class CommandLine(unittest.TestCase):
         for wrong in ((), ("--sharpen", "much"), ("--sharpen", "nan"), ("--convolve", "1,2,3"), ("--lut", small), ("--gate", "0.5"),
                       ("--fill", "blue"), ("--convolve", "1,2,3,4,5,6,7,8,99999")):
             self.assertEqual(run("filter", small, "-o", a, *wrong)[0], 2, wrong)
+
+    def test_the_stored_cache(self):
+        os.environ["XDG_CACHE_HOME"] = str(self.dir)
+        self.addCleanup(os.environ.pop, "XDG_CACHE_HOME")
+        out = self.dir / "out.jpg"
+        self.assertEqual(run("cache", "Thumbs", "put", "a/b", self.photo)[::2], (0, ""))
+        self.assertEqual(png_size(self.dir / "Thumbs" / "a" / "b.png"), (640, 480))
+        self.assertEqual(json.loads(run("cache", "Thumbs", "list", "--json")[1])["identifiers"], ["a/b"])
+        self.assertEqual(run("cache", "Thumbs", "get", "a/b", "-o", out)[::2], (0, ""))
+        self.assertEqual(jpeg_size(out), (640, 480))
+        for wrong in (("get", "none", "-o", out), ("put", "../../x", self.photo), ("put", "x", self.dir / "none.jpg")):
+            self.assertEqual(run("cache", "Thumbs", *wrong)[0], 1, wrong)
+        self.assertIn("1 image left", run("cache", "Thumbs", "clean")[1])
+        self.assertIn("0 images left", run("cache", "Thumbs", "clean", "--days", 0)[1])
+        self.assertOnly("Thumbs", "out.jpg")
 
     def test_pages_of_a_document(self):
         document = self.dir / "two.pdf"

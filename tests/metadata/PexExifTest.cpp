@@ -97,8 +97,7 @@ TEST_F(Exif, ResolutionIsTakenFromTheBlockWhereTheFileSaysNothingElse) {
     EXPECT_EQ(dpiOf(exifBlock(
                   {exifFractions(0x011A, {100, 1}), exifFractions(0x011B, {100, 1}), exifShort(0x0128, 3)})),
               254);
-    EXPECT_EQ(dpiOf(exifBlock({exifFractions(0x011A, {100, 1}), exifFractions(0x011B, {100, 1})})),
-              std::nullopt);
+    EXPECT_EQ(dpiOf(exifBlock({exifFractions(0x011A, {100, 1}), exifFractions(0x011B, {100, 1})})), 100);
     EXPECT_EQ(dpiOf(exifBlock(
                   {exifFractions(0x011A, {100, 0}), exifFractions(0x011B, {1, 1}), exifShort(0x0128, 2)})),
               std::nullopt);

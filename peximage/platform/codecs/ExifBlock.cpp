@@ -210,8 +210,8 @@ std::optional<ExifBlock::Resolution> ExifBlock::resolution() const {
         return numbers.size() == 1 ? numbers[0] : 0;
     };
     constexpr double inches = 2, centimetres = 3, perInch = 2.54;
-    const double unit = number(EXIF_TAG_RESOLUTION_UNIT);
-    const double factor = unit == centimetres ? perInch : unit == inches ? 1 : 0;
+    const double unit = number(EXIF_TAG_RESOLUTION_UNIT); // inches where the block does not say
+    const double factor = unit == centimetres ? perInch : unit == inches || unit == 0 ? 1 : 0;
     const Resolution dots{number(EXIF_TAG_X_RESOLUTION) * factor, number(EXIF_TAG_Y_RESOLUTION) * factor};
     if (!(dots.x > 0 && dots.y > 0)) return std::nullopt;
     return dots;

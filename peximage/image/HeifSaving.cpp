@@ -81,13 +81,15 @@ bool PexImage::saveAsHEIF(const ToUrlAtHeifQuality& how) const {
 std::optional<PexImage::SavedHeif> PexImage::saveAsHEIFWithin(const DesiredHeifSize& how) const {
     const long long budget = how.desiredSize;
     Encodings encodings(*this, how.useAlpha);
-    const long long largest = encodings.byteCount(1), smallest = encodings.byteCount(0);
+    const long long largest = encodings.byteCount(1);
+    const bool fits = largest > 0 && largest < budget;
+    const long long smallest = fits ? largest : encodings.byteCount(0);
     if (largest == 0 && smallest == 0) return std::nullopt; // nothing here can encode it
-    if (smallest > budget && (largest == 0 || largest >= budget)) {
+    if (!fits && smallest > budget) {
         const auto smaller = resize({.to = (image->size() * shrinkFactor).boundToInt()});
         return smaller ? smaller->saveAsHEIFWithin(how) : std::nullopt;
     }
-    const double quality = largest > 0 && largest < budget ? 1 : searchQuality(encodings, budget);
+    const double quality = fits ? 1 : searchQuality(encodings, budget);
     const auto& file = encodings.at(quality);
     if (!file || !file->write(how.to, Data::Writing::inPlace)) return std::nullopt;
     return SavedHeif{quality, size, static_cast<long long>(file->size())};

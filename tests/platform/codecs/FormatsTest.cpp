@@ -11,6 +11,7 @@
 #include <gtest/gtest.h>
 #include <lcms2.h>
 
+#include <algorithm>
 #include <cmath>
 #include <cstdlib>
 
@@ -180,13 +181,27 @@ TEST(Formats, BrokenFilesDoNoHarm) {
     }
     // Rows that came before the cut are there.
     const CGImage photo = photoLike(400, 400);
-    Bytes tiff = bytesOf(encoded(photo, ImageFormat::tiff));
     Bytes webp = bytesOf(encoded(photo, ImageFormat::webp, {.quality = 0.9}));
     webp.resize(webp.size() / 2);
     const auto half = decoded(webp);
     ASSERT_TRUE(half);
     EXPECT_TRUE(half->isIncomplete());
     EXPECT_NEAR(pixelAt(*half, 10, 10)[0], pixelAt(photo, 10, 10)[0], 30);
+}
+
+TEST(Formats, TiffTurnsAsItsTagSays) {
+    Bytes file = bytesOf(encoded(photoLike(32, 16), ImageFormat::tiff));
+    const Bytes tag{0x12, 0x01, 3, 0, 1, 0, 0, 0, 1, 0}; // orientation 1, as the file is written
+    const auto at = std::search(file.begin(), file.end(), tag.begin(), tag.end());
+    ASSERT_NE(at, file.end());
+    for (int value = 1; value <= 8; ++value) {
+        at[8] = static_cast<std::uint8_t>(value);
+        const auto source = CGImageSource::make(Data(file));
+        ASSERT_TRUE(source);
+        EXPECT_EQ(static_cast<int>(source->properties().orientation), value);
+        EXPECT_EQ(source->properties().pixelWidth, 32);
+        EXPECT_EQ(PexImage::make(Data(file), {})->size, value < 5 ? (CGSize{32, 16}) : (CGSize{16, 32}));
+    }
 }
 
 TEST(Formats, WebPTurnsAsItsExifSays) {

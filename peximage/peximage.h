@@ -1,8 +1,11 @@
 #pragma once
 
 // The whole public library. Programs that use a part of it may include that part's header alone.
+#include "peximage/cache/PexCLIImageResizer.h"
 #include "peximage/cache/PexImageCache.h"
 #include "peximage/cache/PexImageStoredCache.h"
+#include "peximage/cache/PexNotify.h"
+#include "peximage/cache/RemoteImages.h"
 #include "peximage/canvas/PexCanvas.h"
 #include "peximage/composer/PexComposer.h"
 #include "peximage/composer/PexComposerManager.h"
@@ -22,7 +25,10 @@
 #include "peximage/platform/codecs/CGImageSource.h"
 #include "peximage/platform/codecs/ImageLimits.h"
 #include "peximage/platform/filters/CIContext.h"
+#include "peximage/platform/foundation/Bundle.h"
 #include "peximage/platform/foundation/Diagnostics.h"
+#include "peximage/platform/foundation/Network.h"
+#include "peximage/platform/foundation/NotificationCenter.h"
 #include "peximage/platform/foundation/UserFolders.h"
 #include "peximage/platform/geometry/Numbers.h"
 #include "peximage/platform/raster/CGContext.h"
@@ -33,6 +39,9 @@
 #include "peximage/platform/varda/PerfAn.h"
 #include "peximage/platform/varda/PexCache.h"
 #include "peximage/platform/varda/PexId.h"
+#include "peximage/platform/varda/PexNet.h"
 #include "peximage/platform/varda/PexPrecalc.h"
+#include "peximage/platform/varda/PexShareApp.h"
 #include "peximage/platform/varda/Queue.h"
+#include "peximage/platform/varda/Shell.h"
 #include "peximage/platform/varda/XMain.h"

@@ -3,6 +3,7 @@
 #include "peximage/platform/Export.h"
 #include "peximage/platform/filters/CIImage.h"
 #include "peximage/platform/foundation/Data.h"
+#include "peximage/platform/foundation/Task.h"
 #include "peximage/platform/foundation/URL.h"
 #include "peximage/platform/geometry/CGRect.h"
 #include "peximage/platform/geometry/CGSize.h"
@@ -12,6 +13,7 @@
 #include "peximage/platform/toolkit/NSColor.h"
 #include "peximage/platform/toolkit/NSImage.h"
 #include "peximage/platform/varda/PexColor.h"
+#include "peximage/platform/varda/PexSubFiles.h"
 
 #include <cstdint>
 #include <functional>
@@ -106,6 +108,46 @@ class PEX_EXPORT PexImage : public std::enable_shared_from_this<PexImage> {
     };
     /// A blank image whose platform image has the given size in points.
     static std::shared_ptr<PexImage> make(const NotBakedNormalizedSize& blank);
+
+    // From elsewhere (cache/RemoteImages.cpp).
+
+    struct HttpUrl {
+        URL httpUrl;
+    };
+    /// What is at an address, read on this thread however long it takes: `readAddress` tells which addresses
+    /// there are. Null when it cannot be read whole or is no image.
+    static std::shared_ptr<PexImage> make(const HttpUrl& source);
+    struct HttpUrlText {
+        std::string_view httpUrl;
+    };
+    /// The same; null when the text is no address.
+    static std::shared_ptr<PexImage> make(const HttpUrlText& source);
+
+    struct CachedImageRequest {
+        URL url;
+        /// Called once, later, on a background thread; null when there is no image.
+        std::function<void(std::shared_ptr<PexImage> image)> callback;
+        /// Where there is none, called just before with the reason in words: "the server answered 404".
+        std::function<void(const std::string& why)> failed = {};
+    };
+    /// The image at an address, through a cache on disk that is never refreshed: JPEG files of quality 0.75
+    /// in the folder "PexImageCache" of the user's caches folder, which is asked for once. Addresses with the
+    /// same path have one file, whatever their host and query.
+    static void getCachedImage(CachedImageRequest request);
+
+    struct From {
+        URL from;
+    };
+    /// A local file, read on a background thread, where the awaiting coroutine goes on, too.
+    static Task<std::shared_ptr<PexImage>> download(From source);
+
+    struct InSubFiles {
+        PexSubFiles subFiles;
+        std::string id;
+    };
+    /// What a store has for an identifier, read on a background thread, where the awaiting coroutine goes on,
+    /// too. Null when it has nothing, or no image.
+    static Task<std::shared_ptr<PexImage>> make(InSubFiles source);
 
     // Reading and completing it.
 
@@ -415,6 +457,18 @@ class PEX_EXPORT PexImage : public std::enable_shared_from_this<PexImage> {
 
     /// `PexImageHelper::saveToPNG`.
     bool saveToPNG(const URL& url) const;
+
+    struct UploadTarget {
+        /// Absent: "quarn/filePost.php" on the application's server (`PexNet::setServer`).
+        std::optional<URL> to = {};
+        /// The file's name, without extension.
+        std::string withName;
+        double quality;
+    };
+    /// Posts the image as "NAME.jpg" (Upload.cpp): encoded on the thread that awaits it, sent in the
+    /// background, as `PexNet::upload` tells. False without a bitmap or an address to send it to, and unless
+    /// the server answers with 2xx.
+    Task<bool> uploadAsJpeg(UploadTarget target) const;
 
     // HEIF (HeifSaving.cpp): 8 bits a component with alpha, or 10 bits without, where transparency is laid
     // over white; in sRGB. A build without HEIF, or a machine without an encoder for it, makes none.

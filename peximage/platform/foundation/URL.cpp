@@ -100,6 +100,13 @@ URL URL::withPath(std::string path) const {
     return url;
 }
 
+std::string URL::host() const {
+    std::string_view host = authority_;
+    host.remove_prefix(std::min(host.rfind('@') + 1, host.size())); // npos + 1 is 0
+    const std::size_t port = host.find(':', host.starts_with('[') ? host.find(']') : 0);
+    return std::string(host.substr(0, port));
+}
+
 std::string URL::lastPathComponent() const {
     std::string_view path = path_;
     while (path.size() > 1 && path.back() == '/')

@@ -22,6 +22,8 @@ class PEX_EXPORT URL {
     bool isFileURL() const { return scheme_ == "file"; }
     /// Lower-case scheme: "file", "https" …
     const std::string& scheme() const { return scheme_; }
+    /// "example.org" of "https://me@example.org:8080/a"; empty where there is none.
+    std::string host() const;
     /// The path, percent escapes resolved; for a file address what the file functions take.
     const std::string& path() const { return path_; }
     /// The whole address as text, with percent escapes: what `parse` reads back.

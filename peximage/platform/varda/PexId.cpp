@@ -1,5 +1,9 @@
 #include "peximage/platform/varda/PexId.h"
 
+#include "peximage/platform/foundation/DigestModule.h"
+#include "peximage/platform/foundation/Module.h"
+
+#include <array>
 #include <atomic>
 #include <charconv>
 #include <chrono>
@@ -38,6 +42,18 @@ std::string PexId::newId(std::string_view prefix, std::string_view tag, bool use
     id += hex(static_cast<std::uint64_t>(now)) + '-' + hex(nextRandom());
     if (useCounter) id += '-' + hex(++counter);
     return id;
+}
+
+std::optional<std::string> PexId::md5(std::string_view text) {
+    const auto* module = loadModule<DigestModule>(DigestModule::name);
+    std::array<std::uint8_t, 16> digest{};
+    const auto* bytes = reinterpret_cast<const std::uint8_t*>(text.data());
+    if (module == nullptr || !module->md5(bytes, text.size(), digest.data())) return std::nullopt;
+    static constexpr char digits[] = "0123456789abcdef";
+    std::string name;
+    for (const std::uint8_t byte : digest)
+        name += {digits[byte >> 4], digits[byte & 15]};
+    return name;
 }
 
 } // namespace pex

@@ -1,0 +1,48 @@
+#pragma once
+
+#include "peximage/platform/Export.h"
+
+#include <any>
+#include <functional>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace pex {
+
+/// What is announced: a name, who announces it, and values by key.
+struct Notification {
+    using UserInfo = std::map<std::string, std::any>;
+
+    std::string name;
+    /// The sender; null when none is named. Only told apart by its address.
+    const void* object = nullptr;
+    std::optional<UserInfo> userInfo = {};
+};
+
+/// Announces notifications to those who wait for them by name. Safe from any thread.
+class PEX_EXPORT NotificationCenter {
+  public:
+    using Observer = std::function<void(const Notification&)>;
+
+    /// The process's own.
+    static NotificationCenter& defaultCenter();
+
+    /// Calls the observer for each notification of the name, from any sender, on the thread that posts it,
+    /// for as long as the center lives.
+    void addObserver(std::string name, Observer observer);
+    /// Calls the observers of the name, in the order in which they came, and returns when all are done. An
+    /// observer may post and add observers itself.
+    void post(const Notification& notification) const;
+
+  private:
+    using Observers = std::vector<std::shared_ptr<const Observer>>;
+
+    mutable std::mutex mutex_;
+    std::map<std::string, Observers> observers_;
+};
+
+} // namespace pex

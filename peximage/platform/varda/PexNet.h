@@ -1,0 +1,32 @@
+#pragma once
+
+#include "peximage/platform/Export.h"
+#include "peximage/platform/foundation/Data.h"
+#include "peximage/platform/foundation/Task.h"
+#include "peximage/platform/foundation/URL.h"
+
+#include <optional>
+#include <string>
+
+namespace pex {
+
+/// Talks to the application's server. Any thread.
+class PEX_EXPORT PexNet {
+  public:
+    struct Upload {
+        URL to;
+        Data data;
+        std::string withFileName;
+        std::string mimetype;
+    };
+    /// Posts the bytes as a file (multipart/form-data, field "file"); the transfer runs in the background,
+    /// where the awaiting coroutine goes on, too. True when the server answered with 2xx.
+    static Task<bool> upload(Upload what);
+
+    /// The application's server, such as "https://server.example/"; absent at first. False, and nothing
+    /// changes, for an address that is not https; http is taken for this machine itself (localhost).
+    static bool setServer(std::optional<URL> server);
+    static std::optional<URL> server();
+};
+
+} // namespace pex

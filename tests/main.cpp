@@ -1,4 +1,8 @@
+#include "tests/support/TempFolder.h"
+
 #include <gtest/gtest.h>
+
+#include <cstdlib>
 
 /// Memory that cannot be had is a case that the tests try; the sanitizer would end the program instead.
 extern "C" const char* __asan_default_options(); // NOLINT: the sanitizer's name for it
@@ -6,5 +10,8 @@ extern "C" const char* __asan_default_options() { return "allocator_may_return_n
 
 int main(int argc, char** argv) {
     testing::InitGoogleTest(&argc, argv);
+    // Nothing of the user's own is read or written; some libraries ask for the folder only once.
+    const TempFolder data;
+    ::setenv("XDG_DATA_HOME", data.path().c_str(), 1);
     return RUN_ALL_TESTS();
 }

@@ -109,6 +109,26 @@ class PEX_EXPORT PexImage : public std::enable_shared_from_this<PexImage> {
     /// A blank image whose platform image has the given size in points.
     static std::shared_ptr<PexImage> make(const NotBakedNormalizedSize& blank);
 
+    // The desktop's icons (FileIcons.cpp), as `NSWorkspace` gives them: `cgImage` is absent and `size` (0, 0)
+    // until `setSize()`.
+
+    struct BundleUrl {
+        URL bundleUrl;
+    };
+    struct ForFile {
+        URL forFile;
+    };
+    /// The icon of an application or any file, 1024 pixels a side or as large as it comes.
+    static std::shared_ptr<PexImage> make(const BundleUrl& source);
+    static std::shared_ptr<PexImage> make(const ForFile& source);
+    /// In pixels.
+    struct IconSize {
+        explicit IconSize(CGSize side) : size(side) {}
+        CGSize size;
+    };
+    /// The same for another size. Null for one below a pixel.
+    static std::shared_ptr<PexImage> make(const URL& url, const IconSize& icon);
+
     // From elsewhere (cache/RemoteImages.cpp).
 
     struct HttpUrl {

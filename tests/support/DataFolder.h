@@ -10,7 +10,10 @@
 class DataFolder : public TempFolder {
   public:
     DataFolder() { ::setenv("XDG_DATA_HOME", path().c_str(), 1); }
-    ~DataFolder() { ::unsetenv("XDG_DATA_HOME"); }
+    ~DataFolder() { ::setenv("XDG_DATA_HOME", before_.c_str(), 1); }
+
+  private:
+    std::string before_ = std::getenv("XDG_DATA_HOME"); // the test program's
 };
 
 inline std::string readFile(const std::filesystem::path& path) {

@@ -80,6 +80,12 @@ std::shared_ptr<NSImage> NSImage::make(CGSize sizeInPoints) {
     return std::shared_ptr<NSImage>(new NSImage(sizeInPoints));
 }
 
+std::shared_ptr<NSImage> NSImage::make(CGSize sizeInPoints, Representations representations) {
+    std::shared_ptr<NSImage> made(new NSImage(sizeInPoints));
+    made->representations_ = std::move(representations);
+    return made;
+}
+
 std::shared_ptr<NSImage> NSImage::named(std::string_view name) {
     if (name.empty() || name.find('/') != std::string_view::npos || name.find('\0') != std::string_view::npos)
         return nullptr;
@@ -99,13 +105,23 @@ void NSImage::registerImageFolder(const URL& folder) {
     imageFolders().folders.push_back(folder);
 }
 
-std::optional<CGImage> NSImage::cgImageForProposedRect(const std::optional<CGRect>&) const { return bitmap_; }
+std::optional<CGImage> NSImage::cgImageForProposedRect(const std::optional<CGRect>& rect) const {
+    if (bitmap_) return bitmap_;
+    const auto best = bestRepresentation({.forRect = rect.value_or(CGRect{{0, 0}, size_})});
+    return best ? std::optional(best->image) : std::nullopt;
+}
+
+std::optional<NSImageRep> NSImage::bestRepresentation(const ForRect& rect) const {
+    if (bitmap_) return NSImageRep{*bitmap_, size_};
+    return representations_ ? representations_(rect.forRect.size) : std::nullopt;
+}
 
 std::shared_ptr<NSImage> NSImage::rotate(double by) const {
-    if (!bitmap_ || !(size_.width > 0 && size_.height > 0) || !std::isfinite(by)) return nullptr;
+    const std::optional<CGImage> bitmap = cgImageForProposedRect();
+    if (!bitmap || !(size_.width > 0 && size_.height > 0) || !std::isfinite(by)) return nullptr;
     const CGAffineTransform turn = CGAffineTransform::rotationByDegrees(by);
     const CGRect box = turn.apply(CGRect{{0, 0}, size_});
-    const double pixelsPerPoint = std::max(bitmap_->width() / size_.width, bitmap_->height() / size_.height);
+    const double pixelsPerPoint = std::max(bitmap->width() / size_.width, bitmap->height() / size_.height);
     constexpr double roundingSlack = 1e-6;
     const double width = std::ceil(box.size.width * pixelsPerPoint - roundingSlack);
     const double height = std::ceil(box.size.height * pixelsPerPoint - roundingSlack);
@@ -114,7 +130,7 @@ std::shared_ptr<NSImage> NSImage::rotate(double by) const {
     context->translateBy(width / 2, height / 2);
     context->scaleBy(pixelsPerPoint, pixelsPerPoint);
     context->concat(turn);
-    context->draw(*bitmap_, {{-size_.width / 2, -size_.height / 2}, size_});
+    context->draw(*bitmap, {{-size_.width / 2, -size_.height / 2}, size_});
     const std::optional<CGImage> turned = context->makeImage();
     return turned ? make(*turned, {width / pixelsPerPoint, height / pixelsPerPoint}) : nullptr;
 }
@@ -125,7 +141,7 @@ bool NSImage::lockFocus() {
     if (focus_) return false;
     focus_ = contextOf(width, height);
     if (!focus_) return false;
-    if (bitmap_) focus_->draw(*bitmap_, {0, 0, width, height});
+    if (const auto bitmap = cgImageForProposedRect()) focus_->draw(*bitmap, {0, 0, width, height});
     focus_->scaleBy(width / size_.width, height / size_.height);
     contextBefore_ = NSGraphicsContext::current();
     NSGraphicsContext::setCurrent(std::make_shared<NSGraphicsContext>(focus_));
@@ -140,8 +156,8 @@ void NSImage::unlockFocus() {
 }
 
 /// The whole pixels nearest to a rectangle of points inside the image, y downward; at least one.
-CGRect NSImage::pixelsBelow(const CGRect& points) const {
-    const double px = bitmap_->width() / size_.width, py = bitmap_->height() / size_.height;
+CGRect NSImage::pixelsBelow(const CGImage& bitmap, const CGRect& points) const {
+    const double px = bitmap.width() / size_.width, py = bitmap.height() / size_.height;
     const double x0 = std::round(points.minX() * px), x1 = std::round(points.maxX() * px);
     const double y0 = std::round((size_.height - points.maxY()) * py),
                  y1 = std::round((size_.height - points.minY()) * py);
@@ -151,7 +167,8 @@ CGRect NSImage::pixelsBelow(const CGRect& points) const {
 void NSImage::draw(const CGRect& rect, const CGRect& fromRect, NSCompositingOperation operation,
                    double fraction) const {
     const auto current = NSGraphicsContext::current();
-    if (!current || !bitmap_ || !(size_.width > 0 && size_.height > 0)) return;
+    const std::optional<CGImage> bitmap = cgImageForProposedRect();
+    if (!current || !bitmap || !(size_.width > 0 && size_.height > 0)) return;
     const CGRect whole{0, 0, size_.width, size_.height};
     const CGRect asked = fromRect.isEmpty() ? whole : fromRect;
     const CGRect from = asked.intersection(whole);
@@ -163,7 +180,7 @@ void NSImage::draw(const CGRect& rect, const CGRect& fromRect, NSCompositingOper
                       rect.origin.y + (from.origin.y - asked.origin.y) * sy, from.size.width * sx,
                       from.size.height * sy};
 
-    const std::optional<CGImage> part = bitmap_->cropping(pixelsBelow(from));
+    const std::optional<CGImage> part = bitmap->cropping(pixelsBelow(*bitmap, from));
     if (!part) return;
     CGContext& context = *current->cgContext();
     context.saveGState();

@@ -7,6 +7,7 @@
 #include "peximage/platform/raster/CGImage.h"
 #include "peximage/platform/toolkit/NSGraphicsContext.h"
 
+#include <functional>
 #include <memory>
 #include <optional>
 #include <string>
@@ -15,6 +16,12 @@
 namespace pex {
 
 enum class NSCompositingOperation { copy, sourceOver };
+
+/// One picture of an image, and how many points it takes.
+struct NSImageRep {
+    CGImage image;
+    CGSize size;
+};
 
 /// The desktop's image: a size in points and a picture for it, which may be missing (a blank image) until
 /// something is drawn. A photo's orientation is applied. One thread at a time, but for images that nobody
@@ -31,6 +38,11 @@ class PEX_EXPORT NSImage {
     /// A blank image.
     static std::shared_ptr<NSImage> make(CGSize sizeInPoints);
 
+    /// An image that comes in several sizes, such as an icon: the function gives the one that is best for a
+    /// size in points, or none; it may be called on any thread.
+    using Representations = std::function<std::optional<NSImageRep>(CGSize size)>;
+    static std::shared_ptr<NSImage> make(CGSize sizeInPoints, Representations representations);
+
     /// An image file of this name, given with its extension or without, in the folders that were registered;
     /// the folder registered last is looked into first. Null when there is none, or when the name has a path
     /// separator.
@@ -43,8 +55,16 @@ class PEX_EXPORT NSImage {
     double height() const { return size_.height; }
 
     /// The bitmap for a rectangle of the given size in points, or for the image's own size; absent for a
-    /// blank image. A bitmap does not depend on the rectangle.
+    /// blank image. Only what comes in several sizes depends on the rectangle.
     std::optional<CGImage> cgImageForProposedRect(const std::optional<CGRect>& rect = {}) const;
+
+    struct ForRect {
+        CGRect forRect;
+    };
+    /// The picture that is best for a rectangle in points; absent when there is none.
+    std::optional<NSImageRep> bestRepresentation(const ForRect& rect) const;
+    /// Gives a blank image its picture.
+    void addRepresentation(const NSImageRep& representation) { bitmap_ = representation.image; }
 
     /// A new image of the picture turned by an angle in degrees, anticlockwise, on a canvas that is just
     /// large enough for it, with transparent corners. The pixels keep their size. Null for a blank image, an
@@ -65,10 +85,11 @@ class PEX_EXPORT NSImage {
 
   private:
     explicit NSImage(CGSize size) : size_(size) {}
-    CGRect pixelsBelow(const CGRect& points) const;
+    CGRect pixelsBelow(const CGImage& bitmap, const CGRect& points) const;
 
     CGSize size_;
     std::optional<CGImage> bitmap_;
+    Representations representations_;
     std::shared_ptr<CGContext> focus_;
     std::shared_ptr<NSGraphicsContext> contextBefore_;
 };

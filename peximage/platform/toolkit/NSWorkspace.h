@@ -1,0 +1,25 @@
+#pragma once
+
+#include "peximage/platform/Export.h"
+#include "peximage/platform/toolkit/NSImage.h"
+
+#include <memory>
+#include <string>
+
+namespace pex {
+
+/// The desktop around the application. Any thread.
+class PEX_EXPORT NSWorkspace {
+  public:
+    static const NSWorkspace& shared();
+
+    struct ForFile {
+        std::string path;
+    };
+    /// The desktop's icon for a file or folder, or, where it is not there, for a file of that name; a plain
+    /// sheet of paper where the desktop has none. Its representations are square, as large as asked for as
+    /// far as the desktop's icon comes in that size. Never null.
+    std::shared_ptr<NSImage> icon(const ForFile& file) const;
+};
+
+} // namespace pex

@@ -2,56 +2,21 @@
 
 #include "peximage/platform/codecs/CGImageDestination.h"
 #include "peximage/platform/varda/PexId.h"
-#include "peximage/platform/varda/Queue.h"
 #include "tests/support/CachesFolder.h"
 #include "tests/support/HttpServer.h"
+#include "tests/support/JoinedQueue.h"
 #include "tests/support/Pictures.h"
 
 #include <gtest/gtest.h>
 
 #include <atomic>
 #include <fstream>
-#include <mutex>
-#include <thread>
-#include <vector>
 
 namespace {
 
 using pex::Data;
 using pex::PexImage;
 using pex::PexResourceDownloader;
-
-/// Runs background work on threads that can be waited for.
-class JoinedQueue {
-  public:
-    JoinedQueue() {
-        pex::Queue::setExecutor([this](std::function<void()> work) {
-            const std::lock_guard lock(mutex_);
-            threads_.emplace_back(std::move(work));
-        });
-    }
-    ~JoinedQueue() {
-        finish();
-        pex::Queue::setExecutor({});
-    }
-    /// Waits for all work, and for what that has handed over.
-    void finish() {
-        for (;;) {
-            std::vector<std::thread> threads;
-            {
-                const std::lock_guard lock(mutex_);
-                threads.swap(threads_);
-            }
-            if (threads.empty()) return;
-            for (std::thread& thread : threads)
-                thread.join();
-        }
-    }
-
-  private:
-    std::mutex mutex_;
-    std::vector<std::thread> threads_;
-};
 
 std::string png(int width, int height) {
     const auto bytes = pex::CGImageDestination::encode(photoLike(width, height), pex::ImageFormat::png, {});

@@ -50,6 +50,8 @@ class PEX_EXPORT CGContext {
     void scaleBy(double x, double y);
     /// Counter-clockwise, in radians.
     void rotateBy(double radians);
+    /// From user space to pixels, the origin at the bottom-left corner of the bitmap, y upward.
+    const CGAffineTransform& transform() const { return state_.transform; }
     /// Puts a transform before the present one, as the three above do.
     void concat(const CGAffineTransform& transform);
     /// 0–1; multiplies the alpha of all that is drawn.

@@ -7,12 +7,13 @@ namespace pex {
 
 /// What a module of a picture format offers. Calls for different pictures may run at once.
 struct CodecModule {
-    static constexpr int version = 1;
+    static constexpr int version = 2;
 
     /// Bytes by position, of memory or of a file.
     struct Input {
         void* context;
         std::size_t size;
+        const std::uint8_t* bytes; // all of them when they are in memory, else null
         /// Copies bytes from `offset` on; how many there were.
         std::size_t (*read)(void* context, std::size_t offset, std::uint8_t* into, std::size_t count);
     };

@@ -5,6 +5,7 @@
 #include "peximage/platform/foundation/Workers.h"
 #include "peximage/platform/raster/ColorConversion.h"
 #include "peximage/platform/raster/ConvertedImage.h"
+#include "peximage/platform/raster/IccProfile.h"
 #include "peximage/platform/raster/Strips.h"
 #include "peximage/platform/raster/kernels/FlattenRow.h"
 
@@ -42,7 +43,7 @@ class OpenPicture {
   public:
     OpenPicture(const CodecModule& module, CGDataProvider bytes, const ImageLimits& limits)
         : module_(module), bytes_(std::move(bytes)) {
-        const CodecModule::Input input{&bytes_, bytes_.size(), read};
+        const CodecModule::Input input{&bytes_, bytes_.size(), bytes_.data().data(), read};
         picture_ = module_.open(input, limits.maxMetadataBytes, std::numeric_limits<int>::max(), &header_);
     }
     ~OpenPicture() {
@@ -137,12 +138,20 @@ ImageProperties propertiesOf(const CodecModule::Header& header, ImageFormat form
     return properties;
 }
 
+/// A grey profile goes with colours, too: it is of a grey picture with alpha that the module has widened.
+bool fits(const CGColorSpace& profile, Pixels pixels) {
+    return profile.model() == modelOf(pixels) ||
+           (profile.model() == CGColorSpace::Model::gray && hasAlpha(layoutOf(pixels)));
+}
+
 ModuleFile fileOf(const CodecModule& module, const Data& bytes, const ImageLimits& limits,
                   const CodecModule::Header& header, const std::optional<CGColorSpace>& profile) {
     ModuleFile file{&module, bytes, limits, {int(header.width), int(header.height)}, header.pixels};
     if (header.pixels == Pixels::grey) file.colorSpace = CGColorSpace::deviceGray();
     if (header.pixels == Pixels::cmyk && profile)
         file.fromCmyk = ColorConversion::make(*profile, ColorConversion::Pixels::cmyk, CGColorSpace::sRGB());
+    else if (profile && profile->model() == CGColorSpace::Model::gray && header.pixels != Pixels::grey)
+        file.colorSpace = rgbSpaceForGrey(*profile).value_or(file.colorSpace);
     else if (profile)
         file.colorSpace = *profile;
     return file;
@@ -186,7 +195,7 @@ std::optional<OpenedImage> openByModule(const char* name, ImageFormat format, co
     std::optional<CGColorSpace> profile;
     if (header.profileBytes > 0)
         profile = CGColorSpace::fromICC(Data(copied(header.profile, header.profileBytes)));
-    if (profile && profile->model() != modelOf(header.pixels)) profile.reset();
+    if (profile && !fits(*profile, header.pixels)) profile.reset();
     if (profile) opened.properties.profileName = profile->name();
     if (!bytes.data().empty())
         opened.source =

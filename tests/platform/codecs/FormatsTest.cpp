@@ -4,12 +4,13 @@
 #include "peximage/platform/codecs/CGImageSource.h"
 #include "peximage/platform/codecs/ImageLimits.h"
 #include "tests/support/CapturedLines.h"
+#include "tests/support/EncodedPictures.h"
 #include "tests/support/ExifFiles.h"
 #include "tests/support/Pictures.h"
+#include "tests/support/Profiles.h"
 #include "tests/support/TempFolder.h"
 
 #include <gtest/gtest.h>
-#include <lcms2.h>
 
 #include <algorithm>
 #include <cmath>
@@ -18,62 +19,8 @@
 namespace pex {
 namespace {
 
-using Bytes = std::vector<std::uint8_t>;
-
-Bytes bytesOf(const Data& data) { return {data.bytes().begin(), data.bytes().end()}; }
-
-std::optional<CGImage> decoded(const Bytes& file) {
-    const auto source = CGImageSource::make(Data(file));
-    const auto image = source ? source->createImage() : std::nullopt;
-    return image && image->pixels() ? image : std::nullopt;
-}
-
-Data encoded(const CGImage& image, ImageFormat format, const CGImageDestination::Options& options = {}) {
-    const auto file = CGImageDestination::encode(image, format, options);
-    if (!file) throw std::runtime_error("cannot be encoded");
-    return *file;
-}
-
-/// R G B A, straight, whatever the layout.
-Pixel straightAt(const CGImage& image, int x, int y) {
-    Pixel p = pixelAt(image, x, y);
-    if (!hasAlpha(image.layout())) p[3] = 255;
-    if (image.layout() == PixelLayout::premultipliedLast && p[3] > 0) {
-        for (int c = 0; c < 3; ++c)
-            p[c] = static_cast<std::uint8_t>(std::min(255, (p[c] * 255 + p[3] / 2) / p[3]));
-    }
-    return p;
-}
-
-/// The mean difference of the colours.
-double difference(const CGImage& a, const CGImage& b) {
-    double sum = 0;
-    for (int y = 0; y < a.height(); ++y) {
-        for (int x = 0; x < a.width(); ++x) {
-            for (int c = 0; c < 3; ++c)
-                sum += std::abs(straightAt(a, x, y)[c] - straightAt(b, x, y)[c]);
-        }
-    }
-    return sum / (3.0 * a.width() * a.height());
-}
-
 constexpr ImageFormat writable[] = {ImageFormat::tiff, ImageFormat::webp, ImageFormat::heif,
                                     ImageFormat::avif};
-
-Data wideProfile() {
-    const cmsCIExyY white{0.3127, 0.3290, 1};
-    const cmsCIExyYTRIPLE primaries{{0.68, 0.32, 1}, {0.265, 0.69, 1}, {0.15, 0.06, 1}};
-    cmsToneCurve* gamma = cmsBuildGamma(nullptr, 2.2);
-    cmsToneCurve* curves[] = {gamma, gamma, gamma};
-    const cmsHPROFILE profile = cmsCreateRGBProfile(&white, &primaries, curves);
-    cmsUInt32Number size = 0;
-    cmsSaveProfileToMem(profile, nullptr, &size);
-    Bytes bytes(size);
-    cmsSaveProfileToMem(profile, bytes.data(), &size);
-    cmsCloseProfile(profile);
-    cmsFreeToneCurve(gamma);
-    return Data(std::move(bytes));
-}
 
 TEST(Formats, WhatIsWrittenIsReadAgain) {
     const CGImage photo = photoLike(97, 61);
@@ -115,7 +62,7 @@ TEST(Formats, OfLossOnlyWhatTheQualitySays) {
 }
 
 TEST(Formats, AProfileIsKeptUnlessItIsStandard) {
-    const auto wide = CGColorSpace::fromICC(wideProfile());
+    const auto wide = CGColorSpace::fromICC(Data(wideProfile()));
     ASSERT_TRUE(wide);
     const auto red = [](const CGColorSpace& space) {
         return makePicture(

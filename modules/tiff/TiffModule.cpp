@@ -178,16 +178,15 @@ void readMetadata(Picture& picture, std::size_t maxBytes) {
     }
 }
 
-Picture* open(const Module::Input& input, std::size_t maxMetadataBytes, std::int64_t maxSide,
-              Module::Header* header) {
+Picture* open(const Module::Input& input, const Module::Limits& limits, Module::Header* header) {
     auto picture = std::make_unique<Picture>();
     picture->input = input;
     picture->stream.input = &picture->input;
     picture->tiff = openStream(picture->stream, "r");
     if (!picture->tiff) return nullptr;
     picture->header = readHeader(picture->tiff.get());
-    if (picture->header.width > maxSide || picture->header.height > maxSide) return nullptr;
-    readMetadata(*picture, maxMetadataBytes);
+    if (!limits.allow(picture->header.width, picture->header.height)) return nullptr;
+    readMetadata(*picture, limits.metadataBytes);
     *header = picture->header;
     return picture.release();
 }

@@ -77,14 +77,12 @@ bool readHeader(Picture& picture) {
     return true;
 }
 
-Picture* open(const Module::Input& input, std::size_t maxMetadataBytes, std::int64_t maxSide,
-              Module::Header* header) {
+Picture* open(const Module::Input& input, const Module::Limits& limits, Module::Header* header) {
     auto picture = std::make_unique<Picture>();
     picture->input = input;
-    if (!readHeader(*picture) || picture->header.width > maxSide || picture->header.height > maxSide)
-        return nullptr;
-    picture->profile = chunk(*picture, "ICCP", maxMetadataBytes);
-    picture->exif = chunk(*picture, "EXIF", maxMetadataBytes);
+    if (!readHeader(*picture) || !limits.allow(picture->header.width, picture->header.height)) return nullptr;
+    picture->profile = chunk(*picture, "ICCP", limits.metadataBytes);
+    picture->exif = chunk(*picture, "EXIF", limits.metadataBytes);
     picture->header.profile = picture->profile.data();
     picture->header.profileBytes = picture->profile.size();
     picture->header.exif = picture->exif.data();

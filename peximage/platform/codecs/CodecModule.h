@@ -33,10 +33,19 @@ struct CodecModule {
         std::size_t exifBytes = 0;
     };
 
+    struct Limits {
+        std::size_t metadataBytes; // of one piece
+        std::int64_t side, pixels;
+
+        bool allow(std::int64_t width, std::int64_t height) const {
+            return width >= 1 && width <= side && height >= 1 && height <= side && width <= pixels / height;
+        }
+    };
+
     struct Picture;
-    /// Reads the header only. Null when this is no such picture. No piece of metadata is larger than
-    /// `maxMetadataBytes`, no side than `maxSide`. The input must outlive the picture.
-    Picture* (*open)(const Input& input, std::size_t maxMetadataBytes, std::int64_t maxSide, Header* header);
+    /// Reads the header only. Null when this is no such picture or breaks a limit; metadata that do are left
+    /// out. The input must outlive the picture.
+    Picture* (*open)(const Input& input, const Limits& limits, Header* header);
     void (*close)(Picture* picture);
     /// Decodes all rows, top first, `width` × 4 bytes each (grey: `width`) without padding; once. How many
     /// rows came before the picture broke off; the pixels of the others are left as they were.

@@ -44,7 +44,8 @@ class OpenPicture {
     OpenPicture(const CodecModule& module, CGDataProvider bytes, const ImageLimits& limits)
         : module_(module), bytes_(std::move(bytes)) {
         const CodecModule::Input input{&bytes_, bytes_.size(), bytes_.data().data(), read};
-        picture_ = module_.open(input, limits.maxMetadataBytes, std::numeric_limits<int>::max(), &header_);
+        picture_ = module_.open(
+            input, {limits.maxMetadataBytes, std::numeric_limits<int>::max(), limits.maxPixels}, &header_);
     }
     ~OpenPicture() {
         if (picture_ != nullptr) module_.close(picture_);
@@ -186,7 +187,7 @@ std::optional<OpenedImage> openByModule(const char* name, ImageFormat format, co
     if (module == nullptr) return std::nullopt;
     const OpenPicture picture(*module, bytes, limits);
     const CodecModule::Header& header = picture.header();
-    if (!picture || !limits.allows(header.width, header.height)) return std::nullopt;
+    if (!picture) return std::nullopt;
 
     OpenedImage opened{propertiesOf(header, format), nullptr, Data(copied(header.exif, header.exifBytes))};
     if (header.orientation == 0)

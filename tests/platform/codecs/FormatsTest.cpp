@@ -2,10 +2,10 @@
 #include "peximage/image/PexImage.h"
 #include "peximage/platform/codecs/CGImageDestination.h"
 #include "peximage/platform/codecs/CGImageSource.h"
-#include "peximage/platform/codecs/ImageLimits.h"
 #include "tests/support/CapturedLines.h"
 #include "tests/support/EncodedPictures.h"
 #include "tests/support/ExifFiles.h"
+#include "tests/support/HandmadeFiles.h"
 #include "tests/support/Pictures.h"
 #include "tests/support/Profiles.h"
 #include "tests/support/TempFolder.h"
@@ -95,22 +95,6 @@ TEST(Formats, TiffKeepsTheResolutionAndSavesLikePng) {
     EXPECT_FALSE(CGImageSource::make(url)); // deleted before encoding
 }
 
-TEST(Formats, EachOpensWithinTheLimitsAndNotBeyond) {
-    const ImageLimits before = ImageLimits::current();
-    for (const ImageFormat format : writable) {
-        const Data file = encoded(photoLike(40, 30), format);
-        for (const auto& [most, opens] : {std::pair{std::int64_t{1} << 28, true},
-                                          {std::int64_t{1200}, true},
-                                          {std::int64_t{1199}, false}}) {
-            ImageLimits limits = before;
-            limits.maxPixels = most;
-            ImageLimits::setCurrent(limits);
-            EXPECT_EQ(CGImageSource::make(file).has_value(), opens) << displayName(format) << most;
-        }
-        ImageLimits::setCurrent(before);
-    }
-}
-
 TEST(Formats, BrokenFilesDoNoHarm) {
     for (const ImageFormat format : writable) {
         const Bytes whole = bytesOf(encoded(photoLike(48, 32), format));
@@ -152,19 +136,8 @@ TEST(Formats, TiffTurnsAsItsTagSays) {
 }
 
 TEST(Formats, WebPTurnsAsItsExifSays) {
-    Bytes file = bytesOf(encoded(photoLike(32, 16), ImageFormat::webp));
-    // The extended form: a head with the flag for EXIF, the picture's own chunk, and the block.
-    const Bytes block = exifBlock({exifShort(0x0112, 6)});
-    Bytes riff{'R', 'I', 'F', 'F', 0, 0, 0, 0, 'W', 'E', 'B', 'P', 'V', 'P', '8',
-               'X', 10,  0,   0,   0, 8, 0, 0, 0,   31,  0,   0,   15,  0,   0};
-    riff.insert(riff.end(), file.begin() + 12, file.end());
-    riff.insert(riff.end(), {'E', 'X', 'I', 'F', static_cast<std::uint8_t>(block.size()),
-                             static_cast<std::uint8_t>(block.size() >> 8), 0, 0});
-    riff.insert(riff.end(), block.begin(), block.end());
-    if (block.size() % 2) riff.push_back(0);
-    const auto size = static_cast<std::uint32_t>(riff.size() - 8);
-    for (int i = 0; i < 4; ++i)
-        riff[static_cast<std::size_t>(4 + i)] = static_cast<std::uint8_t>(size >> (8 * i));
+    const Bytes riff = webpWithExif(bytesOf(encoded(photoLike(32, 16), ImageFormat::webp)), 32, 16,
+                                    exifBlock({exifShort(0x0112, 6)}));
     const auto source = CGImageSource::make(Data(riff));
     ASSERT_TRUE(source);
     EXPECT_EQ(source->copyProperties().dictionary("TIFF").integer("Orientation"), 6);
@@ -173,13 +146,7 @@ TEST(Formats, WebPTurnsAsItsExifSays) {
 }
 
 TEST(Gif, FirstFrameWithItsTransparentColour) {
-    // 2 × 2 on a canvas of 3 × 2, two colours, the second transparent: written by hand.
-    const Bytes
-        file{'G', 'I', 'F', '8', '9',  'a',  3, 0, 2, 0,    0x80, 0,    0,    255, 0,
-             0,   0,   0,   255, 0x21, 0xF9, 4, 1, 0, 0,    1,    0,    0x2C, 1,   0,
-             0,   0,   2,   0,   2,    0,    0, 2, 3, 0x44, 0x02, 0x05, 0,    0x3B}; // codes 4 0 1 1 0 5,
-                                                                                     // three and then four
-                                                                                     // bits each
+    const Bytes file = smallGif();
     const auto image = decoded(file);
     ASSERT_TRUE(image);
     EXPECT_EQ(image->width(), 3);
@@ -188,25 +155,6 @@ TEST(Gif, FirstFrameWithItsTransparentColour) {
     EXPECT_EQ(pixelAt(*image, 2, 0)[3], 0);
     for (std::size_t length = 0; length < file.size(); ++length)
         decoded({file.begin(), file.begin() + static_cast<std::ptrdiff_t>(length)});
-}
-
-/// A BMP of the longer header.
-Bytes bmp(int width, int height, int bits, std::uint8_t compression, const Bytes& tables,
-          const Bytes& pixels) {
-    const std::size_t at = 54 + tables.size();
-    Bytes file{'B', 'M', 0, 0, 0, 0, 0, 0, 0, 0};
-    file.insert(file.end(),
-                {static_cast<std::uint8_t>(at), static_cast<std::uint8_t>(at >> 8), 0, 0, 40, 0, 0, 0});
-    for (const int side : {width, height}) {
-        for (int i = 0; i < 4; ++i)
-            file.push_back(static_cast<std::uint8_t>(static_cast<unsigned>(side) >> (8 * i)));
-    }
-    file.insert(file.end(), {1, 0, static_cast<std::uint8_t>(bits), 0, compression, 0, 0, 0, 0, 0, 0, 0});
-    file.insert(file.end(),
-                {0x13, 0x0B, 0, 0, 0x13, 0x0B, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0}); // 2835 a metre: 72 dpi
-    file.insert(file.end(), tables.begin(), tables.end());
-    file.insert(file.end(), pixels.begin(), pixels.end());
-    return file;
 }
 
 /// Blue, green, red, unused.
@@ -223,14 +171,14 @@ TEST(Bmp, PixelsOfEveryKindLieWhereTheyBelong) {
         Bytes file;
     } cases[] = {
         {"24 bits, bottom row first",
-         bmp(2, 2, 24, 0, {}, {255, 0, 0, 0, 0, 255, 0, 0, 0, 0, 255, 0, 255, 0, 0, 0})},
+         bmpFile(2, 2, 24, 0, {}, {255, 0, 0, 0, 0, 255, 0, 0, 0, 0, 255, 0, 255, 0, 0, 0})},
         {"24 bits, top row first",
-         bmp(2, -2, 24, 0, {}, {0, 0, 255, 0, 255, 0, 0, 0, 255, 0, 0, 0, 0, 255, 0, 0})},
-        {"4 bits", bmp(2, 2, 4, 0, palette, {0x20, 0, 0, 0, 0x01, 0, 0, 0})},
-        {"runs of 4 bits", bmp(2, 2, 4, 2, palette, {2, 0x20, 0, 0, 2, 0x01, 0, 1})},
-        {"16 bits", bmp(2, 2, 16, 0, {}, {0x1F, 0, 0, 0x7C, 0, 0x7C, 0xE0, 0x03})},
-        {"32 bits by masks", bmp(2, 2, 32, 3, {0xFF, 0, 0, 0, 0, 0xFF, 0, 0, 0, 0, 0xFF, 0},
-                                 {0, 0, 255, 0, 255, 0, 0, 0, 255, 0, 0, 0, 0, 255, 0, 0})},
+         bmpFile(2, -2, 24, 0, {}, {0, 0, 255, 0, 255, 0, 0, 0, 255, 0, 0, 0, 0, 255, 0, 0})},
+        {"4 bits", bmpFile(2, 2, 4, 0, palette, {0x20, 0, 0, 0, 0x01, 0, 0, 0})},
+        {"runs of 4 bits", bmpFile(2, 2, 4, 2, palette, {2, 0x20, 0, 0, 2, 0x01, 0, 1})},
+        {"16 bits", bmpFile(2, 2, 16, 0, {}, {0x1F, 0, 0, 0x7C, 0, 0x7C, 0xE0, 0x03})},
+        {"32 bits by masks", bmpFile(2, 2, 32, 3, {0xFF, 0, 0, 0, 0, 0xFF, 0, 0, 0, 0, 0xFF, 0},
+                                     {0, 0, 255, 0, 255, 0, 0, 0, 255, 0, 0, 0, 0, 255, 0, 0})},
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(c.what);
@@ -251,7 +199,7 @@ TEST(Bmp, RunsMayJumpAndLeaveOut) {
     Bytes colours = palette;
     colours.resize(256 * 4);
     // From the bottom: two green; a jump one right and one up; three of their own; the end.
-    const auto image = decoded(bmp(4, 3, 8, 1, colours, {2, 1, 0, 2, 0, 1, 0, 3, 2, 1, 2, 0, 0, 1}));
+    const auto image = decoded(bmpFile(4, 3, 8, 1, colours, {2, 1, 0, 2, 0, 1, 0, 3, 2, 1, 2, 0, 0, 1}));
     ASSERT_TRUE(image);
     EXPECT_EQ(straightAt(*image, 0, 2), green);
     EXPECT_EQ(straightAt(*image, 2, 2), red); // the first colour
@@ -270,7 +218,8 @@ TEST(Bmp, LyingHeadersAreRefused) {
                                                            {2, -2, 8, 1},
                                                            {100'000, 100'000, 24, 0},
                                                            {2, 2, 24, 9}})
-        EXPECT_FALSE(decoded(bmp(width, height, bits, static_cast<std::uint8_t>(compression), {}, pixels)))
+        EXPECT_FALSE(
+            decoded(bmpFile(width, height, bits, static_cast<std::uint8_t>(compression), {}, pixels)))
             << width << ' ' << height << ' ' << bits << ' ' << compression;
     EXPECT_FALSE(decoded(
         {'B', 'M', ' ', 'i', 's', ' ', 'n', 'o', ' ', 'p', 'i', 'c', 't', 'u', 'r', 'e', '!', '!', '!'}));

@@ -41,12 +41,17 @@ def png_size(path):
     return struct.unpack(">II", data[16:24])
 
 
-def two_page_pdf():
+# Encrypted with a password that nobody knows.
+LOCKED = (b"/ID [<00000000000000000000000000000000> <00000000000000000000000000000000>] "
+          b"/Encrypt << /Filter /Standard /V 1 /R 2 /P -4 /O <%b> /U <%b> >>" % (b"3" * 64, b"5" * 64))
+
+
+def two_page_pdf(trailer=b""):
     """Two empty pages of 200 × 100 points; readers make the missing cross-reference table themselves."""
     page = b"<< /Type /Page /Parent 2 0 R /MediaBox [0 0 200 100] >>"
     objects = [b"<< /Type /Catalog /Pages 2 0 R >>", b"<< /Type /Pages /Count 2 /Kids [3 0 R 4 0 R] >>", page, page]
     body = b"".join(b"%d 0 obj\n%b\nendobj\n" % (i + 1, text) for i, text in enumerate(objects))
-    return b"%PDF-1.4\n" + body + b"trailer\n<< /Size 5 /Root 1 0 R >>\n%%EOF\n"
+    return b"%PDF-1.4\n" + body + b"trailer\n<< /Size 5 /Root 1 0 R " + trailer + b" >>\n%%EOF\n"
 
 
 class CommandLine(unittest.TestCase):
@@ -118,6 +123,14 @@ class CommandLine(unittest.TestCase):
         self.assertIn("JPEG  640×480  4:3", text)
         read = int("".join(c for c in errors.split(": read ")[1] if c.isdigit()))
         self.assertLess(read, 10000)
+
+    def test_a_document_that_needs_a_password_says_so(self):
+        document = self.dir / "locked.pdf"
+        document.write_bytes(two_page_pdf(LOCKED))
+        for command in (("info",), ("pdf", "-o", self.dir), ("convert", "-o", self.dir / "o.png")):
+            self.assertEqual(run(command[0], document, *command[1:]),
+                             (1, "", f"peximage: {document}: needs a password\n"))
+        self.assertOnly("locked.pdf")
 
     def test_resize_family(self):
         cases = {
@@ -365,7 +378,7 @@ class CommandLine(unittest.TestCase):
             self.assertIn(what, run("pdf", document, "-o", pages, *arguments)[2])
         document.write_bytes(two_page_pdf()[:40])
         self.assertEqual(run("pdf", document, "-o", pages)[::2],
-                         (1, f"peximage: {document}: not a PDF document, or one that needs a password\n"))
+                         (1, f"peximage: {document}: not a PDF document\n"))
 
     def test_help_and_version(self):
         for call in (("--help",), ("--version",), *((command, "--help") for command in COMMANDS)):

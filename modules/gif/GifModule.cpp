@@ -111,7 +111,7 @@ std::int64_t decode(Picture* picture, std::uint8_t* pixels) {
     return picture->header.height;
 }
 
-constexpr Module functions{open, close, decode, nullptr};
+constexpr Module functions{open, close, decode, nullptr, nullptr};
 
 } // namespace
 

@@ -231,7 +231,7 @@ bool encode(const Module::Encoding& how, void (*write)(void*, const std::uint8_t
     return heif_context_write(file.get(), &writer, &sink).code == heif_error_Ok;
 }
 
-constexpr Module functions{open, close, decode, encode};
+constexpr Module functions{open, close, decode, nullptr, encode};
 
 } // namespace
 

@@ -193,6 +193,18 @@ Picture* open(const Module::Input& input, const Module::Limits& limits, Module::
 
 void close(Picture* picture) { delete picture; }
 
+/// True when strips or tiles lie behind the file's end.
+bool breaksOff(Picture* picture) {
+    TIFF* tiff = picture->tiff.get();
+    const std::uint64_t fileSize = picture->input.size;
+    const std::uint32_t count = TIFFIsTiled(tiff) ? TIFFNumberOfTiles(tiff) : TIFFNumberOfStrips(tiff);
+    for (std::uint32_t i = 0; i < count; ++i) {
+        const std::uint64_t at = TIFFGetStrileOffset(tiff, i), size = TIFFGetStrileByteCount(tiff, i);
+        if (at > fileSize || size > fileSize - at) return true;
+    }
+    return false;
+}
+
 /// How the samples of a picture in inks lie.
 struct Inks {
     bool wide, planar; // 16 bits; one ink after the other
@@ -365,7 +377,7 @@ bool encode(const Module::Encoding& picture, void (*write)(void*, const std::uin
     return true;
 }
 
-constexpr Module functions{open, close, decode, encode};
+constexpr Module functions{open, close, decode, breaksOff, encode};
 
 } // namespace
 

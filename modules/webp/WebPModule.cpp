@@ -176,7 +176,7 @@ bool encode(const Module::Encoding& how, void (*write)(void*, const std::uint8_t
     return good;
 }
 
-constexpr Module functions{open, close, decode, encode};
+constexpr Module functions{open, close, decode, nullptr, encode};
 
 } // namespace
 

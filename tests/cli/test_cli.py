@@ -124,6 +124,23 @@ class CommandLine(unittest.TestCase):
         read = int("".join(c for c in errors.split(": read ")[1] if c.isdigit()))
         self.assertLess(read, 10000)
 
+    def test_info_tells_of_pictures_that_are_cut_short(self):
+        whole = {"photo.jpg": self.photo.read_bytes()}
+        for name in ("a.png", "a.tif", "a.webp"):
+            self.assertEqual(run("convert", self.photo, "-o", self.dir / name)[0], 0)
+            whole[name] = (self.dir / name).read_bytes()
+        for name, data in whole.items():
+            path = self.dir / name
+            for cut in (data[: len(data) // 2], data[:-20]) if name != "a.tif" else ():
+                path.write_bytes(cut)
+                code, text, errors = run("info", path)
+                self.assertEqual((code, errors), (0, ""), name)
+                self.assertTrue(text.endswith("  incomplete\n"), text)
+                self.assertIs(json.loads(run("info", path, "--json")[1])["incomplete"], True)
+            path.write_bytes(data + (b"more" if name == "photo.jpg" else b""))
+            self.assertNotIn("incomplete", run("info", path)[1])
+            self.assertNotIn("incomplete", json.loads(run("info", path, "--json")[1]))
+
     def test_a_document_that_needs_a_password_says_so(self):
         document = self.dir / "locked.pdf"
         document.write_bytes(two_page_pdf(LOCKED))

@@ -41,6 +41,7 @@ std::optional<CGImageSource> CGImageSource::make(const Data& bytes) {
     source.properties_ = opened->properties;
     source.exif_ = opened->exif;
     source.bytesRead_ = bytes.size();
+    source.data_ = bytes;
     source.image_ = CGImage::make(opened->source);
     return source;
 }
@@ -70,6 +71,15 @@ PropertyDictionary CGImageSource::copyProperties() const {
     if (properties_.dpiHeight) all.set(kCGImagePropertyDPIHeight, *properties_.dpiHeight);
     if (properties_.profileName) all.set(kCGImagePropertyProfileName, *properties_.profileName);
     return all;
+}
+
+bool CGImageSource::isIncomplete() {
+    const ImageCodec* codec = codecForFormat(properties_.format);
+    const auto bytes = file_ ? CGDataProvider::open(*file_) : std::optional(CGDataProvider(data_));
+    if (codec == nullptr || codec->breaksOff == nullptr || !bytes) return false;
+    const bool incomplete = codec->breaksOff(*bytes);
+    bytesRead_ += bytes->bytesRead();
+    return incomplete;
 }
 
 std::optional<CGImage> CGImageSource::createImage() const {

@@ -51,6 +51,9 @@ struct CodecModule {
     /// rows came before the picture broke off; the pixels of the others are left as they were.
     std::int64_t (*decode)(Picture* picture, std::uint8_t* pixels);
 
+    /// Whether the file ends before the pixels do, as the header tells. Null where it does not.
+    bool (*breaksOff)(Picture* picture);
+
     enum class Compression { usual, other }; // HEIF: HEVC, or AV1
     struct Encoding {
         int width, height;

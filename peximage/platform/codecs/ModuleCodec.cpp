@@ -55,6 +55,7 @@ class OpenPicture {
 
     explicit operator bool() const { return picture_ != nullptr; }
     const CodecModule::Header& header() const { return header_; }
+    bool breaksOff() { return module_.breaksOff != nullptr && module_.breaksOff(picture_); }
     std::int64_t decode(std::uint8_t* pixels) { return module_.decode(picture_, pixels); }
 
   private:
@@ -202,6 +203,13 @@ std::optional<OpenedImage> openByModule(const char* name, ImageFormat format, co
         opened.source =
             std::make_shared<ModuleSource>(fileOf(*module, bytes.data(), limits, header, profile));
     return opened;
+}
+
+bool breaksOffByModule(const char* name, const CGDataProvider& bytes) {
+    const auto* module = loadModule<CodecModule>(name);
+    if (module == nullptr) return false;
+    OpenPicture picture(*module, bytes, ImageLimits::current());
+    return picture && picture.breaksOff();
 }
 
 std::optional<Data> encodeByModule(const ModuleEncoding& how, const CGImage& image,

@@ -6,6 +6,7 @@
 #include <cstring>
 #include <libheif/heif.h>
 #include <memory>
+#include <new>
 #include <vector>
 
 namespace {
@@ -204,7 +205,11 @@ struct Sink {
 
 heif_error writeBytes(heif_context*, const void* bytes, std::size_t count, void* data) {
     const Sink& sink = *static_cast<const Sink*>(data);
-    sink.write(sink.context, static_cast<const std::uint8_t*>(bytes), count);
+    try {
+        sink.write(sink.context, static_cast<const std::uint8_t*>(bytes), count);
+    } catch (const std::bad_alloc&) {
+        return {heif_error_Memory_allocation_error, heif_suberror_Unspecified, ""};
+    }
     return {heif_error_Ok, heif_suberror_Unspecified, ""};
 }
 

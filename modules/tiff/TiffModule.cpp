@@ -45,7 +45,11 @@ tmsize_t writeBytes(thandle_t handle, void* from, tmsize_t count) {
     Stream& stream = streamOf(handle);
     if (stream.input != nullptr || count < 0) return 0;
     const std::uint64_t end = stream.position + static_cast<std::uint64_t>(count);
-    if (end > stream.written.size()) stream.written.resize(end);
+    try {
+        if (end > stream.written.size()) stream.written.resize(end);
+    } catch (const std::bad_alloc&) {
+        return 0;
+    }
     std::memcpy(stream.written.data() + stream.position, from, static_cast<std::size_t>(count));
     stream.position = end;
     return count;

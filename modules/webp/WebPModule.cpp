@@ -5,6 +5,7 @@
 #include <cmath>
 #include <cstring>
 #include <memory>
+#include <new>
 #include <vector>
 #include <webp/decode.h>
 #include <webp/demux.h>
@@ -133,7 +134,11 @@ std::int64_t decode(Picture* picture, std::uint8_t* pixels) {
 
 int keep(const std::uint8_t* bytes, std::size_t count, const WebPPicture* picture) {
     auto& file = *static_cast<std::vector<std::uint8_t>*>(picture->custom_ptr);
-    file.insert(file.end(), bytes, bytes + count);
+    try {
+        file.insert(file.end(), bytes, bytes + count);
+    } catch (const std::bad_alloc&) {
+        return 0;
+    }
     return 1;
 }
 

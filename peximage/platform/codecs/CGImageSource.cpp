@@ -2,6 +2,7 @@
 
 #include "peximage/platform/codecs/ExifBlock.h"
 #include "peximage/platform/codecs/ImageCodec.h"
+#include "peximage/platform/foundation/OutOfMemory.h"
 
 #include <array>
 
@@ -18,7 +19,8 @@ std::optional<OpenedImage> openImage(const CGDataProvider& bytes) {
     const ImageLimits limits = ImageLimits::current();
     if (bytes.size() > limits.maxSourceBytes) return std::nullopt;
     const ImageCodec* codec = codecFor(bytes);
-    return codec ? codec->open(bytes, limits) : std::nullopt;
+    if (!codec) return std::nullopt;
+    return absentWithoutMemory([&] { return codec->open(bytes, limits); });
 }
 
 } // namespace

@@ -3,6 +3,8 @@
 #include "Text.h"
 #include "peximage/platform/codecs/CGImageDestination.h"
 #include "peximage/platform/codecs/CGImageSource.h"
+#include "peximage/platform/codecs/ImageLimits.h"
+#include "peximage/platform/toolkit/NSPDFImageRep.h"
 
 #include <atomic>
 #include <cerrno>
@@ -45,6 +47,12 @@ fs::path nameInFolder(const fs::path& input, pex::ImageFormat format) {
     return input.filename();
 }
 
+bool needsPassword(const std::string& path) {
+    const auto bytes =
+        pex::Data::contentsOf(pex::URL::fromPath(path), pex::ImageLimits::current().maxSourceBytes);
+    return bytes && pex::NSPDFImageRep::needsPassword(*bytes);
+}
+
 bool isFolder(const std::string& output) {
     std::error_code ignored;
     return output.ends_with('/') || fs::is_directory(output, ignored);
@@ -85,6 +93,7 @@ Failure whyNoImage(const std::string& path) {
     const auto format = pex::CGImageSource::formatOf(pex::URL::fromPath(path));
     if (format && !pex::CGImageSource::reads(*format))
         return {"built without " + std::string(pex::displayName(*format))};
+    if (format == pex::ImageFormat::pdf && needsPassword(path)) return {"needs a password"};
     return {"not an image"};
 }
 

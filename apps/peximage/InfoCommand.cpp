@@ -44,8 +44,9 @@ void addShot(Result& result, const pex::PropertyDictionary& properties) {
 }
 
 Outcome describe(const std::string& file) {
-    const auto source = pex::CGImageSource::make(pex::URL::fromPath(file));
+    auto source = pex::CGImageSource::make(pex::URL::fromPath(file));
     if (!source) return whyNoImage(file);
+    const bool incomplete = source->isIncomplete();
     pex::diagnostics::print(file + ": read " + grouped(static_cast<long long>(source->bytesRead())) +
                             " bytes");
     const pex::ImageProperties& properties = source->properties();
@@ -74,6 +75,10 @@ Outcome describe(const std::string& file) {
     if (orientation != 1) result.line += "  orientation " + std::to_string(orientation);
     result.json["orientation"] = orientation;
     addShot(result, source->copyProperties());
+    if (incomplete) {
+        result.line += "  incomplete";
+        result.json["incomplete"] = true;
+    }
     return result;
 }
 

@@ -115,7 +115,10 @@ int pdf(const Request& request) {
         pex::Data::contentsOf(pex::URL::fromPath(file), pex::ImageLimits::current().maxSourceBytes);
     if (!bytes || bytes->empty()) return fail(file, whyNoImage(file).message);
     auto document = pex::NSPDFImageRep::make(*bytes);
-    if (!document) return fail(file, "not a PDF document, or one that needs a password");
+    if (!document) {
+        const bool locked = pex::NSPDFImageRep::needsPassword(*bytes);
+        return fail(file, locked ? "needs a password" : "not a PDF document");
+    }
     const int count = document->pageCount(), first = request.page.value_or(1) - 1;
     if (count == 0) return fail(file, "has no pages");
     if (first >= count)

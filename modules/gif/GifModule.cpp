@@ -57,7 +57,7 @@ bool findFrame(Picture& picture) {
     return false;
 }
 
-Picture* open(const Module::Input& input, std::size_t, std::int64_t maxSide, Module::Header* header) {
+Picture* open(const Module::Input& input, const Module::Limits& limits, Module::Header* header) {
     auto picture = std::make_unique<Picture>();
     picture->input = input;
     picture->gif.reset(DGifOpen(picture.get(), readBytes, nullptr));
@@ -66,7 +66,7 @@ Picture* open(const Module::Input& input, std::size_t, std::int64_t maxSide, Mod
     picture->header.width = std::max<std::int64_t>(gif.SWidth, gif.Image.Left + gif.Image.Width);
     picture->header.height = std::max<std::int64_t>(gif.SHeight, gif.Image.Top + gif.Image.Height);
     picture->header.pixels = Module::Pixels::rgbaStraight;
-    if (picture->header.width > maxSide || picture->header.height > maxSide) return nullptr;
+    if (!limits.allow(picture->header.width, picture->header.height)) return nullptr;
     *header = picture->header;
     return picture.release();
 }
@@ -111,7 +111,7 @@ std::int64_t decode(Picture* picture, std::uint8_t* pixels) {
     return picture->header.height;
 }
 
-constexpr Module functions{open, close, decode, nullptr};
+constexpr Module functions{open, close, decode, nullptr, nullptr};
 
 } // namespace
 

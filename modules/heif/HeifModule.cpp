@@ -6,6 +6,7 @@
 #include <cstring>
 #include <libheif/heif.h>
 #include <memory>
+#include <new>
 #include <vector>
 
 namespace {
@@ -110,8 +111,7 @@ void readHeader(Picture& picture, std::size_t maxMetadataBytes) {
     header.exifBytes = picture.exif.size();
 }
 
-Picture* open(const Module::Input& input, std::size_t maxMetadataBytes, std::int64_t maxSide,
-              Module::Header* header) {
+Picture* open(const Module::Input& input, const Module::Limits& limits, Module::Header* header) {
     auto picture = std::make_unique<Picture>();
     picture->input = input;
     picture->context.reset(heif_context_alloc());
@@ -123,8 +123,14 @@ Picture* open(const Module::Input& input, std::size_t maxMetadataBytes, std::int
     if (heif_context_get_primary_image_handle(picture->context.get(), &handle).code != heif_error_Ok)
         return nullptr;
     picture->handle.reset(handle);
-    readHeader(*picture, maxMetadataBytes);
-    if (picture->header.width > maxSide || picture->header.height > maxSide) return nullptr;
+    readHeader(*picture, limits.metadataBytes);
+    if (!limits.allow(picture->header.width, picture->header.height)) return nullptr;
+    // What is decoded may be cropped afterwards, is of whole blocks, and of tiles is as large as these say.
+    constexpr int mostOfABlock = 63;
+    const int width = heif_image_handle_get_ispe_width(handle),
+              height = heif_image_handle_get_ispe_height(handle);
+    if (!limits.allow(width, height)) return nullptr;
+    heif_context_set_maximum_image_size_limit(picture->context.get(), std::max(width, height) + mostOfABlock);
     *header = picture->header;
     return picture.release();
 }
@@ -199,7 +205,11 @@ struct Sink {
 
 heif_error writeBytes(heif_context*, const void* bytes, std::size_t count, void* data) {
     const Sink& sink = *static_cast<const Sink*>(data);
-    sink.write(sink.context, static_cast<const std::uint8_t*>(bytes), count);
+    try {
+        sink.write(sink.context, static_cast<const std::uint8_t*>(bytes), count);
+    } catch (const std::bad_alloc&) {
+        return {heif_error_Memory_allocation_error, heif_suberror_Unspecified, ""};
+    }
     return {heif_error_Ok, heif_suberror_Unspecified, ""};
 }
 
@@ -226,7 +236,7 @@ bool encode(const Module::Encoding& how, void (*write)(void*, const std::uint8_t
     return heif_context_write(file.get(), &writer, &sink).code == heif_error_Ok;
 }
 
-constexpr Module functions{open, close, decode, encode};
+constexpr Module functions{open, close, decode, nullptr, encode};
 
 } // namespace
 

@@ -27,14 +27,28 @@ using Page = std::unique_ptr<PopplerPage, Unref>;
 /// Broken documents are told by the result, not on the standard error of a program that opens them.
 void dropMessage(const gchar*, GLogLevelFlags, const gchar*, gpointer) {}
 
-Document* open(const std::uint8_t* data, std::size_t size) {
+/// Null, and `error` says why, for what cannot be opened.
+PopplerDocument* openBytes(const std::uint8_t* data, std::size_t size, GError** error) {
     static const guint quiet =
         g_log_set_handler("Poppler", static_cast<GLogLevelFlags>(G_LOG_LEVEL_MASK), dropMessage, nullptr);
     static_cast<void>(quiet);
     GBytes* bytes = g_bytes_new_static(data, size);
-    PopplerDocument* document = poppler_document_new_from_bytes(bytes, nullptr, nullptr);
+    PopplerDocument* document = poppler_document_new_from_bytes(bytes, nullptr, error);
     g_bytes_unref(bytes);
+    return document;
+}
+
+Document* open(const std::uint8_t* data, std::size_t size) {
+    PopplerDocument* document = openBytes(data, size, nullptr);
     return document != nullptr ? new Document{document} : nullptr;
+}
+
+bool needsPassword(const std::uint8_t* data, std::size_t size) {
+    GError* error = nullptr;
+    if (PopplerDocument* document = openBytes(data, size, &error)) g_object_unref(document);
+    const bool encrypted = g_error_matches(error, POPPLER_ERROR, POPPLER_ERROR_ENCRYPTED);
+    g_clear_error(&error);
+    return encrypted;
 }
 
 void close(Document* document) { delete document; }
@@ -83,7 +97,7 @@ bool render(Document* document, int index, int width, int height, std::uint8_t* 
     return true;
 }
 
-constexpr pex::PdfModule functions{open, close, pageCount, pageSize, render};
+constexpr pex::PdfModule functions{open, needsPassword, close, pageCount, pageSize, render};
 
 } // namespace
 

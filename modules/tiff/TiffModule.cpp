@@ -5,6 +5,7 @@
 #include <cstdarg>
 #include <cstring>
 #include <memory>
+#include <new>
 #include <tiffio.h>
 #include <vector>
 
@@ -44,7 +45,11 @@ tmsize_t writeBytes(thandle_t handle, void* from, tmsize_t count) {
     Stream& stream = streamOf(handle);
     if (stream.input != nullptr || count < 0) return 0;
     const std::uint64_t end = stream.position + static_cast<std::uint64_t>(count);
-    if (end > stream.written.size()) stream.written.resize(end);
+    try {
+        if (end > stream.written.size()) stream.written.resize(end);
+    } catch (const std::bad_alloc&) {
+        return 0;
+    }
     std::memcpy(stream.written.data() + stream.position, from, static_cast<std::size_t>(count));
     stream.position = end;
     return count;
@@ -57,6 +62,17 @@ toff_t seek(thandle_t handle, toff_t offset, int from) {
                                          : offset;
     return stream.position;
 }
+
+/// Bytes in memory are used where they lie.
+int map(thandle_t handle, void** bytes, toff_t* size) {
+    const Module::Input* input = streamOf(handle).input;
+    if (input == nullptr || input->bytes == nullptr) return 0;
+    *bytes = const_cast<std::uint8_t*>(input->bytes); // which the codec library only reads
+    *size = input->size;
+    return 1;
+}
+
+void unmap(thandle_t, void*, toff_t) {}
 
 int closeNothing(thandle_t) { return 0; }
 toff_t sizeOf(thandle_t handle) { return streamOf(handle).size(); }
@@ -80,7 +96,7 @@ Tiff openStream(Stream& stream, const char* mode) {
     TIFFOpenOptionsSetErrorHandlerExtR(options, noteError, &stream);
     TIFFOpenOptionsSetWarningHandlerExtR(options, ignoreWarning, &stream);
     Tiff tiff(TIFFClientOpenExt("picture", mode, &stream, readBytes, writeBytes, seek, closeNothing, sizeOf,
-                                nullptr, nullptr, options));
+                                map, unmap, options));
     TIFFOpenOptionsFree(options);
     return tiff;
 }
@@ -91,12 +107,18 @@ T field(TIFF* tiff, std::uint32_t tag, T otherwise) {
     return TIFFGetFieldDefaulted(tiff, tag, &value) ? value : otherwise;
 }
 
-/// Four inks of 8 or 16 bits side by side: read as they are, so that a profile can turn them into colours.
-bool isPlainCmyk(TIFF* tiff) {
+/// Four inks of 8 or 16 bits: read as they are, so that a profile can turn them into colours.
+bool isCmyk(TIFF* tiff) {
     const int bits = field<std::uint16_t>(tiff, TIFFTAG_BITSPERSAMPLE, 1);
     return field<std::uint16_t>(tiff, TIFFTAG_PHOTOMETRIC, 0) == PHOTOMETRIC_SEPARATED &&
-           field<std::uint16_t>(tiff, TIFFTAG_SAMPLESPERPIXEL, 1) == 4 && (bits == 8 || bits == 16) &&
-           field<std::uint16_t>(tiff, TIFFTAG_PLANARCONFIG, 1) == PLANARCONFIG_CONTIG && !TIFFIsTiled(tiff);
+           field<std::uint16_t>(tiff, TIFFTAG_SAMPLESPERPIXEL, 1) == 4 && (bits == 8 || bits == 16);
+}
+
+/// One component without alpha, of any number of bits.
+bool isGrey(TIFF* tiff) {
+    const int meaning = field<std::uint16_t>(tiff, TIFFTAG_PHOTOMETRIC, PHOTOMETRIC_RGB);
+    return (meaning == PHOTOMETRIC_MINISBLACK || meaning == PHOTOMETRIC_MINISWHITE) &&
+           field<std::uint16_t>(tiff, TIFFTAG_SAMPLESPERPIXEL, 1) == 1;
 }
 
 bool hasAlpha(TIFF* tiff) {
@@ -135,9 +157,10 @@ Module::Header readHeader(TIFF* tiff) {
     header.height = field<std::uint32_t>(tiff, TIFFTAG_IMAGELENGTH, 0);
     header.depth = field<std::uint16_t>(tiff, TIFFTAG_BITSPERSAMPLE, 1);
     header.orientation = field<std::uint16_t>(tiff, TIFFTAG_ORIENTATION, ORIENTATION_TOPLEFT);
-    header.pixels = isPlainCmyk(tiff) ? Pixels::cmyk
-                    : hasAlpha(tiff)  ? Pixels::rgbaPremultiplied
-                                      : Pixels::rgbx;
+    header.pixels = isCmyk(tiff)     ? Pixels::cmyk
+                    : isGrey(tiff)   ? Pixels::grey
+                    : hasAlpha(tiff) ? Pixels::rgbaPremultiplied
+                                     : Pixels::rgbx;
     readDensity(tiff, header);
     return header;
 }
@@ -159,36 +182,142 @@ void readMetadata(Picture& picture, std::size_t maxBytes) {
     }
 }
 
-Picture* open(const Module::Input& input, std::size_t maxMetadataBytes, std::int64_t maxSide,
-              Module::Header* header) {
+Picture* open(const Module::Input& input, const Module::Limits& limits, Module::Header* header) {
     auto picture = std::make_unique<Picture>();
     picture->input = input;
     picture->stream.input = &picture->input;
-    picture->tiff = openStream(picture->stream, "rm");
+    picture->tiff = openStream(picture->stream, "r");
     if (!picture->tiff) return nullptr;
     picture->header = readHeader(picture->tiff.get());
-    if (picture->header.width > maxSide || picture->header.height > maxSide) return nullptr;
-    readMetadata(*picture, maxMetadataBytes);
+    if (!limits.allow(picture->header.width, picture->header.height)) return nullptr;
+    readMetadata(*picture, limits.metadataBytes);
     *header = picture->header;
     return picture.release();
 }
 
 void close(Picture* picture) { delete picture; }
 
-std::int64_t decodeCmyk(Picture& picture, std::uint8_t* pixels) {
+/// True when strips or tiles lie behind the file's end.
+bool breaksOff(Picture* picture) {
+    TIFF* tiff = picture->tiff.get();
+    const std::uint64_t fileSize = picture->input.size;
+    const std::uint32_t count = TIFFIsTiled(tiff) ? TIFFNumberOfTiles(tiff) : TIFFNumberOfStrips(tiff);
+    for (std::uint32_t i = 0; i < count; ++i) {
+        const std::uint64_t at = TIFFGetStrileOffset(tiff, i), size = TIFFGetStrileByteCount(tiff, i);
+        if (at > fileSize || size > fileSize - at) return true;
+    }
+    return false;
+}
+
+/// How the samples of a picture in inks lie.
+struct Inks {
+    bool wide, planar; // 16 bits; one ink after the other
+
+    std::size_t bytes(std::size_t pixels) const { return pixels * (planar ? 1 : 4) * (wide ? 2 : 1); }
+
+    /// Puts a row's samples, all four inks or one of them, where they belong.
+    void put(const std::uint8_t* from, std::uint8_t* to, std::size_t pixels) const {
+        const auto* samples = reinterpret_cast<const std::uint16_t*>(from);
+        const std::size_t count = planar ? pixels : 4 * pixels, step = planar ? 4 : 1;
+        for (std::size_t i = 0; i < count; ++i)
+            to[i * step] = wide ? static_cast<std::uint8_t>(samples[i] >> 8) : from[i];
+    }
+};
+
+using Buffer = std::unique_ptr<std::uint8_t[]>;
+
+Buffer bufferOf(std::size_t bytes) { return Buffer(new (std::nothrow) std::uint8_t[bytes]); }
+
+/// All rows of one ink, or of all; how many came before the picture broke off.
+std::int64_t readInkRows(Picture& picture, const Inks& inks, std::uint16_t ink, std::uint8_t* pixels) {
     TIFF* tiff = picture.tiff.get();
-    const bool wide = picture.header.depth == 16;
-    const auto rowBytes = static_cast<std::size_t>(TIFFScanlineSize(tiff));
     const auto width = static_cast<std::size_t>(picture.header.width);
-    if (rowBytes < width * (wide ? 8 : 4)) return 0;
-    std::vector<std::uint8_t> row(rowBytes);
+    const auto rowBytes = static_cast<std::size_t>(TIFFScanlineSize(tiff));
+    const Buffer row = rowBytes >= inks.bytes(width) ? bufferOf(rowBytes) : nullptr;
+    if (!row) return 0;
     for (std::int64_t y = 0; y < picture.header.height; ++y, pixels += width * 4) {
-        if (TIFFReadScanline(tiff, row.data(), static_cast<std::uint32_t>(y)) < 0) return y;
-        const auto* samples = reinterpret_cast<const std::uint16_t*>(row.data());
-        for (std::size_t i = 0; i < width * 4; ++i)
-            pixels[i] = wide ? static_cast<std::uint8_t>(samples[i] >> 8) : row[i];
+        if (TIFFReadScanline(tiff, row.get(), static_cast<std::uint32_t>(y), ink) < 0) return y;
+        inks.put(row.get(), pixels + ink, width);
     }
     return picture.header.height;
+}
+
+std::int64_t readInkTiles(Picture& picture, const Inks& inks, std::uint16_t ink, std::uint8_t* pixels) {
+    TIFF* tiff = picture.tiff.get();
+    const std::int64_t width = picture.header.width, height = picture.header.height,
+                       tileWidth = field<std::uint32_t>(tiff, TIFFTAG_TILEWIDTH, 0),
+                       tileHeight = field<std::uint32_t>(tiff, TIFFTAG_TILELENGTH, 0);
+    const auto rowBytes = static_cast<std::size_t>(TIFFTileRowSize(tiff));
+    if (tileWidth < 1 || tileHeight < 1 || rowBytes < inks.bytes(static_cast<std::size_t>(tileWidth)))
+        return 0;
+    const Buffer tile = bufferOf(static_cast<std::size_t>(TIFFTileSize(tiff)));
+    if (!tile) return 0;
+    for (std::int64_t top = 0; top < height; top += tileHeight) {
+        for (std::int64_t left = 0; left < width; left += tileWidth) {
+            const auto column = static_cast<std::uint32_t>(left), line = static_cast<std::uint32_t>(top);
+            if (TIFFReadTile(tiff, tile.get(), column, line, 0, ink) < 0) return top;
+            const auto columns = static_cast<std::size_t>(std::min(tileWidth, width - left));
+            const std::int64_t rows = std::min(tileHeight, height - top);
+            for (std::int64_t y = 0; y < rows; ++y)
+                inks.put(tile.get() + static_cast<std::size_t>(y) * rowBytes,
+                         pixels + ((top + y) * width + left) * 4 + ink, columns);
+        }
+    }
+    return height;
+}
+
+std::int64_t decodeCmyk(Picture& picture, std::uint8_t* pixels) {
+    TIFF* tiff = picture.tiff.get();
+    const Inks inks{picture.header.depth == 16,
+                    field<std::uint16_t>(tiff, TIFFTAG_PLANARCONFIG, 1) == PLANARCONFIG_SEPARATE};
+    std::int64_t rows = picture.header.height;
+    for (std::uint16_t ink = 0; ink < (inks.planar ? 4 : 1) && rows > 0; ++ink) {
+        const auto read = TIFFIsTiled(tiff) ? readInkTiles : readInkRows;
+        rows = std::min(rows, read(picture, inks, ink, pixels));
+    }
+    return rows;
+}
+
+/// Turns some rows, from `first` on, into R G B A; how many came before the picture broke off.
+std::int64_t decodeRows(Picture& picture, TIFFRGBAImage& image, std::int64_t first, std::int64_t rows,
+                        std::uint8_t* pixels) {
+    const std::size_t rowBytes = static_cast<std::size_t>(picture.header.width) * 4;
+    std::memset(pixels, 0, rowBytes * static_cast<std::size_t>(rows));
+    picture.stream.failed = false;
+    image.row_offset = static_cast<int>(first);
+    const int good = TIFFRGBAImageGet(&image, reinterpret_cast<std::uint32_t*>(pixels), image.width,
+                                      static_cast<std::uint32_t>(rows));
+    if (good && !picture.stream.failed) return rows;
+    // Rows from the top that have anything in them.
+    std::int64_t some = rows;
+    while (some > 0) {
+        const std::uint8_t* row = pixels + static_cast<std::size_t>(some - 1) * rowBytes;
+        if (std::any_of(row, row + rowBytes, [](std::uint8_t byte) { return byte != 0; })) break;
+        --some;
+    }
+    return std::min(some, rows - 1);
+}
+
+/// A whole number of strips or rows of tiles, none of which would otherwise be unpacked twice.
+std::int64_t rowsAtOnce(TIFF* tiff, std::int64_t height) {
+    constexpr std::int64_t about = 64;
+    const std::int64_t unit =
+        field<std::uint32_t>(tiff, TIFFIsTiled(tiff) ? TIFFTAG_TILELENGTH : TIFFTAG_ROWSPERSTRIP, 1);
+    return std::min(height, std::max<std::int64_t>(1, unit) * (unit < about ? about : 1));
+}
+
+std::int64_t decodeGrey(Picture& picture, TIFFRGBAImage& image, std::uint8_t* pixels) {
+    const std::int64_t height = picture.header.height, most = rowsAtOnce(picture.tiff.get(), height);
+    const auto width = static_cast<std::size_t>(picture.header.width);
+    const Buffer colours = bufferOf(width * 4 * static_cast<std::size_t>(most));
+    for (std::int64_t y = 0; y < height && colours; y += most) {
+        const std::int64_t rows = std::min(most, height - y);
+        const std::int64_t good = decodeRows(picture, image, y, rows, colours.get());
+        for (std::size_t i = 0; i < width * static_cast<std::size_t>(good); ++i)
+            *pixels++ = colours[4 * i];
+        if (good < rows) return y + good;
+    }
+    return colours ? height : 0;
 }
 
 std::int64_t decode(Picture* picture, std::uint8_t* pixels) {
@@ -198,22 +327,11 @@ std::int64_t decode(Picture* picture, std::uint8_t* pixels) {
     char message[1024];
     if (!TIFFRGBAImageOK(tiff, message) || !TIFFRGBAImageBegin(&image, tiff, 0, message)) return 0;
     image.req_orientation = image.orientation; // the rows as they are stored
-    picture->stream.failed = false;
-    const auto width = static_cast<std::uint32_t>(picture->header.width),
-               height = static_cast<std::uint32_t>(picture->header.height);
-    std::memset(pixels, 0, std::size_t{width} * height * 4);
-    const int good = TIFFRGBAImageGet(&image, reinterpret_cast<std::uint32_t*>(pixels), width, height);
+    const std::int64_t rows = picture->header.pixels == Pixels::grey
+                                  ? decodeGrey(*picture, image, pixels)
+                                  : decodeRows(*picture, image, 0, picture->header.height, pixels);
     TIFFRGBAImageEnd(&image);
-    if (good && !picture->stream.failed) return height;
-    // Rows from the top that have anything in them.
-    const std::size_t rowBytes = std::size_t{width} * 4;
-    std::int64_t rows = height;
-    while (rows > 0) {
-        const std::uint8_t* row = pixels + static_cast<std::size_t>(rows - 1) * rowBytes;
-        if (std::any_of(row, row + rowBytes, [](std::uint8_t byte) { return byte != 0; })) break;
-        --rows;
-    }
-    return std::min<std::int64_t>(rows, height - 1);
+    return rows;
 }
 
 bool putTags(TIFF* tiff, const Module::Encoding& picture) {
@@ -263,7 +381,7 @@ bool encode(const Module::Encoding& picture, void (*write)(void*, const std::uin
     return true;
 }
 
-constexpr Module functions{open, close, decode, encode};
+constexpr Module functions{open, close, decode, breaksOff, encode};
 
 } // namespace
 

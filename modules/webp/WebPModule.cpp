@@ -5,6 +5,7 @@
 #include <cmath>
 #include <cstring>
 #include <memory>
+#include <new>
 #include <vector>
 #include <webp/decode.h>
 #include <webp/demux.h>
@@ -77,14 +78,12 @@ bool readHeader(Picture& picture) {
     return true;
 }
 
-Picture* open(const Module::Input& input, std::size_t maxMetadataBytes, std::int64_t maxSide,
-              Module::Header* header) {
+Picture* open(const Module::Input& input, const Module::Limits& limits, Module::Header* header) {
     auto picture = std::make_unique<Picture>();
     picture->input = input;
-    if (!readHeader(*picture) || picture->header.width > maxSide || picture->header.height > maxSide)
-        return nullptr;
-    picture->profile = chunk(*picture, "ICCP", maxMetadataBytes);
-    picture->exif = chunk(*picture, "EXIF", maxMetadataBytes);
+    if (!readHeader(*picture) || !limits.allow(picture->header.width, picture->header.height)) return nullptr;
+    picture->profile = chunk(*picture, "ICCP", limits.metadataBytes);
+    picture->exif = chunk(*picture, "EXIF", limits.metadataBytes);
     picture->header.profile = picture->profile.data();
     picture->header.profileBytes = picture->profile.size();
     picture->header.exif = picture->exif.data();
@@ -135,7 +134,11 @@ std::int64_t decode(Picture* picture, std::uint8_t* pixels) {
 
 int keep(const std::uint8_t* bytes, std::size_t count, const WebPPicture* picture) {
     auto& file = *static_cast<std::vector<std::uint8_t>*>(picture->custom_ptr);
-    file.insert(file.end(), bytes, bytes + count);
+    try {
+        file.insert(file.end(), bytes, bytes + count);
+    } catch (const std::bad_alloc&) {
+        return 0;
+    }
     return 1;
 }
 
@@ -178,7 +181,7 @@ bool encode(const Module::Encoding& how, void (*write)(void*, const std::uint8_t
     return good;
 }
 
-constexpr Module functions{open, close, decode, encode};
+constexpr Module functions{open, close, decode, nullptr, encode};
 
 } // namespace
 

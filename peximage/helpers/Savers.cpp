@@ -5,6 +5,7 @@
 #include "peximage/platform/codecs/JpegWriter.h"
 #include "peximage/platform/foundation/Diagnostics.h"
 #include "peximage/platform/foundation/NumberText.h"
+#include "peximage/platform/foundation/OutOfMemory.h"
 #include "peximage/platform/varda/FileUtilities.h"
 
 #include <algorithm>
@@ -91,14 +92,8 @@ std::optional<PexImageHelper::SavedJpeg> savedAt(JpegEncoder& encoder, const Pex
     return PexImageHelper::SavedJpeg{quality, image.size, static_cast<long long>(encoder.byteCount(quality))};
 }
 
-} // namespace
-
-bool PexImageHelper::saveToJpeg(const std::shared_ptr<PexImage>& image, const JpegAtQuality& how) {
-    return saveEncoded(encoderFor(*image).get(), how.quality, how.dpi, how.url);
-}
-
-std::optional<PexImageHelper::SavedJpeg>
-PexImageHelper::saveToJpegWithin(const std::shared_ptr<PexImage>& image, const JpegOfSize& how) {
+std::optional<PexImageHelper::SavedJpeg> savedWithin(const std::shared_ptr<PexImage>& image,
+                                                     const PexImageHelper::JpegOfSize& how) {
     const long long budget = how.desiredSize;
     for (std::shared_ptr<PexImage> current = image; current;
          current = current->resize({.to = (current->size * shrinkFactor).boundToInt()})) {
@@ -112,6 +107,18 @@ PexImageHelper::saveToJpegWithin(const std::shared_ptr<PexImage>& image, const J
         return savedAt(*encoder, *current, searchQuality(*encoder, sizes, budget), how);
     }
     return std::nullopt;
+}
+
+} // namespace
+
+bool PexImageHelper::saveToJpeg(const std::shared_ptr<PexImage>& image, const JpegAtQuality& how) {
+    return absentWithoutMemory(
+        [&] { return saveEncoded(encoderFor(*image).get(), how.quality, how.dpi, how.url); });
+}
+
+std::optional<PexImageHelper::SavedJpeg>
+PexImageHelper::saveToJpegWithin(const std::shared_ptr<PexImage>& image, const JpegOfSize& how) {
+    return absentWithoutMemory([&] { return savedWithin(image, how); });
 }
 
 bool PexImageHelper::saveToJpeg(const std::shared_ptr<PexImage>& image, const JpegOfSize& how) {

@@ -41,12 +41,34 @@ def png_size(path):
     return struct.unpack(">II", data[16:24])
 
 
-def two_page_pdf():
+def pillow(path, other):
+    """Format and size of a picture, and how much its colours differ from another's on average, as Pillow reads both."""
+    script = ("import sys, json; from PIL import Image, ImageChops, ImageStat; a, b = map(Image.open, sys.argv[1:]);"
+              "d = ImageStat.Stat(ImageChops.difference(a.convert('RGB'), b.convert('RGB'))).mean;"
+              "print(json.dumps([a.format, a.size, sum(d) / 3]))")
+    # Debian's own Python, which has its packages
+    done = subprocess.run(["/usr/bin/python3", "-c", script, path, other], capture_output=True, check=True, timeout=60)
+    return json.loads(done.stdout)
+
+
+def heif_header(path):
+    """The brand and the size that the boxes tell."""
+    data = pathlib.Path(path).read_bytes()
+    at = data.index(b"ispe") + 8
+    return data[4:12].decode(), struct.unpack(">II", data[at : at + 8])
+
+
+# Encrypted with a password that nobody knows.
+LOCKED = (b"/ID [<00000000000000000000000000000000> <00000000000000000000000000000000>] "
+          b"/Encrypt << /Filter /Standard /V 1 /R 2 /P -4 /O <%b> /U <%b> >>" % (b"3" * 64, b"5" * 64))
+
+
+def two_page_pdf(trailer=b""):
     """Two empty pages of 200 × 100 points; readers make the missing cross-reference table themselves."""
     page = b"<< /Type /Page /Parent 2 0 R /MediaBox [0 0 200 100] >>"
     objects = [b"<< /Type /Catalog /Pages 2 0 R >>", b"<< /Type /Pages /Count 2 /Kids [3 0 R 4 0 R] >>", page, page]
     body = b"".join(b"%d 0 obj\n%b\nendobj\n" % (i + 1, text) for i, text in enumerate(objects))
-    return b"%PDF-1.4\n" + body + b"trailer\n<< /Size 5 /Root 1 0 R >>\n%%EOF\n"
+    return b"%PDF-1.4\n" + body + b"trailer\n<< /Size 5 /Root 1 0 R " + trailer + b" >>\n%%EOF\n"
 
 
 class CommandLine(unittest.TestCase):
@@ -113,11 +135,74 @@ class CommandLine(unittest.TestCase):
         self.assertEqual((first["format"], second["format"]), ("PNG", "JPEG"))
         self.assertEqual((first["ratio"], first["dpi"], first["alpha"]), ("4:3", 144, False))
 
+    def test_formats_by_name(self):
+        exact, again = self.dir / "exact.png", self.dir / "again.png"
+        run("convert", self.photo, "-o", exact)
+        formats = {"a.tif": ("TIFF", 0), "a.TIFF": ("TIFF", 0), "a.webp": ("WEBP", 5), "a.heic": ("HEIF", 5),
+                   "a.heif": ("HEIF", 5), "a.avif": ("AVIF", 5)}
+        for name, (kind, most) in formats.items():
+            out = self.dir / name
+            code, text, errors = run("convert", self.photo, "-o", out)
+            self.assertEqual((code, errors), (0, ""), name)
+            self.assertIn("640×480", text)
+            report = json.loads(run("info", out, "--json")[1])
+            self.assertEqual((report["format"].upper(), report["width"], report["height"]), (kind, 640, 480))
+            self.assertEqual(run("convert", out, "-o", again)[0], 0)
+            self.assertLessEqual(pillow(again, exact)[2], most, name)
+            if kind in ("TIFF", "WEBP"):
+                read, size, difference = pillow(out, exact)
+                self.assertEqual((read, size), (kind, [640, 480]))
+                self.assertLessEqual(difference, most, name)
+            else:
+                brand = {"HEIF": "ftypheic", "AVIF": "ftypavif"}[kind]
+                self.assertEqual(heif_header(out), (brand, (640, 480)))
+        for name in ("a.gif", "a.bmp", "a.pdf"):
+            code, _, errors = run("convert", self.photo, "-o", self.dir / name)
+            self.assertEqual(code, 2)
+            self.assertIn("cannot be written", errors)
+        self.assertOnly("exact.png", "again.png", *formats)
+
+    def test_a_tiff_of_another_program(self):
+        """Pillow writes it, in CMYK and in grey of 16 bits; what the colours are follows from the numbers."""
+        script = ("import sys; from PIL import Image; Image.new('CMYK', (40, 30), (51, 102, 0, 51)).save(sys.argv[1], compression='tiff_lzw');"
+                  "Image.new('I;16', (40, 30), 32896).save(sys.argv[2])")
+        inks, grey = self.dir / "inks.tif", self.dir / "grey.tif"
+        subprocess.run(["/usr/bin/python3", "-c", script, inks, grey], check=True, timeout=60)
+        for path, colour in ((inks, (0.64, 0.48, 0.8)), (grey, (0.502, 0.502, 0.502))):
+            average = json.loads(run("colors", path, "--json")[1])["average"]
+            for seen, expected in zip(average, colour):
+                self.assertAlmostEqual(seen, expected, delta=0.006)
+
     def test_info_reads_the_header_only(self):
         _, text, errors = run("info", self.photo, "-v")
         self.assertIn("JPEG  640×480  4:3", text)
         read = int("".join(c for c in errors.split(": read ")[1] if c.isdigit()))
         self.assertLess(read, 10000)
+
+    def test_info_tells_of_pictures_that_are_cut_short(self):
+        whole = {"photo.jpg": self.photo.read_bytes()}
+        for name in ("a.png", "a.tif", "a.webp"):
+            self.assertEqual(run("convert", self.photo, "-o", self.dir / name)[0], 0)
+            whole[name] = (self.dir / name).read_bytes()
+        for name, data in whole.items():
+            path = self.dir / name
+            for cut in (data[: len(data) // 2], data[:-20]) if name != "a.tif" else ():
+                path.write_bytes(cut)
+                code, text, errors = run("info", path)
+                self.assertEqual((code, errors), (0, ""), name)
+                self.assertTrue(text.endswith("  incomplete\n"), text)
+                self.assertIs(json.loads(run("info", path, "--json")[1])["incomplete"], True)
+            path.write_bytes(data + (b"more" if name == "photo.jpg" else b""))
+            self.assertNotIn("incomplete", run("info", path)[1])
+            self.assertNotIn("incomplete", json.loads(run("info", path, "--json")[1]))
+
+    def test_a_document_that_needs_a_password_says_so(self):
+        document = self.dir / "locked.pdf"
+        document.write_bytes(two_page_pdf(LOCKED))
+        for command in (("info",), ("pdf", "-o", self.dir), ("convert", "-o", self.dir / "o.png")):
+            self.assertEqual(run(command[0], document, *command[1:]),
+                             (1, "", f"peximage: {document}: needs a password\n"))
+        self.assertOnly("locked.pdf")
 
     def test_resize_family(self):
         cases = {
@@ -365,7 +450,7 @@ class CommandLine(unittest.TestCase):
             self.assertIn(what, run("pdf", document, "-o", pages, *arguments)[2])
         document.write_bytes(two_page_pdf()[:40])
         self.assertEqual(run("pdf", document, "-o", pages)[::2],
-                         (1, f"peximage: {document}: not a PDF document, or one that needs a password\n"))
+                         (1, f"peximage: {document}: not a PDF document\n"))
 
     def test_help_and_version(self):
         for call in (("--help",), ("--version",), *((command, "--help") for command in COMMANDS)):

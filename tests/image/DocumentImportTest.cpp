@@ -3,11 +3,14 @@
 #include "peximage/image/PexImage.h"
 #include "peximage/platform/codecs/CGImageSource.h"
 #include "peximage/platform/codecs/ImageLimits.h"
+#include "peximage/platform/codecs/PdfModule.h"
 #include "peximage/platform/foundation/Module.h"
 #include "peximage/platform/foundation/Workers.h"
+#include "peximage/platform/toolkit/NSPDFImageRep.h"
 #include "tests/support/CapturedLines.h"
 #include "tests/support/PdfFiles.h"
 #include "tests/support/Pictures.h"
+#include "tests/support/ReplacedText.h"
 #include "tests/support/Screens.h"
 #include "tests/support/TempFolder.h"
 
@@ -148,6 +151,60 @@ TEST_F(DocumentImport, DocumentsOfMorePagesThanTheLimitAreRefused) {
     ImageLimits::setCurrent(before);
 }
 
+TEST_F(DocumentImport, ADocumentThatNeedsAPasswordIsAbsentAndSaysSo) {
+    const struct {
+        const char* what;
+        std::string file;
+        bool opens, needsPassword;
+    } cases[] = {{"password", pdfFile({{100, 50, ""}}, pdfPasswordUnknown), false, true},
+                 {"empty password", pdfFile({{100, 50, ""}}, pdfPasswordEmpty), true, false},
+                 {"none", pdfFile({{100, 50, ""}}), true, false},
+                 {"text", "not a document", false, false},
+                 {"signature alone", "%PDF-1.4\n", false, false}};
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.what);
+        const URL url = write("document.pdf", c.file);
+        EXPECT_EQ(NSPDFImageRep::needsPassword(Data(c.file)), c.needsPassword);
+        EXPECT_EQ(CGImageSource::make(url).has_value(), c.opens);
+        const auto page = PexImage::pdfDocumentToPexImage({.pdfDocumentUrl = url, .pageN = 0, .dpi = 72});
+        ASSERT_EQ(page != nullptr, c.opens);
+        EXPECT_EQ(page ? page->size : CGSize{}, c.opens ? (CGSize{100, 50}) : CGSize{});
+        EXPECT_EQ(PexImage::pdfDocumentToPexImages({.pdfDocumentUrl = url, .dpi = 72}).has_value(), c.opens);
+    }
+}
+
+TEST_F(DocumentImport, OneOfThousandsOfPagesIsHadWithoutTheOthers) {
+    std::vector<PdfPage> pages(5000, {4'000'000, 4'000'000, ""}); // of which none could be drawn
+    pages[4321] = {100, 100, redBelow};
+    const URL url = write(pages);
+    EXPECT_EQ(NSPDFImageRep::make(*Data::contentsOf(url))->pageCount(), 5000);
+    const auto page = PexImage::pdfDocumentToPexImage({.pdfDocumentUrl = url, .pageN = 4321, .dpi = 72});
+    ASSERT_TRUE(page);
+    EXPECT_EQ(page->size, (CGSize{100, 100}));
+    EXPECT_EQ(pixelAt(*page->cgImage, 50, 80), (Pixel{255, 0, 0, 255}));
+    EXPECT_FALSE(PexImage::pdfDocumentToPexImage({.pdfDocumentUrl = url, .pageN = 5000, .dpi = 72}));
+}
+
+TEST_F(DocumentImport, ABrokenCrossReferenceTableIsMadeAnew) {
+    const std::string whole = pdfFile({{100, 100, redBelow}, {30, 40, ""}});
+    const std::size_t table = whole.rfind("xref\n0 ");
+    const std::pair<const char*, std::string> cases[] = {
+        {"wrong start", replaced(whole, "startxref\n", "startxref\n99")},
+        {"no table", whole.substr(0, table) + "trailer\n<< /Root 1 0 R >>\n"},
+        {"wrong places", replaced(whole, "0000000009 00000 n", "0000000077 00000 n")},
+        {"something in front", "%PDF-1.4\n% moved\n" + whole.substr(9)},
+        {"no end", whole.substr(0, whole.rfind("startxref"))}};
+    for (const auto& [what, file] : cases) {
+        SCOPED_TRACE(what);
+        const URL url = write("broken.pdf", file);
+        const auto pages = PexImage::pdfDocumentToPexImages({.pdfDocumentUrl = url, .dpi = 72});
+        ASSERT_TRUE(pages);
+        ASSERT_EQ(pages->size(), 2u);
+        EXPECT_EQ(pixelAt(*(*pages)[0]->cgImage, 50, 80), (Pixel{255, 0, 0, 255}));
+        EXPECT_EQ((*pages)[1]->size, (CGSize{30, 40}));
+    }
+}
+
 TEST_F(DocumentImport, IllustrationFilesOpenAsImagesOfTheirFirstPage) {
     const URL url = write("drawing.ai", pdfFile({{100, 100, redBelow}, {10, 10, ""}}));
     EXPECT_EQ(CGImageSource::make(url)->properties().pixelWidth, 100);
@@ -187,7 +244,7 @@ TEST_F(DocumentImport, ScalingAnIllustrationSaysWhatFailed) {
 TEST(Module, AnUnknownOneOrOneOfAnotherVersionIsMissing) {
 #ifdef PEX_WITH_PDF
     EXPECT_TRUE(hasModule("pdf"));
-    EXPECT_NE(moduleInterface("pdf", 1), nullptr);
+    EXPECT_NE(moduleInterface("pdf", PdfModule::version), nullptr);
 #endif
     EXPECT_EQ(moduleInterface("pdf", 1'000'000), nullptr);
     EXPECT_FALSE(hasModule("nothing"));

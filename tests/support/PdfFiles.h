@@ -9,5 +9,9 @@ struct PdfPage {
     std::string content;
 };
 
-/// A whole document, cross-reference table and all.
-std::string pdfFile(const std::vector<PdfPage>& pages);
+/// A whole document, cross-reference table and all. `trailer` is put among what the trailer says.
+std::string pdfFile(const std::vector<PdfPage>& pages, const std::string& trailer = "");
+
+/// For the trailer: encrypted by the standard's first method (40 bits), with a user's password that nobody
+/// knows, or with an empty one, which lets everybody read.
+extern const std::string pdfPasswordUnknown, pdfPasswordEmpty;

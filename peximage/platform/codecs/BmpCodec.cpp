@@ -271,8 +271,16 @@ std::optional<OpenedImage> openBmp(const CGDataProvider& bytes, const ImageLimit
     return opened;
 }
 
+/// What runs end with cannot be told without going through them.
+bool bmpBreaksOff(const CGDataProvider& bytes) {
+    const std::optional<BmpHeader> header = readHeader(bytes);
+    if (!header || header->isRunLength() || header->width < 1) return false;
+    const std::size_t stored = bytes.size() - std::min(bytes.size(), header->pixelsAt);
+    return stored / header->rowBytes() < static_cast<std::size_t>(header->height);
+}
+
 } // namespace
 
-const ImageCodec bmpCodec{ImageFormat::bmp, isBmp, openBmp, nullptr};
+const ImageCodec bmpCodec{ImageFormat::bmp, isBmp, openBmp, nullptr, nullptr, bmpBreaksOff};
 
 } // namespace pex

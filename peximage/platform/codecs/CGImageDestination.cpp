@@ -1,6 +1,7 @@
 #include "peximage/platform/codecs/CGImageDestination.h"
 
 #include "peximage/platform/codecs/ImageCodec.h"
+#include "peximage/platform/foundation/OutOfMemory.h"
 
 namespace pex {
 
@@ -12,7 +13,8 @@ bool CGImageDestination::writes(ImageFormat format) {
 std::optional<Data> CGImageDestination::encode(const CGImage& image, ImageFormat format,
                                                const Options& options) {
     const ImageCodec* codec = codecForFormat(format);
-    return codec && codec->encode ? codec->encode(image, options) : std::nullopt;
+    if (!codec || !codec->encode) return std::nullopt;
+    return absentWithoutMemory([&] { return codec->encode(image, options); });
 }
 
 } // namespace pex

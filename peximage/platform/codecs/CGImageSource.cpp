@@ -2,6 +2,7 @@
 
 #include "peximage/platform/codecs/ExifBlock.h"
 #include "peximage/platform/codecs/ImageCodec.h"
+#include "peximage/platform/foundation/OutOfMemory.h"
 
 #include <array>
 
@@ -18,7 +19,8 @@ std::optional<OpenedImage> openImage(const CGDataProvider& bytes) {
     const ImageLimits limits = ImageLimits::current();
     if (bytes.size() > limits.maxSourceBytes) return std::nullopt;
     const ImageCodec* codec = codecFor(bytes);
-    return codec ? codec->open(bytes, limits) : std::nullopt;
+    if (!codec) return std::nullopt;
+    return absentWithoutMemory([&] { return codec->open(bytes, limits); });
 }
 
 } // namespace
@@ -41,6 +43,7 @@ std::optional<CGImageSource> CGImageSource::make(const Data& bytes) {
     source.properties_ = opened->properties;
     source.exif_ = opened->exif;
     source.bytesRead_ = bytes.size();
+    source.data_ = bytes;
     source.image_ = CGImage::make(opened->source);
     return source;
 }
@@ -70,6 +73,15 @@ PropertyDictionary CGImageSource::copyProperties() const {
     if (properties_.dpiHeight) all.set(kCGImagePropertyDPIHeight, *properties_.dpiHeight);
     if (properties_.profileName) all.set(kCGImagePropertyProfileName, *properties_.profileName);
     return all;
+}
+
+bool CGImageSource::isIncomplete() {
+    const ImageCodec* codec = codecForFormat(properties_.format);
+    const auto bytes = file_ ? CGDataProvider::open(*file_) : std::optional(CGDataProvider(data_));
+    if (codec == nullptr || codec->breaksOff == nullptr || !bytes) return false;
+    const bool incomplete = codec->breaksOff(*bytes);
+    bytesRead_ += bytes->bytesRead();
+    return incomplete;
 }
 
 std::optional<CGImage> CGImageSource::createImage() const {

@@ -34,6 +34,11 @@ class PEX_EXPORT CGImageSource {
     /// How many bytes of the file were read to learn that; all of them for bytes in memory.
     std::size_t bytesRead() const { return bytesRead_; }
 
+    /// True when the file breaks off before its first image ends, as far as its structure tells: nothing is
+    /// decoded, and of a whole file little more than its end is read. False says nothing of damage within.
+    /// What is read counts as `bytesRead`. HEIF and AVIF files that break off do not open at all.
+    bool isIncomplete();
+
     /// The first image, decoded when its pixels are first touched. For a file this reads all its bytes:
     /// absent when that fails or they changed into something else meanwhile.
     std::optional<CGImage> createImage() const;
@@ -44,6 +49,7 @@ class PEX_EXPORT CGImageSource {
     ImageProperties properties_;
     Data exif_;
     std::size_t bytesRead_ = 0;
+    Data data_; // what is in memory
     std::optional<URL> file_;
     std::optional<CGImage> image_;
 };

@@ -7,12 +7,13 @@ namespace pex {
 
 /// What a module of a picture format offers. Calls for different pictures may run at once.
 struct CodecModule {
-    static constexpr int version = 1;
+    static constexpr int version = 2;
 
     /// Bytes by position, of memory or of a file.
     struct Input {
         void* context;
         std::size_t size;
+        const std::uint8_t* bytes; // all of them when they are in memory, else null
         /// Copies bytes from `offset` on; how many there were.
         std::size_t (*read)(void* context, std::size_t offset, std::uint8_t* into, std::size_t count);
     };
@@ -32,14 +33,26 @@ struct CodecModule {
         std::size_t exifBytes = 0;
     };
 
+    struct Limits {
+        std::size_t metadataBytes; // of one piece
+        std::int64_t side, pixels;
+
+        bool allow(std::int64_t width, std::int64_t height) const {
+            return width >= 1 && width <= side && height >= 1 && height <= side && width <= pixels / height;
+        }
+    };
+
     struct Picture;
-    /// Reads the header only. Null when this is no such picture. No piece of metadata is larger than
-    /// `maxMetadataBytes`, no side than `maxSide`. The input must outlive the picture.
-    Picture* (*open)(const Input& input, std::size_t maxMetadataBytes, std::int64_t maxSide, Header* header);
+    /// Reads the header only. Null when this is no such picture or breaks a limit; metadata that do are left
+    /// out. The input must outlive the picture.
+    Picture* (*open)(const Input& input, const Limits& limits, Header* header);
     void (*close)(Picture* picture);
     /// Decodes all rows, top first, `width` × 4 bytes each (grey: `width`) without padding; once. How many
     /// rows came before the picture broke off; the pixels of the others are left as they were.
     std::int64_t (*decode)(Picture* picture, std::uint8_t* pixels);
+
+    /// Whether the file ends before the pixels do, as the header tells. Null where it does not.
+    bool (*breaksOff)(Picture* picture);
 
     enum class Compression { usual, other }; // HEIF: HEVC, or AV1
     struct Encoding {

@@ -33,6 +33,9 @@ struct ImageCodec {
     std::optional<Data> (*encode)(const CGImage& image, const CGImageDestination::Options& options);
     /// The module that does it; null where none is needed.
     const char* module = nullptr;
+    /// Whether the file breaks off before its first image ends, told without decoding; null where that cannot
+    /// be told.
+    bool (*breaksOff)(const CGDataProvider& bytes) = nullptr;
 
     /// False when its module is missing.
     bool isAvailable() const;

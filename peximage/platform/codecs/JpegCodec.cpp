@@ -1,3 +1,4 @@
+#include "peximage/platform/codecs/FileEnds.h"
 #include "peximage/platform/codecs/JpegReader.h"
 #include "peximage/platform/codecs/JpegWriter.h"
 
@@ -10,6 +11,6 @@ bool isJpeg(std::span<const std::uint8_t> bytes) {
 
 } // namespace
 
-const ImageCodec jpegCodec{ImageFormat::jpeg, isJpeg, openJpeg, encodeJpeg};
+const ImageCodec jpegCodec{ImageFormat::jpeg, isJpeg, openJpeg, encodeJpeg, nullptr, jpegBreaksOff};
 
 } // namespace pex

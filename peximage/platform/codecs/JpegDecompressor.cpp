@@ -18,6 +18,8 @@ constexpr int iccMarker = JPEG_APP0 + 2;
 
 void ignoreMessage(j_common_ptr) {}
 
+bool isWhole(const jpeg_marker_struct& marker) { return marker.data_length == marker.original_length; }
+
 } // namespace
 
 JpegDecompressor::JpegDecompressor(CGDataProvider bytes) : source_{{}, std::move(bytes)} {
@@ -95,12 +97,14 @@ bool JpegDecompressor::guarded(Call&& call) {
 }
 
 bool JpegDecompressor::readHeader(std::size_t maxMetadataBytes) {
-    // A segment holds at most 65,533 bytes; many of them make up a large profile.
-    const auto segmentLimit = static_cast<unsigned>(std::min<std::size_t>(maxMetadataBytes, 0xFFFF));
+    // A segment holds at most 65,533 bytes, its signature among them; many make up a large profile.
+    const auto limit = [&](std::size_t signature) {
+        return static_cast<unsigned>(std::min<std::size_t>(maxMetadataBytes, 0xFFFF) + signature);
+    };
     bool found = false;
     const bool good = guarded([&] {
-        jpeg_save_markers(&info_, exifMarker, segmentLimit);
-        jpeg_save_markers(&info_, iccMarker, segmentLimit);
+        jpeg_save_markers(&info_, exifMarker, limit(6));
+        jpeg_save_markers(&info_, iccMarker, limit(14));
         found = jpeg_read_header(&info_, TRUE) == JPEG_HEADER_OK;
     });
     return good && found;
@@ -125,6 +129,9 @@ bool JpegDecompressor::readRows(JSAMPROW* rows, unsigned count) {
 }
 
 std::vector<std::uint8_t> JpegDecompressor::iccProfile() {
+    for (jpeg_saved_marker_ptr marker = info_.marker_list; marker; marker = marker->next) {
+        if (marker->marker == iccMarker && !isWhole(*marker)) return {};
+    }
     JOCTET* profile = nullptr;
     unsigned length = 0;
     boolean found = FALSE;
@@ -138,7 +145,8 @@ std::vector<std::uint8_t> JpegDecompressor::iccProfile() {
 std::vector<std::uint8_t> JpegDecompressor::exif() const {
     static constexpr char name[] = "Exif"; // with its closing zero
     for (jpeg_saved_marker_ptr marker = info_.marker_list; marker; marker = marker->next) {
-        const bool isExif = marker->marker == exifMarker && marker->data_length > sizeof name &&
+        const bool isExif = marker->marker == exifMarker && isWhole(*marker) &&
+                            marker->data_length > sizeof name &&
                             std::memcmp(marker->data, name, sizeof name) == 0;
         if (isExif) return {marker->data, marker->data + marker->data_length};
     }

@@ -5,6 +5,7 @@
 #include "peximage/platform/foundation/Workers.h"
 #include "peximage/platform/raster/ColorConversion.h"
 #include "peximage/platform/raster/ConvertedImage.h"
+#include "peximage/platform/raster/IccProfile.h"
 #include "peximage/platform/raster/Strips.h"
 #include "peximage/platform/raster/kernels/FlattenRow.h"
 
@@ -42,8 +43,9 @@ class OpenPicture {
   public:
     OpenPicture(const CodecModule& module, CGDataProvider bytes, const ImageLimits& limits)
         : module_(module), bytes_(std::move(bytes)) {
-        const CodecModule::Input input{&bytes_, bytes_.size(), read};
-        picture_ = module_.open(input, limits.maxMetadataBytes, std::numeric_limits<int>::max(), &header_);
+        const CodecModule::Input input{&bytes_, bytes_.size(), bytes_.data().data(), read};
+        picture_ = module_.open(
+            input, {limits.maxMetadataBytes, std::numeric_limits<int>::max(), limits.maxPixels}, &header_);
     }
     ~OpenPicture() {
         if (picture_ != nullptr) module_.close(picture_);
@@ -53,6 +55,7 @@ class OpenPicture {
 
     explicit operator bool() const { return picture_ != nullptr; }
     const CodecModule::Header& header() const { return header_; }
+    bool breaksOff() { return module_.breaksOff != nullptr && module_.breaksOff(picture_); }
     std::int64_t decode(std::uint8_t* pixels) { return module_.decode(picture_, pixels); }
 
   private:
@@ -137,12 +140,20 @@ ImageProperties propertiesOf(const CodecModule::Header& header, ImageFormat form
     return properties;
 }
 
+/// A grey profile goes with colours, too: it is of a grey picture with alpha that the module has widened.
+bool fits(const CGColorSpace& profile, Pixels pixels) {
+    return profile.model() == modelOf(pixels) ||
+           (profile.model() == CGColorSpace::Model::gray && hasAlpha(layoutOf(pixels)));
+}
+
 ModuleFile fileOf(const CodecModule& module, const Data& bytes, const ImageLimits& limits,
                   const CodecModule::Header& header, const std::optional<CGColorSpace>& profile) {
     ModuleFile file{&module, bytes, limits, {int(header.width), int(header.height)}, header.pixels};
     if (header.pixels == Pixels::grey) file.colorSpace = CGColorSpace::deviceGray();
     if (header.pixels == Pixels::cmyk && profile)
         file.fromCmyk = ColorConversion::make(*profile, ColorConversion::Pixels::cmyk, CGColorSpace::sRGB());
+    else if (profile && profile->model() == CGColorSpace::Model::gray && header.pixels != Pixels::grey)
+        file.colorSpace = rgbSpaceForGrey(*profile).value_or(file.colorSpace);
     else if (profile)
         file.colorSpace = *profile;
     return file;
@@ -177,7 +188,7 @@ std::optional<OpenedImage> openByModule(const char* name, ImageFormat format, co
     if (module == nullptr) return std::nullopt;
     const OpenPicture picture(*module, bytes, limits);
     const CodecModule::Header& header = picture.header();
-    if (!picture || !limits.allows(header.width, header.height)) return std::nullopt;
+    if (!picture) return std::nullopt;
 
     OpenedImage opened{propertiesOf(header, format), nullptr, Data(copied(header.exif, header.exifBytes))};
     if (header.orientation == 0)
@@ -186,12 +197,19 @@ std::optional<OpenedImage> openByModule(const char* name, ImageFormat format, co
     std::optional<CGColorSpace> profile;
     if (header.profileBytes > 0)
         profile = CGColorSpace::fromICC(Data(copied(header.profile, header.profileBytes)));
-    if (profile && profile->model() != modelOf(header.pixels)) profile.reset();
+    if (profile && !fits(*profile, header.pixels)) profile.reset();
     if (profile) opened.properties.profileName = profile->name();
     if (!bytes.data().empty())
         opened.source =
             std::make_shared<ModuleSource>(fileOf(*module, bytes.data(), limits, header, profile));
     return opened;
+}
+
+bool breaksOffByModule(const char* name, const CGDataProvider& bytes) {
+    const auto* module = loadModule<CodecModule>(name);
+    if (module == nullptr) return false;
+    OpenPicture picture(*module, bytes, ImageLimits::current());
+    return picture && picture.breaksOff();
 }
 
 std::optional<Data> encodeByModule(const ModuleEncoding& how, const CGImage& image,

@@ -11,6 +11,9 @@ namespace pex {
 std::optional<OpenedImage> openByModule(const char* module, ImageFormat format, const CGDataProvider& bytes,
                                         const ImageLimits& limits);
 
+/// Whether the file breaks off before its first image ends, as the module's header says.
+bool breaksOffByModule(const char* module, const CGDataProvider& bytes);
+
 struct ModuleEncoding {
     const char* module;
     CodecModule::Compression compression = CodecModule::Compression::usual;

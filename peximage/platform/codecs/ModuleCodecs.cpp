@@ -1,3 +1,4 @@
+#include "peximage/platform/codecs/FileEnds.h"
 #include "peximage/platform/codecs/ModuleCodec.h"
 
 #include <algorithm>
@@ -61,11 +62,15 @@ std::optional<Data> encode(const CGImage& image, const CGImageDestination::Optio
     return encodeByModule({Module, Compression}, image, options);
 }
 
+bool tiffBreaksOff(const CGDataProvider& bytes) { return breaksOffByModule(tiff, bytes); }
+
 } // namespace
 
-const ImageCodec tiffCodec{ImageFormat::tiff, isTiff, open<tiff, ImageFormat::tiff>, encode<tiff>, tiff};
-const ImageCodec webpCodec{ImageFormat::webp, isWebP, open<webp, ImageFormat::webp>, encode<webp>, webp};
-const ImageCodec gifCodec{ImageFormat::gif, isGif, open<gif, ImageFormat::gif>, nullptr, gif};
+const ImageCodec tiffCodec{ImageFormat::tiff, isTiff, open<tiff, ImageFormat::tiff>,
+                           encode<tiff>,      tiff,   tiffBreaksOff};
+const ImageCodec webpCodec{ImageFormat::webp, isWebP, open<webp, ImageFormat::webp>,
+                           encode<webp>,      webp,   webpBreaksOff};
+const ImageCodec gifCodec{ImageFormat::gif, isGif, open<gif, ImageFormat::gif>, nullptr, gif, gifBreaksOff};
 const ImageCodec heifCodec{ImageFormat::heif, isHeif, open<heif, ImageFormat::heif>, encode<heif>, heif};
 const ImageCodec avifCodec{ImageFormat::avif, isAvif, open<heif, ImageFormat::avif>,
                            encode<heif, CodecModule::Compression::other>, heif};

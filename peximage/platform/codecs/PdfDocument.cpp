@@ -29,6 +29,11 @@ std::unique_ptr<PdfDocument> PdfDocument::open(const Data& bytes) {
         new PdfDocument(bytes, std::unique_ptr<Handle>(new Handle{module, document})));
 }
 
+bool PdfDocument::needsPassword(const Data& bytes) {
+    const auto* module = loadModule<PdfModule>(PdfModule::name);
+    return module != nullptr && module->needsPassword(bytes.data(), bytes.size());
+}
+
 int PdfDocument::pageCount() const { return handle_->module->pageCount(handle_->document); }
 
 CGSize PdfDocument::pageSize(int page) const {

@@ -16,6 +16,8 @@ class PdfDocument {
 
     /// Null when the bytes are no PDF document or need a password, and when the module is missing.
     static std::unique_ptr<PdfDocument> open(const Data& bytes);
+    /// True for a document that only its password opens; false without the module.
+    static bool needsPassword(const Data& bytes);
     ~PdfDocument();
     PdfDocument(const PdfDocument&) = delete;
     PdfDocument& operator=(const PdfDocument&) = delete;

@@ -8,13 +8,15 @@ namespace pex {
 /// What the module "pdf" offers: pages of PDF documents, and of the illustration files that are PDF documents
 /// inside. A document serves one thread at a time; different ones may be used at once.
 struct PdfModule {
-    static constexpr int version = 1;
+    static constexpr int version = 2;
     static constexpr const char* name = "pdf";
 
     struct Document;
 
     /// Null for bytes that are no PDF document, or one that needs a password. They must outlive it.
     Document* (*open)(const std::uint8_t* bytes, std::size_t size);
+    /// True for a document that only its password opens.
+    bool (*needsPassword)(const std::uint8_t* bytes, std::size_t size);
     void (*close)(Document* document);
     int (*pageCount)(const Document* document);
     /// In points, as the page is seen. False when there is no such page.

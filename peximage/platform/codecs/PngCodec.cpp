@@ -1,3 +1,4 @@
+#include "peximage/platform/codecs/FileEnds.h"
 #include "peximage/platform/codecs/PngReader.h"
 #include "peximage/platform/codecs/PngWriter.h"
 
@@ -14,6 +15,6 @@ bool isPng(std::span<const std::uint8_t> bytes) {
 
 } // namespace
 
-const ImageCodec pngCodec{ImageFormat::png, isPng, openPng, encodePng};
+const ImageCodec pngCodec{ImageFormat::png, isPng, openPng, encodePng, nullptr, pngBreaksOff};
 
 } // namespace pex

@@ -2,19 +2,11 @@
 
 #include "peximage/platform/raster/IccProfile.h"
 
-#include <array>
 #include <cmath>
 #include <vector>
 
 namespace pex {
 namespace {
-
-struct Primaries {
-    cmsCIExyY white;
-    cmsCIExyYTRIPLE colours;
-};
-
-constexpr Primaries srgbPrimaries{{0.3127, 0.3290, 1}, {{0.64, 0.33, 1}, {0.30, 0.60, 1}, {0.15, 0.06, 1}}};
 
 /// Absent for a gamma so near sRGB's 1/2.2 that sRGB is what was meant.
 std::optional<double> unusualGamma(const PngDecoder& decoder) {
@@ -31,8 +23,8 @@ bool isNear(const cmsCIExyY& a, const cmsCIExyY& b) {
 }
 
 /// Absent when they are sRGB's.
-std::optional<Primaries> unusualPrimaries(const PngDecoder& decoder) {
-    Primaries p = srgbPrimaries;
+std::optional<RgbPrimaries> unusualPrimaries(const PngDecoder& decoder) {
+    RgbPrimaries p = srgbPrimaries;
     if (!png_get_cHRM(decoder.png(), decoder.info(), &p.white.x, &p.white.y, &p.colours.Red.x,
                       &p.colours.Red.y, &p.colours.Green.x, &p.colours.Green.y, &p.colours.Blue.x,
                       &p.colours.Blue.y))
@@ -44,20 +36,6 @@ std::optional<Primaries> unusualPrimaries(const PngDecoder& decoder) {
     return p;
 }
 
-std::optional<CGColorSpace> spaceOf(const IccProfile& profile) {
-    cmsUInt32Number size = 0;
-    if (!profile || !cmsSaveProfileToMem(profile.get(), nullptr, &size) || size == 0) return std::nullopt;
-    std::vector<std::uint8_t> bytes(size);
-    if (!cmsSaveProfileToMem(profile.get(), bytes.data(), &size)) return std::nullopt;
-    return CGColorSpace::fromICC(Data(std::move(bytes)));
-}
-
-std::optional<CGColorSpace> rgbSpace(const Primaries& primaries, cmsToneCurve* curve) {
-    if (!curve) return std::nullopt;
-    cmsToneCurve* const curves[] = {curve, curve, curve};
-    return spaceOf(IccProfile(cmsCreateRGBProfile(&primaries.white, &primaries.colours, curves)));
-}
-
 /// The space that gAMA and cHRM describe; absent when that is sRGB or they are not there.
 std::optional<CGColorSpace> describedSpace(const PngDecoder& decoder, PixelLayout layout) {
     if (png_get_valid(decoder.png(), decoder.info(), PNG_INFO_sRGB)) return std::nullopt;
@@ -67,18 +45,9 @@ std::optional<CGColorSpace> describedSpace(const PngDecoder& decoder, PixelLayou
         if (!gamma || !curve) return std::nullopt;
         return spaceOf(IccProfile(cmsCreateGrayProfile(cmsD50_xyY(), curve.get())));
     }
-    const std::optional<Primaries> primaries = unusualPrimaries(decoder);
+    const std::optional<RgbPrimaries> primaries = unusualPrimaries(decoder);
     if (!gamma && !primaries) return std::nullopt;
     return rgbSpace(primaries.value_or(srgbPrimaries), curve.get());
-}
-
-/// An RGB space in which equal components look as the grey of a grey profile.
-std::optional<CGColorSpace> rgbSpaceForGrey(const CGColorSpace& grey) {
-    const IccProfile profile = openIccProfile(grey);
-    if (!profile) return std::nullopt;
-    const auto* curve = static_cast<const cmsToneCurve*>(cmsReadTag(profile.get(), cmsSigGrayTRCTag));
-    if (!curve) return std::nullopt;
-    return rgbSpace(srgbPrimaries, ToneCurve(cmsDupToneCurve(curve)).get());
 }
 
 } // namespace

@@ -1,10 +1,12 @@
 #include "peximage/platform/raster/CGImage.h"
 
+#include "peximage/platform/foundation/OutOfMemory.h"
 #include "peximage/platform/raster/PixelSource.h"
 
 #include <algorithm>
 #include <cmath>
 #include <mutex>
+#include <optional>
 
 namespace pex {
 namespace {
@@ -35,7 +37,12 @@ struct CGImage::Store {
         PixelBuffer fresh = PixelBuffer::make(stride * static_cast<std::size_t>(size.height));
         if (!fresh) return;
         bytesPerRow = static_cast<std::ptrdiff_t>(stride);
-        incomplete = !source->decode({fresh.data(), size.width, size.height, bytesPerRow, layout});
+        const auto whole = absentWithoutMemory([&] {
+            return std::optional(
+                source->decode({fresh.data(), size.width, size.height, bytesPerRow, layout}));
+        });
+        if (!whole) return;
+        incomplete = !*whole;
         buffer = std::move(fresh);
         source.reset();
     }

@@ -2,6 +2,10 @@
 
 #include "peximage/platform/raster/IccProfile.h"
 
+#include <algorithm>
+#include <numeric>
+#include <utility>
+
 namespace pex {
 namespace {
 
@@ -17,6 +21,14 @@ cmsUInt32Number inputType(ColorConversion::Pixels pixels) {
     return TYPE_RGBA_8;
 }
 
+GreyColours coloursOfGrey(void* transform) {
+    std::array<std::uint8_t, 256> levels;
+    std::iota(levels.begin(), levels.end(), std::uint8_t{0});
+    GreyColours colours{};
+    cmsDoTransform(transform, levels.data(), colours.data(), 256);
+    return colours;
+}
+
 } // namespace
 
 std::shared_ptr<const ColorConversion> ColorConversion::make(const CGColorSpace& from, Pixels pixels,
@@ -25,20 +37,27 @@ std::shared_ptr<const ColorConversion> ColorConversion::make(const CGColorSpace&
     if (!source || !target) return nullptr;
     cmsUInt32Number flags = cmsFLAGS_BLACKPOINTCOMPENSATION | cmsFLAGS_NOCACHE; // no cache: shared by threads
     if (pixels == Pixels::rgba) flags |= cmsFLAGS_COPY_ALPHA;
-    void* transform = cmsCreateTransform(source.get(), inputType(pixels), target.get(), TYPE_RGBA_8,
-                                         INTENT_RELATIVE_COLORIMETRIC, flags);
+    if (pixels == Pixels::gray) flags |= cmsFLAGS_NOOPTIMIZE; // exact: it is asked for each level once
+    Transform transform(cmsCreateTransform(source.get(), inputType(pixels), target.get(), TYPE_RGBA_8,
+                                           INTENT_RELATIVE_COLORIMETRIC, flags));
     if (!transform) return nullptr;
     const std::shared_ptr<ColorConversion> conversion(new ColorConversion);
-    conversion->transform_ = transform;
+    if (pixels == Pixels::gray)
+        conversion->greyColours_ = coloursOfGrey(transform.get());
+    else
+        conversion->transform_ = std::move(transform);
     return conversion;
 }
 
-ColorConversion::~ColorConversion() {
-    if (transform_) cmsDeleteTransform(transform_);
-}
+void ColorConversion::Closer::operator()(void* transform) const { cmsDeleteTransform(transform); }
 
 void ColorConversion::convertRow(const std::uint8_t* from, std::uint8_t* to, int pixels) const {
-    cmsDoTransform(transform_, from, to, static_cast<cmsUInt32Number>(pixels));
+    if (transform_) {
+        cmsDoTransform(transform_.get(), from, to, static_cast<cmsUInt32Number>(pixels));
+        return;
+    }
+    for (int i = 0; i < pixels; ++i, to += 4)
+        std::copy_n(greyColours_[from[i]].begin(), 3, to);
 }
 
 } // namespace pex

@@ -2,10 +2,14 @@
 
 #include "peximage/platform/raster/CGColorSpace.h"
 
+#include <array>
 #include <cstdint>
 #include <memory>
 
 namespace pex {
+
+/// R G B and one byte more of every grey.
+using GreyColours = std::array<std::array<std::uint8_t, 4>, 256>;
 
 /// Converts rows of colours between spaces with relative colorimetric intent and black point compensation.
 /// Alpha is not touched. Immutable; one object serves many threads.
@@ -16,15 +20,21 @@ class ColorConversion {
     /// Null when the spaces cannot be converted. `from` must hold colours of `pixels`; the result is R G B x.
     static std::shared_ptr<const ColorConversion> make(const CGColorSpace& from, Pixels pixels,
                                                        const CGColorSpace& to);
-    ~ColorConversion();
 
     /// `from` and `to` may be the same row when a pixel has four bytes in both. The fourth byte of `to` is
     /// copied from rgba and left alone otherwise.
     void convertRow(const std::uint8_t* from, std::uint8_t* to, int pixels) const;
 
   private:
+    struct Closer {
+        void operator()(void* transform) const;
+    };
+    using Transform = std::unique_ptr<void, Closer>;
+
     ColorConversion() = default;
-    void* transform_ = nullptr;
+
+    Transform transform_;
+    GreyColours greyColours_{}; // where there is no transform
 };
 
 } // namespace pex

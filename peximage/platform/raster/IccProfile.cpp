@@ -1,5 +1,8 @@
 #include "peximage/platform/raster/IccProfile.h"
 
+#include <utility>
+#include <vector>
+
 namespace pex {
 namespace {
 
@@ -30,6 +33,28 @@ IccProfile openIccProfile(const CGColorSpace& space) {
     if (space.model() == CGColorSpace::Model::gray)
         return IccProfile(cmsCreateGrayProfile(cmsD50_xyY(), srgbToneCurve().get()));
     return IccProfile(cmsCreate_sRGBProfile());
+}
+
+std::optional<CGColorSpace> spaceOf(const IccProfile& profile) {
+    cmsUInt32Number size = 0;
+    if (!profile || !cmsSaveProfileToMem(profile.get(), nullptr, &size) || size == 0) return std::nullopt;
+    std::vector<std::uint8_t> bytes(size);
+    if (!cmsSaveProfileToMem(profile.get(), bytes.data(), &size)) return std::nullopt;
+    return CGColorSpace::fromICC(Data(std::move(bytes)));
+}
+
+std::optional<CGColorSpace> rgbSpace(const RgbPrimaries& primaries, cmsToneCurve* curve) {
+    if (!curve) return std::nullopt;
+    cmsToneCurve* const curves[] = {curve, curve, curve};
+    return spaceOf(IccProfile(cmsCreateRGBProfile(&primaries.white, &primaries.colours, curves)));
+}
+
+std::optional<CGColorSpace> rgbSpaceForGrey(const CGColorSpace& grey) {
+    const IccProfile profile = openIccProfile(grey);
+    if (!profile) return std::nullopt;
+    const auto* curve = static_cast<const cmsToneCurve*>(cmsReadTag(profile.get(), cmsSigGrayTRCTag));
+    if (!curve) return std::nullopt;
+    return rgbSpace(srgbPrimaries, ToneCurve(cmsDupToneCurve(curve)).get());
 }
 
 } // namespace pex

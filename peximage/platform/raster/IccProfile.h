@@ -5,6 +5,7 @@
 #include <lcms2.h>
 
 #include <memory>
+#include <optional>
 
 namespace pex {
 
@@ -26,5 +27,18 @@ ToneCurve srgbToneCurve();
 IccProfile openIccProfile(const Data& bytes);
 /// The profile of a space, built-in ones included.
 IccProfile openIccProfile(const CGColorSpace& space);
+
+struct RgbPrimaries {
+    cmsCIExyY white;
+    cmsCIExyYTRIPLE colours;
+};
+constexpr RgbPrimaries srgbPrimaries{{0.3127, 0.3290, 1},
+                                     {{0.64, 0.33, 1}, {0.30, 0.60, 1}, {0.15, 0.06, 1}}};
+
+/// The space of an open profile, of these primaries, and one in which equal components look as the grey of a
+/// grey profile. Absent when it cannot be made.
+std::optional<CGColorSpace> spaceOf(const IccProfile& profile);
+std::optional<CGColorSpace> rgbSpace(const RgbPrimaries& primaries, cmsToneCurve* curve);
+std::optional<CGColorSpace> rgbSpaceForGrey(const CGColorSpace& grey);
 
 } // namespace pex

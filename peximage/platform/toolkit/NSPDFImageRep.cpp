@@ -19,6 +19,8 @@ std::shared_ptr<NSPDFImageRep> NSPDFImageRep::make(const Data& bytes) {
     return std::shared_ptr<NSPDFImageRep>(new NSPDFImageRep(bytes, std::move(document)));
 }
 
+bool NSPDFImageRep::needsPassword(const Data& bytes) { return PdfDocument::needsPassword(bytes); }
+
 int NSPDFImageRep::pageCount() const { return document_->pageCount(); }
 
 CGSize NSPDFImageRep::size() const { return document_->pageSize(page_); }

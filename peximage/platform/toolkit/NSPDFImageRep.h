@@ -23,6 +23,9 @@ class PEX_EXPORT NSPDFImageRep {
     /// allow, and in a build without PDF.
     static std::shared_ptr<NSPDFImageRep> make(const Data& bytes);
 
+    /// True when the bytes are a PDF document that only its password opens, which no one here can give.
+    static bool needsPassword(const Data& bytes);
+
     int pageCount() const;
     /// The page that the operations below work on, counted from 0, at first the first. A page that is not in
     /// the document has no size and no image.

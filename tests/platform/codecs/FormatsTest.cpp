@@ -2,14 +2,15 @@
 #include "peximage/image/PexImage.h"
 #include "peximage/platform/codecs/CGImageDestination.h"
 #include "peximage/platform/codecs/CGImageSource.h"
-#include "peximage/platform/codecs/ImageLimits.h"
 #include "tests/support/CapturedLines.h"
+#include "tests/support/EncodedPictures.h"
 #include "tests/support/ExifFiles.h"
+#include "tests/support/HandmadeFiles.h"
 #include "tests/support/Pictures.h"
+#include "tests/support/Profiles.h"
 #include "tests/support/TempFolder.h"
 
 #include <gtest/gtest.h>
-#include <lcms2.h>
 
 #include <algorithm>
 #include <cmath>
@@ -18,62 +19,8 @@
 namespace pex {
 namespace {
 
-using Bytes = std::vector<std::uint8_t>;
-
-Bytes bytesOf(const Data& data) { return {data.bytes().begin(), data.bytes().end()}; }
-
-std::optional<CGImage> decoded(const Bytes& file) {
-    const auto source = CGImageSource::make(Data(file));
-    const auto image = source ? source->createImage() : std::nullopt;
-    return image && image->pixels() ? image : std::nullopt;
-}
-
-Data encoded(const CGImage& image, ImageFormat format, const CGImageDestination::Options& options = {}) {
-    const auto file = CGImageDestination::encode(image, format, options);
-    if (!file) throw std::runtime_error("cannot be encoded");
-    return *file;
-}
-
-/// R G B A, straight, whatever the layout.
-Pixel straightAt(const CGImage& image, int x, int y) {
-    Pixel p = pixelAt(image, x, y);
-    if (!hasAlpha(image.layout())) p[3] = 255;
-    if (image.layout() == PixelLayout::premultipliedLast && p[3] > 0) {
-        for (int c = 0; c < 3; ++c)
-            p[c] = static_cast<std::uint8_t>(std::min(255, (p[c] * 255 + p[3] / 2) / p[3]));
-    }
-    return p;
-}
-
-/// The mean difference of the colours.
-double difference(const CGImage& a, const CGImage& b) {
-    double sum = 0;
-    for (int y = 0; y < a.height(); ++y) {
-        for (int x = 0; x < a.width(); ++x) {
-            for (int c = 0; c < 3; ++c)
-                sum += std::abs(straightAt(a, x, y)[c] - straightAt(b, x, y)[c]);
-        }
-    }
-    return sum / (3.0 * a.width() * a.height());
-}
-
 constexpr ImageFormat writable[] = {ImageFormat::tiff, ImageFormat::webp, ImageFormat::heif,
                                     ImageFormat::avif};
-
-Data wideProfile() {
-    const cmsCIExyY white{0.3127, 0.3290, 1};
-    const cmsCIExyYTRIPLE primaries{{0.68, 0.32, 1}, {0.265, 0.69, 1}, {0.15, 0.06, 1}};
-    cmsToneCurve* gamma = cmsBuildGamma(nullptr, 2.2);
-    cmsToneCurve* curves[] = {gamma, gamma, gamma};
-    const cmsHPROFILE profile = cmsCreateRGBProfile(&white, &primaries, curves);
-    cmsUInt32Number size = 0;
-    cmsSaveProfileToMem(profile, nullptr, &size);
-    Bytes bytes(size);
-    cmsSaveProfileToMem(profile, bytes.data(), &size);
-    cmsCloseProfile(profile);
-    cmsFreeToneCurve(gamma);
-    return Data(std::move(bytes));
-}
 
 TEST(Formats, WhatIsWrittenIsReadAgain) {
     const CGImage photo = photoLike(97, 61);
@@ -115,7 +62,7 @@ TEST(Formats, OfLossOnlyWhatTheQualitySays) {
 }
 
 TEST(Formats, AProfileIsKeptUnlessItIsStandard) {
-    const auto wide = CGColorSpace::fromICC(wideProfile());
+    const auto wide = CGColorSpace::fromICC(Data(wideProfile()));
     ASSERT_TRUE(wide);
     const auto red = [](const CGColorSpace& space) {
         return makePicture(
@@ -146,22 +93,6 @@ TEST(Formats, TiffKeepsTheResolutionAndSavesLikePng) {
     EXPECT_EQ(source->properties().dpiHeight, 288);
     EXPECT_FALSE(PexImageHelper::saveToTIFF(*PexImage::make({.size = {4, 4}}), url));
     EXPECT_FALSE(CGImageSource::make(url)); // deleted before encoding
-}
-
-TEST(Formats, EachOpensWithinTheLimitsAndNotBeyond) {
-    const ImageLimits before = ImageLimits::current();
-    for (const ImageFormat format : writable) {
-        const Data file = encoded(photoLike(40, 30), format);
-        for (const auto& [most, opens] : {std::pair{std::int64_t{1} << 28, true},
-                                          {std::int64_t{1200}, true},
-                                          {std::int64_t{1199}, false}}) {
-            ImageLimits limits = before;
-            limits.maxPixels = most;
-            ImageLimits::setCurrent(limits);
-            EXPECT_EQ(CGImageSource::make(file).has_value(), opens) << displayName(format) << most;
-        }
-        ImageLimits::setCurrent(before);
-    }
 }
 
 TEST(Formats, BrokenFilesDoNoHarm) {
@@ -205,19 +136,8 @@ TEST(Formats, TiffTurnsAsItsTagSays) {
 }
 
 TEST(Formats, WebPTurnsAsItsExifSays) {
-    Bytes file = bytesOf(encoded(photoLike(32, 16), ImageFormat::webp));
-    // The extended form: a head with the flag for EXIF, the picture's own chunk, and the block.
-    const Bytes block = exifBlock({exifShort(0x0112, 6)});
-    Bytes riff{'R', 'I', 'F', 'F', 0, 0, 0, 0, 'W', 'E', 'B', 'P', 'V', 'P', '8',
-               'X', 10,  0,   0,   0, 8, 0, 0, 0,   31,  0,   0,   15,  0,   0};
-    riff.insert(riff.end(), file.begin() + 12, file.end());
-    riff.insert(riff.end(), {'E', 'X', 'I', 'F', static_cast<std::uint8_t>(block.size()),
-                             static_cast<std::uint8_t>(block.size() >> 8), 0, 0});
-    riff.insert(riff.end(), block.begin(), block.end());
-    if (block.size() % 2) riff.push_back(0);
-    const auto size = static_cast<std::uint32_t>(riff.size() - 8);
-    for (int i = 0; i < 4; ++i)
-        riff[static_cast<std::size_t>(4 + i)] = static_cast<std::uint8_t>(size >> (8 * i));
+    const Bytes riff = webpWithExif(bytesOf(encoded(photoLike(32, 16), ImageFormat::webp)), 32, 16,
+                                    exifBlock({exifShort(0x0112, 6)}));
     const auto source = CGImageSource::make(Data(riff));
     ASSERT_TRUE(source);
     EXPECT_EQ(source->copyProperties().dictionary("TIFF").integer("Orientation"), 6);
@@ -226,13 +146,7 @@ TEST(Formats, WebPTurnsAsItsExifSays) {
 }
 
 TEST(Gif, FirstFrameWithItsTransparentColour) {
-    // 2 × 2 on a canvas of 3 × 2, two colours, the second transparent: written by hand.
-    const Bytes
-        file{'G', 'I', 'F', '8', '9',  'a',  3, 0, 2, 0,    0x80, 0,    0,    255, 0,
-             0,   0,   0,   255, 0x21, 0xF9, 4, 1, 0, 0,    1,    0,    0x2C, 1,   0,
-             0,   0,   2,   0,   2,    0,    0, 2, 3, 0x44, 0x02, 0x05, 0,    0x3B}; // codes 4 0 1 1 0 5,
-                                                                                     // three and then four
-                                                                                     // bits each
+    const Bytes file = smallGif();
     const auto image = decoded(file);
     ASSERT_TRUE(image);
     EXPECT_EQ(image->width(), 3);
@@ -241,25 +155,6 @@ TEST(Gif, FirstFrameWithItsTransparentColour) {
     EXPECT_EQ(pixelAt(*image, 2, 0)[3], 0);
     for (std::size_t length = 0; length < file.size(); ++length)
         decoded({file.begin(), file.begin() + static_cast<std::ptrdiff_t>(length)});
-}
-
-/// A BMP of the longer header.
-Bytes bmp(int width, int height, int bits, std::uint8_t compression, const Bytes& tables,
-          const Bytes& pixels) {
-    const std::size_t at = 54 + tables.size();
-    Bytes file{'B', 'M', 0, 0, 0, 0, 0, 0, 0, 0};
-    file.insert(file.end(),
-                {static_cast<std::uint8_t>(at), static_cast<std::uint8_t>(at >> 8), 0, 0, 40, 0, 0, 0});
-    for (const int side : {width, height}) {
-        for (int i = 0; i < 4; ++i)
-            file.push_back(static_cast<std::uint8_t>(static_cast<unsigned>(side) >> (8 * i)));
-    }
-    file.insert(file.end(), {1, 0, static_cast<std::uint8_t>(bits), 0, compression, 0, 0, 0, 0, 0, 0, 0});
-    file.insert(file.end(),
-                {0x13, 0x0B, 0, 0, 0x13, 0x0B, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0}); // 2835 a metre: 72 dpi
-    file.insert(file.end(), tables.begin(), tables.end());
-    file.insert(file.end(), pixels.begin(), pixels.end());
-    return file;
 }
 
 /// Blue, green, red, unused.
@@ -276,14 +171,14 @@ TEST(Bmp, PixelsOfEveryKindLieWhereTheyBelong) {
         Bytes file;
     } cases[] = {
         {"24 bits, bottom row first",
-         bmp(2, 2, 24, 0, {}, {255, 0, 0, 0, 0, 255, 0, 0, 0, 0, 255, 0, 255, 0, 0, 0})},
+         bmpFile(2, 2, 24, 0, {}, {255, 0, 0, 0, 0, 255, 0, 0, 0, 0, 255, 0, 255, 0, 0, 0})},
         {"24 bits, top row first",
-         bmp(2, -2, 24, 0, {}, {0, 0, 255, 0, 255, 0, 0, 0, 255, 0, 0, 0, 0, 255, 0, 0})},
-        {"4 bits", bmp(2, 2, 4, 0, palette, {0x20, 0, 0, 0, 0x01, 0, 0, 0})},
-        {"runs of 4 bits", bmp(2, 2, 4, 2, palette, {2, 0x20, 0, 0, 2, 0x01, 0, 1})},
-        {"16 bits", bmp(2, 2, 16, 0, {}, {0x1F, 0, 0, 0x7C, 0, 0x7C, 0xE0, 0x03})},
-        {"32 bits by masks", bmp(2, 2, 32, 3, {0xFF, 0, 0, 0, 0, 0xFF, 0, 0, 0, 0, 0xFF, 0},
-                                 {0, 0, 255, 0, 255, 0, 0, 0, 255, 0, 0, 0, 0, 255, 0, 0})},
+         bmpFile(2, -2, 24, 0, {}, {0, 0, 255, 0, 255, 0, 0, 0, 255, 0, 0, 0, 0, 255, 0, 0})},
+        {"4 bits", bmpFile(2, 2, 4, 0, palette, {0x20, 0, 0, 0, 0x01, 0, 0, 0})},
+        {"runs of 4 bits", bmpFile(2, 2, 4, 2, palette, {2, 0x20, 0, 0, 2, 0x01, 0, 1})},
+        {"16 bits", bmpFile(2, 2, 16, 0, {}, {0x1F, 0, 0, 0x7C, 0, 0x7C, 0xE0, 0x03})},
+        {"32 bits by masks", bmpFile(2, 2, 32, 3, {0xFF, 0, 0, 0, 0, 0xFF, 0, 0, 0, 0, 0xFF, 0},
+                                     {0, 0, 255, 0, 255, 0, 0, 0, 255, 0, 0, 0, 0, 255, 0, 0})},
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(c.what);
@@ -304,7 +199,7 @@ TEST(Bmp, RunsMayJumpAndLeaveOut) {
     Bytes colours = palette;
     colours.resize(256 * 4);
     // From the bottom: two green; a jump one right and one up; three of their own; the end.
-    const auto image = decoded(bmp(4, 3, 8, 1, colours, {2, 1, 0, 2, 0, 1, 0, 3, 2, 1, 2, 0, 0, 1}));
+    const auto image = decoded(bmpFile(4, 3, 8, 1, colours, {2, 1, 0, 2, 0, 1, 0, 3, 2, 1, 2, 0, 0, 1}));
     ASSERT_TRUE(image);
     EXPECT_EQ(straightAt(*image, 0, 2), green);
     EXPECT_EQ(straightAt(*image, 2, 2), red); // the first colour
@@ -323,7 +218,8 @@ TEST(Bmp, LyingHeadersAreRefused) {
                                                            {2, -2, 8, 1},
                                                            {100'000, 100'000, 24, 0},
                                                            {2, 2, 24, 9}})
-        EXPECT_FALSE(decoded(bmp(width, height, bits, static_cast<std::uint8_t>(compression), {}, pixels)))
+        EXPECT_FALSE(
+            decoded(bmpFile(width, height, bits, static_cast<std::uint8_t>(compression), {}, pixels)))
             << width << ' ' << height << ' ' << bits << ' ' << compression;
     EXPECT_FALSE(decoded(
         {'B', 'M', ' ', 'i', 's', ' ', 'n', 'o', ' ', 'p', 'i', 'c', 't', 'u', 'r', 'e', '!', '!', '!'}));

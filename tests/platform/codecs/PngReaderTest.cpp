@@ -1,7 +1,7 @@
 #include "peximage/platform/codecs/ImageCodec.h"
-#include "peximage/platform/raster/IccProfile.h"
 #include "tests/platform/codecs/PngFiles.h"
 #include "tests/support/Pictures.h"
+#include "tests/support/Profiles.h"
 #include "tests/support/TempFolder.h"
 
 #include <gtest/gtest.h>
@@ -31,32 +31,6 @@ Bytes headerOnly(std::uint32_t width, std::uint32_t height, const Bytes& data, s
     const Bytes signature{0x89, 'P', 'N', 'G', '\r', '\n', 0x1A, '\n'};
     const Bytes header = bigEndian(width) + bigEndian(height) + Bytes{8, colourType, 0, 0, 0};
     return signature + chunk("IHDR", header) + chunk("IDAT", data) + chunk("IEND", {});
-}
-
-Bytes savedProfile(cmsHPROFILE open) {
-    const IccProfile profile(open);
-    cmsUInt32Number size = 0;
-    cmsSaveProfileToMem(profile.get(), nullptr, &size);
-    Bytes bytes(size);
-    cmsSaveProfileToMem(profile.get(), bytes.data(), &size);
-    return bytes;
-}
-
-Bytes grayProfile(double gamma) {
-    cmsToneCurve* curve = cmsBuildGamma(nullptr, gamma);
-    Bytes bytes = savedProfile(cmsCreateGrayProfile(cmsD50_xyY(), curve));
-    cmsFreeToneCurve(curve);
-    return bytes;
-}
-
-Bytes wideProfile() {
-    const cmsCIExyY white{0.3127, 0.3290, 1};
-    const cmsCIExyYTRIPLE primaries{{0.68, 0.32, 1}, {0.265, 0.69, 1}, {0.15, 0.06, 1}};
-    cmsToneCurve* curve = cmsBuildGamma(nullptr, 2.2);
-    cmsToneCurve* const curves[] = {curve, curve, curve};
-    Bytes bytes = savedProfile(cmsCreateRGBProfile(&white, &primaries, curves));
-    cmsFreeToneCurve(curve);
-    return bytes;
 }
 
 Bytes profileChunk(const Bytes& profile) {

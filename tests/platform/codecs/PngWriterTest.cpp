@@ -2,9 +2,9 @@
 #include "peximage/platform/codecs/PngFilter.h"
 #include "tests/platform/codecs/PngFiles.h"
 #include "tests/support/Pictures.h"
+#include "tests/support/Profiles.h"
 
 #include <gtest/gtest.h>
-#include <lcms2.h>
 
 #include <algorithm>
 #include <array>
@@ -135,17 +135,7 @@ TEST(PngWriter, isReadBackWithItsDensity) {
 }
 
 TEST(PngWriter, embedsAProfileThatIsNotSRGB) {
-    const cmsCIExyY white{0.3127, 0.3290, 1};
-    const cmsCIExyYTRIPLE primaries{{0.68, 0.32, 1}, {0.265, 0.69, 1}, {0.15, 0.06, 1}};
-    cmsToneCurve* curve = cmsBuildGamma(nullptr, 2.2);
-    cmsToneCurve* const curves[] = {curve, curve, curve};
-    cmsHPROFILE profile = cmsCreateRGBProfile(&white, &primaries, curves);
-    cmsUInt32Number size = 0;
-    cmsSaveProfileToMem(profile, nullptr, &size);
-    Bytes icc(size);
-    cmsSaveProfileToMem(profile, icc.data(), &size);
-    cmsCloseProfile(profile);
-    cmsFreeToneCurve(curve);
+    const Bytes icc = wideProfile();
     const auto space = CGColorSpace::fromICC(Data(icc));
     ASSERT_TRUE(space);
     const auto pixel = [](int x, int y) {

@@ -1,0 +1,121 @@
+#include "peximage/image/PexImage.h"
+#include "peximage/platform/codecs/CGImageSource.h"
+#include "peximage/platform/codecs/ImageLimits.h"
+#include "tests/support/EncodedPictures.h"
+#include "tests/support/ExifFiles.h"
+#include "tests/support/HeifFiles.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <string>
+
+namespace pex {
+namespace {
+
+constexpr std::uint16_t orientationTag = 0x0112;
+
+/// Four corners of 64 × 32 pixels each: red and green above, blue and white below.
+CGImage corners() {
+    return makePicture(128, 64, PixelLayout::skipLast, [](int x, int y) {
+        if (y < 32) return x < 64 ? Pixel{255, 0, 0, 255} : Pixel{0, 255, 0, 255};
+        return x < 64 ? Pixel{0, 0, 255, 255} : Pixel{255, 255, 255, 255};
+    });
+}
+
+/// The letters of the corners' colours: above, then below.
+std::string cornersOf(const CGImage& image) {
+    std::string letters;
+    for (const int y : {1, 3}) {
+        for (const int x : {1, 3}) {
+            const Pixel p = straightAt(image, image.width() * x / 4, image.height() * y / 4);
+            const bool r = p[0] > 128, g = p[1] > 128, b = p[2] > 128;
+            letters += r && g && b ? 'W' : r ? 'R' : g ? 'G' : b ? 'B' : '?';
+        }
+    }
+    return letters;
+}
+
+/// How the corners are seen in each of EXIF's orientations.
+constexpr const char* seen[] = {"RGBW", "GRWB", "WBGR", "BWRG", "RBGW", "BRWG", "WGBR", "GWRB"};
+
+void setBigEndian(Bytes& file, std::size_t at, std::uint32_t number) {
+    for (std::size_t i = 0; i < 4; ++i)
+        file[at + i] = static_cast<std::uint8_t>(number >> (24 - 8 * i));
+}
+
+/// The file with another size in its header.
+Bytes claiming(Bytes file, std::uint32_t width, std::uint32_t height) {
+    const std::string name = "ispe";
+    const auto at = static_cast<std::size_t>(std::search(file.begin(), file.end(), name.begin(), name.end()) -
+                                             file.begin());
+    setBigEndian(file, at + 8, width);
+    setBigEndian(file, at + 12, height);
+    return file;
+}
+
+TEST(Heif, IsTurnedOnceWhateverExifSays) {
+    for (const bool av1 : {false, true}) {
+        for (int turned = 1; turned <= 8; ++turned) {
+            // A writer that turns by the container's boxes may keep the camera's tag, or another.
+            for (const int tag : {0, 1, turned, 6}) {
+                SCOPED_TRACE(std::to_string(turned) + (av1 ? " AVIF" : " HEIF") + ", EXIF " +
+                             std::to_string(tag));
+                HeifKind kind{av1, turned};
+                if (tag > 0)
+                    kind.exif = exifBlock({exifShort(orientationTag, static_cast<std::uint16_t>(tag))});
+                const Bytes file = heifFile(corners(), kind);
+                const auto source = CGImageSource::make(Data(file));
+                ASSERT_TRUE(source);
+                EXPECT_EQ(source->properties().orientation, Orientation::up);
+                EXPECT_EQ(source->properties().pixelWidth, turned < 5 ? 128 : 64);
+                const auto image = PexImage::make(Data(file), {});
+                ASSERT_TRUE(image);
+                EXPECT_EQ(image->size, turned < 5 ? (CGSize{128, 64}) : (CGSize{64, 128}));
+                EXPECT_EQ(cornersOf(*image->cgImage), seen[turned - 1]);
+                EXPECT_EQ(source->copyProperties().dictionary("TIFF").integer("Orientation").value_or(0),
+                          tag);
+            }
+        }
+    }
+}
+
+TEST(Heif, ASizeThatBreaksALimitIsRefusedBeforeDecoding) {
+    const ImageLimits before = ImageLimits::current();
+    for (const bool av1 : {false, true}) {
+        const Bytes file = heifFile(corners(), {av1});
+        const struct {
+            std::uint32_t width, height;
+            std::int64_t most;
+            bool opens;
+        } cases[] = {{128, 64, 128 * 64, true},
+                     {128, 64, 128 * 64 - 1, false},
+                     {30'000, 30'000, before.maxPixels, false},
+                     {0xFFFFFFFF, 0xFFFFFFFF, before.maxPixels, false},
+                     {0x80000000, 1, before.maxPixels, false},
+                     {0, 64, before.maxPixels, false}};
+        for (const auto& c : cases) {
+            ImageLimits limits = before;
+            limits.maxPixels = c.most;
+            ImageLimits::setCurrent(limits);
+            EXPECT_EQ(CGImageSource::make(Data(claiming(file, c.width, c.height))).has_value(), c.opens)
+                << c.width << ' ' << c.height << ' ' << c.most;
+        }
+        ImageLimits::setCurrent(before);
+    }
+}
+
+TEST(Heif, PixelsOfAnotherSizeThanTheHeadersAreNone) {
+    for (const bool av1 : {false, true}) {
+        for (const auto& [width, height] : {std::pair{64, 32}, {16, 16}, {256, 128}, {64, 128}}) {
+            const auto image = decoded(claiming(heifFile(corners(), {av1}), static_cast<std::uint32_t>(width),
+                                                static_cast<std::uint32_t>(height)));
+            ASSERT_TRUE(image);
+            EXPECT_EQ(image->width(), width);
+            EXPECT_TRUE(image->isIncomplete());
+        }
+    }
+}
+
+} // namespace
+} // namespace pex

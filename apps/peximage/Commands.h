@@ -20,5 +20,6 @@ void addExif(CLI::App& program, int& status);
 void addFilter(CLI::App& program, int& status);
 void addCache(CLI::App& program, int& status);
 void addFetch(CLI::App& program, int& status);
+void addView(CLI::App& program, int& status);
 void addPdf(CLI::App& program, int& status);
 void addCanvas(CLI::App& program, int& status);

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "Settings.h"
+#include "WhyNoImage.h"
 #include "peximage/image/PexImage.h"
 #include "peximage/platform/codecs/ImageFormat.h"
 
@@ -25,8 +26,6 @@ std::vector<Destination> planDestinations(const std::vector<std::string>& inputs
 
 /// The image in a file, or one line that says why there is none.
 std::variant<std::shared_ptr<pex::PexImage>, Failure> openImage(const std::string& path);
-/// Why a file cannot be opened as an image.
-Failure whyNoImage(const std::string& path);
 
 /// A result on its way: written under a temporary name in the destination's folder, and put in place by
 /// `commit` when it is complete. What is not committed is removed.

@@ -35,7 +35,7 @@ constexpr Command commands[] = {
     {"watermark", addWatermark}, {"canvas", addCanvas},     {"key", addKey},
     {"mask", addMask},           {"colors", addColors},     {"filter", addFilter},
     {"exif", addExif},           {"cache", addCache},       {"pdf", addPdf},
-    {"fetch", addFetch},
+    {"fetch", addFetch},         {"view", addView},
 };
 
 /// Setting up all commands takes longer than the rest of the start: the one that is named first is enough,

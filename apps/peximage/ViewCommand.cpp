@@ -1,0 +1,89 @@
+#include "Commands.h"
+#include "Settings.h"
+
+#include <cerrno>
+#include <cstring>
+#include <filesystem>
+#include <iostream>
+#include <memory>
+#include <optional>
+#include <string>
+#include <system_error>
+#include <type_traits>
+#include <unistd.h>
+#include <vector>
+
+namespace fs = std::filesystem;
+
+namespace {
+
+struct Request {
+    std::vector<std::string> items;
+    std::optional<double> radius, border;
+    std::optional<std::string> borderColor;
+    bool verbose = false;
+};
+
+/// The viewer is a program of its own beside this one, so that no other command loads a desktop toolkit.
+fs::path viewer() {
+    std::error_code error;
+    const fs::path own = fs::read_symlink("/proc/self/exe", error);
+    return own.parent_path() / "peximage-view";
+}
+
+std::vector<std::string> arguments(const Request& request) {
+    std::vector<std::string> list{"peximage-view"};
+    const auto add = [&](const char* name, const auto& value) {
+        if (!value) return;
+        if constexpr (std::is_same_v<std::decay_t<decltype(*value)>, double>)
+            list.push_back(name + std::to_string(*value));
+        else
+            list.push_back(name + *value);
+    };
+    add("--radius=", request.radius);
+    add("--border=", request.border);
+    add("--border-color=", request.borderColor);
+    if (request.verbose) list.push_back("--verbose");
+    list.push_back("--");
+    list.insert(list.end(), request.items.begin(), request.items.end());
+    return list;
+}
+
+/// Becomes the viewer; returns only when that fails.
+int run(const Request& request) {
+    const fs::path program = viewer();
+    std::error_code ignored;
+    if (!fs::exists(program, ignored)) {
+        std::cerr << "peximage: built without the viewer\n";
+        return 1;
+    }
+    std::vector<std::string> list = arguments(request);
+    std::vector<char*> pointers;
+    for (std::string& argument : list)
+        pointers.push_back(argument.data());
+    pointers.push_back(nullptr);
+    ::execv(program.c_str(), pointers.data());
+    std::cerr << "peximage: cannot start " << program.string() << ": " << std::strerror(errno) << '\n';
+    return 1;
+}
+
+} // namespace
+
+void addView(CLI::App& program, int& status) {
+    CLI::App* command = program.add_subcommand("view", "Shows images in a window");
+    const auto request = std::make_shared<Request>();
+    command->add_option("item", request->items, "Files and addresses")->required()->type_name("FILE|URL…");
+    command->add_option("--radius", request->radius, "Round corners of so many points")
+        ->check(CLI::Range(0, 10'000))
+        ->type_name("N");
+    command->add_option("--border", request->border, "A border of so many points")
+        ->check(CLI::Range(0, 10'000))
+        ->type_name("N");
+    command->add_option("--border-color", request->borderColor, "The border's colour (default: grey)")
+        ->type_name("RRGGBB");
+    command->add_flag("-v,--verbose", request->verbose, "Tell on standard error how long things take");
+    command->footer("Arrow keys go from one to the next; + - 0 1 or the wheel zoom, the mouse moves what is\n"
+                    "larger than the window; F fills the screen, Q ends.\n"
+                    "Example: peximage view *.jpg");
+    command->callback([request, &status] { status = run(*request); });
+}

@@ -1,0 +1,43 @@
+#include "qt/PexImageWidget.h"
+
+#include <QImage>
+#include <QPainter>
+#include <QPointer>
+#include <cmath>
+#include <utility>
+
+namespace pex {
+
+PexImageWidget::PexImageWidget(std::shared_ptr<PexImageView> view, QWidget* parent)
+    : QWidget(parent), view_(std::move(view)) {
+    view_->setDisplayRequest([widget = QPointer<QWidget>(this)](const CGRect&) {
+        if (widget)
+            QMetaObject::invokeMethod(
+                widget, [widget] { widget->update(); }, Qt::AutoConnection);
+    });
+}
+
+PexImageWidget::~PexImageWidget() { view_->setDisplayRequest({}); }
+
+void PexImageWidget::resizeEvent(QResizeEvent*) {
+    view_->setFrame({view_->frame().origin, {static_cast<double>(width()), static_cast<double>(height())}});
+}
+
+void PexImageWidget::paintEvent(QPaintEvent*) {
+    const double scale = devicePixelRatioF();
+    const auto context = CGContext::make(static_cast<int>(std::lround(width() * scale)),
+                                         static_cast<int>(std::lround(height() * scale)),
+                                         PixelLayout::premultipliedLast, CGColorSpace::deviceRGB());
+    if (!context) return;
+    context->scaleBy(scale, scale);
+    view_->drawInto(context);
+    const std::optional<CGImage> drawn = context->makeImage();
+    const std::optional<PixelView> pixels = drawn ? drawn->pixels() : std::nullopt;
+    if (!pixels) return;
+    QImage image(pixels->data, pixels->width, pixels->height, static_cast<qsizetype>(pixels->bytesPerRow),
+                 QImage::Format_RGBA8888_Premultiplied);
+    image.setDevicePixelRatio(scale);
+    QPainter(this).drawImage(0, 0, image);
+}
+
+} // namespace pex

@@ -1,0 +1,30 @@
+#pragma once
+
+#include "peximage/cache/PexImageView.h"
+
+#include <QWidget>
+#include <memory>
+
+namespace pex {
+
+/// A widget that shows a `PexImageView`, which fills it, in the pixels of the screen that it is on. Needs
+/// `connectToQt`.
+class PexImageWidget : public QWidget {
+    Q_OBJECT
+
+  public:
+    /// The view must not be null; its frame becomes that of the widget.
+    explicit PexImageWidget(std::shared_ptr<PexImageView> view, QWidget* parent = nullptr);
+    ~PexImageWidget() override;
+
+    const std::shared_ptr<PexImageView>& view() const { return view_; }
+
+  protected:
+    void paintEvent(QPaintEvent* event) override;
+    void resizeEvent(QResizeEvent* event) override;
+
+  private:
+    std::shared_ptr<PexImageView> view_;
+};
+
+} // namespace pex

@@ -138,13 +138,11 @@ std::shared_ptr<const ColorCube> swapping() {
     return ColorCube::make(3, entries);
 }
 
-CIImage chain(const CIImage& image) {
-    return image.scaled(0.7, 0.7)
-        .sharpenedLuminance(0.8)
-        .exposureAdjusted(0.5)
-        .colorCube(swapping())
-        .sharpenedLuminance(0.3);
+CIImage film(const CIImage& image) {
+    return image.sharpenedLuminance(0.8).exposureAdjusted(0.5).colorCube(swapping()).sharpenedLuminance(0.3);
 }
+
+CIImage chain(const CIImage& image) { return film(image.scaled(0.7, 0.7)); }
 
 bool samePixels(const CGImage& a, const CGImage& b) {
     return a.width() == b.width() && a.height() == b.height() &&
@@ -178,6 +176,32 @@ TEST(FilterGraphRendering, StripsMakeNoDifference) {
     for (int y = reach; y < part->height(); ++y)
         for (int x = 0; x < 60; ++x)
             ASSERT_EQ(pixelAt(*part, x, y), pixelAt(*whole, x, y + cut)) << x << ' ' << y;
+}
+
+/// Filters that reach far into the strips beside theirs.
+CIImage farReaching(const CIImage& image) {
+    CIImage result = image.exposureAdjusted(0.2);
+    for (int i = 0; i < 7; ++i)
+        result = result.sharpenedLuminance(0.3).exposureAdjusted(-0.02);
+    return result;
+}
+
+TEST(FilterGraphRendering, APictureThatNobodyElseHasIsFilteredInItsOwnMemory) {
+    using enum PixelLayout;
+    for (const PixelLayout layout :
+         {skipLast, skipFirst, premultipliedLast, premultipliedFirst, straightLast, grey}) {
+        const CIImage scaled = CIImage(noise(31, 150, layout)).scaled(2, 4.1);
+        const auto shared = scaled.getCGImage();
+        ASSERT_TRUE(shared);
+        for (const auto filters : {film, farReaching}) {
+            // The one works in place; the other must leave the picture, which the test has, as it is.
+            const auto own = filters(scaled).getCGImage(), copied = filters(CIImage(*shared)).getCGImage();
+            ASSERT_TRUE(own && copied);
+            EXPECT_EQ(own->layout(), copied->layout());
+            EXPECT_TRUE(samePixels(*own, *copied)) << int(layout);
+        }
+        EXPECT_TRUE(samePixels(*shared, *scaled.getCGImage()));
+    }
 }
 
 TEST(FilterGraphRendering, FiltersBelowTransformsAndCrops) {

@@ -306,6 +306,8 @@ class Bench:
             on = self.threads(threads)
             self.compare(f"3 × 3 convolution, 12 MP, {on}", "OpenCV", worker.job("convolve/ours", threads),
                          worker.job("convolve/opencv", threads), goal=1)
+            self.compare(f"sharpen with transparency, 12 MP, {on}", "ours, opaque",
+                         worker.job("sharpen-alpha/ours", threads), worker.job("sharpen/ours", threads))
             for peer, name in (("vips", "libvips"), ("vips-tables", "libvips, exposure by a table")):
                 self.compare(f"sharpen, expose and look up, 12 MP, {on}", name, worker.job("chain/ours", threads),
                              worker.job(f"chain/{peer}", threads), goal=1 / 2)

@@ -131,6 +131,13 @@ void addFilters(JobMap& jobs, const std::string& folder) {
         return run([=] { image->apply({.lut = table}); });
     };
     addOurs(jobs, "sharpen/ours", folder, [](pex::PexImage& image) { image.sharpen(float(sharpness)); });
+    jobs["sharpen-alpha/ours"] = [=]() -> Run {
+        const Shared picture = load(folder, 4000);
+        for (std::size_t i = 0; i < picture->bytes.size(); ++i)
+            picture->bytes[i] = i % 4 == 3 ? 200 : picture->bytes[i] * 200 / 255;
+        const auto image = pex::PexImage::make(imageOf(*picture));
+        return run([=] { image->sharpen(float(sharpness)); });
+    };
     addChain(jobs, folder);
     addKeying(jobs, folder);
 }

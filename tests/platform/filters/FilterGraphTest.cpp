@@ -95,6 +95,34 @@ TEST(FilterGraphSharpening, OneColourHasNoFringeWhereItEnds) {
         largestError(*result, [&](int x, int y, int c) { return pixelAt(shape, x, y)[std::size_t(c)]; }), 0);
 }
 
+TEST(FilterGraphSharpening, WhatIsKeyedOrMaskedHasNoLumaBeyondItsAlpha) {
+    // Keys and masks leave the colours of what they make transparent.
+    const CGImage colours = noise(40, 30, PixelLayout::skipLast, 5);
+    const auto keyed = makePicture(40, 30, PixelLayout::premultipliedLast, [&](int x, int y) {
+        Pixel p = pixelAt(colours, x, y);
+        p[3] = (x / 3 + y / 4) % 3 == 0 ? 0 : 255;
+        return p;
+    });
+    const auto seen = [&](int x, int y) {
+        const auto p = premultiplied(keyed, x, y);
+        return p[3] == 0 ? std::array<double, 4>{} : p;
+    };
+    kernels::onEveryInstructionSet([&] {
+        const auto result = sharpen(keyed, 2);
+        ASSERT_TRUE(result);
+        const auto wanted = [&](int x, int y, int c) {
+            const Pixel p = pixelAt(keyed, x, y);
+            return p[3] == 0 ? p[std::size_t(c)] : sharpened(seen, 40, 30, x, y, c, 2);
+        };
+        EXPECT_LE(largestError(*result, wanted), 1.52);
+
+        const auto faint = makePicture(40, 30, PixelLayout::premultipliedLast, [](int x, int) {
+            return x % 2 == 0 ? Pixel{255, 255, 255, 1} : Pixel{255, 255, 255, 0};
+        });
+        EXPECT_EQ(pixelAt(*sharpen(faint, 64), 20, 20), (Pixel{1, 1, 1, 1}));
+    });
+}
+
 double exposed(double c, double ev) {
     const double v = c / 255;
     const double light =

@@ -52,6 +52,16 @@ def text_document(count):
     return b"%PDF-1.4\n" + body + b"trailer\n<< /Size " + str(len(objects) + 1).encode() + b" /Root 1 0 R >>\n%%EOF\n"
 
 
+def cube_text(side):
+    """A lookup table in which every channel depends on all three."""
+    def entry(red, green, blue):
+        return 0.9 * red ** 0.8 + 0.1 * blue, (0.8 * green + 0.2 * red) ** 1.2, 1 - (1 - blue) ** 1.1 * (1 - 0.1 * green)
+
+    steps = [i / (side - 1) for i in range(side)]
+    lines = (entry(r, g, b) for b in steps for g in steps for r in steps)
+    return f"LUT_3D_SIZE {side}\n" + "\n".join("%.6f %.6f %.6f" % line for line in lines) + "\n"
+
+
 class Bench:
     def __init__(self, build, only):
         self.bin, self.only = build / "bin", only
@@ -86,6 +96,7 @@ class Bench:
                   lambda path: output_of(self.tool, "resize", self.photo, "-o", path, "--size", "6000x4000"))
         self.make("reduced.jpg",
                   lambda path: output_of(self.tool, "resize", self.photo, "-o", path, "--max-side", "2000"))
+        self.make("table.cube", lambda path: path.write_text(cube_text(33)))
         self.make("photo.png", lambda path: output_of(self.tool, "convert", reduced, "-o", path))
 
     def make(self, name, how):
@@ -136,6 +147,7 @@ class Bench:
             self.count_header_bytes()
         self.metadata()
         self.documents()
+        self.colours()
         self.resident_memory()
 
     def canvas(self):
@@ -181,6 +193,15 @@ class Bench:
         self.compare(job, "pdftoppm, not packed", process(self.tool, "pdf", document, "-o", pages, "--dpi", 150),
                      process("pdftoppm", "-r", 150, document, pages / "peer"), rounds=9)
 
+    def colours(self):
+        job = "average colour and 16 × 16 grid of a 12 MP JPEG"
+        ours = process(self.tool, "colors", self.photo, "--grid", "16x16")
+        average = ["(", "+clone", "-scale", "1x1!", "-write", "txt:-", "+delete", ")"]
+        self.compare(job, "ImageMagick -scale", ours,
+                     process(find_convert(), self.photo, *average, "-scale", "16x16!", "txt:-"), goal=1 / 5)
+        self.compare(job, "libvips thumbnail", ours, process(self.bin / "vips-colors", self.photo, 16, 16), goal=1,
+                     rounds=21)
+
     def resident_memory(self):
         name, photos = "photos shrunk in one process: resident MB after 1,000 (after 10)", 1000
         if not self.wanted(name):
@@ -209,6 +230,7 @@ class Bench:
                      own.job("thumbnail/turbo"), goal=1.2, rounds=21)
         self.codecs(own)
         self.geometry(own)
+        self.filters(own, pillow)
         own.close(), pillow.close()
 
     def searching(self, worker):
@@ -275,6 +297,23 @@ class Bench:
             self.compare(f"canvas of 10 layers of 3 MP, {on}", "libvips", worker.job("canvas/ours", threads),
                          worker.job("canvas/vips", threads), goal=1)
         self.compare("12 MP into 192 tiles", "a copy", worker.job("tiles/ours"), worker.job("copy"))
+
+    def filters(self, worker, pillow):
+        table = "lookup table of 33³, 12 MP"
+        self.compare(f"{table}, 1 thread", "Pillow", worker.job("table/ours"), pillow.job("table/4000"), goal=1 / 5)
+        self.compare(f"{table}, 2 threads", "ours on 1", worker.job("table/ours", 2), worker.job("table/ours"))
+        for threads in (1, 2):
+            on = self.threads(threads)
+            self.compare(f"3 × 3 convolution, 12 MP, {on}", "OpenCV", worker.job("convolve/ours", threads),
+                         worker.job("convolve/opencv", threads), goal=1)
+            self.compare(f"sharpen with transparency, 12 MP, {on}", "ours, opaque",
+                         worker.job("sharpen-alpha/ours", threads), worker.job("sharpen/ours", threads))
+            for peer, name in (("vips", "libvips"), ("vips-tables", "libvips, exposure by a table")):
+                self.compare(f"sharpen, expose and look up, 12 MP, {on}", name, worker.job("chain/ours", threads),
+                             worker.job(f"chain/{peer}", threads), goal=1 / 2)
+            for name, job in (("key", "new image, one colour keyed"), ("mask", "new image, masked by another")):
+                self.compare(f"{job}, 12 MP, {on}", "a copy", worker.job(f"{name}-image/ours", threads),
+                             worker.job("copy", threads), rounds=21)
 
     @staticmethod
     def threads(count):

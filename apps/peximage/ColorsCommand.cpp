@@ -5,6 +5,7 @@
 #include "Text.h"
 #include "peximage/helpers/PexImageHelperColours.h"
 
+#include <algorithm>
 #include <cmath>
 #include <cstdio>
 
@@ -30,14 +31,24 @@ nlohmann::ordered_json channels(const pex::NSColor& color) {
             rounded(color.alphaComponent())};
 }
 
+/// The first step of reducing the image, so that it is decoded once for all that is told of it.
+std::shared_ptr<pex::PexImage> quarter(const pex::PexImage& image) {
+    const auto side = [](double length) { return std::max(std::floor(length / 4), 1.0); };
+    return image.resize({.to = {side(image.size.width), side(image.size.height)}});
+}
+
 Outcome describe(const std::string& file, const Request& request) {
     const auto opened = openImage(file);
     if (const auto* failure = std::get_if<Failure>(&opened)) return *failure;
     const auto image = std::get<std::shared_ptr<pex::PexImage>>(opened);
-    const pex::NSColor average = pex::PexImageHelper::getAverageColorOfImage(image);
+    const auto small = quarter(*image);
+    const pex::NSColor average = pex::PexImageHelper::getAverageColorOfImage(small ? small : image);
     Result result{file + "  " + hex(average), {{"file", file}, {"average", channels(average)}}};
     if (!request.grid) return result;
-    const auto colors = pex::PexImageHelper::getColorList({.ofImage = *image, .reduceToSize = *request.grid});
+    const bool fits =
+        small && request.grid->width <= small->size.width && request.grid->height <= small->size.height;
+    const auto colors =
+        pex::PexImageHelper::getColorList({.ofImage = fits ? *small : *image, .reduceToSize = *request.grid});
     if (colors.empty()) return Failure{"cannot be reduced to such a grid"};
     auto grid = nlohmann::ordered_json::array();
     const auto columns = static_cast<std::size_t>(request.grid->width);

@@ -6,11 +6,14 @@
 #include "peximage/pixels/PexLut.h"
 
 #include <charconv>
+#include <variant>
 
 namespace {
 
 using Image = std::shared_ptr<pex::PexImage>;
-using Step = std::function<Image(const Image&)>;
+using BitmapStep = std::function<Image(const Image&)>;
+using GraphStep = std::function<std::optional<pex::CIImage>(const pex::CIImage&)>;
+using Step = std::variant<BitmapStep, GraphStep>;
 
 struct Request {
     Settings settings;
@@ -50,7 +53,7 @@ std::optional<Step> gate(std::string_view text) {
     if (which == "dark") change = &pex::PexImageBitmapRGBA::darkGate;
     if (which == "both") change = &pex::PexImageBitmapRGBA::lightDarkGate;
     if (change == nullptr || !limit) return std::nullopt;
-    return Step([=](const Image& image) {
+    return BitmapStep([=](const Image& image) {
         pex::PexImageBitmapRGBA bitmap(*image);
         (bitmap.*change)(*limit);
         return bitmap.pexImage();
@@ -76,22 +79,22 @@ void addSteps(CLI::App& command, Request& request) {
     addStep(command, request, "--sharpen", "S", "Sharpen, 0.4 is usual", "a number",
             [](const std::string& text) {
                 const auto strength = number(text);
-                return strength ? std::optional(Step([=](const Image& image) {
-                    return image->sharpen(static_cast<float>(*strength));
+                return strength ? std::optional(GraphStep([=](const pex::CIImage& image) {
+                    return image.sharpenedLuminance(*strength);
                 }))
                                 : std::nullopt;
             });
     addStep(command, request, "--exposure", "EV", "Brighter by so many stops, in linear light", "a number",
             [](const std::string& text) {
                 const auto stops = number(text);
-                return stops
-                           ? std::optional(Step([=](const Image& image) { return image->exposure(*stops); }))
-                           : std::nullopt;
+                return stops ? std::optional(GraphStep(
+                                   [=](const pex::CIImage& image) { return image.exposureAdjusted(*stops); }))
+                             : std::nullopt;
             });
     addStep(command, request, "--convolve", "K1,…,K9", "Convolve with nine weights, divided by 3",
             "nine whole numbers with commas", [](const std::string& text) {
                 const auto kernel = weights(text);
-                return kernel ? std::optional(Step([=](const Image& image) {
+                return kernel ? std::optional(BitmapStep([=](const Image& image) {
                     return image->convolve({.convolution = pex::PexConvolution(*kernel)});
                 }))
                               : std::nullopt;
@@ -100,13 +103,14 @@ void addSteps(CLI::App& command, Request& request) {
             "the file of a lookup table", [](const std::string& text) {
                 const auto lut = pex::PexLut::make(pex::URL::fromPath(text));
                 return lut ? std::optional(
-                                 Step([=](const Image& image) { return image->apply({.lut = *lut}); }))
+                                 GraphStep([=](const pex::CIImage& image) { return lut->applyTo(image); }))
                            : std::nullopt;
             });
     addStep(command, request, "--fill", "RRGGBB", "One colour, transparency kept", "a colour; write 00ff00",
             [](const std::string& text) {
                 const auto color = parseColor(text);
-                return color ? std::optional(Step([=](const Image& image) { return image->fill(*color); }))
+                return color ? std::optional(
+                                   BitmapStep([=](const Image& image) { return image->fill(*color); }))
                              : std::nullopt;
             });
     addStep(command, request, "--gate", "WHICH:T",
@@ -115,13 +119,30 @@ void addSteps(CLI::App& command, Request& request) {
             [](const std::string& text) { return gate(text); });
 }
 
+/// Steps of the filter graph that follow each other are computed together, in one picture's memory.
+Image filtered(Image image, const std::vector<Step>& steps) {
+    std::optional<pex::CIImage> graph;
+    const auto compute = [&] {
+        if (graph) image = pex::PexImage::make(*graph);
+        graph.reset();
+        return image != nullptr;
+    };
+    for (const Step& step : steps) {
+        if (const auto* add = std::get_if<GraphStep>(&step)) {
+            if (!graph) graph = image->ciImage();
+            if (graph) graph = (*add)(*graph);
+            if (!graph) return nullptr;
+            continue;
+        }
+        if (compute()) image = std::get<BitmapStep>(step)(image);
+        if (!image) return nullptr;
+    }
+    return compute() ? image : nullptr;
+}
+
 int filter(const Request& request) {
     if (request.steps.empty()) throw UsageError{"give one filter at least"};
-    const auto change = [&](Image image) {
-        for (const Step& step : request.steps)
-            image = image ? step(image) : nullptr;
-        return image;
-    };
+    const auto change = [&](const Image& image) { return filtered(image, request.steps); };
     return runChanging(request.settings, request.writing, change, "cannot be filtered");
 }
 

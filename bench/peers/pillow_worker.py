@@ -4,16 +4,17 @@
     pillow_worker.py serve FOLDER                    answers requests on standard input
     pillow_worker.py resize IN.ppm WIDTH HEIGHT OUT.ppm
 
-A request is "resample/FROM-TO THREADS"; the answer is the milliseconds it took, those of
-processor time, and 0. Pillow has one thread.
+A request is "resample/FROM-TO THREADS" or "table/WIDTH THREADS", the lookup table of FOLDER/table.cube; the answer
+is the milliseconds it took, those of processor time, and 0. Pillow has one thread.
 """
 
+import pathlib
 import sys
 import time
 
-from PIL import Image
+from PIL import Image, ImageFilter
 
-PICTURES = {}
+PICTURES = {}  # and the table
 
 
 def picture(folder, width):
@@ -24,16 +25,35 @@ def picture(folder, width):
     return PICTURES[width]
 
 
+def table(folder):
+    if "table" not in PICTURES:
+        lines = pathlib.Path(folder, "table.cube").read_text().split("\n")
+        side = int(lines[0].split()[1])
+        entries = [float(number) for line in lines[1:] for number in line.split()]
+        PICTURES["table"] = ImageFilter.Color3DLUT(side, entries)
+    return PICTURES["table"]
+
+
 def resize(image, width, height):
     return image.resize((width, height), Image.Resampling.LANCZOS)
 
 
+def prepared(folder, job):
+    """What is timed."""
+    name, sizes = job.split("/")
+    start, *end = (int(width) for width in sizes.split("-"))
+    image = picture(folder, start)
+    if name == "table":
+        colours = table(folder)
+        return lambda: image.filter(colours)
+    return lambda: resize(image, end[0], end[0] * image.height // image.width)
+
+
 def answer(folder, request):
     job, _threads = request.split()
-    start, end = (int(width) for width in job.split("/")[1].split("-"))
-    image = picture(folder, start)
+    work = prepared(folder, job)
     begin, cpu_begin = time.perf_counter(), time.process_time()
-    resize(image, end, end * image.height // image.width)
+    work()
     return (time.perf_counter() - begin) * 1000, (time.process_time() - cpu_begin) * 1000
 
 

@@ -1,51 +1,21 @@
 #include "bench/worker/Geometry.h"
 
-#include "bench/worker/Picture.h"
+#include "bench/worker/WholePictures.h"
 #include "peximage/canvas/PexCanvas.h"
-#include "peximage/image/PexImage.h"
 #include "peximage/pixels/PexImageBitmapRGBA.h"
-#include "peximage/platform/foundation/Workers.h"
 #include "peximage/platform/raster/CGContext.h"
 #include "peximage/platform/raster/Strips.h"
 #include "peximage/platform/raster/Turning.h"
 
 #include <cstring>
 #include <memory>
-#include <opencv2/core.hpp>
 #include <opencv2/imgproc.hpp>
-#include <stdexcept>
-#include <vips/vips.h>
 
 namespace bench {
 namespace {
 
 using JobMap = std::map<std::string, Prepare>;
-using Shared = std::shared_ptr<Picture>;
 constexpr double aslant = 10; // degrees
-
-Shared load(const std::string& folder, int width) {
-    const auto picture = std::make_shared<Picture>(
-        withChannels(readPpm(folder + "/photo-" + std::to_string(width) + ".ppm"), 4));
-    for (std::size_t i = 3; i < picture->bytes.size(); i += 4)
-        picture->bytes[i] = 255;
-    return picture;
-}
-
-pex::CGImage imageOf(const Picture& picture) {
-    const auto memory = pex::PixelBuffer::make(picture.bytes.size());
-    std::memcpy(memory.data(), picture.bytes.data(), picture.bytes.size());
-    return pex::CGImage::make(picture.width, picture.height, std::ptrdiff_t(picture.rowBytes()),
-                              pex::PixelLayout::premultipliedLast, pex::CGColorSpace::sRGB(), memory)
-        .value();
-}
-
-template <class Work>
-Run run(Work work) {
-    return [=]() -> std::size_t {
-        work();
-        return 0;
-    };
-}
 
 void addCopy(JobMap& jobs, const std::string& folder) {
     jobs["copy"] = [=]() -> Run {
@@ -59,44 +29,6 @@ void addCopy(JobMap& jobs, const std::string& folder) {
 }
 
 // Turning.
-
-template <class Change>
-void addVips(JobMap& jobs, const std::string& name, const std::string& folder, Change change) {
-    jobs[name] = [=]() -> Run {
-        const Shared picture = load(folder, 4000);
-        return run([=] {
-            VipsImage* in = vips_image_new_from_memory(picture->bytes.data(), picture->bytes.size(),
-                                                       picture->width, picture->height, 4, VIPS_FORMAT_UCHAR);
-            VipsImage* out = nullptr;
-            std::size_t size = 0;
-            if (change(in, &out)) throw std::runtime_error("libvips cannot");
-            g_free(vips_image_write_to_memory(out, &size));
-            g_object_unref(out);
-            g_object_unref(in);
-        });
-    };
-}
-
-template <class Change>
-void addOpenCv(JobMap& jobs, const std::string& name, const std::string& folder, Change change) {
-    jobs[name] = [=]() -> Run {
-        const Shared picture = load(folder, 4000);
-        return run([=] {
-            const cv::Mat in(picture->height, picture->width, CV_8UC4, picture->bytes.data());
-            cv::Mat out;
-            cv::setNumThreads(pex::Workers::count());
-            change(in, out);
-        });
-    };
-}
-
-template <class Change>
-void addOurs(JobMap& jobs, const std::string& name, const std::string& folder, Change change) {
-    jobs[name] = [=]() -> Run {
-        const auto image = pex::PexImage::make(imageOf(*load(folder, 4000)));
-        return run([=] { change(*image); });
-    };
-}
 
 void addTurning(JobMap& jobs, const std::string& folder) {
     addOurs(jobs, "turn/ours", folder,

@@ -1,5 +1,6 @@
 #include "bench/worker/Jobs.h"
 
+#include "bench/worker/Filters.h"
 #include "bench/worker/Geometry.h"
 #include "bench/worker/Picture.h"
 #include "bench/worker/PlainCodecs.h"
@@ -153,6 +154,7 @@ std::map<std::string, Prepare> jobs(const std::string& folder) {
         [](std::span<const std::uint8_t> png) { return decodePng(png, 4); },
         [](const Picture& picture) { return encodePng(picture); });
     addGeometry(all, folder);
+    addFilters(all, folder);
     return all;
 }
 

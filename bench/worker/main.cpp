@@ -19,6 +19,7 @@
 #include "peximage/platform/foundation/Diagnostics.h"
 #include "peximage/platform/foundation/URL.h"
 #include "peximage/platform/foundation/Workers.h"
+#include "peximage/platform/raster/PixelBuffer.h"
 
 #include <fmt/format.h>
 #include <jpeglib.h>
@@ -44,6 +45,7 @@ using namespace bench;
 void keepMemoryWarm() {
     mallopt(M_MMAP_MAX, 0);
     mallopt(M_TRIM_THRESHOLD, 1 << 30);
+    pex::pixelPool::setBound(std::size_t{1} << 30);
 }
 
 /// Of all threads of this process together.

@@ -396,10 +396,26 @@ class CommandLine(unittest.TestCase):
         self.assertEqual((code, len(report["average"]), len(report["grid"])), (0, 4, 6))
         self.assertTrue(all(0 <= channel <= 1 for colour in report["grid"] for channel in colour))
         self.assertRegex(run("colors", self.photo)[1], r"photo.jpg  #[0-9a-f]{6}\n$")
+        self.check_colors_of_halves()
         for wrong in (("key", self.photo, "-o", out, "--color", "green"), ("key", self.photo, "-o", out),
                       ("mask", self.photo, "-o", out), ("mask", self.photo, self.dir / "none.png", "-o", out),
                       ("colors", self.photo, "--grid", "3")):
             self.assertEqual(run(*wrong)[0], 2, wrong)
+
+    def check_colors_of_halves(self):
+        """An image red above and blue below: grids that are coarser and finer than its quarter, and the mean."""
+        halves, (red, blue) = self.dir / "halves.bmp", ([200 / 255, 0, 0, 1], [0, 0, 100 / 255, 1])
+        pixels = b"\x64\x00\x00" * (32 * 16) + b"\x00\x00\xc8" * (32 * 16)  # B G R, the bottom row first
+        halves.write_bytes(struct.pack("<2sIHHIIiiHHIIiiII", b"BM", 54 + len(pixels), 0, 0, 54, 40, 32, 32, 1, 24, 0, len(pixels),
+                                       2835, 2835, 0, 0) + pixels)
+        for columns, rows, exact in ((1, 4, (0, 3)), (8, 8, (0, 63)), (16, 32, (0, 240, 255, 256, 511)), (32, 32, (511, 512))):
+            report = json.loads(run("colors", halves, "--grid", f"{columns}x{rows}", "--json")[1])
+            self.assertEqual(len(report["grid"]), columns * rows)
+            for i in exact:
+                wanted = red if i < columns * rows // 2 else blue
+                self.assertTrue(all(abs(a - b) < 0.04 for a, b in zip(report["grid"][i], wanted)), (columns, rows, i))
+            for told, wanted in zip(report["average"], (100 / 255, 0, 50 / 255, 1)):
+                self.assertAlmostEqual(told, wanted, delta=0.04)
 
     def test_filters_go_in_the_order_given(self):
         small, a, b = (self.dir / f"{name}.png" for name in ("small", "a", "b"))

@@ -140,8 +140,8 @@ std::optional<CGImage> sampled(const CGImage& picture, const CGAffineTransform& 
     return CGImage::make(size.width, size.height, stride, layout, space, std::move(buffer));
 }
 
-/// A filter's picture, whose pixels are made when they are touched.
-std::optional<CGImage> filtered(const Node& node) {
+/// A filter and those directly below it, over the picture that they work on.
+std::optional<FilteredSource> filterSource(const Node& node) {
     std::vector<const Node*> filters;
     const Node* below = &node;
     for (; isFilter(*below); below = inputOf(*below))
@@ -152,12 +152,19 @@ std::optional<CGImage> filtered(const Node& node) {
     FilterChain chain;
     for (auto filter = filters.rbegin(); filter != filters.rend(); ++filter)
         std::visit([&](const auto& operation) { add(operation, chain); }, (*filter)->operation);
-    return CGImage::make(std::make_shared<FilteredSource>(std::move(*base), std::move(chain)));
+    return FilteredSource(std::move(*base), std::move(chain));
+}
+
+/// A filter's picture, whose pixels are made when they are touched.
+std::optional<CGImage> filtered(const Node& node) {
+    auto source = filterSource(node);
+    return source ? std::optional(CGImage::make(std::make_shared<FilteredSource>(std::move(*source))))
+                  : std::nullopt;
 }
 
 std::optional<CGImage> renderFilters(const Node& node) {
-    const std::optional<CGImage> picture = filtered(node);
-    return picture && picture->pixels() ? picture : std::nullopt;
+    std::optional<FilteredSource> source = filterSource(node);
+    return source ? source->render() : std::nullopt;
 }
 
 std::optional<CGImage> render(const Node& node) {

@@ -38,12 +38,12 @@ class SharpenWindow {
     void take(const std::uint8_t* rgba, int y) {
         std::uint16_t* luma = luma_.data() + offset(y) + margin;
         kernels::lumaRow(rgba, width_, luma);
+        if (!opaque_) {
+            std::uint16_t* alpha = alpha_.data() + margin;
+            kernels::alphaRow(rgba, width_, alpha, luma);
+            blur(alpha, blurredAlpha_.data() + offset(y));
+        }
         blur(luma, blurredLuma_.data() + offset(y));
-        if (opaque_) return;
-        std::uint16_t* alpha = alpha_.data() + margin;
-        for (int x = 0; x < width_; ++x)
-            alpha[x] = static_cast<std::uint16_t>(rgba[4 * x + 3] << 8);
-        blur(alpha, blurredAlpha_.data() + offset(y));
     }
 
     /// Row y in place; rows beyond `last` are that row again, and above the first one that.

@@ -21,12 +21,20 @@ class FilteredSource : public PixelSource {
     std::unique_ptr<RowReader> rows(PixelSize size) const override;
     bool decode(MutablePixelView pixels) const override;
 
+    /// The result, made now: where nobody else has the picture below, in its memory, so that there is never
+    /// another one of its size. Absent when memory cannot be had. The source is used up.
+    std::optional<CGImage> render();
+
     /// Makes the rows of the result from `y` on. False when memory cannot be had.
     bool make(int y, MutablePixelView rows) const;
 
   private:
-    bool makeStrip(const PixelView& from, int y, MutablePixelView rows) const;
-    void load(const PixelView& from, int y, MutablePixelView window) const;
+    bool filterInPlace(MutablePixelView picture) const;
+    /// The rows from `y` on; `rowAt(y)` is a row of the picture below. Works in `memory`, which it makes
+    /// large enough.
+    template <class RowAt>
+    bool makeStrip(RowAt rowAt, int y, MutablePixelView to, PixelBuffer& memory) const;
+    void load(const std::uint8_t* row, std::uint8_t* to) const;
     bool convertsColours() const { return conversion_ != nullptr; }
 
     CGImage picture_;

@@ -80,6 +80,13 @@ std::optional<PixelView> CGImage::pixels() const {
     return whole.part(x_, y_, width_, height_);
 }
 
+std::optional<std::pair<PixelBuffer, MutablePixelView>> CGImage::takePixels() {
+    const bool isAlone = store_.use_count() == 1 && PixelSize{width_, height_} == store_->size;
+    if (!isAlone || !pixels() || !store_->buffer.isUnique()) return std::nullopt;
+    const MutablePixelView view{store_->buffer.data(), width_, height_, store_->bytesPerRow, store_->layout};
+    return std::pair(std::move(store_->buffer), view);
+}
+
 bool CGImage::isIncomplete() const {
     const std::lock_guard lock(store_->mutex);
     store_->decode();

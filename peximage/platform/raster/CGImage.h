@@ -8,6 +8,7 @@
 
 #include <memory>
 #include <optional>
+#include <utility>
 
 namespace pex {
 
@@ -35,6 +36,10 @@ class PEX_EXPORT CGImage {
     /// the memory for them cannot be had. What a broken source could not give is transparent, or mid grey
     /// where there is no alpha.
     std::optional<PixelView> pixels() const;
+    /// The pixels, for whoever asks to change and keep; this image has none afterwards. Absent, and nothing
+    /// has changed, when somebody else can see them: this is a part or has copies, or its memory has other
+    /// owners; or when they cannot be had.
+    std::optional<std::pair<PixelBuffer, MutablePixelView>> takePixels();
     /// True when decoding found the source cut short or damaged; decodes if that was not done yet.
     bool isIncomplete() const;
 

@@ -64,24 +64,33 @@ struct Stretch {
     }
 };
 
+/// A strip at a time, so that the source is not held in both layouts.
+bool resampleConverted(const Resampler& resampler, PixelView from, MutablePixelView to) {
+    auto stream = ResamplerStream::make(resampler, to);
+    if (!stream) return false;
+    for (int y = 0; stream->rowsLeft() > 0;) {
+        const MutablePixelView room = stream->room();
+        const auto convert = [&](int begin, int end) {
+            convertRows(from.part(0, y + begin, from.width, end - begin),
+                        room.part(0, begin, from.width, end - begin));
+        };
+        forEachStrip(room.height, convert, 16);
+        y += room.height;
+        if (!stream->commit(room.height)) return false;
+    }
+    return true;
+}
+
 std::optional<CGImage> resampled(PixelView from, const CGColorSpace& colorSpace, const Stretch& columns,
                                  const Stretch& rows) {
     from = from.part(columns.source, rows.source, columns.span.from, rows.span.from);
     const PixelLayout layout = filteredLayout(from.layout);
-    std::optional<Canvas> filterable;
-    if (layout != from.layout) {
-        filterable = Canvas::make({from.width, from.height}, layout);
-        if (!filterable) return std::nullopt;
-        forEachStrip(from.height, [&](int begin, int end) {
-            convertRows(from.part(0, begin, from.width, end - begin),
-                        filterable->view.part(0, begin, from.width, end - begin));
-        });
-        from = filterable->view;
-    }
     std::optional<Canvas> canvas = Canvas::make({columns.span.to, rows.span.to}, layout);
     const auto resampler = Resampler::make(columns.span, rows.span, layout);
-    if (!canvas || !resampler || !resampler->resample(from, canvas->view)) return std::nullopt;
-    return canvas->finish(colorSpace);
+    if (!canvas || !resampler) return std::nullopt;
+    const bool done = layout == from.layout ? resampler->resample(from, canvas->view)
+                                            : resampleConverted(*resampler, from, canvas->view);
+    return done ? canvas->finish(colorSpace) : std::nullopt;
 }
 
 std::optional<CGImage> resampled(PixelView from, const CGColorSpace& colorSpace, PixelSize size) {

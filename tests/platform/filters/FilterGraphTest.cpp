@@ -95,6 +95,34 @@ TEST(FilterGraphSharpening, OneColourHasNoFringeWhereItEnds) {
         largestError(*result, [&](int x, int y, int c) { return pixelAt(shape, x, y)[std::size_t(c)]; }), 0);
 }
 
+TEST(FilterGraphSharpening, WhatIsKeyedOrMaskedHasNoLumaBeyondItsAlpha) {
+    // Keys and masks leave the colours of what they make transparent.
+    const CGImage colours = noise(40, 30, PixelLayout::skipLast, 5);
+    const auto keyed = makePicture(40, 30, PixelLayout::premultipliedLast, [&](int x, int y) {
+        Pixel p = pixelAt(colours, x, y);
+        p[3] = (x / 3 + y / 4) % 3 == 0 ? 0 : 255;
+        return p;
+    });
+    const auto seen = [&](int x, int y) {
+        const auto p = premultiplied(keyed, x, y);
+        return p[3] == 0 ? std::array<double, 4>{} : p;
+    };
+    kernels::onEveryInstructionSet([&] {
+        const auto result = sharpen(keyed, 2);
+        ASSERT_TRUE(result);
+        const auto wanted = [&](int x, int y, int c) {
+            const Pixel p = pixelAt(keyed, x, y);
+            return p[3] == 0 ? p[std::size_t(c)] : sharpened(seen, 40, 30, x, y, c, 2);
+        };
+        EXPECT_LE(largestError(*result, wanted), 1.52);
+
+        const auto faint = makePicture(40, 30, PixelLayout::premultipliedLast, [](int x, int) {
+            return x % 2 == 0 ? Pixel{255, 255, 255, 1} : Pixel{255, 255, 255, 0};
+        });
+        EXPECT_EQ(pixelAt(*sharpen(faint, 64), 20, 20), (Pixel{1, 1, 1, 1}));
+    });
+}
+
 double exposed(double c, double ev) {
     const double v = c / 255;
     const double light =
@@ -138,13 +166,11 @@ std::shared_ptr<const ColorCube> swapping() {
     return ColorCube::make(3, entries);
 }
 
-CIImage chain(const CIImage& image) {
-    return image.scaled(0.7, 0.7)
-        .sharpenedLuminance(0.8)
-        .exposureAdjusted(0.5)
-        .colorCube(swapping())
-        .sharpenedLuminance(0.3);
+CIImage film(const CIImage& image) {
+    return image.sharpenedLuminance(0.8).exposureAdjusted(0.5).colorCube(swapping()).sharpenedLuminance(0.3);
 }
+
+CIImage chain(const CIImage& image) { return film(image.scaled(0.7, 0.7)); }
 
 bool samePixels(const CGImage& a, const CGImage& b) {
     return a.width() == b.width() && a.height() == b.height() &&
@@ -178,6 +204,32 @@ TEST(FilterGraphRendering, StripsMakeNoDifference) {
     for (int y = reach; y < part->height(); ++y)
         for (int x = 0; x < 60; ++x)
             ASSERT_EQ(pixelAt(*part, x, y), pixelAt(*whole, x, y + cut)) << x << ' ' << y;
+}
+
+/// Filters that reach far into the strips beside theirs.
+CIImage farReaching(const CIImage& image) {
+    CIImage result = image.exposureAdjusted(0.2);
+    for (int i = 0; i < 7; ++i)
+        result = result.sharpenedLuminance(0.3).exposureAdjusted(-0.02);
+    return result;
+}
+
+TEST(FilterGraphRendering, APictureThatNobodyElseHasIsFilteredInItsOwnMemory) {
+    using enum PixelLayout;
+    for (const PixelLayout layout :
+         {skipLast, skipFirst, premultipliedLast, premultipliedFirst, straightLast, grey}) {
+        const CIImage scaled = CIImage(noise(31, 150, layout)).scaled(2, 4.1);
+        const auto shared = scaled.getCGImage();
+        ASSERT_TRUE(shared);
+        for (const auto filters : {film, farReaching}) {
+            // The one works in place; the other must leave the picture, which the test has, as it is.
+            const auto own = filters(scaled).getCGImage(), copied = filters(CIImage(*shared)).getCGImage();
+            ASSERT_TRUE(own && copied);
+            EXPECT_EQ(own->layout(), copied->layout());
+            EXPECT_TRUE(samePixels(*own, *copied)) << int(layout);
+        }
+        EXPECT_TRUE(samePixels(*shared, *scaled.getCGImage()));
+    }
 }
 
 TEST(FilterGraphRendering, FiltersBelowTransformsAndCrops) {

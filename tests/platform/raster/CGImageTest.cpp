@@ -54,6 +54,32 @@ class CountingSource final : public PixelSource {
     int goodRows_;
 };
 
+TEST(CGImage, GivesItsPixelsAwayWhileNobodyElseSeesThem) {
+    const auto picture = noise(50, 40, PixelLayout::straightLast);
+    CGImage image = CGImage::make(std::make_shared<CountingSource>(picture, 40));
+    {
+        const CGImage copy = image;
+        CGImage part = *image.cropping({0, 0, 50, 30});
+        const CGImage other = *image.reinterpreted(PixelLayout::premultipliedLast);
+        EXPECT_FALSE(image.takePixels());
+        EXPECT_FALSE(part.takePixels());
+    }
+    const auto buffer = PixelBuffer::makeZeroed(64);
+    EXPECT_FALSE(CGImage::make(4, 4, 16, PixelLayout::skipLast, CGColorSpace::sRGB(), buffer)->takePixels());
+    CGImage part = *CGImage(image).cropping({0, 0, 50, 30});
+    image = part;
+    part = *CGImage::make(1, 1, 4, PixelLayout::skipLast, CGColorSpace::sRGB(), buffer);
+    EXPECT_FALSE(image.takePixels()) << "what lies outside a part is not its own";
+
+    CGImage whole = CGImage::make(std::make_shared<CountingSource>(picture, 40));
+    const auto taken = whole.takePixels();
+    ASSERT_TRUE(taken);
+    EXPECT_EQ(taken->second.layout, PixelLayout::straightLast);
+    EXPECT_EQ(std::memcmp(taken->second.row(39), picture.pixels()->row(39), 200), 0);
+    EXPECT_FALSE(whole.pixels());
+    EXPECT_FALSE(whole.takePixels());
+}
+
 TEST(CGImage, DecodesOnceOnFirstTouch) {
     const auto picture = noise(50, 40, PixelLayout::straightLast);
     const auto source = std::make_shared<CountingSource>(picture, 40);

@@ -10,6 +10,10 @@ namespace pex::kernels {
 /// 256 times the luma of R G B A pixels. Reads and writes up to 16 pixels beyond the end.
 void lumaRow(const std::uint8_t* rgba, int pixels, std::uint16_t* luma);
 
+/// 256 times the alpha of R G B A pixels, and luma limited to it: what is transparent has none, whatever its
+/// colours say. Reads and writes up to 16 pixels beyond the end.
+void alphaRow(const std::uint8_t* rgba, int pixels, std::uint16_t* alpha, std::uint16_t* luma);
+
 /// The sum along the row of five neighbours, weighed: 16 times the blurred samples. Needs two samples before
 /// the first one and, beyond the end, reads and writes up to 18.
 void blurRow(const std::uint16_t* samples, int count, std::uint32_t* blurred);
@@ -32,7 +36,8 @@ void sharpenRow(std::uint8_t* rgba, int pixels, const std::uint16_t* luma, const
                 const SharpenStrength& strength);
 
 /// The same for premultiplied pixels: the luma around a pixel is that of what is there, whatever lies
-/// transparent beside it, and colours stay within alpha. `blurredAlpha` are of 256 times alpha.
+/// transparent beside it, and colours stay within alpha. Both are of `alphaRow`. Reads and writes up to 16
+/// pixels beyond the end.
 void sharpenAlphaRow(std::uint8_t* rgba, int pixels, const std::uint16_t* luma,
                      const BlurredRows& blurredLuma, const BlurredRows& blurredAlpha,
                      const SharpenStrength& strength);

@@ -1,3 +1,4 @@
+#include "modules/heif/CodedSize.h"
 #include "peximage/platform/codecs/CodecModule.h"
 #include "peximage/platform/foundation/Module.h"
 
@@ -34,6 +35,7 @@ struct pex::CodecModule::Picture {
     std::int64_t position = 0;
     Held<heif_context> context{};
     Held<heif_image_handle> handle{};
+    Module::Limits limits{};
     Module::Header header{};
     std::vector<std::uint8_t> profile{}, exif{};
 };
@@ -114,6 +116,7 @@ void readHeader(Picture& picture, std::size_t maxMetadataBytes) {
 Picture* open(const Module::Input& input, const Module::Limits& limits, Module::Header* header) {
     auto picture = std::make_unique<Picture>();
     picture->input = input;
+    picture->limits = limits;
     picture->context.reset(heif_context_alloc());
     if (!picture->context) return nullptr;
     if (heif_context_read_from_reader(picture->context.get(), &reader, picture.get(), nullptr).code !=
@@ -138,6 +141,7 @@ Picture* open(const Module::Input& input, const Module::Limits& limits, Module::
 void close(Picture* picture) { delete picture; }
 
 std::int64_t decode(Picture* picture, std::uint8_t* pixels) {
+    if (!pex::heif::codedSizesFit(picture->input, picture->limits)) return 0;
     heif_image* decoded = nullptr;
     if (heif_decode_image(picture->handle.get(), &decoded, heif_colorspace_RGB, heif_chroma_interleaved_RGBA,
                           nullptr)

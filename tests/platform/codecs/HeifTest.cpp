@@ -3,6 +3,7 @@
 #include "peximage/platform/codecs/ImageLimits.h"
 #include "tests/support/EncodedPictures.h"
 #include "tests/support/ExifFiles.h"
+#include "tests/support/FailingMemory.h"
 #include "tests/support/HeifFiles.h"
 
 #include <gtest/gtest.h>
@@ -114,6 +115,33 @@ TEST(Heif, PixelsOfAnotherSizeThanTheHeadersAreNone) {
             EXPECT_EQ(image->width(), width);
             EXPECT_TRUE(image->isIncomplete());
         }
+    }
+}
+
+/// What is coded may be larger than the header says. Decoders believe what is coded.
+TEST(Heif, NothingIsDecodedThatIsCodedInMorePixelsThanAllowed) {
+    constexpr std::size_t planes = std::size_t{1} << 18; // of 600 × 500 pixels take that much and more
+    const CGImage flat = makePicture(600, 500, PixelLayout::skipLast, [](int, int) {
+        return Pixel{90, 120, 30, 255};
+    });
+    const ImageLimits before = ImageLimits::current();
+    for (const bool av1 : {false, true}) {
+        const Bytes file = claiming(heifFile(flat, {av1}), 16, 16);
+        for (const auto& [most, decodes] : {std::pair{before.maxPixels, true},
+                                            {std::int64_t{600 * 500}, true},
+                                            {std::int64_t{400 * 400}, false},
+                                            {std::int64_t{16 * 16}, false}}) {
+            SCOPED_TRACE(std::to_string(most) + (av1 ? " AVIF" : " HEIF"));
+            ImageLimits limits = before;
+            limits.maxPixels = most;
+            ImageLimits::setCurrent(limits);
+            const auto source = CGImageSource::make(Data(file));
+            ASSERT_TRUE(source);
+            const FailingMemory watched(planes);
+            EXPECT_TRUE(source->createImage()->isIncomplete());
+            EXPECT_EQ(FailingMemory::failures() > 0, decodes);
+        }
+        ImageLimits::setCurrent(before);
     }
 }
 

@@ -9,7 +9,7 @@ PHOTO ?= $(SAMPLE)
 export CTEST_PARALLEL_LEVEL := $(JOBS)
 export JOBS
 
-.PHONY: build help setup run test check bench fuzz tidy format docs install clean
+.PHONY: build help setup run test check tsan bench fuzz tidy format docs install clean
 
 build: setup ## builds the library and the tools: build/release/bin/peximage (the default)
 	@$(call compile,release)
@@ -39,6 +39,10 @@ test: setup check ## checks the sources, then tests with gcc, and with clang und
 check: ## checks the format and the direction of the includes
 	scripts/check-format
 	scripts/check-dependencies
+
+tsan: setup ## runs what threads share under ThreadSanitizer: caches, queues, workers, views
+	@$(call compile,tsan)
+	ctest --preset tsan -R 'Cache|Queue|Dictionary|Workers|XMain|Remote|View|Notify|Publisher'
 
 bench: setup ## measures the headline jobs beside their peers, in one run
 	@scripts/setup scripts/packages-bench.txt

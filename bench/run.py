@@ -14,6 +14,7 @@ import pathlib
 import shutil
 import subprocess
 
+import viewer
 from chart import chart
 from measure import Worker, compare, peak_megabytes, process
 from report import Fact, environment, json_text, table_text
@@ -149,6 +150,7 @@ class Bench:
         self.documents()
         self.colours()
         self.resident_memory()
+        self.viewing()
 
     def canvas(self):
         layer, document = self.folder / "reduced.jpg", self.folder / "canvas.json"
@@ -211,6 +213,20 @@ class Bench:
                                          self.folder / "reduced.jpg", photos).split())
         self.fact(name, f"{many:.1f} ({few:.1f})", {}, "the same", many < 1.05 * few + 1)
 
+    def viewing(self):
+        name, count = "viewer: MB resident after paging through 500 photos (after 20)", 500
+        if self.wanted(name):
+            print(f"  {name} …", flush=True)
+            photos = [self.folder / "photo-24.jpg", self.photo] * (count // 2)
+            few, many = viewer.paging(self.tool, photos, 20)
+            self.fact(name, f"{many:.0f} ({few:.0f})", {}, "bounded", many < 1.2 * few)
+        name = "viewer: ms from its window to a 24 MP photo"
+        if self.wanted(name):
+            print(f"  {name} …", flush=True)
+            shown, loading = viewer.first_picture(self.tool, self.folder / "photo-24.jpg", 15)
+            self.fact(name, f"{shown:.0f}", {"loading it": f"{loading:.0f}"}, "at most 1.5 times as much",
+                      shown <= 1.5 * loading)
+
     def count_header_bytes(self):
         photo = self.folder / "photo-24.jpg"
         told = subprocess.run([self.tool, "info", "-v", photo], check=True, capture_output=True, text=True).stderr
@@ -231,6 +247,7 @@ class Bench:
         self.codecs(own)
         self.geometry(own)
         self.filters(own, pillow)
+        self.caches(own)
         own.close(), pillow.close()
 
     def searching(self, worker):
@@ -297,6 +314,17 @@ class Bench:
             self.compare(f"canvas of 10 layers of 3 MP, {on}", "libvips", worker.job("canvas/ours", threads),
                          worker.job("canvas/vips", threads), goal=1)
         self.compare("12 MP into 192 tiles", "a copy", worker.job("tiles/ours"), worker.job("copy"))
+
+    def caches(self, worker):
+        name = "200 hits among 10,000 in memory"
+        for peer, job in (("a scan of the list", "scan"), ("a hash index", "index")):
+            done = self.compare(name, peer, worker.job("memory-cache/ours"), worker.job(f"memory-cache/{job}"),
+                                goal=1.2 if job == "scan" else None, rounds=15)
+        if done:
+            count = done.ours[0].bytes
+            self.fact(f"{name}: allocations", f"{count}", {}, "none", count == 0)
+        self.compare("stored JPEG of 450 × 300", "reading, and libjpeg-turbo", worker.job("stored-cache/ours"),
+                     worker.job("stored-cache/turbo"), goal=1.2, rounds=21)
 
     def filters(self, worker, pillow):
         table = "lookup table of 33³, 12 MP"

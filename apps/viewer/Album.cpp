@@ -58,8 +58,8 @@ Album::Ready failed(std::string problem) {
     return ready;
 }
 
-/// Opens an item in the background and hands it, or the reason why not, to `done`, there.
-void open(const std::string& item,
+/// Opens an item in the background, if it is wanted by then, and hands it, or the reason why not, to `done`.
+void open(const std::string& item, const std::function<bool()>& wanted,
           const std::function<void(const std::shared_ptr<PexImage>&, const std::string& problem)>& done) {
     if (const std::optional<URL> url = addressOf(item)) {
         const auto problem = std::make_shared<std::string>();
@@ -69,16 +69,17 @@ void open(const std::string& item,
         return;
     }
     pex::Queue::execute(true, [=] {
+        if (!wanted()) return;
         const auto image = PexImage::make({.fastUrl = URL::fromPath(item)});
         done(image, image ? std::string() : whyNoImage(item).message);
     });
 }
 
 /// Loads an item in the background and hands the result over on the main thread.
-void prepare(const std::string& item, std::optional<CGSize> fit,
+void prepare(const std::string& item, const std::function<bool()>& wanted, std::optional<CGSize> fit,
              std::function<void(const Album::Ready&)> done) {
     const Clock::time_point start = Clock::now();
-    open(item, [=](const std::shared_ptr<PexImage>& image, const std::string& problem) {
+    open(item, wanted, [=](const std::shared_ptr<PexImage>& image, const std::string& problem) {
         const Album::Ready ready = image ? makeReady(image, fit, start) : failed(problem);
         pex::XMain::execute([ready, done] { done(ready); });
     });
@@ -116,13 +117,20 @@ std::shared_ptr<PexImage> Album::placeholder(std::size_t index, double side) con
     return reduced ? reduced : icon;
 }
 
+std::function<bool()> Album::stillWanted(std::size_t index) const {
+    return [wanted = wanted_, index] {
+        const std::size_t now = *wanted;
+        return index <= now + 1 && now <= index + 1;
+    };
+}
+
 void Album::load(std::size_t index, CGSize pixels, Receive receive) {
     const std::any known = kept_.getCached(std::to_string(index));
     if (const auto* kept = std::any_cast<Kept>(&known)) {
         const bool largeEnough = kept->fit.width >= pixels.width && kept->fit.height >= pixels.height;
         if (largeEnough) return receive(index, kept->ready);
     }
-    prepare(items_[index], pixels, [=, album = weak_from_this()](const Ready& ready) {
+    prepare(items_[index], stillWanted(index), pixels, [=, album = weak_from_this()](const Ready& ready) {
         const auto still = album.lock();
         if (!still) return;
         const auto bitmap = ready.image ? ready.image->cgImageForProposedRect() : std::nullopt;
@@ -136,7 +144,7 @@ void Album::load(std::size_t index, CGSize pixels, Receive receive) {
 }
 
 void Album::loadWhole(std::size_t index, Receive receive) {
-    prepare(items_[index], {}, [=, album = weak_from_this()](const Ready& ready) {
+    prepare(items_[index], stillWanted(index), {}, [=, album = weak_from_this()](const Ready& ready) {
         if (album.lock()) receive(index, ready);
     });
 }

@@ -3,6 +3,7 @@
 #include "peximage/image/PexImage.h"
 #include "peximage/platform/varda/PexCache.h"
 
+#include <atomic>
 #include <functional>
 #include <memory>
 #include <optional>
@@ -42,11 +43,16 @@ class Album : public std::enable_shared_from_this<Album> {
     void load(std::size_t index, pex::CGSize pixels, Receive receive);
     /// The same with all its pixels, which are not kept here.
     void loadWhole(std::size_t index, Receive receive);
+    /// Names the item that is on show.
+    void setWanted(std::size_t index) { *wanted_ = index; }
 
   private:
     struct Kept;
+    std::function<bool()> stillWanted(std::size_t index) const;
 
     std::vector<std::string> items_;
+    /// The item asked for last; those farther than a neighbour from it are not loaded any more.
+    std::shared_ptr<std::atomic<std::size_t>> wanted_ = std::make_shared<std::atomic<std::size_t>>(0);
     /// Reduced pictures, the least recently seen ones dropped.
     pex::PexCache kept_{std::size_t{128} << 20};
 };

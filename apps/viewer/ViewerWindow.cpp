@@ -65,6 +65,7 @@ pex::CGSize ViewerWindow::pixelsOfWindow() const {
 
 void ViewerWindow::showItem(std::size_t index) {
     index_ = index;
+    album_->setWanted(index);
     pictureSize_.reset();
     problem_.clear();
     view()->setImage(std::shared_ptr<pex::NSImage>());

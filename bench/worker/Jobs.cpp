@@ -1,5 +1,6 @@
 #include "bench/worker/Jobs.h"
 
+#include "bench/worker/Caches.h"
 #include "bench/worker/Filters.h"
 #include "bench/worker/Geometry.h"
 #include "bench/worker/Picture.h"
@@ -155,6 +156,7 @@ std::map<std::string, Prepare> jobs(const std::string& folder) {
         [](const Picture& picture) { return encodePng(picture); });
     addGeometry(all, folder);
     addFilters(all, folder);
+    addCaches(all, folder);
     return all;
 }
 

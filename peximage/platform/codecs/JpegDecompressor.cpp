@@ -110,11 +110,14 @@ bool JpegDecompressor::readHeader(std::size_t maxMetadataBytes) {
     return good && found;
 }
 
-bool JpegDecompressor::start(unsigned eighths, J_COLOR_SPACE colorSpace) {
+bool JpegDecompressor::start(unsigned eighths, J_COLOR_SPACE colorSpace, Codes codes) {
     info_.scale_num = eighths;
     info_.scale_denom = 8;
     info_.out_color_space = colorSpace;
-    return guarded([&] { jpeg_start_decompress(&info_); });
+    if (!guarded([&] { jpeg_start_decompress(&info_); })) return false;
+    const Data& memory = source_.bytes.data();
+    if (codes == Codes::fast && !memory.empty()) ahead_ = JpegCodesAhead::takeOver(&info_, memory);
+    return true;
 }
 
 bool JpegDecompressor::readRows(JSAMPROW* rows, unsigned count) {

@@ -57,10 +57,8 @@ class JpegRows final : public RowReader {
   public:
     /// Null when the decoder refuses the file after all.
     static std::unique_ptr<JpegRows> make(const JpegFile& file, int eighths) {
-        std::unique_ptr<JpegRows> rows(new JpegRows(file));
-        if (!rows->decoder_.readHeader(file.maxMetadataBytes)) return nullptr;
-        if (!rows->decoder_.start(static_cast<unsigned>(eighths), file.decodedSpace)) return nullptr;
-        return rows;
+        std::unique_ptr<JpegRows> rows(new JpegRows(file, eighths));
+        return rows->start(JpegDecompressor::Codes::fast) ? std::move(rows) : nullptr;
     }
 
     bool read(MutablePixelView rows) override {
@@ -70,7 +68,7 @@ class JpegRows final : public RowReader {
             JSAMPROW pointers[batch];
             for (int i = 0; i < part.height; ++i)
                 pointers[i] = part.row(i);
-            if (!decoder_.readRows(pointers, static_cast<unsigned>(part.height))) {
+            if (!decode(pointers, part.height)) {
                 fillMissing(rows.part(0, y, rows.width, rows.height - y));
                 return false;
             }
@@ -79,14 +77,40 @@ class JpegRows final : public RowReader {
                     convertInk(file_, part.row(i), part.width);
             }
         }
-        return !decoder_.isDamaged();
+        return !decoder_->isDamaged();
     }
 
   private:
-    explicit JpegRows(const JpegFile& file) : file_(file), decoder_(CGDataProvider(file.bytes)) {}
+    JpegRows(const JpegFile& file, int eighths) : file_(file), eighths_(static_cast<unsigned>(eighths)) {}
+
+    bool start(JpegDecompressor::Codes codes) {
+        decoder_ = std::make_unique<JpegDecompressor>(CGDataProvider(file_.bytes));
+        return decoder_->readHeader(file_.maxMetadataBytes) &&
+               decoder_->start(eighths_, file_.decodedSpace, codes);
+    }
+
+    bool decode(JSAMPROW* rows, int count) {
+        const bool good = decoder_->readRows(rows, static_cast<unsigned>(count));
+        if (!good && decoder_->isForLibrary()) return startOver() && decode(rows, count);
+        if (good) rowsDone_ += count;
+        return good;
+    }
+
+    /// Lets the library decode what it decoded before, up to the same row.
+    bool startOver() {
+        if (!start(JpegDecompressor::Codes::library)) return false;
+        std::vector<JSAMPLE> row(std::size_t{decoder_->info().output_width} * 4);
+        JSAMPROW pointer = row.data();
+        for (int y = 0; y < rowsDone_; ++y) {
+            if (!decoder_->readRows(&pointer, 1)) return false;
+        }
+        return true;
+    }
 
     JpegFile file_;
-    JpegDecompressor decoder_;
+    unsigned eighths_;
+    std::unique_ptr<JpegDecompressor> decoder_;
+    int rowsDone_ = 0;
 };
 
 class JpegSource final : public PixelSource {

@@ -1,0 +1,190 @@
+#include "peximage/platform/codecs/JpegHuffman.h"
+
+#include <algorithm>
+
+namespace pex {
+namespace {
+
+/// Zeros that a code without a number stands for: a coefficient of 0 follows.
+constexpr unsigned longestRun = 15;
+
+/// Where the coefficients of a block go, in the order of the file. A run beyond the end of a block leads to
+/// its last one, and is found out afterwards.
+constexpr std::array<std::uint8_t, 64 + 16> naturalOrder = {
+    0,  1,  8,  16, 9,  2,  3,  10, 17, 24, 32, 25, 18, 11, 4,  5,  12, 19, 26, 33,
+    40, 48, 41, 34, 27, 20, 13, 6,  7,  14, 21, 28, 35, 42, 49, 56, 57, 50, 43, 36,
+    29, 22, 15, 23, 30, 37, 44, 51, 58, 59, 52, 45, 38, 31, 39, 46, 53, 60, 61, 54,
+    47, 55, 62, 63, 63, 63, 63, 63, 63, 63, 63, 63, 63, 63, 63, 63, 63, 63, 63, 63};
+
+/// The number in the first `size` bits, at least one: where the first of them is 0 it is negative.
+int numberIn(std::uint64_t bits, unsigned size) {
+    const auto plain = static_cast<int>(bits >> (64 - size));
+    const auto isPositive = static_cast<int>(static_cast<std::int64_t>(bits) >> 63); // all ones, or none
+    return plain + (((-1 << size) + 1) & ~isPositive);
+}
+
+JpegScanCodes::Coefficient packed(unsigned place, int value) {
+    return place << 16 | static_cast<std::uint16_t>(value);
+}
+
+/// Writes the coefficients behind the first, if they are wanted; where the next one goes. Null when they go
+/// on beyond the end of the block, or a code is none.
+template <bool wanted>
+inline JpegScanCodes::Coefficient* decodeAc(JpegBits& bits, const JpegHuffmanTable& table,
+                                            JpegScanCodes::Coefficient* to) {
+    unsigned k = 1;
+    while (k < 64) {
+        bits.refill();
+        const JpegHuffmanTable::Entry code = table.lookup(bits.peek());
+        const std::uint64_t number = bits.peek() << code.codeBits();
+        bits.drop(code.total());
+        k += code.run();
+        if (code.size() == 0) {
+            if (code.run() != longestRun) return code.isCode() ? to : nullptr; // the end of the block
+        } else if constexpr (wanted) {
+            *to++ = packed(naturalOrder[k], numberIn(number, code.size()));
+        }
+        ++k;
+    }
+    return k == 64 ? to : nullptr;
+}
+
+} // namespace
+
+// The table.
+
+JpegHuffmanTable::JpegHuffmanTable(const JHUFF_TBL& table) {
+    std::copy(std::begin(table.huffval), std::end(table.huffval), symbols_.begin());
+    unsigned code = 0;
+    int symbol = 0;
+    for (int length = 1; length <= 16; ++length) {
+        const auto at = static_cast<std::size_t>(length);
+        symbolOffset_[at] = symbol - static_cast<int>(code);
+        for (int i = 0; i < table.bits[length]; ++i)
+            addCode(code++, length, symbols_[static_cast<std::size_t>(symbol++)]);
+        lastCode_[at] = table.bits[length] > 0 ? static_cast<int>(code) - 1 : -1;
+        code <<= 1;
+    }
+}
+
+void JpegHuffmanTable::addCode(unsigned code, int length, unsigned symbol) {
+    if (length > lookupBits) return;
+    const int spare = lookupBits - length;
+    std::fill_n(entries_.begin() + (code << spare), 1U << spare,
+                Entry(symbol, static_cast<unsigned>(length)));
+}
+
+JpegHuffmanTable::Entry JpegHuffmanTable::longCode(std::uint64_t bits) const {
+    for (int length = lookupBits + 1; length <= 16; ++length) {
+        const auto code = static_cast<int>(bits >> (64 - length));
+        const auto at = static_cast<std::size_t>(length);
+        if (code <= lastCode_[at])
+            return {symbols_[static_cast<std::size_t>(code + symbolOffset_[at]) & 255],
+                    static_cast<unsigned>(length)};
+    }
+    return {};
+}
+
+// The bits.
+
+void JpegBits::begin(const std::uint8_t* next, const std::uint8_t* end) {
+    next_ = next;
+    end_ = end;
+    buffer_ = 0;
+    count_ = 0;
+}
+
+JpegBits JpegBits::refilledByteByByte(JpegBits bits) {
+    while (bits.count_ <= 56 && bits.next_ != bits.end_) {
+        const std::uint8_t byte = *bits.next_;
+        if (byte == 0xFF) {
+            if (bits.end_ - bits.next_ < 2 || bits.next_[1] != 0) break; // a marker
+            ++bits.next_;
+        }
+        ++bits.next_;
+        bits.buffer_ |= std::uint64_t{byte} << (56 - bits.count_);
+        bits.count_ += 8;
+    }
+    return bits;
+}
+
+bool JpegBits::passRestart(int number) {
+    const bool isNext =
+        count_ >= 0 && count_ < 8 && end_ - next_ >= 2 && next_[0] == 0xFF && next_[1] == JPEG_RST0 + number;
+    if (isNext) begin(next_ + 2, end_);
+    return isNext;
+}
+
+// The codes of a scan.
+
+bool JpegScanCodes::areUsual(j_decompress_ptr info) {
+    return !info->progressive_mode && !info->arith_code && !jpeg_has_multiple_scans(info) &&
+           info->comps_in_scan == info->num_components && info->data_precision == 8;
+}
+
+JpegScanCodes::JpegScanCodes(j_decompress_ptr info) {
+    for (std::size_t i = 0; i < NUM_HUFF_TBLS; ++i) {
+        if (info->dc_huff_tbl_ptrs[i] != nullptr) dcTables_[i] = JpegHuffmanTable(*info->dc_huff_tbl_ptrs[i]);
+        if (info->ac_huff_tbl_ptrs[i] != nullptr) acTables_[i] = JpegHuffmanTable(*info->ac_huff_tbl_ptrs[i]);
+    }
+    blockCount_ = info->blocks_in_MCU;
+    for (int i = 0; i < blockCount_; ++i) {
+        const int component = info->MCU_membership[i];
+        const jpeg_component_info& of = *info->cur_comp_info[component];
+        blocks_[static_cast<std::size_t>(i)] = {
+            static_cast<std::size_t>(of.dc_tbl_no), static_cast<std::size_t>(of.ac_tbl_no),
+            static_cast<std::size_t>(component), of.component_needed != FALSE && of.DCT_scaled_size > 1};
+    }
+    state_.bits.begin(info->src->next_input_byte, info->src->next_input_byte + info->src->bytes_in_buffer);
+    restartInterval_ = state_.restartsToGo = info->restart_interval;
+}
+
+bool JpegScanCodes::writeMcus(std::int64_t count, Coefficient* to) {
+    State state = state_;
+    for (; count > 0 && isGood_; --count) {
+        to = writeMcu(state, to);
+        isGood_ = to != nullptr;
+    }
+    state_ = state;
+    return isGood_;
+}
+
+/// Null at the first sign of damage.
+inline JpegScanCodes::Coefficient* JpegScanCodes::writeMcu(State& state, Coefficient* to) const {
+    if (restartInterval_ != 0 && state.restartsToGo-- == 0 && !passRestart(state)) return nullptr;
+    JpegBits bits = state.bits; // in registers
+    for (int i = 0; i < blockCount_; ++i) {
+        const Block& block = blocks_[static_cast<std::size_t>(i)];
+        int& last = state.lastDc[block.component];
+        if (!decodeDc(bits, block, last)) return nullptr;
+        to[1] = packed(0, last);
+        const JpegHuffmanTable& table = acTables_[block.acTable];
+        Coefficient* const end =
+            block.wantsAll ? decodeAc<true>(bits, table, to + 2) : decodeAc<false>(bits, table, to + 2);
+        if (end == nullptr) return nullptr;
+        to[0] = static_cast<Coefficient>(end - to - 1);
+        to = end;
+    }
+    state.bits = bits;
+    return bits.count() >= 0 ? to : nullptr;
+}
+
+bool JpegScanCodes::passRestart(State& state) const {
+    state.restartsToGo = restartInterval_ - 1;
+    state.lastDc = {};
+    const int number = state.nextRestart;
+    state.nextRestart = (number + 1) & 7;
+    return state.bits.passRestart(number);
+}
+
+inline bool JpegScanCodes::decodeDc(JpegBits& bits, const Block& block, int& last) const {
+    constexpr int farOut = 1 << 20; // no picture has such a brightness
+    bits.refill();
+    const JpegHuffmanTable::Entry code = dcTables_[block.dcTable].lookup(bits.peek());
+    if (!code.isCode()) return false;
+    if (code.size() != 0) last += numberIn(bits.peek() << code.codeBits(), code.size());
+    bits.drop(code.total());
+    return last <= farOut && last >= -farOut;
+}
+
+} // namespace pex

@@ -73,7 +73,7 @@ void addMemory(JobMap& jobs) {
             cache->getImageOrCalc({.withId = idOf(i), .calcClosure = smallImage});
         return counting([cache, ids = askedFor()] {
             for (const std::string& id : ids)
-                require(cache->getImageOrCalc({.withId = id}));
+                require(cache->getImageOrCalc({.withId = id, .calcClosure = {}}));
         });
     };
     // What the list must cost: the same entries looked through, and nothing else.

@@ -33,20 +33,33 @@ template <bool wanted>
 inline JpegScanCodes::Coefficient* decodeAc(JpegBits& bits, const JpegHuffmanTable& table,
                                             JpegScanCodes::Coefficient* to) {
     unsigned k = 1;
-    while (k < 64) {
-        bits.refill();
+    // One code with its number; false at the end of the block.
+    bool isCode = true;
+    const auto decode = [&] {
         const JpegHuffmanTable::Entry code = table.lookup(bits.peek());
         const std::uint64_t number = bits.peek() << code.codeBits();
         bits.drop(code.total());
         k += code.run();
         if (code.size() == 0) {
-            if (code.run() != longestRun) return code.isCode() ? to : nullptr; // the end of the block
+            isCode = code.isCode();
+            if (code.run() != longestRun) return false;
         } else if constexpr (wanted) {
             *to++ = packed(naturalOrder[k], numberIn(number, code.size()));
         }
-        ++k;
-    }
-    return k == 64 ? to : nullptr;
+        return ++k < 64;
+    };
+    do
+        bits.refill(); // enough for two
+    while (decode() && decode());
+    return isCode && k <= 64 ? to : nullptr;
+}
+
+bool hasLongNumbers(const JHUFF_TBL* table, int mostBits) {
+    int codes = 0;
+    for (int length = 1; table != nullptr && length <= 16; ++length)
+        codes += table->bits[length];
+    return std::any_of(table->huffval, table->huffval + codes,
+                       [&](std::uint8_t symbol) { return (symbol & 15) > mostBits; });
 }
 
 } // namespace
@@ -85,44 +98,63 @@ JpegHuffmanTable::Entry JpegHuffmanTable::longCode(std::uint64_t bits) const {
     return {};
 }
 
-// The bits.
+// The bytes.
 
-void JpegBits::begin(const std::uint8_t* next, const std::uint8_t* end) {
-    next_ = next;
-    end_ = end;
-    buffer_ = 0;
-    count_ = 0;
-}
+JpegScanBytes::JpegScanBytes(const std::uint8_t* next, const std::uint8_t* end)
+    : next_(next), end_(end), window_(windowSize + slack) {}
 
-JpegBits JpegBits::refilledByteByByte(JpegBits bits) {
-    while (bits.count_ <= 56 && bits.next_ != bits.end_) {
-        const std::uint8_t byte = *bits.next_;
-        if (byte == 0xFF) {
-            if (bits.end_ - bits.next_ < 2 || bits.next_[1] != 0) break; // a marker
-            ++bits.next_;
-        }
-        ++bits.next_;
-        bits.buffer_ |= std::uint64_t{byte} << (56 - bits.count_);
-        bits.count_ += 8;
+void JpegScanBytes::fill(JpegBits& bits) {
+    const auto left = static_cast<std::size_t>(std::max<std::ptrdiff_t>(bits.end() - bits.next(), 0));
+    std::uint8_t* to = window_.data();
+    if (left > 0) std::memmove(to, bits.next(), left);
+    std::uint8_t *begin = to, *const full = to + windowSize;
+    to += left;
+    while (to < full && next_ < end_) {
+        const auto room = static_cast<std::size_t>(std::min<std::ptrdiff_t>(full - to, end_ - next_));
+        const void* const found = std::memchr(next_, 0xFF, room);
+        const auto plain =
+            found ? static_cast<std::size_t>(static_cast<const std::uint8_t*>(found) - next_) : room;
+        std::memcpy(to, next_, plain);
+        to += plain;
+        next_ += plain;
+        if (found == nullptr) continue;
+        atMarker_ = end_ - next_ < 2 || next_[1] != 0;
+        if (atMarker_) break;
+        *to++ = 0xFF;
+        next_ += 2;
     }
-    return bits;
+    atMarker_ = atMarker_ || next_ == end_;
+    bits.moveTo(begin, to);
 }
 
-bool JpegBits::passRestart(int number) {
-    const bool isNext =
-        count_ >= 0 && count_ < 8 && end_ - next_ >= 2 && next_[0] == 0xFF && next_[1] == JPEG_RST0 + number;
-    if (isNext) begin(next_ + 2, end_);
-    return isNext;
+bool JpegScanBytes::passRestart(JpegBits& bits, int number) {
+    prepare(bits); // the marker may be just behind the window
+    const bool isNext = atMarker_ && bits.left() >= 0 && bits.left() < 8 && end_ - next_ >= 2 &&
+                        next_[0] == 0xFF && next_[1] == JPEG_RST0 + number;
+    if (!isNext) return false;
+    next_ += 2;
+    atMarker_ = false;
+    bits = JpegBits(window_.data(), window_.data());
+    return true;
 }
 
 // The codes of a scan.
 
 bool JpegScanCodes::areUsual(j_decompress_ptr info) {
-    return !info->progressive_mode && !info->arith_code && !jpeg_has_multiple_scans(info) &&
-           info->comps_in_scan == info->num_components && info->data_precision == 8;
+    constexpr int mostDcBits = 11, mostAcBits = 10;
+    const bool isBaseline = !info->progressive_mode && !info->arith_code && !jpeg_has_multiple_scans(info) &&
+                            info->comps_in_scan == info->num_components && info->data_precision == 8;
+    if (!isBaseline) return false;
+    for (int i = 0; i < info->comps_in_scan; ++i) {
+        const jpeg_component_info& component = *info->cur_comp_info[i];
+        if (hasLongNumbers(info->dc_huff_tbl_ptrs[component.dc_tbl_no], mostDcBits)) return false;
+        if (hasLongNumbers(info->ac_huff_tbl_ptrs[component.ac_tbl_no], mostAcBits)) return false;
+    }
+    return true;
 }
 
-JpegScanCodes::JpegScanCodes(j_decompress_ptr info) {
+JpegScanCodes::JpegScanCodes(j_decompress_ptr info)
+    : bytes_(info->src->next_input_byte, info->src->next_input_byte + info->src->bytes_in_buffer) {
     for (std::size_t i = 0; i < NUM_HUFF_TBLS; ++i) {
         if (info->dc_huff_tbl_ptrs[i] != nullptr) dcTables_[i] = JpegHuffmanTable(*info->dc_huff_tbl_ptrs[i]);
         if (info->ac_huff_tbl_ptrs[i] != nullptr) acTables_[i] = JpegHuffmanTable(*info->ac_huff_tbl_ptrs[i]);
@@ -135,7 +167,6 @@ JpegScanCodes::JpegScanCodes(j_decompress_ptr info) {
             static_cast<std::size_t>(of.dc_tbl_no), static_cast<std::size_t>(of.ac_tbl_no),
             static_cast<std::size_t>(component), of.component_needed != FALSE && of.DCT_scaled_size > 1};
     }
-    state_.bits.begin(info->src->next_input_byte, info->src->next_input_byte + info->src->bytes_in_buffer);
     restartInterval_ = state_.restartsToGo = info->restart_interval;
 }
 
@@ -150,8 +181,9 @@ bool JpegScanCodes::writeMcus(std::int64_t count, Coefficient* to) {
 }
 
 /// Null at the first sign of damage.
-inline JpegScanCodes::Coefficient* JpegScanCodes::writeMcu(State& state, Coefficient* to) const {
+inline JpegScanCodes::Coefficient* JpegScanCodes::writeMcu(State& state, Coefficient* to) {
     if (restartInterval_ != 0 && state.restartsToGo-- == 0 && !passRestart(state)) return nullptr;
+    bytes_.prepare(state.bits);
     JpegBits bits = state.bits; // in registers
     for (int i = 0; i < blockCount_; ++i) {
         const Block& block = blocks_[static_cast<std::size_t>(i)];
@@ -166,15 +198,15 @@ inline JpegScanCodes::Coefficient* JpegScanCodes::writeMcu(State& state, Coeffic
         to = end;
     }
     state.bits = bits;
-    return bits.count() >= 0 ? to : nullptr;
+    return bits.left() >= 0 ? to : nullptr;
 }
 
-bool JpegScanCodes::passRestart(State& state) const {
+bool JpegScanCodes::passRestart(State& state) {
     state.restartsToGo = restartInterval_ - 1;
     state.lastDc = {};
     const int number = state.nextRestart;
     state.nextRestart = (number + 1) & 7;
-    return state.bits.passRestart(number);
+    return bytes_.passRestart(state.bits, number);
 }
 
 inline bool JpegScanCodes::decodeDc(JpegBits& bits, const Block& block, int& last) const {

@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <cstdio>
 #include <cstring>
+#include <vector>
 
 // clang-format off: it needs what stands before it
 #include <jpeglib.h>
@@ -56,33 +57,36 @@ class JpegHuffmanTable {
     std::array<std::int32_t, 17> symbolOffset_{};
 };
 
-/// The bits of a scan: stuffed zeros taken out, up to the next marker.
+/// Bits in the order of a scan, from bytes without stuffing. Bytes behind the end can be read, too, for as
+/// long as an MCU takes.
 class JpegBits {
   public:
-    void begin(const std::uint8_t* next, const std::uint8_t* end);
-    /// Makes at least 32 bits ready, or all that are left before a marker.
+    JpegBits() = default;
+    JpegBits(const std::uint8_t* next, const std::uint8_t* end) : next_(next), end_(end) {}
+
+    /// Makes at least 56 bits ready; behind the end they mean nothing.
     void refill() {
-        if (count_ >= 32) [[likely]]
-            return;
-        const std::uint64_t word = end_ - next_ >= 8 ? bigEndianWord(next_) : ~std::uint64_t{0};
-        if (hasMarkerByte(word)) {
-            *this = refilledByteByByte(*this);
-            return;
-        }
-        // Bits of a byte that has not gone in whole are put there again with the next word: the same ones.
-        buffer_ |= word >> count_;
+        // Bits of a byte that does not go in whole are put there again with the next word: the same ones.
+        buffer_ |= bigEndianWord(next_) >> count_;
         next_ += (63 - count_) >> 3;
         count_ |= 56;
     }
-    /// Left-aligned; zeros behind the last one.
+    /// Left-aligned.
     std::uint64_t peek() const { return buffer_; }
-    int count() const { return count_; }
     void drop(unsigned bits) {
         buffer_ <<= bits;
         count_ -= static_cast<int>(bits);
     }
-    /// Goes on behind the restart marker of this number; false when it is not what comes next.
-    bool passRestart(int number);
+    /// How many bits are left before the end; below zero when more were taken.
+    std::int64_t left() const { return (end_ - next_) * 8 + count_; }
+
+    const std::uint8_t* next() const { return next_; }
+    const std::uint8_t* end() const { return end_; }
+    /// Goes on elsewhere, where the same bytes stand.
+    void moveTo(const std::uint8_t* next, const std::uint8_t* end) {
+        next_ = next;
+        end_ = end;
+    }
 
   private:
     static std::uint64_t bigEndianWord(const std::uint8_t* bytes) {
@@ -90,16 +94,36 @@ class JpegBits {
         std::memcpy(&word, bytes, sizeof word);
         return std::endian::native == std::endian::little ? __builtin_bswap64(word) : word;
     }
-    static bool hasMarkerByte(std::uint64_t word) {
-        const std::uint64_t inverse = ~word; // a byte FF becomes zero
-        return ((inverse - 0x0101010101010101) & ~inverse & 0x8080808080808080) != 0;
-    }
-    /// By value, so that the bits can stay in registers.
-    static JpegBits refilledByteByByte(JpegBits bits);
 
     const std::uint8_t *next_ = nullptr, *end_ = nullptr;
     std::uint64_t buffer_ = 0;
-    int count_ = 0; // below zero: more was taken than there is
+    int count_ = 0;
+};
+
+/// Takes the stuffing out of a scan, a window of it at a time.
+class JpegScanBytes {
+  public:
+    /// The bytes must outlive this object.
+    JpegScanBytes(const std::uint8_t* next, const std::uint8_t* end);
+
+    /// Sees to it that so many bytes lie ready as an MCU can take, or all up to the next marker.
+    void prepare(JpegBits& bits) {
+        if (bits.end() - bits.next() < longestMcu && !atMarker_) fill(bits);
+    }
+    /// Begins anew behind the restart marker of this number; false when it is not what comes next.
+    bool passRestart(JpegBits& bits, int number);
+
+  private:
+    static constexpr std::ptrdiff_t longestMcu = 4096; // ten blocks of codes with 26 bits
+    static constexpr std::size_t windowSize = 32768;
+    /// A damaged MCU may lead as far behind the end.
+    static constexpr std::size_t slack = longestMcu + sizeof(std::uint64_t);
+
+    void fill(JpegBits& bits);
+
+    const std::uint8_t *next_, *end_;
+    bool atMarker_ = false;
+    std::vector<std::uint8_t> window_;
 };
 
 /// The codes of one baseline scan, decoded MCU by MCU from bytes in memory.
@@ -108,7 +132,8 @@ class JpegScanCodes {
     /// Of a decompressor that has just been started; the bytes behind its source must outlive the codes.
     explicit JpegScanCodes(j_decompress_ptr info);
 
-    /// Whether they can be decoded here: Huffman codes of one scan that holds all components.
+    /// Whether they can be decoded here: Huffman codes of one scan that holds all components, for numbers
+    /// that pictures of eight bits have.
     static bool areUsual(j_decompress_ptr info);
 
     int blocksOfMcu() const { return blockCount_; }
@@ -137,14 +162,15 @@ class JpegScanCodes {
         int nextRestart = 0;
     };
 
-    bool passRestart(State& state) const;
+    bool passRestart(State& state);
     bool decodeDc(JpegBits& bits, const Block& block, int& last) const;
-    Coefficient* writeMcu(State& state, Coefficient* to) const;
+    Coefficient* writeMcu(State& state, Coefficient* to);
 
     std::array<JpegHuffmanTable, NUM_HUFF_TBLS> dcTables_, acTables_;
     std::array<Block, D_MAX_BLOCKS_IN_MCU> blocks_{};
     int blockCount_ = 0;
     unsigned restartInterval_ = 0;
+    JpegScanBytes bytes_;
     State state_;
     bool isGood_ = true;
 };

@@ -151,6 +151,7 @@ class Bench:
         self.colours()
         self.resident_memory()
         self.viewing()
+        self.qualities()
 
     def canvas(self):
         layer, document = self.folder / "reduced.jpg", self.folder / "canvas.json"
@@ -212,6 +213,16 @@ class Bench:
         few, many = map(float, output_of(self.bin / "bench-worker", "resident", self.photo,
                                          self.folder / "reduced.jpg", photos).split())
         self.fact(name, f"{many:.1f} ({few:.1f})", {}, "the same", many < 1.05 * few + 1)
+
+    def qualities(self):
+        name = "searches that find the plain search's quality"
+        if not self.wanted(name):
+            return
+        print(f"  {name} …", flush=True)
+        told = output_of(self.bin / "bench-worker", "qualities", self.folder).split()
+        same, total, same_noise, total_noise = map(int, told)
+        self.fact(f"{name}: photo at three sizes (half of it noise)",
+                  f"{same} of {total} ({same_noise} of {total_noise})", {}, "all of the photo's", same == total)
 
     def viewing(self):
         name, count = "viewer: MB resident after paging through 500 photos (after 20)", 500

@@ -6,6 +6,7 @@
 //     bench-worker resize ours|vips IN.ppm WIDTH HEIGHT OUT.ppm
 //     bench-worker errors IN.ppm RESIZED.ppm         differences from double precision: inside, and anywhere
 //     bench-worker resident A.jpg B.jpg COUNT        memory in use after 10 photos, and after so many
+//     bench-worker qualities FOLDER                  how often the budget search and the plain one agree
 //     bench-worker versions                          of the libraries, one a line
 //
 // A request is "JOB THREADS"; the answer is the milliseconds it took, those of processor time,
@@ -14,6 +15,7 @@
 #include "bench/worker/Jobs.h"
 #include "bench/worker/Picture.h"
 #include "bench/worker/PlainCodecs.h"
+#include "bench/worker/Qualities.h"
 #include "bench/worker/Resizing.h"
 #include "peximage/image/PexImage.h"
 #include "peximage/platform/foundation/Diagnostics.h"
@@ -120,6 +122,13 @@ int printResident(const std::vector<std::string>& photos, const std::vector<int>
     return 0;
 }
 
+int printAgreements(const std::string& folder) {
+    const Agreements all = compareSearches(folder);
+    for (const Agreement& agreement : {all.photos, all.halfNoise})
+        std::cout << fmt::format("{} {}\n", agreement.same, agreement.total);
+    return 0;
+}
+
 int printVersions() {
     std::cout << fmt::format("libjpeg-turbo {}.{}.{}\nlibvips {}\nlibpng {}\n",
                              LIBJPEG_TURBO_VERSION_NUMBER / 1000000,
@@ -135,6 +144,7 @@ int run(const std::vector<std::string>& words) {
     if (verb == "errors" && words.size() == 3) return printErrors(words[1], words[2]);
     if (verb == "resident" && words.size() == 4)
         return printResident({words[1], words[2]}, {10, std::stoi(words[3])});
+    if (verb == "qualities" && words.size() == 2) return printAgreements(words[1]);
     if (verb == "versions" && words.size() == 1) return printVersions();
     if (verb == "decode" && words.size() == 4) {
         writePpm(decodeJpeg(readFile(words[1]), std::stoi(words[2]), 3), words[3]);

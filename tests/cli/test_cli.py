@@ -3,6 +3,8 @@
 PEXIMAGE and SAMPLE_SCENE in the environment name the built programs.
 """
 
+import contextlib
+import http.server
 import json
 import os
 import pathlib
@@ -10,16 +12,45 @@ import signal
 import struct
 import subprocess
 import tempfile
+import threading
 import unittest
 
 TOOL = os.environ["PEXIMAGE"]
 SAMPLE_SCENE = os.environ["SAMPLE_SCENE"]
-COMMANDS = ("info", "shrink", "convert", "resize", "crop", "rotate", "split", "join", "watermark", "canvas", "composer", "pdf", "key", "mask", "colors", "exif", "filter", "cache")
+RESIZER = pathlib.Path(TOOL).parent / "CLIImageResizer"
+COMMANDS = ("info", "shrink", "convert", "resize", "crop", "rotate", "split", "join", "watermark", "canvas", "composer", "pdf", "key", "mask", "colors", "exif", "filter", "cache", "fetch", "view")
 
 
-def run(*arguments, cwd=None):
-    done = subprocess.run([TOOL, *map(str, arguments)], capture_output=True, cwd=cwd, timeout=120)
+def run(*arguments, cwd=None, program=TOOL, **environment):
+    done = subprocess.run([program, *map(str, arguments)], capture_output=True, cwd=cwd, timeout=120,
+                          env={**os.environ, **environment})
     return done.returncode, done.stdout.decode(), done.stderr.decode()
+
+
+@contextlib.contextmanager
+def web_server(files):
+    """Serves files by path on the loopback interface; gives its address, and a list of the paths asked for."""
+    asked = []
+
+    class Handler(http.server.BaseHTTPRequestHandler):
+        def do_GET(self):
+            asked.append(self.path)
+            content = files.get(self.path.partition("?")[0])
+            self.send_response(404 if content is None else 200)
+            self.send_header("Content-Length", str(len(content or b"")))
+            self.end_headers()
+            self.wfile.write(content or b"")
+
+        def log_message(self, *_):
+            pass
+
+    server = http.server.ThreadingHTTPServer(("127.0.0.1", 0), Handler)
+    threading.Thread(target=server.serve_forever, daemon=True).start()
+    try:
+        yield f"http://127.0.0.1:{server.server_port}", asked
+    finally:
+        server.shutdown()
+        server.server_close()
 
 
 def jpeg_size(path):
@@ -449,6 +480,44 @@ class CommandLine(unittest.TestCase):
         self.assertIn("1 image left", run("cache", "Thumbs", "clean")[1])
         self.assertIn("0 images left", run("cache", "Thumbs", "clean", "--days", 0)[1])
         self.assertOnly("Thumbs", "out.jpg")
+
+    def test_remote_pictures(self):
+        small = self.dir / "remote.png"
+        self.assertEqual(run("resize", self.photo, "-o", small, "--size", "60x40")[0], 0)
+        files = {"/a.png": small.read_bytes(), "/text.png": b"log in first"}
+        caches = str(self.dir / "caches")
+        with web_server(files) as (address, asked):
+            for _ in range(2):  # the second time from the cache
+                status, line, errors = run("fetch", f"{address}/a.png?size=1", "-o", self.dir / "a.jpg", XDG_CACHE_HOME=caches)
+                self.assertEqual((status, errors), (0, ""))
+                self.assertIn("60×40", line)
+                self.assertEqual(jpeg_size(self.dir / "a.jpg"), (60, 40))
+            self.assertEqual(asked, ["/a.png?size=1"])
+            (self.dir / "all").mkdir()
+            status, told, errors = run("fetch", f"{address}/a.png", f"{address}/none.png", f"{address}/text.png", "-o",
+                                       self.dir / "all", "--json", XDG_CACHE_HOME=caches)
+            self.assertEqual(status, 1)
+            self.assertEqual([result["file"] for result in json.loads(told)], [f"{address}/a.png"])
+            self.assertEqual(png_size(self.dir / "all" / "a.png"), (60, 40))
+            self.assertEqual(sorted(errors.splitlines()), [f"peximage: {address}/none.png: the server answered 404",
+                                                           f"peximage: {address}/text.png: not an image"])
+        status, _, errors = run("fetch", "photo.jpg", "-o", self.dir / "a.jpg")
+        self.assertEqual(status, 2)
+        self.assertIn("no address", errors)
+
+    def test_the_resizer_of_applications(self):
+        small = self.dir / "resized.png"
+        status, told, _ = run(self.photo, small, 120, program=RESIZER)
+        self.assertEqual((status, told), (0, "DONE\n"))
+        self.assertEqual(max(png_size(small)), 120)
+        kept = small.read_bytes()
+        for words in ((self.dir / "none.jpg", small, 10), (self.photo, small, 0), (self.photo, small, "ten"),
+                      (self.photo, self.dir / "a.xyz", 10), (self.photo, "/nowhere/a.png", 10), (self.photo, small)):
+            status, told, _ = run(*words, program=RESIZER)
+            self.assertNotEqual(status, 0, words)
+            self.assertEqual(told.count("\n"), 1)
+            self.assertFalse(told.strip().upper().endswith("DONE"), told)
+        self.assertEqual(small.read_bytes(), kept)
 
     def test_pages_of_a_document(self):
         document = self.dir / "two.pdf"

@@ -1,11 +1,8 @@
 #include "tests/support/HttpServer.h"
 
 #include <algorithm>
-#include <arpa/inet.h>
 #include <array>
 #include <charconv>
-#include <netinet/in.h>
-#include <stdexcept>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -58,24 +55,11 @@ void HttpServer::Exchange::reset() const {
     ::setsockopt(socket_, SOL_SOCKET, SO_LINGER, &atOnce, sizeof atOnce);
 }
 
-HttpServer::HttpServer(Handler handler) : handler_(std::move(handler)) {
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    socklen_t size = sizeof address;
-    auto* const plain = reinterpret_cast<sockaddr*>(&address);
-    listener_ = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    if (listener_ < 0 || ::bind(listener_, plain, size) != 0 || ::listen(listener_, 16) != 0 ||
-        ::getsockname(listener_, plain, &size) != 0)
-        throw std::runtime_error("no server on the loopback interface");
-    port_ = ntohs(address.sin_port);
-    acceptor_ = std::thread([this] { acceptAll(); });
-}
+HttpServer::HttpServer(Handler handler) : handler_(std::move(handler)), acceptor_([this] { acceptAll(); }) {}
 
 HttpServer::~HttpServer() {
-    ::shutdown(listener_, SHUT_RDWR);
+    listener_.stop();
     acceptor_.join();
-    ::close(listener_);
     {
         const std::lock_guard lock(mutex_);
         for (const int socket : sockets_)
@@ -86,12 +70,12 @@ HttpServer::~HttpServer() {
 }
 
 std::string HttpServer::address(std::string_view path) const {
-    return "http://127.0.0.1:" + std::to_string(port_) + std::string(path);
+    return "http://127.0.0.1:" + std::to_string(listener_.port()) + std::string(path);
 }
 
 void HttpServer::acceptAll() {
     for (;;) {
-        const int socket = ::accept4(listener_, nullptr, nullptr, SOCK_CLOEXEC);
+        const int socket = listener_.accept();
         if (socket < 0) return;
         const std::lock_guard lock(mutex_);
         sockets_.push_back(socket);

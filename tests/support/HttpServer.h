@@ -1,6 +1,7 @@
 #pragma once
 
 #include "peximage/platform/foundation/URL.h"
+#include "tests/support/LoopbackListener.h"
 
 #include <atomic>
 #include <functional>
@@ -53,10 +54,10 @@ class HttpServer {
     void serve(int socket);
 
     Handler handler_;
-    int listener_ = -1, port_ = 0;
+    LoopbackListener listener_;
     std::atomic<int> requests_{0};
     std::mutex mutex_;
     std::list<std::thread> connections_;
     std::vector<int> sockets_;
-    std::thread acceptor_;
+    std::thread acceptor_; // last: it uses all of the above
 };

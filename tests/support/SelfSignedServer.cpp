@@ -1,12 +1,8 @@
 #include "tests/support/SelfSignedServer.h"
 
-#include <arpa/inet.h>
 #include <memory>
-#include <netinet/in.h>
 #include <openssl/ssl.h>
 #include <openssl/x509v3.h>
-#include <stdexcept>
-#include <sys/socket.h>
 #include <unistd.h>
 
 namespace {
@@ -38,28 +34,15 @@ Certificate makeCertificate(EVP_PKEY* key) {
 
 } // namespace
 
-SelfSignedServer::SelfSignedServer() {
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    socklen_t size = sizeof address;
-    auto* const plain = reinterpret_cast<sockaddr*>(&address);
-    listener_ = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    if (listener_ < 0 || ::bind(listener_, plain, size) != 0 || ::listen(listener_, 1) != 0 ||
-        ::getsockname(listener_, plain, &size) != 0)
-        throw std::runtime_error("no server on the loopback interface");
-    port_ = ntohs(address.sin_port);
-    thread_ = std::thread([this] { serve(); });
-}
+SelfSignedServer::SelfSignedServer() : thread_([this] { serve(); }) {}
 
 SelfSignedServer::~SelfSignedServer() {
-    ::shutdown(listener_, SHUT_RDWR);
+    listener_.stop();
     thread_.join();
-    ::close(listener_);
 }
 
 void SelfSignedServer::serve() {
-    const int socket = ::accept4(listener_, nullptr, nullptr, SOCK_CLOEXEC);
+    const int socket = listener_.accept();
     if (socket < 0) return;
     const Key key(EVP_EC_gen("P-256"), EVP_PKEY_free);
     const Certificate certificate = makeCertificate(key.get());

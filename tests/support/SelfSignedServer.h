@@ -1,5 +1,7 @@
 #pragma once
 
+#include "tests/support/LoopbackListener.h"
+
 #include <atomic>
 #include <string>
 #include <thread>
@@ -12,14 +14,14 @@ class SelfSignedServer {
     SelfSignedServer(const SelfSignedServer&) = delete;
     SelfSignedServer& operator=(const SelfSignedServer&) = delete;
 
-    std::string address() const { return "https://127.0.0.1:" + std::to_string(port_) + "/"; }
+    std::string address() const { return "https://127.0.0.1:" + std::to_string(listener_.port()) + "/"; }
     /// Whether a client went on after it had seen the certificate.
     bool wasTrusted() const { return trusted_; }
 
   private:
     void serve();
 
-    int listener_ = -1, port_ = 0;
+    LoopbackListener listener_;
     std::atomic<bool> trusted_{false};
-    std::thread thread_;
+    std::thread thread_; // last: it uses all of the above
 };

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "peximage/platform/codecs/JpegHuffman.h"
+#include "peximage/platform/codecs/JpegScanCodes.h"
 #include "peximage/platform/foundation/Data.h"
 
 #include <memory>

@@ -1,6 +1,8 @@
-#include "peximage/platform/codecs/JpegHuffman.h"
+#include "peximage/platform/codecs/JpegScanCodes.h"
 
 #include <algorithm>
+#include <iterator>
+#include <numeric>
 
 namespace pex {
 namespace {
@@ -54,91 +56,13 @@ inline JpegScanCodes::Coefficient* decodeAc(JpegBits& bits, const JpegHuffmanTab
     return isCode && k <= 64 ? to : nullptr;
 }
 
-bool hasLongNumbers(const JHUFF_TBL* table, int mostBits) {
-    int codes = 0;
-    for (int length = 1; table != nullptr && length <= 16; ++length)
-        codes += table->bits[length];
-    return std::any_of(table->huffval, table->huffval + codes,
+bool hasLongNumbers(const JHUFF_TBL& table, int mostBits) {
+    const int codes = std::accumulate(std::begin(table.bits) + 1, std::end(table.bits), 0);
+    return std::any_of(table.huffval, table.huffval + codes,
                        [&](std::uint8_t symbol) { return (symbol & 15) > mostBits; });
 }
 
 } // namespace
-
-// The table.
-
-JpegHuffmanTable::JpegHuffmanTable(const JHUFF_TBL& table) {
-    std::copy(std::begin(table.huffval), std::end(table.huffval), symbols_.begin());
-    unsigned code = 0;
-    int symbol = 0;
-    for (int length = 1; length <= 16; ++length) {
-        const auto at = static_cast<std::size_t>(length);
-        symbolOffset_[at] = symbol - static_cast<int>(code);
-        for (int i = 0; i < table.bits[length]; ++i)
-            addCode(code++, length, symbols_[static_cast<std::size_t>(symbol++)]);
-        lastCode_[at] = table.bits[length] > 0 ? static_cast<int>(code) - 1 : -1;
-        code <<= 1;
-    }
-}
-
-void JpegHuffmanTable::addCode(unsigned code, int length, unsigned symbol) {
-    if (length > lookupBits) return;
-    const int spare = lookupBits - length;
-    std::fill_n(entries_.begin() + (code << spare), 1U << spare,
-                Entry(symbol, static_cast<unsigned>(length)));
-}
-
-JpegHuffmanTable::Entry JpegHuffmanTable::longCode(std::uint64_t bits) const {
-    for (int length = lookupBits + 1; length <= 16; ++length) {
-        const auto code = static_cast<int>(bits >> (64 - length));
-        const auto at = static_cast<std::size_t>(length);
-        if (code <= lastCode_[at])
-            return {symbols_[static_cast<std::size_t>(code + symbolOffset_[at]) & 255],
-                    static_cast<unsigned>(length)};
-    }
-    return {};
-}
-
-// The bytes.
-
-JpegScanBytes::JpegScanBytes(const std::uint8_t* next, const std::uint8_t* end)
-    : next_(next), end_(end), window_(windowSize + slack) {}
-
-void JpegScanBytes::fill(JpegBits& bits) {
-    const auto left = static_cast<std::size_t>(std::max<std::ptrdiff_t>(bits.end() - bits.next(), 0));
-    std::uint8_t* to = window_.data();
-    if (left > 0) std::memmove(to, bits.next(), left);
-    std::uint8_t *begin = to, *const full = to + windowSize;
-    to += left;
-    while (to < full && next_ < end_) {
-        const auto room = static_cast<std::size_t>(std::min<std::ptrdiff_t>(full - to, end_ - next_));
-        const void* const found = std::memchr(next_, 0xFF, room);
-        const auto plain =
-            found ? static_cast<std::size_t>(static_cast<const std::uint8_t*>(found) - next_) : room;
-        std::memcpy(to, next_, plain);
-        to += plain;
-        next_ += plain;
-        if (found == nullptr) continue;
-        atMarker_ = end_ - next_ < 2 || next_[1] != 0;
-        if (atMarker_) break;
-        *to++ = 0xFF;
-        next_ += 2;
-    }
-    atMarker_ = atMarker_ || next_ == end_;
-    bits.moveTo(begin, to);
-}
-
-bool JpegScanBytes::passRestart(JpegBits& bits, int number) {
-    prepare(bits); // the marker may be just behind the window
-    const bool isNext = atMarker_ && bits.left() >= 0 && bits.left() < 8 && end_ - next_ >= 2 &&
-                        next_[0] == 0xFF && next_[1] == JPEG_RST0 + number;
-    if (!isNext) return false;
-    next_ += 2;
-    atMarker_ = false;
-    bits = JpegBits(window_.data(), window_.data());
-    return true;
-}
-
-// The codes of a scan.
 
 bool JpegScanCodes::areUsual(j_decompress_ptr info) {
     constexpr int mostDcBits = 11, mostAcBits = 10;
@@ -147,8 +71,8 @@ bool JpegScanCodes::areUsual(j_decompress_ptr info) {
     if (!isBaseline) return false;
     for (int i = 0; i < info->comps_in_scan; ++i) {
         const jpeg_component_info& component = *info->cur_comp_info[i];
-        if (hasLongNumbers(info->dc_huff_tbl_ptrs[component.dc_tbl_no], mostDcBits)) return false;
-        if (hasLongNumbers(info->ac_huff_tbl_ptrs[component.ac_tbl_no], mostAcBits)) return false;
+        if (hasLongNumbers(*info->dc_huff_tbl_ptrs[component.dc_tbl_no], mostDcBits)) return false;
+        if (hasLongNumbers(*info->ac_huff_tbl_ptrs[component.ac_tbl_no], mostAcBits)) return false;
     }
     return true;
 }

@@ -1,0 +1,52 @@
+#pragma once
+
+#include <bit>
+#include <cstdint>
+#include <cstring>
+
+namespace pex {
+
+/// Bits in the order of a scan, from bytes without stuffing. Bytes behind the end can be read, too, for as
+/// long as an MCU takes.
+class JpegBits {
+  public:
+    JpegBits() = default;
+    JpegBits(const std::uint8_t* next, const std::uint8_t* end) : next_(next), end_(end) {}
+
+    /// Makes at least 56 bits ready; behind the end they mean nothing.
+    void refill() {
+        // Bits of a byte that does not go in whole are put there again with the next word: the same ones.
+        buffer_ |= bigEndianWord(next_) >> count_;
+        next_ += (63 - count_) >> 3;
+        count_ |= 56;
+    }
+    /// Left-aligned.
+    std::uint64_t peek() const { return buffer_; }
+    void drop(unsigned bits) {
+        buffer_ <<= bits;
+        count_ -= static_cast<int>(bits);
+    }
+    /// How many bits are left before the end; below zero when more were taken.
+    std::int64_t left() const { return (end_ - next_) * 8 + count_; }
+
+    const std::uint8_t* next() const { return next_; }
+    const std::uint8_t* end() const { return end_; }
+    /// Goes on elsewhere, where the same bytes stand.
+    void moveTo(const std::uint8_t* next, const std::uint8_t* end) {
+        next_ = next;
+        end_ = end;
+    }
+
+  private:
+    static std::uint64_t bigEndianWord(const std::uint8_t* bytes) {
+        std::uint64_t word = 0;
+        std::memcpy(&word, bytes, sizeof word);
+        return std::endian::native == std::endian::little ? __builtin_bswap64(word) : word;
+    }
+
+    const std::uint8_t *next_ = nullptr, *end_ = nullptr;
+    std::uint64_t buffer_ = 0;
+    int count_ = 0;
+};
+
+} // namespace pex

@@ -52,13 +52,16 @@ Album::Ready makeReady(const std::shared_ptr<PexImage>& image, std::optional<CGS
     return ready;
 }
 
+bool fits(CGSize wanted, CGSize made) { return wanted.width <= made.width && wanted.height <= made.height; }
+
 Album::Ready failed(std::string problem) {
     Album::Ready ready;
     ready.problem = std::move(problem);
     return ready;
 }
 
-/// Opens an item in the background, if it is wanted by then, and hands it, or the reason why not, to `done`.
+/// Opens an item in the background and hands it, or the reason why not, to `done`; neither when it is not
+/// wanted any more.
 void open(const std::string& item, const std::function<bool()>& wanted,
           const std::function<void(const std::shared_ptr<PexImage>&, const std::string& problem)>& done) {
     if (const std::optional<URL> url = addressOf(item)) {
@@ -69,7 +72,7 @@ void open(const std::string& item, const std::function<bool()>& wanted,
         return;
     }
     pex::Queue::execute(true, [=] {
-        if (!wanted()) return;
+        if (!wanted()) return done(nullptr, "");
         const auto image = PexImage::make({.fastUrl = URL::fromPath(item)});
         done(image, image ? std::string() : whyNoImage(item).message);
     });
@@ -127,20 +130,32 @@ std::function<bool()> Album::stillWanted(std::size_t index) const {
 void Album::load(std::size_t index, CGSize pixels, Receive receive) {
     const std::any known = kept_.getCached(std::to_string(index));
     if (const auto* kept = std::any_cast<Kept>(&known)) {
-        const bool largeEnough = kept->fit.width >= pixels.width && kept->fit.height >= pixels.height;
-        if (largeEnough) return receive(index, kept->ready);
+        if (fits(pixels, kept->fit)) return receive(index, kept->ready);
     }
+    auto& waiting = waiting_[index];
+    waiting.push_back({pixels, std::move(receive)});
+    if (waiting.size() > 1) return; // it is being loaded
     prepare(items_[index], stillWanted(index), pixels, [=, album = weak_from_this()](const Ready& ready) {
-        const auto still = album.lock();
-        if (!still) return;
-        const auto bitmap = ready.image ? ready.image->cgImageForProposedRect() : std::nullopt;
-        if (bitmap) {
-            const auto bytes =
-                static_cast<std::size_t>(bitmap->width()) * static_cast<std::size_t>(bitmap->height()) * 4;
-            still->kept_.setCached(std::to_string(index), Kept{ready, pixels}, bytes);
-        }
-        receive(index, ready);
+        if (const auto still = album.lock()) still->finish(index, pixels, ready);
     });
+}
+
+void Album::finish(std::size_t index, CGSize pixels, const Ready& ready) {
+    const auto bitmap = ready.image ? ready.image->cgImageForProposedRect() : std::nullopt;
+    if (bitmap) {
+        const auto bytes =
+            static_cast<std::size_t>(bitmap->width()) * static_cast<std::size_t>(bitmap->height()) * 4;
+        kept_.setCached(std::to_string(index), Kept{ready, pixels}, bytes);
+    }
+    const bool wasLeftOut = !ready.image && ready.problem.empty();
+    const std::vector<Waiting> served = std::exchange(waiting_[index], {});
+    for (const Waiting& one : served) {
+        const bool again = wasLeftOut || !fits(one.pixels, pixels);
+        if (!again)
+            one.receive(index, ready);
+        else if (stillWanted(index)())
+            load(index, one.pixels, one.receive);
+    }
 }
 
 void Album::loadWhole(std::size_t index, Receive receive) {

@@ -5,6 +5,7 @@
 
 #include <atomic>
 #include <functional>
+#include <map>
 #include <memory>
 #include <optional>
 #include <string>
@@ -48,11 +49,19 @@ class Album : public std::enable_shared_from_this<Album> {
 
   private:
     struct Kept;
+    /// Who wants a picture that is being loaded.
+    struct Waiting {
+        pex::CGSize pixels;
+        Receive receive;
+    };
+
+    void finish(std::size_t index, pex::CGSize pixels, const Ready& ready);
     std::function<bool()> stillWanted(std::size_t index) const;
 
     std::vector<std::string> items_;
     /// The item asked for last; those farther than a neighbour from it are not loaded any more.
     std::shared_ptr<std::atomic<std::size_t>> wanted_ = std::make_shared<std::atomic<std::size_t>>(0);
+    std::map<std::size_t, std::vector<Waiting>> waiting_;
     /// Reduced pictures, the least recently seen ones dropped.
     pex::PexCache kept_{std::size_t{128} << 20};
 };

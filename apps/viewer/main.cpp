@@ -8,8 +8,10 @@
 #include <QColor>
 #include <QCommandLineParser>
 #include <QFile>
+#include <csignal>
 #include <cstdlib>
 #include <iostream>
+#include <unistd.h>
 
 namespace {
 
@@ -43,11 +45,21 @@ ViewerWindow::Options read(QCommandLineParser& options, const QApplication& appl
             .verbose = options.isSet("verbose")};
 }
 
+/// Qt ends a program that finds no desktop by aborting it.
+void tellOfNoDesktop(int) {
+    constexpr char line[] = "peximage: there is no desktop to show images on\n";
+    [[maybe_unused]] const auto written = ::write(STDERR_FILENO, line, sizeof line - 1);
+    ::_exit(1);
+}
+
 } // namespace
 
 int main(int argc, char** argv) {
     pex::diagnostics::setSink({});
+    qInstallMessageHandler([](QtMsgType, const QMessageLogContext&, const QString&) {});
+    std::signal(SIGABRT, tellOfNoDesktop);
     QApplication application(argc, argv);
+    std::signal(SIGABRT, SIG_DFL);
     QApplication::setApplicationName("PexImage");
     pex::connectToQt(application);
     QCommandLineParser options;

@@ -505,6 +505,13 @@ class CommandLine(unittest.TestCase):
         self.assertEqual(status, 2)
         self.assertIn("no address", errors)
 
+    def test_the_viewer_needs_a_desktop(self):
+        nowhere = {"DISPLAY": "", "WAYLAND_DISPLAY": "", "QT_QPA_PLATFORM": "xcb"}
+        status, told, errors = run("view", self.photo, **nowhere)
+        self.assertEqual((status, told), (1, ""))
+        self.assertRegex(errors, r"^peximage: [^\n]*\n$")
+        self.assertEqual(run("view", **nowhere)[0], 2)
+
     def test_the_resizer_of_applications(self):
         small = self.dir / "resized.png"
         status, told, _ = run(self.photo, small, 120, program=RESIZER)

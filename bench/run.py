@@ -225,11 +225,11 @@ class Bench:
                   f"{same} of {total} ({same_noise} of {total_noise})", {}, "all of the photo's", same == total)
 
     def viewing(self):
-        name, count = "viewer: MB resident after paging through 500 photos (after 20)", 500
+        name, count = "viewer: MB resident after paging through 500 photos (after 60)", 500
         if self.wanted(name):
             print(f"  {name} …", flush=True)
             photos = [self.folder / "photo-24.jpg", self.photo] * (count // 2)
-            few, many = viewer.paging(self.tool, photos, 20)
+            few, many = viewer.paging(self.tool, photos, 60)
             self.fact(name, f"{many:.0f} ({few:.0f})", {}, "bounded", many < 1.2 * few)
         name = "viewer: ms from its window to a 24 MP photo"
         if self.wanted(name):

@@ -6,8 +6,6 @@
 #include "peximage/platform/codecs/JpegBudgetSizes.h"
 #include "peximage/platform/codecs/JpegWriter.h"
 
-#include <fmt/format.h>
-
 #include <cmath>
 #include <stdexcept>
 
@@ -50,8 +48,10 @@ Agreement compare(const Picture& picture) {
 Picture withNoise(Picture picture) {
     unsigned random = 1;
     for (int y = picture.height / 2; y < picture.height; ++y) {
-        for (std::size_t i = 0; i < picture.rowBytes(); ++i)
-            picture.row(y)[i] = std::uint8_t((random = random * 1664525 + 1013904223) >> 24);
+        for (std::size_t i = 0; i < picture.rowBytes(); ++i) {
+            random = random * 1664525 + 1013904223;
+            if (i % 4 != 3) picture.row(y)[i] = std::uint8_t(random >> 24); // opaque as it was
+        }
     }
     return picture;
 }
@@ -61,12 +61,11 @@ Picture withNoise(Picture picture) {
 Agreements compareSearches(const std::string& folder) {
     Agreements all;
     for (const int width : {1000, 2000, 4000}) {
-        const Agreement photo =
-            compare(withChannels(readPpm(fmt::format("{}/photo-{}.ppm", folder, width)), 4));
+        const Agreement photo = compare(*load(folder, width));
         all.photos.same += photo.same;
         all.photos.total += photo.total;
     }
-    all.halfNoise = compare(withNoise(withChannels(readPpm(folder + "/photo-1000.ppm"), 4)));
+    all.halfNoise = compare(withNoise(*load(folder, 1000)));
     return all;
 }
 

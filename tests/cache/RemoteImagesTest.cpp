@@ -130,9 +130,21 @@ TEST(RemoteImagesTest, DownloadersKeepCopies) {
     EXPECT_EQ(downloaded(queue, server.url("/40x30.png"), true), "40x30"); // grown old
     EXPECT_EQ(server.requests(), 4);
 
+    // Beyond the bound the oldest copies go (this one takes no room on the disk).
+    const auto copies = caches.path() / "PexResourceDownloader", oldest = copies / "oldest";
+    std::ofstream(oldest) << "x";
+    std::filesystem::resize_file(oldest, PexResourceDownloader::maxDiskBytes);
+    std::filesystem::last_write_time(oldest, std::filesystem::file_time_type::clock::now() -
+                                                 std::chrono::hours(24 * 30));
+    const auto count = [&] { return std::distance(std::filesystem::directory_iterator(copies), {}); };
+    const auto before = count();
+    EXPECT_EQ(downloaded(queue, server.url("/9x9"), true), "9x9");
+    EXPECT_FALSE(std::filesystem::exists(oldest));
+    EXPECT_EQ(count(), before);
+
     EXPECT_EQ(downloaded(queue, server.url("/text"), true), "none"); // no image: not kept
     EXPECT_EQ(downloaded(queue, server.url("/text"), true), "none");
-    EXPECT_EQ(server.requests(), 6);
+    EXPECT_EQ(server.requests(), 7);
 }
 
 TEST(RemoteImagesTest, StoresGiveImages) {

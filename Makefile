@@ -32,7 +32,7 @@ $(SAMPLE): | build
 test: setup check ## checks the sources, then tests with gcc, and with clang under sanitizers; short fuzzing
 	@$(call compile,release)
 	@$(call compile,asan)
-	@$(MAKE) --no-print-directory fuzz SECONDS_EACH=5
+	@FUZZ_SEED=1 $(MAKE) --no-print-directory fuzz SECONDS_EACH=5
 	ctest --preset asan
 	ctest --preset release
 

@@ -162,7 +162,49 @@ bool configurationsFit(Cursor meta, const Limits& limits) {
     return true;
 }
 
+/// The pictures that each item is made of, or has as its alpha.
+using Parts = std::multimap<std::uint64_t, std::uint64_t>;
+
+Parts partsOfItems(Cursor meta) {
+    Parts parts;
+    auto list = findBox(meta, named("iref"));
+    if (!list) return parts;
+    const int numberBytes = list->number(1) == 0 ? 2 : 4;
+    list->skip(3);
+    while (auto reference = nextBox(*list)) {
+        const std::uint64_t from = reference->content.number(numberBytes);
+        std::uint64_t count = reference->content.number(2);
+        for (; count > 0 && !reference->content.isBeyond(); --count) {
+            const std::uint64_t to = reference->content.number(numberBytes);
+            if (reference->type == named("dimg")) parts.emplace(from, to);
+            if (reference->type == named("auxl")) parts.emplace(to, from); // an alpha names its picture
+        }
+    }
+    return parts;
+}
+
+/// Decodes nothing, but goes where a decoder would. False when it goes too deep, or `left` does not suffice.
+bool comesToAnEnd(const Parts& parts, std::uint64_t item, int depth, int& left) {
+    constexpr int deepest = 8;
+    if (depth > deepest || --left < 0) return false;
+    const auto [begin, end] = parts.equal_range(item);
+    return std::all_of(begin, end,
+                       [&](const auto& part) { return comesToAnEnd(parts, part.second, depth + 1, left); });
+}
+
 } // namespace
+
+bool derivationsEnd(const CodecModule::Input& file) {
+    auto meta = findBox(Cursor(file, 0, file.size), named("meta"));
+    if (!meta) return true;
+    meta->skip(4);
+    const Parts parts = partsOfItems(*meta);
+    int left = 20'000; // a picture in tiles of 512 pixels has about a thousand
+    for (auto part = parts.begin(); part != parts.end(); part = parts.upper_bound(part->first)) {
+        if (!comesToAnEnd(parts, part->first, 0, left)) return false;
+    }
+    return true;
+}
 
 bool codedSizesFit(const CodecModule::Input& file, const Limits& limits) {
     auto meta = findBox(Cursor(file, 0, file.size), named("meta"));

@@ -9,4 +9,8 @@ namespace pex::heif {
 /// believe it either. The whole file should be in memory.
 bool codedSizesFit(const CodecModule::Input& file, const CodecModule::Limits& limits);
 
+/// Whether the pictures that are made of other pictures come to an end: none is made of itself, by whatever
+/// detour, and together they take no more pictures to decode than honest files have.
+bool derivationsEnd(const CodecModule::Input& file);
+
 } // namespace pex::heif

@@ -122,6 +122,7 @@ Picture* open(const Module::Input& input, const Module::Limits& limits, Module::
     if (heif_context_read_from_reader(picture->context.get(), &reader, picture.get(), nullptr).code !=
         heif_error_Ok)
         return nullptr;
+    if (!pex::heif::derivationsEnd(input)) return nullptr;
     heif_image_handle* handle = nullptr;
     if (heif_context_get_primary_image_handle(picture->context.get(), &handle).code != heif_error_Ok)
         return nullptr;

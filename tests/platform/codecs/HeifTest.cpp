@@ -145,5 +145,21 @@ TEST(Heif, NothingIsDecodedThatIsCodedInMorePixelsThanAllowed) {
     }
 }
 
+/// Found by fuzzing: a picture whose alpha is a grid of tiles, the only one of which is the grid itself.
+TEST(Heif, PicturesMadeOfThemselvesAreNone) {
+    const URL found = URL::fromPath(PEX_FUZZ_CORPUS "/fuzz-Heif/made-of-itself.heic");
+    const std::optional<Data> file = Data::contentsOf(found);
+    ASSERT_TRUE(file);
+    EXPECT_FALSE(CGImageSource::make(*file));
+
+    // Made of item 3 instead, a single tile, it can be opened.
+    Bytes honest(file->bytes().begin(), file->bytes().end());
+    const std::string reference("dimg\0\4\0\1\0\4", 10);
+    const auto at = std::search(honest.begin(), honest.end(), reference.begin(), reference.end());
+    ASSERT_NE(at, honest.end());
+    at[9] = 3;
+    EXPECT_TRUE(CGImageSource::make(Data(honest)));
+}
+
 } // namespace
 } // namespace pex

@@ -43,8 +43,8 @@ std::vector<std::string> arguments(const Request& request) {
     add("--radius=", request.radius);
     add("--border=", request.border);
     add("--border-color=", request.borderColor);
-    if (request.verbose) list.push_back("--verbose");
-    list.push_back("--");
+    if (request.verbose) list.emplace_back("--verbose");
+    list.emplace_back("--");
     list.insert(list.end(), request.items.begin(), request.items.end());
     return list;
 }
@@ -59,6 +59,7 @@ int run(const Request& request) {
     }
     std::vector<std::string> list = arguments(request);
     std::vector<char*> pointers;
+    pointers.reserve(list.size() + 1);
     for (std::string& argument : list)
         pointers.push_back(argument.data());
     pointers.push_back(nullptr);

@@ -80,7 +80,7 @@ void open(const std::string& item, const std::function<bool()>& wanted,
 
 /// Loads an item in the background and hands the result over on the main thread.
 void prepare(const std::string& item, const std::function<bool()>& wanted, std::optional<CGSize> fit,
-             std::function<void(const Album::Ready&)> done) {
+             const std::function<void(const Album::Ready&)>& done) {
     const Clock::time_point start = Clock::now();
     open(item, wanted, [=](const std::shared_ptr<PexImage>& image, const std::string& problem) {
         const Album::Ready ready = image ? makeReady(image, fit, start) : failed(problem);
@@ -158,7 +158,7 @@ void Album::finish(std::size_t index, CGSize pixels, const Ready& ready) {
     }
 }
 
-void Album::loadWhole(std::size_t index, Receive receive) {
+void Album::loadWhole(std::size_t index, const Receive& receive) {
     prepare(items_[index], stillWanted(index), {}, [=, album = weak_from_this()](const Ready& ready) {
         if (album.lock()) receive(index, ready);
     });

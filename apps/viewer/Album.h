@@ -43,7 +43,7 @@ class Album : public std::enable_shared_from_this<Album> {
     /// else when it has been loaded.
     void load(std::size_t index, pex::CGSize pixels, Receive receive);
     /// The same with all its pixels, which are not kept here.
-    void loadWhole(std::size_t index, Receive receive);
+    void loadWhole(std::size_t index, const Receive& receive);
     /// Names the item that is on show.
     void setWanted(std::size_t index) { *wanted_ = index; }
 

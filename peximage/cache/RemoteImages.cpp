@@ -69,9 +69,9 @@ std::shared_ptr<PexImage> PexImage::make(const HttpUrlText& source) {
 
 void PexImage::getCachedImage(CachedImageRequest request) {
     if (!request.callback) return;
-    Queue::execute(false, [file = downloadCacheFile(request.url), request = std::move(request)] {
-        loadOrFetch(request, file);
-    });
+    std::optional<URL> file = downloadCacheFile(request.url);
+    Queue::execute(false,
+                   [file = std::move(file), request = std::move(request)] { loadOrFetch(request, file); });
 }
 
 Task<std::shared_ptr<PexImage>> PexImage::download(From source) {

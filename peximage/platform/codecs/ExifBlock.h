@@ -8,7 +8,7 @@
 #include <optional>
 #include <span>
 
-struct _ExifData; // of libexif
+struct _ExifData; // NOLINT: libexif's own name
 
 namespace pex {
 

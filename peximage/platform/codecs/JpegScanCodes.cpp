@@ -51,8 +51,8 @@ inline JpegScanCodes::Coefficient* decodeAc(JpegBits& bits, const JpegHuffmanTab
         return ++k < 64;
     };
     do
-        bits.refill(); // enough for two
-    while (decode() && decode());
+        bits.refill();            // enough for two
+    while (decode() && decode()); // NOLINT: each call decodes another
     return isCode && k <= 64 ? to : nullptr;
 }
 

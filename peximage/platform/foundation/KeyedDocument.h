@@ -74,9 +74,9 @@ constexpr auto lenient(std::string_view name, Member Owner::*member, Fallback fa
 namespace detail {
 
 template <class T>
-constexpr bool isOptional = false;
+inline constexpr bool isOptional = false;
 template <class T>
-constexpr bool isOptional<std::optional<T>> = true;
+inline constexpr bool isOptional<std::optional<T>> = true;
 
 template <class Key, class Owner>
 void write(DocumentWriter& writer, const Key& key, const Owner& owner) {

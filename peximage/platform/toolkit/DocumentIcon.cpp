@@ -14,15 +14,15 @@ constexpr CGColor edge{0.55, 0.58, 0.62, 1}, paper{0.97, 0.97, 0.98, 1}, fold{0.
 void fillSheet(CGContext& context, const CGRect& sheet, double corner, const CGColor& color) {
     context.setFillColor(color);
     context.fill({sheet.origin.x, sheet.origin.y, sheet.size.width, sheet.size.height - corner});
-    for (double down = 0; down < corner; ++down)
+    for (int down = 0; down < corner; ++down)
         context.fill({sheet.origin.x, sheet.maxY() - down - 1, sheet.size.width - corner + down, 1});
 }
 
 /// The corner turned down: a triangle below the cut.
 void fillFold(CGContext& context, const CGRect& sheet, double corner, const CGColor& color) {
     context.setFillColor(color);
-    for (double down = 0; down < corner; ++down)
-        context.fill({sheet.maxX() - corner, sheet.maxY() - down - 1, std::max(down, 1.0), 1});
+    for (int down = 0; down < corner; ++down)
+        context.fill({sheet.maxX() - corner, sheet.maxY() - down - 1, std::max<double>(down, 1), 1});
 }
 
 void fillLines(CGContext& context, const CGRect& sheet, double side) {

@@ -94,6 +94,7 @@ std::shared_ptr<NSImage> NSImage::named(std::string_view name) {
         const std::lock_guard lock(imageFolders().mutex);
         folders = imageFolders().folders;
     }
+    // NOLINTNEXTLINE: clang 14 has no reversed views
     for (auto folder = folders.rbegin(); folder != folders.rend(); ++folder) {
         if (auto image = namedInFolder(*folder, name)) return image;
     }

@@ -58,7 +58,8 @@ class PEX_EXPORT PexColor {
   private:
     static constexpr std::uint8_t b255(double channel) {
         if (!(channel > 0)) return 0;
-        return channel >= 1 ? 255 : static_cast<std::uint8_t>(channel * 255 + 0.5);
+        // Rounds right below 255; lround is not constexpr.
+        return channel >= 1 ? 255 : static_cast<std::uint8_t>(channel * 255 + 0.5); // NOLINT
     }
 };
 

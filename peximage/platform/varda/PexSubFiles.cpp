@@ -16,7 +16,7 @@ Task<std::optional<Data>> readInBackground(URL file) {
 
 URL PexSubFiles::fileFor(std::string_view id) const { return folder_.appendingPathComponent(storedPath(id)); }
 
-Task<std::optional<Data>> PexSubFiles::data(ForId item) const {
+Task<std::optional<Data>> PexSubFiles::data(const ForId& item) const {
     return readInBackground(fileFor(item.forId));
 }
 

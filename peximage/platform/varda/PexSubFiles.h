@@ -25,7 +25,7 @@ class PEX_EXPORT PexSubFiles {
     explicit PexSubFiles(URL folder) : folder_(std::move(folder)) {}
 
     /// The bytes of an identifier, read on a background thread; absent when there are none.
-    Task<std::optional<Data>> data(ForId item) const;
+    Task<std::optional<Data>> data(const ForId& item) const;
 
     /// Stores the bytes whole or not at all, in place of earlier ones. False when that fails.
     bool setData(const Data& data, std::string_view forId) const;

@@ -3,25 +3,20 @@
 #include "peximage/cache/RemoteImages.h"
 #include "peximage/image/PexImage.h"
 #include "peximage/platform/foundation/DocumentCodec.h"
+#include "peximage/platform/foundation/Guarded.h"
 #include "peximage/platform/foundation/KeyedDocument.h"
 #include "peximage/platform/varda/Queue.h"
 #include "peximage/platform/varda/XMain.h"
 
 #include <any>
-#include <mutex>
 #include <utility>
 
 namespace pex {
 namespace {
 
-struct SharedPlaceholder {
-    std::mutex mutex;
-    std::shared_ptr<PexImage> image;
-};
-
-SharedPlaceholder& sharedPlaceholder() {
+Guarded<std::shared_ptr<PexImage>>& sharedPlaceholder() {
     // Never freed: images may arrive while the process ends.
-    static SharedPlaceholder& instance = *new SharedPlaceholder;
+    static auto& instance = *new Guarded<std::shared_ptr<PexImage>>;
     return instance;
 }
 
@@ -159,14 +154,10 @@ PexCache& PexImageView::imageCache() {
     return instance;
 }
 
-std::shared_ptr<PexImage> PexImageView::placeHolder() {
-    const std::lock_guard lock(sharedPlaceholder().mutex);
-    return sharedPlaceholder().image;
-}
+std::shared_ptr<PexImage> PexImageView::placeHolder() { return sharedPlaceholder().get(); }
 
 void PexImageView::setPlaceHolder(std::shared_ptr<PexImage> placeholder) {
-    const std::lock_guard lock(sharedPlaceholder().mutex);
-    sharedPlaceholder().image.swap(placeholder);
+    sharedPlaceholder().set(std::move(placeholder));
 }
 
 void setImage(const std::shared_ptr<NSImageView>& view, const std::shared_ptr<PexImage>& image) {

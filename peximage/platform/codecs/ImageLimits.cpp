@@ -1,24 +1,17 @@
 #include "peximage/platform/codecs/ImageLimits.h"
 
-#include <mutex>
+#include "peximage/platform/foundation/Guarded.h"
 
 namespace pex {
 namespace {
 
-std::mutex limitsMutex;
-ImageLimits limitsInForce;
+Guarded<ImageLimits> limitsInForce;
 
 } // namespace
 
-ImageLimits ImageLimits::current() {
-    const std::lock_guard lock(limitsMutex);
-    return limitsInForce;
-}
+ImageLimits ImageLimits::current() { return limitsInForce.get(); }
 
-void ImageLimits::setCurrent(const ImageLimits& limits) {
-    const std::lock_guard lock(limitsMutex);
-    limitsInForce = limits;
-}
+void ImageLimits::setCurrent(const ImageLimits& limits) { limitsInForce.set(limits); }
 
 bool ImageLimits::allows(std::int64_t width, std::int64_t height) const {
     return width >= 1 && height >= 1 && height <= maxPixels && width <= maxPixels / height;

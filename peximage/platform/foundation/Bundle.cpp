@@ -1,31 +1,29 @@
 #include "peximage/platform/foundation/Bundle.h"
 
+#include "peximage/platform/foundation/Guarded.h"
+
 #include <filesystem>
-#include <mutex>
 #include <system_error>
 #include <utility>
 
 namespace pex {
 namespace {
 
-std::mutex namedMutex;
-std::optional<URL> named;
+Guarded<std::optional<URL>>& named() {
+    // Never freed: background work may still ask while the process ends.
+    static auto& instance = *new Guarded<std::optional<URL>>;
+    return instance;
+}
 
 } // namespace
 
 std::optional<URL> Bundle::main() {
-    {
-        const std::lock_guard lock(namedMutex);
-        if (named) return named;
-    }
+    if (auto folder = named().get()) return folder;
     std::error_code error;
     const std::filesystem::path program = std::filesystem::read_symlink("/proc/self/exe", error);
     return error ? std::nullopt : std::optional(URL::fromPath(program.parent_path().string()));
 }
 
-void Bundle::setMain(std::optional<URL> folder) {
-    const std::lock_guard lock(namedMutex);
-    named = std::move(folder);
-}
+void Bundle::setMain(std::optional<URL> folder) { named().set(std::move(folder)); }
 
 } // namespace pex

@@ -1,19 +1,18 @@
 #include "peximage/platform/foundation/Network.h"
 
+#include "peximage/platform/foundation/Guarded.h"
 #include "peximage/platform/foundation/Module.h"
 #include "peximage/platform/foundation/NetModule.h"
 
 #include <algorithm>
 #include <cmath>
-#include <mutex>
 #include <new>
 #include <vector>
 
 namespace pex {
 namespace {
 
-std::mutex limitsMutex;
-NetworkLimits limitsInForce;
+Guarded<NetworkLimits> limitsInForce;
 
 constexpr const char* withoutNetwork = "built without network access";
 
@@ -53,15 +52,9 @@ NetworkReply readFile(const URL& url, std::size_t maxBytes) {
 
 } // namespace
 
-NetworkLimits NetworkLimits::current() {
-    const std::lock_guard lock(limitsMutex);
-    return limitsInForce;
-}
+NetworkLimits NetworkLimits::current() { return limitsInForce.get(); }
 
-void NetworkLimits::setCurrent(const NetworkLimits& limits) {
-    const std::lock_guard lock(limitsMutex);
-    limitsInForce = limits;
-}
+void NetworkLimits::setCurrent(const NetworkLimits& limits) { limitsInForce.set(limits); }
 
 NetworkReply readAddress(const URL& url, std::optional<double> timeOutSeconds) {
     const NetworkLimits limits = NetworkLimits::current();

@@ -1,8 +1,9 @@
 #include "peximage/platform/foundation/UserFolders.h"
 
+#include "peximage/platform/foundation/Guarded.h"
+
 #include <array>
 #include <cstdlib>
-#include <mutex>
 #include <pwd.h>
 #include <string>
 #include <string_view>
@@ -35,14 +36,9 @@ std::optional<URL> baseFolder(const char* variable, std::string_view inHome) {
     return URL::fromPath(home).appendingPathComponent(inHome);
 }
 
-struct ChosenFolder {
-    std::mutex mutex;
-    std::optional<URL> folder;
-};
-
-ChosenFolder& chosenCachesFolder() {
+Guarded<std::optional<URL>>& chosenCachesFolder() {
     // Never freed: background work may still ask while the process ends.
-    static ChosenFolder& instance = *new ChosenFolder;
+    static auto& instance = *new Guarded<std::optional<URL>>;
     return instance;
 }
 
@@ -51,16 +47,10 @@ ChosenFolder& chosenCachesFolder() {
 std::optional<URL> userDataFolder() { return baseFolder("XDG_DATA_HOME", ".local/share"); }
 
 std::optional<URL> userCachesFolder() {
-    {
-        const std::lock_guard lock(chosenCachesFolder().mutex);
-        if (chosenCachesFolder().folder) return chosenCachesFolder().folder;
-    }
+    if (auto folder = chosenCachesFolder().get()) return folder;
     return baseFolder("XDG_CACHE_HOME", ".cache");
 }
 
-void setUserCachesFolder(std::optional<URL> folder) {
-    const std::lock_guard lock(chosenCachesFolder().mutex);
-    chosenCachesFolder().folder = std::move(folder);
-}
+void setUserCachesFolder(std::optional<URL> folder) { chosenCachesFolder().set(std::move(folder)); }
 
 } // namespace pex

@@ -1,16 +1,19 @@
 #include "peximage/platform/varda/PexNet.h"
 
+#include "peximage/platform/foundation/Guarded.h"
 #include "peximage/platform/foundation/Network.h"
 #include "peximage/platform/varda/OnQueue.h"
 
-#include <mutex>
 #include <utility>
 
 namespace pex {
 namespace {
 
-std::mutex serverMutex;
-std::optional<URL> serverInUse;
+Guarded<std::optional<URL>>& serverInUse() {
+    // Never freed: background work may still ask while the process ends.
+    static auto& instance = *new Guarded<std::optional<URL>>;
+    return instance;
+}
 
 bool isThisMachine(const URL& url) {
     const std::string host = url.host();
@@ -28,14 +31,10 @@ Task<bool> PexNet::upload(Upload what) {
 bool PexNet::setServer(std::optional<URL> server) {
     if (server && server->scheme() != "https" && !(server->scheme() == "http" && isThisMachine(*server)))
         return false;
-    const std::lock_guard lock(serverMutex);
-    serverInUse = std::move(server);
+    serverInUse().set(std::move(server));
     return true;
 }
 
-std::optional<URL> PexNet::server() {
-    const std::lock_guard lock(serverMutex);
-    return serverInUse;
-}
+std::optional<URL> PexNet::server() { return serverInUse().get(); }
 
 } // namespace pex

@@ -1,0 +1,27 @@
+#pragma once
+
+#include <mutex>
+#include <utility>
+
+namespace pex {
+
+/// A value that threads read and replace as a whole.
+template <class T>
+class Guarded {
+  public:
+    T get() const {
+        const std::lock_guard lock(mutex_);
+        return value_;
+    }
+    /// What was there before is dropped after the lock.
+    void set(T value) {
+        const std::lock_guard lock(mutex_);
+        std::swap(value_, value);
+    }
+
+  private:
+    mutable std::mutex mutex_;
+    T value_{};
+};
+
+} // namespace pex

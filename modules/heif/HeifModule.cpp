@@ -1,4 +1,5 @@
 #include "modules/heif/CodedSize.h"
+#include "modules/heif/Held.h"
 #include "peximage/platform/codecs/CodecModule.h"
 #include "peximage/platform/foundation/Module.h"
 
@@ -15,15 +16,7 @@ namespace {
 using Module = pex::CodecModule;
 using Pixels = Module::Pixels;
 
-struct Free {
-    void operator()(heif_context* context) const { heif_context_free(context); }
-    void operator()(heif_image_handle* handle) const { heif_image_handle_release(handle); }
-    void operator()(heif_image* image) const { heif_image_release(image); }
-    void operator()(heif_encoder* encoder) const { heif_encoder_release(encoder); }
-    void operator()(heif_encoding_options* options) const { heif_encoding_options_free(options); }
-};
-template <class T>
-using Held = std::unique_ptr<T, Free>;
+using pex::heif::Held;
 
 /// A picture's rows, colours and alpha interleaved.
 constexpr heif_channel channel = heif_channel_interleaved;

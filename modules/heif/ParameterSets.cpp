@@ -101,7 +101,7 @@ void skipOperatingPoints(Bits& bits) {
     }
 }
 
-/// The AV1 specification, 5.5.1.
+/// What an AV1 sequence header begins with.
 CodedSize av1Sequence(Bytes header) {
     Bits bits(header);
     bits.skip(4);

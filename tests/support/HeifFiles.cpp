@@ -1,5 +1,7 @@
 #include "tests/support/HeifFiles.h"
 
+#include "modules/heif/Held.h"
+
 #include <algorithm>
 #include <libheif/heif.h>
 #include <memory>
@@ -7,15 +9,7 @@
 
 namespace {
 
-struct Free {
-    void operator()(heif_context* context) const { heif_context_free(context); }
-    void operator()(heif_image_handle* handle) const { heif_image_handle_release(handle); }
-    void operator()(heif_image* image) const { heif_image_release(image); }
-    void operator()(heif_encoder* encoder) const { heif_encoder_release(encoder); }
-    void operator()(heif_encoding_options* options) const { heif_encoding_options_free(options); }
-};
-template <class T>
-using Held = std::unique_ptr<T, Free>;
+using pex::heif::Held;
 
 void check(const heif_error& error) {
     if (error.code != heif_error_Ok) throw std::runtime_error(error.message);

@@ -2,8 +2,8 @@
 
 #include <cstdlib>
 
-std::vector<std::uint8_t> makeJpeg(int width, int height, const Recipe& recipe,
-                                   const std::function<std::uint8_t(int x, int y, int c)>& sample) {
+std::vector<std::uint8_t> writeJpeg(int width, int height, const Recipe& recipe,
+                                    const std::function<const JSAMPLE*(int y)>& row) {
     jpeg_compress_struct info{};
     jpeg_error_mgr errors{};
     info.err = jpeg_std_error(&errors);
@@ -24,11 +24,8 @@ std::vector<std::uint8_t> makeJpeg(int width, int height, const Recipe& recipe,
                           static_cast<unsigned>(recipe.exif.size()));
     if (!recipe.icc.empty())
         jpeg_write_icc_profile(&info, recipe.icc.data(), static_cast<unsigned>(recipe.icc.size()));
-    std::vector<JSAMPLE> row(static_cast<std::size_t>(width * recipe.components));
     for (int y = 0; y < height; ++y) {
-        for (int i = 0; i < width * recipe.components; ++i)
-            row[static_cast<std::size_t>(i)] = sample(i / recipe.components, y, i % recipe.components);
-        JSAMPROW pointer = row.data();
+        JSAMPROW pointer = const_cast<JSAMPROW>(row(y)); // which is only read
         jpeg_write_scanlines(&info, &pointer, 1);
     }
     jpeg_finish_compress(&info);
@@ -36,4 +33,14 @@ std::vector<std::uint8_t> makeJpeg(int width, int height, const Recipe& recipe,
     std::free(memory);
     jpeg_destroy_compress(&info);
     return bytes;
+}
+
+std::vector<std::uint8_t> makeJpeg(int width, int height, const Recipe& recipe,
+                                   const std::function<std::uint8_t(int x, int y, int c)>& sample) {
+    std::vector<JSAMPLE> samples(static_cast<std::size_t>(width * recipe.components));
+    return writeJpeg(width, height, recipe, [&](int y) {
+        for (int i = 0; i < width * recipe.components; ++i)
+            samples[static_cast<std::size_t>(i)] = sample(i / recipe.components, y, i % recipe.components);
+        return samples.data();
+    });
 }

@@ -18,6 +18,9 @@ struct Recipe {
     std::vector<std::uint8_t> icc = {};
 };
 
+/// `row` gives the components of row y, from the top.
+std::vector<std::uint8_t> writeJpeg(int width, int height, const Recipe& recipe,
+                                    const std::function<const JSAMPLE*(int y)>& row);
 /// `sample` gives the component c of the pixel at (x, y), rows top first.
 std::vector<std::uint8_t> makeJpeg(int width, int height, const Recipe& recipe,
                                    const std::function<std::uint8_t(int x, int y, int c)>& sample);

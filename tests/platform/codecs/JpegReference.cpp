@@ -1,13 +1,8 @@
 #include "tests/platform/codecs/JpegReference.h"
 
-// jpeglib.h needs FILE.
-// clang-format off
-#include <cstdio>
-#include <jpeglib.h>
-// clang-format on
+#include "tests/support/JpegFiles.h"
 
 #include <cmath>
-#include <cstdlib>
 #include <random>
 
 namespace pex::jpegtest {
@@ -77,34 +72,16 @@ JpegInput inputOf(const Picture& picture) {
 }
 
 std::vector<std::uint8_t> reference(const Picture& picture, double quality) {
-    jpeg_compress_struct info{};
-    jpeg_error_mgr errors{};
-    info.err = jpeg_std_error(&errors);
-    jpeg_create_compress(&info);
-    unsigned char* memory = nullptr;
-    unsigned long size = 0;
-    jpeg_mem_dest(&info, &memory, &size);
-    info.image_width = static_cast<JDIMENSION>(picture.width);
-    info.image_height = static_cast<JDIMENSION>(picture.height);
-    info.input_components = picture.grey ? 1 : 4;
-    info.in_color_space = picture.grey ? JCS_GRAYSCALE : JCS_EXT_RGBX;
-    jpeg_set_defaults(&info);
-    setTables(info, quality);
-    info.dct_method = JDCT_ISLOW;
-    if (quality >= 0.9) info.comp_info[0].h_samp_factor = info.comp_info[0].v_samp_factor = 1;
-    jpeg_start_compress(&info, TRUE);
-    if (!picture.iccProfile.empty())
-        jpeg_write_icc_profile(&info, picture.iccProfile.data(),
-                               static_cast<unsigned>(picture.iccProfile.size()));
-    while (info.next_scanline < info.image_height) {
-        auto* row = const_cast<JSAMPROW>(picture.row(static_cast<int>(info.next_scanline)));
-        jpeg_write_scanlines(&info, &row, 1);
-    }
-    jpeg_finish_compress(&info);
-    jpeg_destroy_compress(&info);
-    std::vector<std::uint8_t> bytes(memory, memory + size);
-    std::free(memory);
-    return bytes;
+    Recipe recipe;
+    recipe.colors = picture.grey ? JCS_GRAYSCALE : JCS_EXT_RGBX;
+    recipe.components = picture.grey ? 1 : 4;
+    recipe.icc = picture.iccProfile;
+    recipe.settings = [quality](jpeg_compress_struct& info) {
+        setTables(info, quality);
+        info.dct_method = JDCT_ISLOW;
+        if (quality >= 0.9) info.comp_info[0].h_samp_factor = info.comp_info[0].v_samp_factor = 1;
+    };
+    return writeJpeg(picture.width, picture.height, recipe, [&](int y) { return picture.row(y); });
 }
 
 } // namespace pex::jpegtest

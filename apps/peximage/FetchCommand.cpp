@@ -16,15 +16,16 @@ struct Fetched {
 };
 
 Fetched fetch(const pex::URL& url) {
-    std::promise<Fetched> arrived;
+    // Shared, since the other thread is still at it when the result is there.
+    const auto arrived = std::make_shared<std::promise<Fetched>>();
     std::string problem;
     pex::PexImage::getCachedImage({.url = url,
                                    .callback =
-                                       [&](std::shared_ptr<pex::PexImage> image) {
-                                           arrived.set_value({std::move(image), problem});
+                                       [arrived, &problem](std::shared_ptr<pex::PexImage> image) {
+                                           arrived->set_value({std::move(image), problem});
                                        },
                                    .failed = [&](const std::string& why) { problem = why; }});
-    return arrived.get_future().get();
+    return arrived->get_future().get();
 }
 
 std::vector<pex::URL> parsed(const std::vector<std::string>& inputs) {

@@ -7,7 +7,7 @@
 #include <memory>
 #include <system_error>
 
-// What the desktop's icon theme specification calls a directory is one size of a theme's icons.
+// What the index of an icon theme calls a directory is one size of its icons.
 
 namespace fs = std::filesystem;
 

@@ -59,10 +59,11 @@ struct JpegCodesAhead::Parts : std::enable_shared_from_this<JpegCodesAhead::Part
     /// False when the part is damaged.
     bool wait(int index) {
         for (unsigned seen = events; decoded <= index; seen = events) {
-            if (const std::unique_lock lock(decoding, std::try_to_lock); lock)
-                decodePart();
-            else
+            const std::unique_lock lock(decoding, std::try_to_lock);
+            if (!lock)
                 events.wait(seen); // somebody is at it
+            else if (decoded <= index) // still: a further part could take the place of this one
+                decodePart();
         }
         return index < damagedPart;
     }

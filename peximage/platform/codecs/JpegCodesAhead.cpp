@@ -61,7 +61,7 @@ struct JpegCodesAhead::Parts : std::enable_shared_from_this<JpegCodesAhead::Part
         for (unsigned seen = events; decoded <= index; seen = events) {
             const std::unique_lock lock(decoding, std::try_to_lock);
             if (!lock)
-                events.wait(seen); // somebody is at it
+                events.wait(seen);     // somebody is at it
             else if (decoded <= index) // still: a further part could take the place of this one
                 decodePart();
         }

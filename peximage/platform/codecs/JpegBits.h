@@ -29,14 +29,6 @@ class JpegBits {
     /// How many bits are left before the end; below zero when more were taken.
     std::int64_t left() const { return (end_ - next_) * 8 + count_; }
 
-    const std::uint8_t* next() const { return next_; }
-    const std::uint8_t* end() const { return end_; }
-    /// Goes on elsewhere, where the same bytes stand.
-    void moveTo(const std::uint8_t* next, const std::uint8_t* end) {
-        next_ = next;
-        end_ = end;
-    }
-
   private:
     static std::uint64_t bigEndianWord(const std::uint8_t* bytes) {
         std::uint64_t word = 0;

@@ -1,15 +1,14 @@
 #include "peximage/platform/codecs/JpegCodesAhead.h"
 
+#include "peximage/platform/codecs/JpegScanStretch.h"
 #include "peximage/platform/foundation/Workers.h"
 #include "peximage/platform/raster/PixelBuffer.h"
 
-#include <climits>
 #include <jerror.h>
 
 #include <algorithm>
 #include <atomic>
 #include <cstdlib>
-#include <mutex>
 #include <new>
 #include <utility>
 
@@ -20,110 +19,138 @@ extern "C" {
 namespace pex {
 namespace {
 
-/// What is decoded in one go: enough that threads need not wake each other often.
-constexpr std::int64_t blocksOfPart = 2500;
-/// Parts that are kept: the one in use, and those decoded ahead.
-constexpr int partsKept = 4;
+/// What is decoded in one go: enough that threads need not wake each other often, and that it weighs little
+/// what is decoded in vain before codes fall into step.
+constexpr std::size_t blocksOfStretch = 2500;
+constexpr std::size_t shortestStretch = 8192, longestStretch = 65536;
+
+/// Transforming takes some third of the time that codes take: more helpers would wait.
+int mostHelpers() { return std::min(Workers::count() - 1, 3); }
+
+std::size_t stretchBytes(j_decompress_ptr info) {
+    const std::size_t blocks = std::size_t{info->MCUs_per_row} * info->MCU_rows_in_scan *
+                               static_cast<std::size_t>(info->blocks_in_MCU);
+    const std::size_t bytes = info->src->bytes_in_buffer / (blocks / blocksOfStretch + 1);
+    return std::clamp(bytes, shortestStretch, longestStretch);
+}
 
 } // namespace
 
-/// The parts of a scan that are decoded and not yet used, in a ring. Whoever needs the next one decodes it;
-/// where another core is free, that has mostly happened before.
-struct JpegCodesAhead::Parts : std::enable_shared_from_this<JpegCodesAhead::Parts> {
-    using Coefficient = JpegScanCodes::Coefficient;
-
-    Parts(j_decompress_ptr info, Data bytes)
+/// The stretches of a scan that are decoded and not yet used, in a ring. Whoever is free decodes the next
+/// one; so does who needs one that another is still at.
+struct JpegCodesAhead::Stretches : std::enable_shared_from_this<JpegCodesAhead::Stretches> {
+    Stretches(j_decompress_ptr info, Data bytes)
         : file(std::move(bytes)),
           codes(info),
-          mcus(std::int64_t{info->MCUs_per_row} * info->MCU_rows_in_scan),
-          mcusOfPart(std::min(blocksOfPart / codes.blocksOfMcu(), mcus)),
-          count(static_cast<int>((mcus + mcusOfPart - 1) / mcusOfPart)),
-          longestPart(static_cast<std::size_t>(mcusOfPart) * codes.longestMcu()),
-          ring(PixelBuffer::make(static_cast<std::size_t>(std::min(partsKept, count)) * longestPart *
-                                 sizeof(Coefficient))) {}
-
-    Coefficient* part(int index) const {
-        return reinterpret_cast<Coefficient*>(ring.data()) +
-               static_cast<std::size_t>(index % partsKept) * longestPart;
+          begin(info->src->next_input_byte),
+          end(begin + info->src->bytes_in_buffer),
+          bytesOfOne(stretchBytes(info)),
+          count(static_cast<int>((info->src->bytes_in_buffer + bytesOfOne - 1) / bytesOfOne)),
+          helpers(mostHelpers()),
+          kept(std::min(2 * helpers + 2, count)),
+          memory(PixelBuffer::make(static_cast<std::size_t>(kept) * JpegScanStretch::memoryFor(bytesOfOne))),
+          decoded(static_cast<std::size_t>(kept)) {
+        ring.reserve(decoded.size());
+        for (int i = 0; memory && i < kept; ++i)
+            ring.emplace_back(memory.data() +
+                                  static_cast<std::size_t>(i) * JpegScanStretch::memoryFor(bytesOfOne),
+                              bytesOfOne);
     }
 
-    /// Holding `decoding`.
-    void decodePart() {
-        const int index = decoded;
-        const std::int64_t left = mcus - index * mcusOfPart;
-        if (!codes.writeMcus(std::min(mcusOfPart, left), part(index))) damagedPart = index;
-        decoded = index + 1;
-        tell();
+    std::size_t place(int index) const { return static_cast<std::size_t>(index % kept); }
+    bool isDecoded(int index) const { return decoded[place(index)] == index + 1; }
+
+    /// Where a stretch begins: not between the two bytes of a marker.
+    const std::uint8_t* beginOf(int index) const {
+        const auto offset = static_cast<std::size_t>(index) * bytesOfOne;
+        const std::uint8_t* const at = begin + std::min(offset, static_cast<std::size_t>(end - begin));
+        return at > begin && at < end && at[-1] == 0xFF ? at + 1 : at;
     }
 
-    /// False when the part is damaged.
-    bool wait(int index) {
-        for (unsigned seen = events; decoded <= index; seen = events) {
-            const std::unique_lock lock(decoding, std::try_to_lock);
-            if (!lock)
-                events.wait(seen);     // somebody is at it
-            else if (decoded <= index) // still: a further part could take the place of this one
-                decodePart();
-        }
-        return index < damagedPart;
-    }
-
-    bool hasRoom() const {
-        return decoded < count && decoded - used < partsKept && damagedPart == INT_MAX && !abandoned;
-    }
-
-    /// Until the ring is full; what is freed meanwhile is filled, too.
-    void workAhead() {
-        for (bool goesOn = true; goesOn;) {
-            const std::lock_guard lock(decoding);
-            goesOn = hasRoom();
-            if (goesOn) decodePart();
-        }
-        tell(); // that the lock is free
-        isHelped = false;
-    }
-
-    void tell() {
+    /// `bit` is where an MCU may begin.
+    void decode(int index, std::uint32_t bit) {
+        JpegScanStretch& stretch = ring[place(index)];
+        stretch.read(beginOf(index), beginOf(index + 1), end);
+        stretch.findMcus(codes, bit);
+        decoded[place(index)] = index + 1;
         ++events;
-        events.notify_one();
+        events.notify_all();
+    }
+
+    /// The next stretch that nobody is at is the caller's to decode; -1 when there is none, or no room.
+    int claim() {
+        int index = claimed;
+        do {
+            if (index >= count || index - used >= kept || isAbandoned) return -1;
+        } while (!claimed.compare_exchange_weak(index, index + 1));
+        return index;
+    }
+
+    void workAhead() {
+        for (int index = claim(); index >= 0; index = claim())
+            decode(index, 0);
+        --helping;
+    }
+
+    /// Returns the stretch of this index when it is decoded; an MCU begins at `bit` of it. Those before are
+    /// used.
+    JpegScanStretch& wait(int index, std::uint32_t bit) {
+        used = index;
+        askForHelp();
+        for (unsigned seen = events; !isDecoded(index); seen = events) {
+            const int mine = claim();
+            if (mine >= 0)
+                decode(mine, mine == index ? bit : 0);
+            else
+                events.wait(seen); // somebody is at it
+        }
+        return ring[place(index)];
     }
 
     void askForHelp() {
-        const bool worthIt = decoded < count && decoded - used <= partsKept / 2;
-        if (!worthIt || Workers::count() == 1 || isHelped.exchange(true)) return;
+        const bool worthIt = claimed < count - 1 && claimed - used <= kept / 2;
+        if (!worthIt || helping >= helpers) return;
+        ++helping;
         try { // nothing may be thrown through the codec library
-            Workers::run([parts = shared_from_this()] { parts->workAhead(); });
+            Workers::run([all = shared_from_this()] { all->workAhead(); });
         } catch (const std::bad_alloc&) {
-            isHelped = false;
+            --helping;
         }
     }
 
     const Data file; // kept while somebody works on it
-    JpegScanCodes codes;
-    const std::int64_t mcus, mcusOfPart;
-    const int count;
-    const std::size_t longestPart;
-    const PixelBuffer ring;
-    std::mutex decoding;
-    std::atomic<int> decoded{0}, used{0}, damagedPart{INT_MAX};
-    std::atomic<unsigned> events{0}; // a part has been decoded, or a helper has gone
-    std::atomic<bool> isHelped{false}, abandoned{false};
+    const JpegScanCodes codes;
+    const std::uint8_t *const begin, *const end;
+    const std::size_t bytesOfOne;
+    const int count, helpers, kept;
+    const PixelBuffer memory;
+    std::vector<JpegScanStretch> ring;
+    std::vector<std::atomic<int>> decoded; // of each place, the stretch that is there, counted from 1
+    std::atomic<int> claimed{0}, used{0}, helping{0};
+    std::atomic<unsigned> events{0}; // a stretch has been decoded
+    std::atomic<bool> isAbandoned{false};
 };
 
-JpegCodesAhead::JpegCodesAhead(std::shared_ptr<Parts> parts)
-    : parts_(std::move(parts)), blocksOfMcu_(parts_->codes.blocksOfMcu()), mcusOfPart_(parts_->mcusOfPart) {}
+JpegCodesAhead::JpegCodesAhead(j_decompress_ptr info, std::shared_ptr<Stretches> stretches)
+    : stretches_(std::move(stretches)),
+      blocksOfMcu_(info->blocks_in_MCU),
+      restartInterval_(info->restart_interval),
+      restartsToGo_(info->restart_interval),
+      mcu_(stretches_->codes.longestMcu()) {
+    std::copy_n(info->MCU_membership, blocksOfMcu_, componentOf_.begin());
+}
 
 std::unique_ptr<JpegCodesAhead> JpegCodesAhead::takeOver(j_decompress_ptr info, const Data& file) {
     if (!JpegScanCodes::areUsual(info) || info->src->bytes_in_buffer == 0) return nullptr;
-    auto parts = std::make_shared<Parts>(info, file);
-    if (!parts->ring) return nullptr;
-    std::unique_ptr<JpegCodesAhead> ahead(new JpegCodesAhead(std::move(parts)));
+    auto stretches = std::make_shared<Stretches>(info, file);
+    if (!stretches->memory) return nullptr;
+    std::unique_ptr<JpegCodesAhead> ahead(new JpegCodesAhead(info, std::move(stretches)));
     info->client_data = ahead.get();
     info->entropy->decode_mcu = decodeMcu;
     return ahead;
 }
 
-JpegCodesAhead::~JpegCodesAhead() { parts_->abandoned = true; }
+JpegCodesAhead::~JpegCodesAhead() { stretches_->isAbandoned = true; }
 
 boolean JpegCodesAhead::decodeMcu(j_decompress_ptr info, JBLOCKROW* blocks) {
     auto& self = *static_cast<JpegCodesAhead*>(info->client_data);
@@ -133,20 +160,57 @@ boolean JpegCodesAhead::decodeMcu(j_decompress_ptr info, JBLOCKROW* blocks) {
 
 /// Into blocks that the library has cleared.
 bool JpegCodesAhead::copyMcu(JBLOCKROW* blocks) {
-    if (mcu_ == 0) {
-        parts_->askForHelp();
-        if (!parts_->wait(part_)) return false;
-        next_ = parts_->part(part_);
+    if (restartInterval_ != 0 && restartsToGo_-- == 0 && !passRestart()) return false;
+    while (bit_ >= endOfStretch_) {
+        if (!nextStretch()) return false;
+    }
+    if (bit_ >= endOfSegment_) return false;
+    const Coefficient* from = stretch_->takeMcu(bit_);
+    if (from == nullptr) {
+        if (!stretch_->decodeMcu(stretches_->codes, bit_, nextRestart_, mcu_.data())) return false;
+        from = mcu_.data();
     }
     for (int i = 0; i < blocksOfMcu_; ++i) {
         JCOEF* const block = blocks[i][0];
-        for (const JpegScanCodes::Coefficient* const end = next_ + 1 + *next_; ++next_ != end;)
-            block[*next_ >> 16] = static_cast<JCOEF>(*next_);
+        int& dc = lastDc_[static_cast<std::size_t>(componentOf_[static_cast<std::size_t>(i)])];
+        dc += static_cast<std::int16_t>(from[1]);
+        block[0] = static_cast<JCOEF>(dc);
+        const Coefficient* const end = from + 1 + *from;
+        for (from += 2; from != end; ++from)
+            block[*from >> 16] = static_cast<JCOEF>(*from);
     }
-    if (++mcu_ == mcusOfPart_) {
-        mcu_ = 0;
-        parts_->used = ++part_;
+    return true;
+}
+
+bool JpegCodesAhead::nextStretch() {
+    constexpr int farOut =
+        1 << 20; // no picture has such a brightness, and within a stretch it cannot overflow
+    const bool isUsedUp = stretch_ == nullptr || nextRestart_ == stretch_->restarts().size();
+    const bool isDark =
+        std::any_of(lastDc_.begin(), lastDc_.end(), [](int dc) { return std::abs(dc) > farOut; });
+    if (!isUsedUp || isDark || ++index_ >= stretches_->count) return false;
+    bit_ -= std::min(bit_, endOfStretch_);
+    stretch_ = &stretches_->wait(index_, bit_);
+    endOfStretch_ = stretch_->bits();
+    nextRestart_ = 0;
+    endOfSegment_ = stretch_->endOfSegment(0);
+    return true;
+}
+
+/// False when what comes next is not the restart marker that is due.
+bool JpegCodesAhead::passRestart() {
+    constexpr std::uint32_t mostPadding = 7;
+    restartsToGo_ = restartInterval_ - 1;
+    lastDc_ = {};
+    while (nextRestart_ == stretch_->restarts().size()) {
+        // It may be the first thing in the next stretch.
+        if (bit_ + mostPadding < endOfStretch_ || !nextStretch()) return false;
     }
+    const auto [bit, number] = stretch_->restarts()[nextRestart_];
+    if (number != restartNumber_ || bit_ > bit || bit - bit_ > mostPadding) return false;
+    bit_ = bit;
+    restartNumber_ = (number + 1) & 7;
+    endOfSegment_ = stretch_->endOfSegment(++nextRestart_);
     return true;
 }
 

@@ -3,12 +3,16 @@
 #include "peximage/platform/codecs/JpegScanCodes.h"
 #include "peximage/platform/foundation/Data.h"
 
+#include <array>
 #include <memory>
+#include <vector>
 
 namespace pex {
 
+class JpegScanStretch;
+
 /// Decodes the Huffman codes of the most usual files in the place of the codec library: faster, and ahead of
-/// it on another core, while the library transforms what was decoded before. The library gets what it would
+/// it on other cores, while the library transforms what was decoded before. The library gets what it would
 /// have decoded itself, coefficient by coefficient. At the first sign of damage it is given up with an error:
 /// the file is then for the library alone, which knows what to make of it.
 class JpegCodesAhead {
@@ -22,19 +26,31 @@ class JpegCodesAhead {
     bool gaveUp() const { return gaveUp_; }
 
   private:
-    struct Parts;
+    struct Stretches;
+    using Coefficient = JpegScanCodes::Coefficient;
 
-    explicit JpegCodesAhead(std::shared_ptr<Parts> parts);
+    JpegCodesAhead(j_decompress_ptr info, std::shared_ptr<Stretches> stretches);
     static boolean decodeMcu(j_decompress_ptr info, JBLOCKROW* blocks);
     bool copyMcu(JBLOCKROW* blocks);
+    bool passRestart();
+    bool nextStretch();
     [[noreturn]] void giveUp(j_decompress_ptr info);
 
-    std::shared_ptr<Parts> parts_; // shared with who works ahead
+    std::shared_ptr<Stretches> stretches_; // shared with who works ahead
     const int blocksOfMcu_;
-    const std::int64_t mcusOfPart_;
-    int part_ = 0;
-    std::int64_t mcu_ = 0;                             // in the part, the next one
-    const JpegScanCodes::Coefficient* next_ = nullptr; // its first block
+    std::array<int, D_MAX_BLOCKS_IN_MCU> componentOf_{}; // of each block of an MCU
+
+    JpegScanStretch* stretch_ = nullptr;
+    int index_ = -1;                 // of the stretch
+    std::uint32_t bit_ = 0;          // where the next MCU begins
+    std::uint32_t endOfStretch_ = 0; // in bits
+    std::size_t nextRestart_ = 0;    // among the stretch's
+    std::uint32_t endOfSegment_ = 0; // bits before it
+    std::array<int, MAX_COMPS_IN_SCAN> lastDc_{};
+    const unsigned restartInterval_;
+    unsigned restartsToGo_;
+    int restartNumber_ = 0;
+    std::vector<Coefficient> mcu_; // one that has to be decoded when it is used
     bool gaveUp_ = false;
 };
 

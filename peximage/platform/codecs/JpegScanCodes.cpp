@@ -77,43 +77,35 @@ bool JpegScanCodes::areUsual(j_decompress_ptr info) {
     return true;
 }
 
-JpegScanCodes::JpegScanCodes(j_decompress_ptr info)
-    : bytes_(info->src->next_input_byte, info->src->next_input_byte + info->src->bytes_in_buffer) {
+JpegScanCodes::JpegScanCodes(j_decompress_ptr info) : blockCount_(info->blocks_in_MCU) {
     for (std::size_t i = 0; i < NUM_HUFF_TBLS; ++i) {
         if (info->dc_huff_tbl_ptrs[i] != nullptr) dcTables_[i] = JpegHuffmanTable(*info->dc_huff_tbl_ptrs[i]);
         if (info->ac_huff_tbl_ptrs[i] != nullptr) acTables_[i] = JpegHuffmanTable(*info->ac_huff_tbl_ptrs[i]);
     }
-    blockCount_ = info->blocks_in_MCU;
     for (int i = 0; i < blockCount_; ++i) {
-        const int component = info->MCU_membership[i];
-        const jpeg_component_info& of = *info->cur_comp_info[component];
-        blocks_[static_cast<std::size_t>(i)] = {
-            static_cast<std::size_t>(of.dc_tbl_no), static_cast<std::size_t>(of.ac_tbl_no),
-            static_cast<std::size_t>(component), of.component_needed != FALSE && of.DCT_scaled_size > 1};
+        const jpeg_component_info& of = *info->cur_comp_info[info->MCU_membership[i]];
+        blocks_[static_cast<std::size_t>(i)] = {static_cast<std::size_t>(of.dc_tbl_no),
+                                                static_cast<std::size_t>(of.ac_tbl_no),
+                                                of.component_needed != FALSE && of.DCT_scaled_size > 1};
     }
-    restartInterval_ = state_.restartsToGo = info->restart_interval;
 }
 
-bool JpegScanCodes::writeMcus(std::int64_t count, Coefficient* to) {
-    State state = state_;
-    for (; count > 0 && isGood_; --count) {
-        to = writeMcu(state, to);
-        isGood_ = to != nullptr;
-    }
-    state_ = state;
-    return isGood_;
+JpegScanCodes::Coefficient* JpegScanCodes::writeMcu(JpegBits& bits, Coefficient* to) const {
+    JpegBits inRegisters = bits;
+    to = writeBlocks(inRegisters, to);
+    bits = inRegisters;
+    return bits.left() >= 0 ? to : nullptr;
 }
 
-/// Null at the first sign of damage.
-inline JpegScanCodes::Coefficient* JpegScanCodes::writeMcu(State& state, Coefficient* to) {
-    if (restartInterval_ != 0 && state.restartsToGo-- == 0 && !passRestart(state)) return nullptr;
-    bytes_.prepare(state.bits);
-    JpegBits bits = state.bits; // in registers
+inline JpegScanCodes::Coefficient* JpegScanCodes::writeBlocks(JpegBits& bits, Coefficient* to) const {
     for (int i = 0; i < blockCount_; ++i) {
         const Block& block = blocks_[static_cast<std::size_t>(i)];
-        int& last = state.lastDc[block.component];
-        if (!decodeDc(bits, block, last)) return nullptr;
-        to[1] = packed(0, last);
+        bits.refill();
+        const JpegHuffmanTable::Entry code = dcTables_[block.dcTable].lookup(bits.peek());
+        if (!code.isCode()) return nullptr;
+        const int change = code.size() == 0 ? 0 : numberIn(bits.peek() << code.codeBits(), code.size());
+        bits.drop(code.total());
+        to[1] = packed(0, change);
         const JpegHuffmanTable& table = acTables_[block.acTable];
         Coefficient* const end =
             block.wantsAll ? decodeAc<true>(bits, table, to + 2) : decodeAc<false>(bits, table, to + 2);
@@ -121,26 +113,7 @@ inline JpegScanCodes::Coefficient* JpegScanCodes::writeMcu(State& state, Coeffic
         to[0] = static_cast<Coefficient>(end - to - 1);
         to = end;
     }
-    state.bits = bits;
-    return bits.left() >= 0 ? to : nullptr;
-}
-
-bool JpegScanCodes::passRestart(State& state) {
-    state.restartsToGo = restartInterval_ - 1;
-    state.lastDc = {};
-    const int number = state.nextRestart;
-    state.nextRestart = (number + 1) & 7;
-    return bytes_.passRestart(state.bits, number);
-}
-
-inline bool JpegScanCodes::decodeDc(JpegBits& bits, const Block& block, int& last) const {
-    constexpr int farOut = 1 << 20; // no picture has such a brightness
-    bits.refill();
-    const JpegHuffmanTable::Entry code = dcTables_[block.dcTable].lookup(bits.peek());
-    if (!code.isCode()) return false;
-    if (code.size() != 0) last += numberIn(bits.peek() << code.codeBits(), code.size());
-    bits.drop(code.total());
-    return last <= farOut && last >= -farOut;
+    return to;
 }
 
 } // namespace pex

@@ -1,7 +1,7 @@
 #pragma once
 
+#include "peximage/platform/codecs/JpegBits.h"
 #include "peximage/platform/codecs/JpegHuffmanTable.h"
-#include "peximage/platform/codecs/JpegScanBytes.h"
 
 #include <array>
 #include <cstddef>
@@ -9,10 +9,11 @@
 
 namespace pex {
 
-/// The codes of one baseline scan, decoded MCU by MCU from bytes in memory.
+/// The codes of one baseline scan, decoded MCU by MCU. What the codes of an MCU say depends on nothing that
+/// comes before them. Any number of threads at once.
 class JpegScanCodes {
   public:
-    /// Of a decompressor that has just been started; the bytes behind its source must outlive the codes.
+    /// Of a decompressor that has just been started.
     explicit JpegScanCodes(j_decompress_ptr info);
 
     /// Whether they can be decoded here: Huffman codes of one scan that holds all components, for numbers
@@ -26,36 +27,23 @@ class JpegScanCodes {
     using Coefficient = std::uint32_t;
     /// The most that an MCU takes when it is written.
     std::size_t longestMcu() const { return static_cast<std::size_t>(blockCount_) * (1 + DCTSIZE2); }
-    /// Writes the next so many MCUs: for each block the number of coefficients that follow, and these. Blocks
+    /// Writes the next MCU, and returns where it ends: for each block the number of coefficients that follow,
+    /// and these. The first tells by how much it differs from the one of the component's block before. Blocks
     /// of components that are not wanted, and those that are decoded at an eighth, have no more than the
-    /// first. False at the first sign of damage, and from then on.
-    bool writeMcus(std::int64_t count, Coefficient* to);
+    /// first. Null when the codes are damaged or go on behind the end; the bits are then somewhere in them.
+    Coefficient* writeMcu(JpegBits& bits, Coefficient* to) const;
 
   private:
     struct Block {
-        std::size_t dcTable, acTable, component;
+        std::size_t dcTable, acTable;
         bool wantsAll;
     };
 
-    /// What changes from MCU to MCU; worked on in a copy, since other threads read what lies beside it.
-    struct State {
-        JpegBits bits;
-        std::array<int, MAX_COMPS_IN_SCAN> lastDc{};
-        unsigned restartsToGo = 0;
-        int nextRestart = 0;
-    };
-
-    bool passRestart(State& state);
-    bool decodeDc(JpegBits& bits, const Block& block, int& last) const;
-    Coefficient* writeMcu(State& state, Coefficient* to);
+    Coefficient* writeBlocks(JpegBits& bits, Coefficient* to) const;
 
     std::array<JpegHuffmanTable, NUM_HUFF_TBLS> dcTables_, acTables_;
     std::array<Block, D_MAX_BLOCKS_IN_MCU> blocks_{};
     int blockCount_ = 0;
-    unsigned restartInterval_ = 0;
-    JpegScanBytes bytes_;
-    State state_;
-    bool isGood_ = true;
 };
 
 } // namespace pex

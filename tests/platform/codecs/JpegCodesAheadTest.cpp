@@ -104,12 +104,34 @@ TEST(JpegCodesAheadTest, DecodesOtherTablesRestartsAndKindsOfFile) {
     }
 }
 
-TEST(JpegCodesAheadTest, LargePicturesAreDecodedAheadOfUse) {
-    // Of many parts, with a helper and without one.
-    const Bytes file = makeJpeg(1500, 1100, {.settings = sampled(2, 2, 90)}, noise);
-    expectSame(file, "helped");
-    const pex::Workers::Limit alone(1);
-    expectSame(file, "alone");
+TEST(JpegCodesAheadTest, LargePicturesAreDecodedFromSeveralPlacesAtOnce) {
+    struct Kind {
+        const char* what;
+        void (*settings)(jpeg_compress_struct&);
+    };
+    const Kind kinds[] = {
+        {"4:2:0", [](jpeg_compress_struct&) {}},
+        {"4:4:4", [](jpeg_compress_struct& info) { info.comp_info[0].h_samp_factor = 1; }},
+        // Codes that fall into step, but not always with the first block of an MCU.
+        {"one pair of tables for all",
+         [](jpeg_compress_struct& info) { jpeg_set_colorspace(&info, JCS_RGB); }},
+        {"grey", [](jpeg_compress_struct& info) { jpeg_set_colorspace(&info, JCS_GRAYSCALE); }},
+        {"a restart after each MCU", [](jpeg_compress_struct& info) { info.restart_interval = 1; }},
+        {"restarts within rows", [](jpeg_compress_struct& info) { info.restart_interval = 13; }},
+        {"a restart after some rows", [](jpeg_compress_struct& info) { info.restart_in_rows = 11; }},
+    };
+    for (const auto& [what, settings] : kinds) {
+        for (const auto& sample : {noise, smooth}) {
+            Bytes file = makeJpeg(900, 700, {.settings = settings}, sample);
+            for (const int threads : {1, 2, 4}) {
+                const pex::Workers::Limit limit(threads);
+                expectSame(file, std::string(what) + " on " + std::to_string(threads));
+            }
+            const Bytes other = makeJpeg(300, 200, {}, noise);
+            file.insert(file.end(), other.begin(), other.end());
+            expectSame(file, std::string(what) + " with another file behind it");
+        }
+    }
 }
 
 /// The pixels that the library's users get, and whether they are told that the picture is damaged.

@@ -13,12 +13,13 @@ class JpegBits {
     JpegBits() = default;
     JpegBits(const std::uint8_t* next, const std::uint8_t* end) : next_(next), end_(end) {}
 
-    /// Makes at least 56 bits ready; behind the end they mean nothing.
+    static constexpr unsigned ready = 56;
+    /// Makes at least so many bits ready; behind the end they mean nothing.
     void refill() {
         // Bits of a byte that does not go in whole are put there again with the next word: the same ones.
         buffer_ |= bigEndianWord(next_) >> count_;
         next_ += (63 - count_) >> 3;
-        count_ |= 56;
+        count_ |= ready;
     }
     /// Left-aligned.
     std::uint64_t peek() const { return buffer_; }

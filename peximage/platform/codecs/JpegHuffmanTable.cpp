@@ -4,37 +4,57 @@
 #include <iterator>
 
 namespace pex {
+namespace {
+
+constexpr unsigned longestCode = 16;
+
+/// The number in the first `size` bits: where the first of them is 0 it is negative.
+int numberIn(std::uint64_t bits, unsigned size) {
+    if (size == 0) return 0;
+    const auto plain = static_cast<int>(bits >> (64 - size));
+    const bool isPositive = bits >> 63 != 0;
+    return isPositive ? plain : plain - (1 << size) + 1;
+}
+
+/// `bits` begin with the code.
+JpegHuffmanTable::Entry entryOf(std::uint64_t bits, unsigned codeBits, unsigned symbol) {
+    const unsigned zeros = symbol >> 4, size = symbol & 15;
+    const unsigned step = size != 0 || zeros == 15 ? zeros + 1 : JpegHuffmanTable::endOfBlock;
+    return {codeBits + size, step, numberIn(bits << codeBits, size)};
+}
+
+} // namespace
 
 JpegHuffmanTable::JpegHuffmanTable(const JHUFF_TBL& table) {
+    entries_.fill({0, tooLong, 0});
     std::copy(std::begin(table.huffval), std::end(table.huffval), symbols_.begin());
-    unsigned code = 0;
+    std::uint32_t code = 0;
     int symbol = 0;
-    for (int length = 1; length <= 16; ++length) {
-        const auto at = static_cast<std::size_t>(length);
-        symbolOffset_[at] = symbol - static_cast<int>(code);
+    for (unsigned length = 1; length <= longestCode; ++length, code <<= 1) {
+        symbolOffset_[length] = symbol - static_cast<int>(code);
         for (int i = 0; i < table.bits[length]; ++i)
             addCode(code++, length, symbols_[static_cast<std::size_t>(symbol++)]);
-        lastCode_[at] = table.bits[length] > 0 ? static_cast<int>(code) - 1 : -1;
-        code <<= 1;
+        endOfCodes_[length] = code << (longestCode - length);
     }
 }
 
-void JpegHuffmanTable::addCode(unsigned code, int length, unsigned symbol) {
-    if (length > lookupBits) return;
-    const int spare = lookupBits - length;
-    std::fill_n(entries_.begin() + (code << spare), 1U << spare,
-                Entry(symbol, static_cast<unsigned>(length)));
+void JpegHuffmanTable::addCode(std::uint64_t code, unsigned codeBits, unsigned symbol) {
+    const unsigned size = symbol & 15, bits = codeBits + size;
+    if (bits > lookupBits) return;
+    const std::size_t places = std::size_t{1} << (lookupBits - bits);
+    auto to = entries_.begin() + static_cast<std::ptrdiff_t>(code << (lookupBits - codeBits));
+    for (std::uint64_t number = 0; number < std::uint64_t{1} << size; ++number)
+        to = std::fill_n(to, places, entryOf((code << size | number) << (64 - bits), codeBits, symbol));
 }
 
-JpegHuffmanTable::Entry JpegHuffmanTable::longCode(std::uint64_t bits) const {
-    for (int length = lookupBits + 1; length <= 16; ++length) {
+JpegHuffmanTable::Entry JpegHuffmanTable::decode(std::uint64_t bits) const {
+    const std::uint64_t first = bits >> (64 - longestCode);
+    for (unsigned length = 1; length <= longestCode; ++length) {
+        if (first >= endOfCodes_[length]) continue;
         const auto code = static_cast<int>(bits >> (64 - length));
-        const auto at = static_cast<std::size_t>(length);
-        if (code <= lastCode_[at])
-            return {symbols_[static_cast<std::size_t>(code + symbolOffset_[at]) & 255],
-                    static_cast<unsigned>(length)};
+        return entryOf(bits, length, symbols_[static_cast<std::size_t>(code + symbolOffset_[length]) & 255]);
     }
-    return {};
+    return {0, noCode, 0};
 }
 
 } // namespace pex

@@ -11,46 +11,56 @@
 
 namespace pex {
 
-/// One table of Huffman codes: the next bits of a scan look up the code that they begin with.
+/// One table of Huffman codes: the next bits of a scan look up the code that they begin with, and the number
+/// that follows it.
 class JpegHuffmanTable {
   public:
-    /// A code says how many coefficients are zero and of how many bits the next one's number is, which
-    /// follow. In one word, so that the bits of both, which all that follows waits for, take no unpacking.
+    /// What a code and its number say, in one word, so that the bits of both, which all that follows waits
+    /// for, take no unpacking.
     class Entry {
       public:
         constexpr Entry() = default;
-        constexpr Entry(unsigned symbol, unsigned codeBits)
-            : word_((codeBits + (symbol & 15)) | codeBits << 8 | (symbol >> 4) << 16 | (symbol & 15) << 24) {}
+        constexpr Entry(unsigned bits, unsigned step, int value)
+            : word_(bits | step << 8 | static_cast<unsigned>(value) << 16) {}
 
-        /// The bits of both; 0 where the bits begin a longer code, or none.
-        constexpr unsigned total() const { return word_ & 63; }
-        constexpr unsigned codeBits() const { return word_ >> 8 & 63; }
-        constexpr unsigned run() const { return word_ >> 16 & 15; }
-        constexpr unsigned size() const { return word_ >> 24; }
-        constexpr bool isCode() const { return word_ != 0; }
+        /// The bits of both.
+        constexpr unsigned bits() const { return word_ & 63; }
+        /// How far the coefficient is from the one before in the order of the file, 1 to 16; or one of those
+        /// below, which lead out of any block.
+        constexpr unsigned step() const { return word_ >> 8 & 255; }
+        /// The number's lower 16 bits.
+        constexpr unsigned value() const { return word_ >> 16; }
 
       private:
         std::uint32_t word_ = 0;
     };
-    static constexpr int lookupBits = 10;
+    static constexpr unsigned endOfBlock = 64; // no coefficient: all that are left are zero
+    static constexpr unsigned noCode = 128;
+    static constexpr unsigned tooLong = 192; // a code and a number that `lookup` does not know; no bits
+
+    /// `lookup` knows those that take no more bits.
+    static constexpr unsigned lookupBits = 11;
+    /// The most bits that any takes.
+    static constexpr unsigned mostBits = 27;
 
     JpegHuffmanTable() = default;
-    /// From a table that the codec library has found good.
+    /// From a table that the codec library has found good, of numbers of at most ten bits, eleven for
+    /// brightness.
     explicit JpegHuffmanTable(const JHUFF_TBL& table);
 
     /// Bits are left-aligned.
-    Entry lookup(std::uint64_t bits) const {
-        const Entry entry = entries_[bits >> (64 - lookupBits)];
-        return entry.isCode() ? entry : longCode(bits);
-    }
+    Entry lookup(std::uint64_t bits) const { return entries_[bits >> (64 - lookupBits)]; }
+    /// The same for any code; `mostBits` are needed.
+    Entry decode(std::uint64_t bits) const;
 
   private:
-    void addCode(unsigned code, int length, unsigned symbol);
-    Entry longCode(std::uint64_t bits) const;
+    void addCode(std::uint64_t code, unsigned codeBits, unsigned symbol);
 
     std::array<Entry, 1 << lookupBits> entries_{};
     std::array<std::uint8_t, 256> symbols_{};
-    std::array<std::int32_t, 17> lastCode_{}; // of each length; -1 where there is none
+    /// For the codes of each length: where the shorter ones and these end, left-aligned, and what leads from
+    /// a code to its symbol.
+    std::array<std::uint64_t, 17> endOfCodes_{};
     std::array<std::int32_t, 17> symbolOffset_{};
 };
 

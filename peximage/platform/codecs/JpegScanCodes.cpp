@@ -7,26 +7,38 @@
 namespace pex {
 namespace {
 
-/// Zeros that a code without a number stands for: a coefficient of 0 follows.
-constexpr unsigned longestRun = 15;
+/// The last coefficient of a block.
+constexpr unsigned last = 63;
 
-/// Where the coefficients of a block go, in the order of the file. A run beyond the end of a block leads to
-/// its last one, and is found out afterwards.
-constexpr std::array<std::uint8_t, 64 + 16> naturalOrder = {
-    0,  1,  8,  16, 9,  2,  3,  10, 17, 24, 32, 25, 18, 11, 4,  5,  12, 19, 26, 33,
-    40, 48, 41, 34, 27, 20, 13, 6,  7,  14, 21, 28, 35, 42, 49, 56, 57, 50, 43, 36,
-    29, 22, 15, 23, 30, 37, 44, 51, 58, 59, 52, 45, 38, 31, 39, 46, 53, 60, 61, 54,
-    47, 55, 62, 63, 63, 63, 63, 63, 63, 63, 63, 63, 63, 63, 63, 63, 63, 63, 63, 63};
+/// Where the coefficients of a block go, in the order of the file.
+constexpr std::array<std::uint8_t, 64> naturalOrder = {
+    0,  1,  8,  16, 9,  2,  3,  10, 17, 24, 32, 25, 18, 11, 4,  5,  12, 19, 26, 33, 40, 48,
+    41, 34, 27, 20, 13, 6,  7,  14, 21, 28, 35, 42, 49, 56, 57, 50, 43, 36, 29, 22, 15, 23,
+    30, 37, 44, 51, 58, 59, 52, 45, 38, 31, 39, 46, 53, 60, 61, 54, 47, 55, 62, 63};
 
-/// The number in the first `size` bits, at least one: where the first of them is 0 it is negative.
-int numberIn(std::uint64_t bits, unsigned size) {
-    const auto plain = static_cast<int>(bits >> (64 - size));
-    const auto isPositive = static_cast<int>(static_cast<std::int64_t>(bits) >> 63); // all ones, or none
-    return plain + (((-1 << size) + 1) & ~isPositive);
+using Entry = JpegHuffmanTable::Entry;
+
+JpegScanCodes::Coefficient packed(unsigned k, Entry code) {
+    return static_cast<unsigned>(naturalOrder[k]) << 16 | code.value();
 }
 
-JpegScanCodes::Coefficient packed(unsigned place, int value) {
-    return place << 16 | static_cast<std::uint16_t>(value);
+/// Decodes codes as long as they are short and lead to coefficients before the last one, k; returns the code
+/// that does not.
+template <bool wanted>
+inline Entry decodeShort(JpegBits& bits, const JpegHuffmanTable& table, unsigned& k,
+                         JpegScanCodes::Coefficient*& to) {
+    constexpr unsigned codesAtOnce = JpegBits::ready / JpegHuffmanTable::lookupBits;
+    for (;;) {
+        bits.refill();
+#pragma GCC unroll 8
+        for (unsigned i = 0; i < codesAtOnce; ++i) {
+            const Entry code = table.lookup(bits.peek());
+            bits.drop(code.bits());
+            k += code.step();
+            if (k >= last) return code;
+            if constexpr (wanted) *to++ = packed(k, code);
+        }
+    }
 }
 
 /// Writes the coefficients behind the first, if they are wanted; where the next one goes. Null when they go
@@ -34,26 +46,18 @@ JpegScanCodes::Coefficient packed(unsigned place, int value) {
 template <bool wanted>
 inline JpegScanCodes::Coefficient* decodeAc(JpegBits& bits, const JpegHuffmanTable& table,
                                             JpegScanCodes::Coefficient* to) {
-    unsigned k = 1;
-    // One code with its number; false at the end of the block.
-    bool isCode = true;
-    const auto decode = [&] {
-        const JpegHuffmanTable::Entry code = table.lookup(bits.peek());
-        const std::uint64_t number = bits.peek() << code.codeBits();
-        bits.drop(code.total());
-        k += code.run();
-        if (code.size() == 0) {
-            isCode = code.isCode();
-            if (code.run() != longestRun) return false;
-        } else if constexpr (wanted) {
-            *to++ = packed(naturalOrder[k], numberIn(number, code.size()));
+    for (unsigned k = 0;;) {
+        Entry code = decodeShort<wanted>(bits, table, k, to);
+        if (code.step() == JpegHuffmanTable::tooLong) {
+            bits.refill();
+            code = table.decode(bits.peek());
+            bits.drop(code.bits());
+            k += code.step() - JpegHuffmanTable::tooLong;
         }
-        return ++k < 64;
-    };
-    do
-        bits.refill();            // enough for two
-    while (decode() && decode()); // NOLINT: each call decodes another
-    return isCode && k <= 64 ? to : nullptr;
+        if (k > last) return code.step() == JpegHuffmanTable::endOfBlock ? to : nullptr;
+        if constexpr (wanted) *to++ = packed(k, code);
+        if (k == last) return to;
+    }
 }
 
 bool hasLongNumbers(const JHUFF_TBL& table, int mostBits) {
@@ -101,11 +105,12 @@ inline JpegScanCodes::Coefficient* JpegScanCodes::writeBlocks(JpegBits& bits, Co
     for (int i = 0; i < blockCount_; ++i) {
         const Block& block = blocks_[static_cast<std::size_t>(i)];
         bits.refill();
-        const JpegHuffmanTable::Entry code = dcTables_[block.dcTable].lookup(bits.peek());
-        if (!code.isCode()) return nullptr;
-        const int change = code.size() == 0 ? 0 : numberIn(bits.peek() << code.codeBits(), code.size());
-        bits.drop(code.total());
-        to[1] = packed(0, change);
+        const JpegHuffmanTable& dcTable = dcTables_[block.dcTable];
+        Entry code = dcTable.lookup(bits.peek());
+        if (code.step() == JpegHuffmanTable::tooLong) code = dcTable.decode(bits.peek());
+        if (code.step() == JpegHuffmanTable::noCode) return nullptr;
+        bits.drop(code.bits());
+        to[1] = packed(0, code);
         const JpegHuffmanTable& table = acTables_[block.acTable];
         Coefficient* const end =
             block.wantsAll ? decodeAc<true>(bits, table, to + 2) : decodeAc<false>(bits, table, to + 2);

@@ -9,8 +9,8 @@ namespace {
 
 using Coefficient = JpegScanCodes::Coefficient;
 
-/// The bytes that an MCU can take: ten blocks of codes with 26 bits.
-constexpr std::size_t longestMcu = 10 * 64 * 26 / 8;
+/// The bytes that an MCU can take.
+constexpr std::size_t longestMcu = D_MAX_BLOCKS_IN_MCU * DCTSIZE2 * JpegHuffmanTable::mostBits / 8;
 /// The bytes of the file behind a stretch that hold the rest of its last MCU, whatever is stuffed.
 constexpr std::ptrdiff_t overlap = 2 * longestMcu;
 /// A damaged MCU may lead as far behind the end.

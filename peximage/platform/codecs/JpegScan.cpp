@@ -136,6 +136,7 @@ class ComponentCoder {
 template <class Sink>
 void codeUnits(Sink& sink, const Scan& scan, const UnitRange& range) {
     std::vector<ComponentCoder> coders;
+    coders.reserve(scan.components.size()); // they are large
     for (const auto& component : scan.components)
         coders.emplace_back(component, range.row, range.first, scan.unitsWide);
     for (int first = range.first; first < range.end; first += ComponentCoder::unitsAtOnce) {

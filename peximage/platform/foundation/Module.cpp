@@ -24,7 +24,8 @@ fs::path ownFolder() {
 
 /// Empty when there is none.
 fs::path find(std::string_view name) {
-    const fs::path here = ownFolder(), above = here.parent_path();
+    static const fs::path& here = *new fs::path(ownFolder()); // never destroyed: threads may outlive statics
+    const fs::path above = here.parent_path();
     if (here.empty()) return {};
     for (const fs::path& folder : {here, above / PEX_LIBDIR, above / "lib"}) {
         fs::path object = folder / "peximage" / (std::string(name) + ".so");

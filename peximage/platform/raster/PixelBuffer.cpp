@@ -116,7 +116,7 @@ void* allocateLarge(std::size_t bytes) {
 
 PixelBuffer PixelBuffer::make(std::size_t bytes) {
     if (bytes > std::numeric_limits<std::size_t>::max() / 2) return {};
-    const bool large = bytes + slack >= hugePage;
+    const bool large = bytes + slack >= hugePage / 2;
     const std::size_t capacity = roundUp(bytes + slack, large ? hugePage : smallAlignment);
     void* block = large ? allocateLarge(capacity) : std::aligned_alloc(smallAlignment, capacity);
     if (!block) return {};

@@ -19,11 +19,22 @@ int numberIn(std::uint64_t bits, unsigned size) {
 /// `bits` begin with the code.
 JpegHuffmanTable::Entry entryOf(std::uint64_t bits, unsigned codeBits, unsigned symbol) {
     const unsigned zeros = symbol >> 4, size = symbol & 15;
-    const unsigned step = size != 0 || zeros == 15 ? zeros + 1 : JpegHuffmanTable::endOfBlock;
-    return {codeBits + size, step, numberIn(bits << codeBits, size)};
+    if (size == 0 && zeros != 15) return {codeBits, JpegHuffmanTable::endOfBlock, static_cast<int>(zeros)};
+    return {codeBits + size, zeros + 1, numberIn(bits << codeBits, size)};
 }
 
 } // namespace
+
+bool JpegHuffmanTable::isUsual(const JHUFF_TBL& table, int mostNumberBits) {
+    int codes = 0, free = 1; // codes of a length that no shorter code begins
+    for (int length = 1; length <= static_cast<int>(longestCode); ++length) {
+        codes += table.bits[length];
+        free = 2 * free - table.bits[length];
+        if (free < 0 || codes > 256) return false;
+    }
+    return std::all_of(table.huffval, table.huffval + codes,
+                       [&](std::uint8_t symbol) { return (symbol & 15) <= mostNumberBits; });
+}
 
 JpegHuffmanTable::JpegHuffmanTable(const JHUFF_TBL& table) {
     entries_.fill({0, tooLong, 0});

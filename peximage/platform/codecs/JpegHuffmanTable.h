@@ -34,7 +34,9 @@ class JpegHuffmanTable {
       private:
         std::uint32_t word_ = 0;
     };
-    static constexpr unsigned endOfBlock = 64; // no coefficient: all that are left are zero
+    /// No coefficient: all that are left are zero. In a progressive scan the value tells how many bits follow
+    /// with the number of blocks of which that is true.
+    static constexpr unsigned endOfBlock = 64;
     static constexpr unsigned noCode = 128;
     static constexpr unsigned tooLong = 192; // a code and a number that `lookup` does not know; no bits
 
@@ -43,9 +45,13 @@ class JpegHuffmanTable {
     /// The most bits that any takes.
     static constexpr unsigned mostBits = 27;
 
+    /// The most bits that numbers have in pictures of eight bits a sample.
+    static constexpr int mostDcBits = 11, mostAcBits = 10;
+    /// Whether the codes are possible, and their numbers have no more bits.
+    static bool isUsual(const JHUFF_TBL& table, int mostNumberBits);
+
     JpegHuffmanTable() = default;
-    /// From a table that the codec library has found good, of numbers of at most ten bits, eleven for
-    /// brightness.
+    /// From a table that is usual.
     explicit JpegHuffmanTable(const JHUFF_TBL& table);
 
     /// Bits are left-aligned.

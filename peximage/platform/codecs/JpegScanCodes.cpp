@@ -1,8 +1,6 @@
 #include "peximage/platform/codecs/JpegScanCodes.h"
 
-#include <algorithm>
-#include <iterator>
-#include <numeric>
+#include "peximage/platform/raster/kernels/JpegDct.h"
 
 namespace pex {
 namespace {
@@ -10,16 +8,10 @@ namespace {
 /// The last coefficient of a block.
 constexpr unsigned last = 63;
 
-/// Where the coefficients of a block go, in the order of the file.
-constexpr std::array<std::uint8_t, 64> naturalOrder = {
-    0,  1,  8,  16, 9,  2,  3,  10, 17, 24, 32, 25, 18, 11, 4,  5,  12, 19, 26, 33, 40, 48,
-    41, 34, 27, 20, 13, 6,  7,  14, 21, 28, 35, 42, 49, 56, 57, 50, 43, 36, 29, 22, 15, 23,
-    30, 37, 44, 51, 58, 59, 52, 45, 38, 31, 39, 46, 53, 60, 61, 54, 47, 55, 62, 63};
-
 using Entry = JpegHuffmanTable::Entry;
 
 JpegScanCodes::Coefficient packed(unsigned k, Entry code) {
-    return static_cast<unsigned>(naturalOrder[k]) << 16 | code.value();
+    return static_cast<unsigned>(kernels::zigzag[k]) << 16 | code.value();
 }
 
 /// Decodes codes as long as they are short and lead to coefficients before the last one, k; returns the code
@@ -60,31 +52,28 @@ inline JpegScanCodes::Coefficient* decodeAc(JpegBits& bits, const JpegHuffmanTab
     }
 }
 
-bool hasLongNumbers(const JHUFF_TBL& table, int mostBits) {
-    const int codes = std::accumulate(std::begin(table.bits) + 1, std::end(table.bits), 0);
-    return std::any_of(table.huffval, table.huffval + codes,
-                       [&](std::uint8_t symbol) { return (symbol & 15) > mostBits; });
-}
-
 } // namespace
 
 bool JpegScanCodes::areUsual(j_decompress_ptr info) {
-    constexpr int mostDcBits = 11, mostAcBits = 10;
     const bool isBaseline = !info->progressive_mode && !info->arith_code && !jpeg_has_multiple_scans(info) &&
                             info->comps_in_scan == info->num_components && info->data_precision == 8;
     if (!isBaseline) return false;
     for (int i = 0; i < info->comps_in_scan; ++i) {
         const jpeg_component_info& component = *info->cur_comp_info[i];
-        if (hasLongNumbers(*info->dc_huff_tbl_ptrs[component.dc_tbl_no], mostDcBits)) return false;
-        if (hasLongNumbers(*info->ac_huff_tbl_ptrs[component.ac_tbl_no], mostAcBits)) return false;
+        const JHUFF_TBL& dcTable = *info->dc_huff_tbl_ptrs[component.dc_tbl_no];
+        const JHUFF_TBL& acTable = *info->ac_huff_tbl_ptrs[component.ac_tbl_no];
+        if (!JpegHuffmanTable::isUsual(dcTable, JpegHuffmanTable::mostDcBits)) return false;
+        if (!JpegHuffmanTable::isUsual(acTable, JpegHuffmanTable::mostAcBits)) return false;
     }
     return true;
 }
 
 JpegScanCodes::JpegScanCodes(j_decompress_ptr info) : blockCount_(info->blocks_in_MCU) {
-    for (std::size_t i = 0; i < NUM_HUFF_TBLS; ++i) {
-        if (info->dc_huff_tbl_ptrs[i] != nullptr) dcTables_[i] = JpegHuffmanTable(*info->dc_huff_tbl_ptrs[i]);
-        if (info->ac_huff_tbl_ptrs[i] != nullptr) acTables_[i] = JpegHuffmanTable(*info->ac_huff_tbl_ptrs[i]);
+    for (int i = 0; i < info->comps_in_scan; ++i) { // no other tables: nobody has looked at them
+        const jpeg_component_info& of = *info->cur_comp_info[i];
+        const auto dc = static_cast<std::size_t>(of.dc_tbl_no), ac = static_cast<std::size_t>(of.ac_tbl_no);
+        dcTables_[dc] = JpegHuffmanTable(*info->dc_huff_tbl_ptrs[dc]);
+        acTables_[ac] = JpegHuffmanTable(*info->ac_huff_tbl_ptrs[ac]);
     }
     for (int i = 0; i < blockCount_; ++i) {
         const jpeg_component_info& of = *info->cur_comp_info[info->MCU_membership[i]];

@@ -1,7 +1,8 @@
 #include "peximage/platform/codecs/JpegScanStretch.h"
 
+#include "peximage/platform/codecs/JpegStuffing.h"
+
 #include <algorithm>
-#include <cstring>
 #include <limits>
 
 namespace pex {
@@ -29,23 +30,6 @@ std::size_t coefficientsFor(std::size_t fileBytes) { return 2 * fileBytes; }
 
 bool isRestart(const std::uint8_t* marker, const std::uint8_t* end) {
     return end - marker >= 2 && (marker[1] & ~7) == 0xD0;
-}
-
-/// Copies bytes, without what is stuffed, up to a marker or the end; `from` is left there.
-std::uint8_t* unstuff(const std::uint8_t*& from, const std::uint8_t* end, std::uint8_t* to) {
-    while (from < end) {
-        const auto left = static_cast<std::size_t>(end - from);
-        const void* const found = std::memchr(from, 0xFF, left);
-        const auto plain =
-            found ? static_cast<std::size_t>(static_cast<const std::uint8_t*>(found) - from) : left;
-        std::memcpy(to, from, plain);
-        to += plain;
-        from += plain;
-        if (end - from < 2 || from[1] != 0) break;
-        *to++ = 0xFF;
-        from += 2;
-    }
-    return to;
 }
 
 } // namespace

@@ -134,6 +134,14 @@ TEST(JpegCodesAheadTest, LargePicturesAreDecodedFromSeveralPlacesAtOnce) {
     }
 }
 
+TEST(JpegCodesAheadTest, ImpossibleTablesThatNobodyUsesAreLeftAlone) {
+    Bytes file = makeJpeg(60, 40, {}, noise);
+    Bytes table = {0xFF, 0xC4, 0x01, 0x12, 0x02, 0xFF}; // of 274 bytes: 255 codes of one bit
+    table.resize(table.size() + 15 + 255);
+    file.insert(file.begin() + 2, table.begin(), table.end());
+    expectSame(file, "a table of too many codes");
+}
+
 /// The pixels that the library's users get, and whether they are told that the picture is damaged.
 Decoded read(const Bytes& file) {
     Decoded decoded;

@@ -114,9 +114,14 @@ bool JpegDecompressor::start(unsigned eighths, J_COLOR_SPACE colorSpace, Codes c
     info_.scale_num = eighths;
     info_.scale_denom = 8;
     info_.out_color_space = colorSpace;
-    if (!guarded([&] { jpeg_start_decompress(&info_); })) return false;
     const Data& memory = source_.bytes.data();
-    if (codes == Codes::fast && !memory.empty()) ahead_ = JpegCodesAhead::takeOver(&info_, memory);
+    const bool fast = codes == Codes::fast && !memory.empty();
+    if (!guarded([&] { jpeg_calc_output_dimensions(&info_); })) return false;
+    if (fast) progressive_ = JpegProgressiveBlocks::decode(&info_);
+    if (progressive_) progressive_->prepare(&info_);
+    if (!guarded([&] { jpeg_start_decompress(&info_); })) return false;
+    if (progressive_) return guarded([&] { JpegProgressiveBlocks::startOutput(&info_); });
+    if (fast) ahead_ = JpegCodesAhead::takeOver(&info_, memory);
     return true;
 }
 

@@ -2,6 +2,7 @@
 
 #include "peximage/platform/codecs/CGDataProvider.h"
 #include "peximage/platform/codecs/JpegCodesAhead.h"
+#include "peximage/platform/codecs/JpegProgressiveBlocks.h"
 
 #include <array>
 #include <csetjmp>
@@ -72,6 +73,7 @@ class JpegDecompressor {
     Source source_;
     jpeg_progress_mgr progress_{};
     std::unique_ptr<JpegCodesAhead> ahead_;
+    std::unique_ptr<JpegProgressiveBlocks> progressive_;
     bool damaged_ = false;
 };
 

@@ -25,15 +25,17 @@ JpegHuffmanTable::Entry entryOf(std::uint64_t bits, unsigned codeBits, unsigned 
 
 } // namespace
 
-bool JpegHuffmanTable::isUsual(const JHUFF_TBL& table, int mostNumberBits) {
+bool JpegHuffmanTable::isUsual(const JHUFF_TBL& table, Use use) {
     int codes = 0, free = 1; // codes of a length that no shorter code begins
     for (int length = 1; length <= static_cast<int>(longestCode); ++length) {
         codes += table.bits[length];
         free = 2 * free - table.bits[length];
         if (free < 0 || codes > 256) return false;
     }
-    return std::all_of(table.huffval, table.huffval + codes,
-                       [&](std::uint8_t symbol) { return (symbol & 15) <= mostNumberBits; });
+    return std::all_of(table.huffval, table.huffval + codes, [use](std::uint8_t symbol) {
+        if (use == Use::first) return symbol <= 11;
+        return (symbol & 15) <= (use == Use::others ? 10 : 1);
+    });
 }
 
 JpegHuffmanTable::JpegHuffmanTable(const JHUFF_TBL& table) {

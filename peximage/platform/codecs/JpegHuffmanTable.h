@@ -45,10 +45,11 @@ class JpegHuffmanTable {
     /// The most bits that any takes.
     static constexpr unsigned mostBits = 27;
 
-    /// The most bits that numbers have in pictures of eight bits a sample.
-    static constexpr int mostDcBits = 11, mostAcBits = 10;
-    /// Whether the codes are possible, and their numbers have no more bits.
-    static bool isUsual(const JHUFF_TBL& table, int mostNumberBits);
+    /// What a table is for: the first coefficients of blocks, the others, or those of a scan that refines
+    /// what is known of them.
+    enum class Use { first, others, refinement };
+    /// Whether the codes are possible, and say nothing that pictures of eight bits a sample do not have.
+    static bool isUsual(const JHUFF_TBL& table, Use use);
 
     JpegHuffmanTable() = default;
     /// From a table that is usual.

@@ -62,8 +62,8 @@ bool JpegScanCodes::areUsual(j_decompress_ptr info) {
         const jpeg_component_info& component = *info->cur_comp_info[i];
         const JHUFF_TBL& dcTable = *info->dc_huff_tbl_ptrs[component.dc_tbl_no];
         const JHUFF_TBL& acTable = *info->ac_huff_tbl_ptrs[component.ac_tbl_no];
-        if (!JpegHuffmanTable::isUsual(dcTable, JpegHuffmanTable::mostDcBits)) return false;
-        if (!JpegHuffmanTable::isUsual(acTable, JpegHuffmanTable::mostAcBits)) return false;
+        if (!JpegHuffmanTable::isUsual(dcTable, JpegHuffmanTable::Use::first)) return false;
+        if (!JpegHuffmanTable::isUsual(acTable, JpegHuffmanTable::Use::others)) return false;
     }
     return true;
 }

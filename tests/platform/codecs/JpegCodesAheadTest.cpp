@@ -1,61 +1,19 @@
 // What our decoder of Huffman codes makes of a file must be what the codec library makes of it.
 
-#include "peximage/platform/codecs/CGImageSource.h"
-#include "peximage/platform/codecs/JpegDecompressor.h"
 #include "peximage/platform/foundation/Workers.h"
+#include "tests/support/DecodedJpeg.h"
 #include "tests/support/JpegFiles.h"
 
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <random>
 #include <string>
 
 namespace {
 
-using pex::Data;
 using pex::JpegDecompressor;
 using Bytes = std::vector<std::uint8_t>;
 using Settings = std::function<void(jpeg_compress_struct&)>;
-
-struct Decoded {
-    std::vector<Bytes> rows;
-    bool isDamaged = false, isForLibrary = false;
-};
-
-Decoded decode(const Bytes& file, unsigned eighths, JpegDecompressor::Codes codes) {
-    JpegDecompressor decoder{pex::CGDataProvider(Data(file))};
-    Decoded decoded;
-    if (!decoder.readHeader(1 << 20) || !decoder.start(eighths, JCS_EXT_RGBX, codes)) return decoded;
-    for (unsigned y = 0; y < decoder.info().output_height; ++y) {
-        Bytes row(std::size_t{decoder.info().output_width} * 4);
-        JSAMPROW pointer = row.data();
-        if (!decoder.readRows(&pointer, 1)) break;
-        decoded.rows.push_back(std::move(row));
-    }
-    decoded.isDamaged = decoder.isDamaged();
-    decoded.isForLibrary = decoder.isForLibrary();
-    return decoded;
-}
-
-void expectSame(const Bytes& file, const std::string& what) {
-    for (const unsigned eighths : {8U, 4U, 2U, 1U}) {
-        const Decoded ours = decode(file, eighths, JpegDecompressor::Codes::fast);
-        const Decoded theirs = decode(file, eighths, JpegDecompressor::Codes::library);
-        ASSERT_FALSE(theirs.rows.empty()) << what;
-        EXPECT_FALSE(ours.isForLibrary) << what << " at " << eighths;
-        EXPECT_EQ(ours.rows, theirs.rows) << what << " at " << eighths;
-    }
-}
-
-std::uint8_t noise(int x, int y, int c) {
-    unsigned hash = static_cast<unsigned>(x) * 73856093U ^ static_cast<unsigned>(y) * 19349663U ^
-                    static_cast<unsigned>(c) * 83492791U;
-    hash = (hash ^ (hash >> 13)) * 1274126177U;
-    return static_cast<std::uint8_t>(hash >> 24);
-}
-std::uint8_t extremes(int x, int y, int c) { return noise(x, y, c) < 128 ? 0 : 255; }
-std::uint8_t smooth(int x, int y, int c) { return static_cast<std::uint8_t>(40 + x / 3 + y / 5 + c * 30); }
 
 Settings sampled(int horizontal, int vertical, int quality) {
     return [=](jpeg_compress_struct& info) {
@@ -142,44 +100,18 @@ TEST(JpegCodesAheadTest, ImpossibleTablesThatNobodyUsesAreLeftAlone) {
     expectSame(file, "a table of too many codes");
 }
 
-/// The pixels that the library's users get, and whether they are told that the picture is damaged.
-Decoded read(const Bytes& file) {
-    Decoded decoded;
-    const auto source = pex::CGImageSource::make(Data(file));
-    const auto image = source ? source->createImage() : std::nullopt;
-    const auto pixels = image ? image->pixels() : std::nullopt;
-    if (!pixels) return decoded;
-    for (int y = 0; y < pixels->height; ++y)
-        decoded.rows.emplace_back(pixels->row(y), pixels->row(y) + std::ptrdiff_t{pixels->width} * 4);
-    decoded.isDamaged = image->isIncomplete();
-    return decoded;
-}
-
 TEST(JpegCodesAheadTest, DamagedFilesGiveWhatTheLibraryMakesOfThem) {
     std::mt19937 random(7);
     const Bytes plain = makeJpeg(400, 300, {.settings = sampled(2, 2, 80)}, noise);
     const Bytes restarting =
         makeJpeg(400, 300, {.settings = [](auto& info) { info.restart_interval = 7; }}, smooth);
-    int damaged = 0, handedOver = 0;
+    int damagedFiles = 0, handedOver = 0;
     for (int round = 0; round < 120; ++round) {
-        Bytes file = round % 2 == 0 ? plain : restarting;
-        if (round % 3 == 0) {
-            file.resize(700 + random() % (file.size() - 700));
-        } else {
-            for (unsigned i = 0; i <= random() % 3; ++i)
-                file[650 + random() % (file.size() - 650)] =
-                    static_cast<std::uint8_t>(random() % 4 == 0 ? 0xFF : random());
-        }
-        const Decoded theirs = decode(file, 8, JpegDecompressor::Codes::library), ours = read(file);
-        if (theirs.rows.empty()) continue;
-        handedOver += decode(file, 8, JpegDecompressor::Codes::fast).isForLibrary;
-        damaged += theirs.isDamaged;
-        ASSERT_GE(ours.rows.size(), theirs.rows.size()) << round;
-        EXPECT_EQ(ours.isDamaged, theirs.isDamaged) << round;
-        for (std::size_t y = 0; y < theirs.rows.size(); ++y)
-            ASSERT_EQ(ours.rows[y], theirs.rows[y]) << "round " << round << ", row " << y;
+        const Bytes file = damaged(round % 2 == 0 ? plain : restarting, 650, random);
+        damagedFiles += expectSameOfDamaged(file, "round " + std::to_string(round));
+        handedOver += decodeJpeg(file, 8, JpegDecompressor::Codes::fast).isForLibrary;
     }
-    EXPECT_GT(damaged, 40);
+    EXPECT_GT(damagedFiles, 40);
     EXPECT_GT(handedOver, 40);
 }
 

@@ -1,0 +1,150 @@
+#include "peximage/platform/codecs/JpegProgressiveCodes.h"
+
+#include "peximage/platform/raster/kernels/JpegDct.h"
+
+#include <bit>
+#include <cstdlib>
+#include <cstring>
+
+namespace pex {
+namespace {
+
+using kernels::zigzag;
+using Entry = JpegHuffmanTable::Entry;
+
+/// The bits from `begin` up to `end`, at most 64.
+std::uint64_t bitRange(unsigned begin, unsigned end) {
+    const std::uint64_t below = end < 64 ? (std::uint64_t{1} << end) - 1 : ~std::uint64_t{0};
+    return begin < 64 ? below >> begin << begin : 0;
+}
+
+std::int16_t shifted(unsigned value, unsigned bits) { return static_cast<std::int16_t>(value << bits); }
+
+/// The next code with its number, from bits that are ready.
+Entry take(JpegBits& bits, const JpegHuffmanTable& table) {
+    Entry code = table.lookup(bits.peek());
+    if (code.step() == JpegHuffmanTable::tooLong) code = table.decode(bits.peek());
+    bits.drop(code.bits());
+    return code;
+}
+
+} // namespace
+
+JpegProgressiveCodes::JpegProgressiveCodes(const JpegProgressiveScan& scan)
+    : scan_(scan), bits_(scan.begin, scan.end), lastDc_(scan.components.size()) {}
+
+bool JpegProgressiveCodes::isAtEnd() const {
+    constexpr int mostPadding = 7;
+    return blocksAtEnd_ == 0 && bits_.left() >= 0 && bits_.left() <= mostPadding;
+}
+
+bool JpegProgressiveCodes::decodeFirsts(JBLOCKROW blocks, int count, std::size_t i) {
+    constexpr int farOut = 1 << 20; // no picture has such a brightness
+    if (!scan_.refines) std::memset(blocks, 0, static_cast<std::size_t>(count) * sizeof(JBLOCK));
+    for (int x = 0; x < count; ++x) {
+        bits_.refill();
+        if (scan_.refines) {
+            const auto bit = static_cast<unsigned>(bits_.peek() >> 63);
+            bits_.drop(1);
+            blocks[x][0] = static_cast<JCOEF>(blocks[x][0] | shifted(bit, scan_.lowBit));
+            continue;
+        }
+        const Entry code = take(bits_, scan_.tables[i]);
+        int& last = lastDc_[i];
+        last += static_cast<std::int16_t>(code.value());
+        if (code.step() == JpegHuffmanTable::noCode || std::abs(last) > farOut) return false;
+        blocks[x][0] = shifted(static_cast<unsigned>(last), scan_.lowBit);
+    }
+    return bits_.left() >= 0;
+}
+
+bool JpegProgressiveCodes::decodeBand(JBLOCKROW blocks, std::uint64_t* nonzero, int count) {
+    for (int x = 0; x < count; ++x) {
+        const bool isGood =
+            scan_.refines ? refineBlock(blocks[x], nonzero[x]) : addBlock(blocks[x], nonzero[x]);
+        if (!isGood || bits_.left() < 0) return false;
+    }
+    return true;
+}
+
+bool JpegProgressiveCodes::addBlock(JCOEF* block, std::uint64_t& nonzero) {
+    if (blocksAtEnd_ > 0) {
+        --blocksAtEnd_;
+        return true;
+    }
+    std::uint64_t found = 0;
+    for (unsigned k = scan_.first - 1; k < scan_.last;) {
+        bits_.refill();
+        const Entry code = take(bits_, scan_.tables[0]);
+        if (code.step() == JpegHuffmanTable::endOfBlock) {
+            blocksAtEnd_ = takeEndOfBlocks(code.value()) - 1;
+            break;
+        }
+        k += code.step();
+        if (k > scan_.last) return false;
+        block[zigzag[k]] = shifted(code.value(), scan_.lowBit);
+        found |= std::uint64_t{code.value() != 0} << k;
+    }
+    nonzero |= found;
+    return true;
+}
+
+/// The number of blocks, this one included, that have no more coefficients.
+unsigned JpegProgressiveCodes::takeEndOfBlocks(unsigned sizeBits) {
+    if (sizeBits == 0) return 1;
+    const auto more = static_cast<unsigned>(bits_.peek() >> (64 - sizeBits));
+    bits_.drop(sizeBits);
+    return (1U << sizeBits) + more;
+}
+
+bool JpegProgressiveCodes::refineBlock(JCOEF* block, std::uint64_t& nonzero) {
+    const std::uint64_t known = nonzero;
+    unsigned k = scan_.first;
+    if (blocksAtEnd_ == 0 && !placeCoefficients(block, nonzero, k)) return false;
+    if (blocksAtEnd_ == 0) return true;
+    correct(block, known & bitRange(k, scan_.last + 1));
+    --blocksAtEnd_;
+    return true;
+}
+
+/// Coefficients that were zero until now, and corrections of those that they pass; k is the first that was
+/// not come to.
+bool JpegProgressiveCodes::placeCoefficients(JCOEF* block, std::uint64_t& nonzero, unsigned& k) {
+    const std::uint64_t known = nonzero;
+    while (k <= scan_.last) {
+        bits_.refill();
+        const Entry code = take(bits_, scan_.tables[0]);
+        if (code.step() == JpegHuffmanTable::endOfBlock) {
+            blocksAtEnd_ = takeEndOfBlocks(code.value());
+            return true;
+        }
+        std::uint64_t zeros = ~known & bitRange(k, scan_.last + 1);
+        for (unsigned i = 1; i < code.step() && zeros != 0; ++i)
+            zeros &= zeros - 1;
+        if (zeros == 0) return false;
+        const auto place = static_cast<unsigned>(std::countr_zero(zeros));
+        correct(block, known & bitRange(k, place));
+        block[zigzag[place]] = shifted(code.value(), scan_.lowBit);
+        nonzero |= std::uint64_t{code.value() != 0} << place;
+        k = place + 1;
+    }
+    return true;
+}
+
+/// Takes a bit for each of the coefficients: those of which it is 1 grow by the scan's lowest bit.
+void JpegProgressiveCodes::correct(JCOEF* block, std::uint64_t places) {
+    for (unsigned ready = 0; places != 0; places &= places - 1, --ready) {
+        if (ready == 0) {
+            bits_.refill();
+            ready = JpegBits::ready;
+        }
+        const int isOne =
+            static_cast<int>(static_cast<std::int64_t>(bits_.peek()) >> 63); // all ones, or none
+        bits_.drop(1);
+        JCOEF& coefficient = block[zigzag[static_cast<std::size_t>(std::countr_zero(places))]];
+        const int sign = coefficient >> 15, unit = 1 << scan_.lowBit;
+        coefficient = static_cast<JCOEF>(coefficient + (((unit ^ sign) - sign) & isOne));
+    }
+}
+
+} // namespace pex

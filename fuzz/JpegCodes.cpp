@@ -41,8 +41,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t cou
     for (const unsigned eighths : {8U, 2U}) {
         const Decoded ours = decode(file, eighths, JpegDecompressor::Codes::fast);
         if (ours.isForLibrary || !ours.isGood) continue;
-        const Decoded theirs = decode(file, eighths, JpegDecompressor::Codes::library);
-        if (!theirs.isGood || ours.pixels != theirs.pixels) std::abort();
+        // The library may complain of what follows the last block, which changes nothing.
+        if (ours.pixels != decode(file, eighths, JpegDecompressor::Codes::library).pixels) std::abort();
     }
     return 0;
 }

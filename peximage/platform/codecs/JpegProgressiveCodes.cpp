@@ -28,6 +28,95 @@ Entry take(JpegBits& bits, const JpegHuffmanTable& table) {
     return code;
 }
 
+/// The coefficients of a band, block by block. All that changes is kept in registers by whoever has it as a
+/// local variable.
+struct Band {
+    const JpegHuffmanTable& table;
+    const unsigned first, last, lowBit;
+    JpegBits bits;
+    unsigned blocksAtEnd; // the next so many have no more coefficients
+
+    bool addBlock(JCOEF* block, std::uint64_t& nonzero) {
+        if (blocksAtEnd > 0) {
+            --blocksAtEnd;
+            return true;
+        }
+        std::uint64_t found = 0;
+        for (unsigned k = first - 1; k < last;) {
+            bits.refill();
+            const Entry code = take(bits, table);
+            if (code.step() == JpegHuffmanTable::endOfBlock) {
+                blocksAtEnd = takeEndOfBlocks(code.value()) - 1;
+                break;
+            }
+            k += code.step();
+            if (k > last) return false;
+            block[zigzag[k]] = shifted(code.value(), lowBit);
+            found |= std::uint64_t{code.value() != 0} << k;
+        }
+        nonzero |= found;
+        return true;
+    }
+
+    /// The number of blocks, this one included, that have no more coefficients.
+    unsigned takeEndOfBlocks(unsigned sizeBits) {
+        if (sizeBits == 0) return 1;
+        const auto more = static_cast<unsigned>(bits.peek() >> (64 - sizeBits));
+        bits.drop(sizeBits);
+        return (1U << sizeBits) + more;
+    }
+
+    bool refineBlock(JCOEF* block, std::uint64_t& nonzero) {
+        const std::uint64_t known = nonzero;
+        unsigned k = first;
+        if (blocksAtEnd == 0 && !placeCoefficients(block, nonzero, k)) return false;
+        if (blocksAtEnd == 0) return true;
+        correct(block, known & bitRange(k, last + 1));
+        --blocksAtEnd;
+        return true;
+    }
+
+    /// Coefficients that were zero until now, and corrections of those that they pass; k is the first that
+    /// was not come to.
+    bool placeCoefficients(JCOEF* block, std::uint64_t& nonzero, unsigned& k) {
+        const std::uint64_t known = nonzero;
+        while (k <= last) {
+            bits.refill();
+            const Entry code = take(bits, table);
+            if (code.step() == JpegHuffmanTable::endOfBlock) {
+                blocksAtEnd = takeEndOfBlocks(code.value());
+                return true;
+            }
+            std::uint64_t zeros = ~known & bitRange(k, last + 1);
+            for (unsigned i = 1; i < code.step() && zeros != 0; ++i)
+                zeros &= zeros - 1;
+            if (zeros == 0) return false;
+            const auto place = static_cast<unsigned>(std::countr_zero(zeros));
+            correct(block, known & bitRange(k, place));
+            block[zigzag[place]] = shifted(code.value(), lowBit);
+            nonzero |= std::uint64_t{code.value() != 0} << place;
+            k = place + 1;
+        }
+        return true;
+    }
+
+    /// Takes a bit for each of the coefficients: those of which it is 1 grow by the scan's lowest bit.
+    void correct(JCOEF* block, std::uint64_t places) {
+        for (unsigned ready = 0; places != 0; places &= places - 1, --ready) {
+            if (ready == 0) {
+                bits.refill();
+                ready = JpegBits::ready;
+            }
+            const int isOne =
+                static_cast<int>(static_cast<std::int64_t>(bits.peek()) >> 63); // all ones, or none
+            bits.drop(1);
+            JCOEF& coefficient = block[zigzag[static_cast<std::size_t>(std::countr_zero(places))]];
+            const int sign = coefficient >> 15, unit = 1 << lowBit;
+            coefficient = static_cast<JCOEF>(coefficient + (((unit ^ sign) - sign) & isOne));
+        }
+    }
+};
+
 } // namespace
 
 JpegProgressiveCodes::JpegProgressiveCodes(const JpegProgressiveScan& scan)
@@ -59,92 +148,16 @@ bool JpegProgressiveCodes::decodeFirsts(JBLOCKROW blocks, int count, std::size_t
 }
 
 bool JpegProgressiveCodes::decodeBand(JBLOCKROW blocks, std::uint64_t* nonzero, int count) {
-    for (int x = 0; x < count; ++x) {
-        const bool isGood =
-            scan_.refines ? refineBlock(blocks[x], nonzero[x]) : addBlock(blocks[x], nonzero[x]);
-        if (!isGood || bits_.left() < 0) return false;
+    Band band{scan_.tables[0], scan_.first, scan_.last, scan_.lowBit, bits_, blocksAtEnd_};
+    bool isGood = true;
+    for (int x = 0; x < count && isGood; ++x) {
+        isGood =
+            scan_.refines ? band.refineBlock(blocks[x], nonzero[x]) : band.addBlock(blocks[x], nonzero[x]);
+        isGood = isGood && band.bits.left() >= 0;
     }
-    return true;
-}
-
-bool JpegProgressiveCodes::addBlock(JCOEF* block, std::uint64_t& nonzero) {
-    if (blocksAtEnd_ > 0) {
-        --blocksAtEnd_;
-        return true;
-    }
-    std::uint64_t found = 0;
-    for (unsigned k = scan_.first - 1; k < scan_.last;) {
-        bits_.refill();
-        const Entry code = take(bits_, scan_.tables[0]);
-        if (code.step() == JpegHuffmanTable::endOfBlock) {
-            blocksAtEnd_ = takeEndOfBlocks(code.value()) - 1;
-            break;
-        }
-        k += code.step();
-        if (k > scan_.last) return false;
-        block[zigzag[k]] = shifted(code.value(), scan_.lowBit);
-        found |= std::uint64_t{code.value() != 0} << k;
-    }
-    nonzero |= found;
-    return true;
-}
-
-/// The number of blocks, this one included, that have no more coefficients.
-unsigned JpegProgressiveCodes::takeEndOfBlocks(unsigned sizeBits) {
-    if (sizeBits == 0) return 1;
-    const auto more = static_cast<unsigned>(bits_.peek() >> (64 - sizeBits));
-    bits_.drop(sizeBits);
-    return (1U << sizeBits) + more;
-}
-
-bool JpegProgressiveCodes::refineBlock(JCOEF* block, std::uint64_t& nonzero) {
-    const std::uint64_t known = nonzero;
-    unsigned k = scan_.first;
-    if (blocksAtEnd_ == 0 && !placeCoefficients(block, nonzero, k)) return false;
-    if (blocksAtEnd_ == 0) return true;
-    correct(block, known & bitRange(k, scan_.last + 1));
-    --blocksAtEnd_;
-    return true;
-}
-
-/// Coefficients that were zero until now, and corrections of those that they pass; k is the first that was
-/// not come to.
-bool JpegProgressiveCodes::placeCoefficients(JCOEF* block, std::uint64_t& nonzero, unsigned& k) {
-    const std::uint64_t known = nonzero;
-    while (k <= scan_.last) {
-        bits_.refill();
-        const Entry code = take(bits_, scan_.tables[0]);
-        if (code.step() == JpegHuffmanTable::endOfBlock) {
-            blocksAtEnd_ = takeEndOfBlocks(code.value());
-            return true;
-        }
-        std::uint64_t zeros = ~known & bitRange(k, scan_.last + 1);
-        for (unsigned i = 1; i < code.step() && zeros != 0; ++i)
-            zeros &= zeros - 1;
-        if (zeros == 0) return false;
-        const auto place = static_cast<unsigned>(std::countr_zero(zeros));
-        correct(block, known & bitRange(k, place));
-        block[zigzag[place]] = shifted(code.value(), scan_.lowBit);
-        nonzero |= std::uint64_t{code.value() != 0} << place;
-        k = place + 1;
-    }
-    return true;
-}
-
-/// Takes a bit for each of the coefficients: those of which it is 1 grow by the scan's lowest bit.
-void JpegProgressiveCodes::correct(JCOEF* block, std::uint64_t places) {
-    for (unsigned ready = 0; places != 0; places &= places - 1, --ready) {
-        if (ready == 0) {
-            bits_.refill();
-            ready = JpegBits::ready;
-        }
-        const int isOne =
-            static_cast<int>(static_cast<std::int64_t>(bits_.peek()) >> 63); // all ones, or none
-        bits_.drop(1);
-        JCOEF& coefficient = block[zigzag[static_cast<std::size_t>(std::countr_zero(places))]];
-        const int sign = coefficient >> 15, unit = 1 << scan_.lowBit;
-        coefficient = static_cast<JCOEF>(coefficient + (((unit ^ sign) - sign) & isOne));
-    }
+    bits_ = band.bits;
+    blocksAtEnd_ = band.blocksAtEnd;
+    return isGood;
 }
 
 } // namespace pex

@@ -26,12 +26,6 @@ class JpegProgressiveCodes {
     bool isAtEnd() const;
 
   private:
-    bool addBlock(JCOEF* block, std::uint64_t& nonzero);
-    bool refineBlock(JCOEF* block, std::uint64_t& nonzero);
-    bool placeCoefficients(JCOEF* block, std::uint64_t& nonzero, unsigned& k);
-    void correct(JCOEF* block, std::uint64_t places);
-    unsigned takeEndOfBlocks(unsigned sizeBits);
-
     const JpegProgressiveScan& scan_;
     JpegBits bits_;
     std::vector<int> lastDc_;  // of each component

@@ -34,7 +34,9 @@ class JpegDecompressor {
 
     /// True when the fast decoder of codes came to something that is for the library to judge: reading
     /// failed, and is to be done over with `Codes::library`. The rows that came are good.
-    bool isForLibrary() const { return ahead_ && ahead_->gaveUp(); }
+    bool isForLibrary() const {
+        return (ahead_ && ahead_->gaveUp()) || (progressive_ && progressive_->gaveUp());
+    }
     /// True when the file turned out damaged or cut short; what was decoded until then is good.
     bool isDamaged() const { return damaged_ || info_.err->num_warnings > 0; }
     const jpeg_decompress_struct& info() const { return info_; }

@@ -1,13 +1,19 @@
 #include "peximage/platform/codecs/JpegProgressiveBlocks.h"
 
+#include "peximage/platform/codecs/JpegProgression.h"
 #include "peximage/platform/codecs/JpegProgressiveCodes.h"
 #include "peximage/platform/foundation/Workers.h"
+#include "peximage/platform/raster/PixelBuffer.h"
+
+#include <jerror.h>
 
 #include <algorithm>
 #include <atomic>
+#include <cstdint>
 #include <deque>
 #include <limits>
 #include <utility>
+#include <vector>
 
 extern "C" {
 #include <jpegint.h>
@@ -20,11 +26,21 @@ int ceilDiv(JDIMENSION a, int b) { return (static_cast<int>(a) + b - 1) / b; }
 
 } // namespace
 
+/// The blocks of one component, to whole MCUs.
+struct JpegProgressiveBlocks::Plane {
+    bool showsDetail;     // more than the first coefficients
+    int across, down;     // the blocks in an MCU
+    int ownWide, ownHigh; // the blocks that a scan of the component alone has
+    std::vector<JBLOCKROW> rows;
+    /// For each block, bit k is set where coefficient k, in the order of the file, is not zero.
+    std::vector<std::uint64_t*> nonzero;
+};
+
 /// A scan that is being decoded, and how far it is.
 class JpegProgressiveBlocks::Scan {
   public:
-    Scan(JpegProgressiveBlocks& blocks, const JpegProgressiveScan& scan)
-        : blocks_(blocks), scan_(scan), codes_(scan), isInTurns_(scan.components.size() > 1) {}
+    Scan(Picture& picture, const JpegProgressiveScan& scan)
+        : picture_(picture), scan_(scan), codes_(scan), isInTurns_(scan.components.size() > 1) {}
 
     void follow(const Scan& scan) {
         const auto isShared = [&](int component) {
@@ -34,64 +50,25 @@ class JpegProgressiveBlocks::Scan {
             before_.push_back(&scan);
     }
 
-    /// False when it is damaged.
-    bool decode() {
-        const int count = isInTurns_ ? blocks_.mcusHigh_ : plane(0).ownHigh;
-        bool isGood = true;
-        for (int row = 0; row < count && isGood; ++row) {
-            for (const Scan* scan : before_)
-                scan->waitFor(mcuRowOf(row));
-            isGood = decodeRow(row);
-            tell(mcuRowOf(row + 1));
-        }
-        tell(std::numeric_limits<int>::max());
-        return isGood && codes_.isAtEnd();
-    }
+    void decode();
 
-  private:
-    Plane& plane(std::size_t i) const {
-        return blocks_.planes_[static_cast<std::size_t>(scan_.components[i])];
-    }
-    int mcuRowOf(int row) const { return isInTurns_ ? row : row / plane(0).down; }
-
-    void tell(int mcuRowsDone) {
-        mcuRowsDone_ = mcuRowsDone;
-        mcuRowsDone_.notify_all();
-    }
     void waitFor(int mcuRow) const {
         for (int done = mcuRowsDone_; done <= mcuRow; done = mcuRowsDone_)
             mcuRowsDone_.wait(done);
     }
 
-    bool decodeRow(int row) {
-        if (scan_.first == 0)
-            return isInTurns_ ? decodeTurns(row) : decodeFirsts(plane(0), row, 0, 0, plane(0).ownWide);
-        const Plane& of = plane(0);
-        const auto y = static_cast<std::size_t>(row);
-        return codes_.decodeBand(of.rows[y], of.nonzero[y], of.ownWide);
+  private:
+    const Plane& plane(std::size_t i) const;
+    int mcuRowOf(int row) const { return isInTurns_ ? row : row / plane(0).down; }
+    void tell(int mcuRowsDone) {
+        mcuRowsDone_ = mcuRowsDone;
+        mcuRowsDone_.notify_all();
     }
+    bool decodeRow(int row);
+    bool decodeTurns(int row);
+    bool decodeFirsts(const Plane& of, int row, std::size_t i, int begin, int end);
 
-    /// A row of MCUs.
-    bool decodeTurns(int row) {
-        for (int x = 0; x < blocks_.mcusWide_; ++x) {
-            for (std::size_t i = 0; i < scan_.components.size(); ++i) {
-                const Plane& of = plane(i);
-                for (int y = 0; y < of.down; ++y) {
-                    if (!decodeFirsts(of, row * of.down + y, i, x * of.across, (x + 1) * of.across))
-                        return false;
-                }
-            }
-        }
-        return true;
-    }
-
-    bool decodeFirsts(const Plane& of, int row, std::size_t i, int begin, int end) {
-        const auto y = static_cast<std::size_t>(row);
-        if (!scan_.refines) std::fill(of.nonzero[y] + begin, of.nonzero[y] + end, 0);
-        return codes_.decodeFirsts(of.rows[y] + begin, end - begin, i);
-    }
-
-    JpegProgressiveBlocks& blocks_;
+    Picture& picture_;
     const JpegProgressiveScan& scan_;
     JpegProgressiveCodes codes_;
     const bool isInTurns_;
@@ -99,32 +76,85 @@ class JpegProgressiveBlocks::Scan {
     std::atomic<int> mcuRowsDone_{0};
 };
 
-std::unique_ptr<JpegProgressiveBlocks> JpegProgressiveBlocks::decode(j_decompress_ptr info) {
-    const JpegProgression progression = JpegProgression::read(info);
-    if (progression.scans.empty()) return nullptr;
-    std::unique_ptr<JpegProgressiveBlocks> blocks(new JpegProgressiveBlocks);
-    return blocks->allocate(info) && blocks->decode(progression) ? std::move(blocks) : nullptr;
+struct JpegProgressiveBlocks::Picture : std::enable_shared_from_this<Picture> {
+    Picture(j_decompress_ptr info, JpegProgression theProgression)
+        : progression(std::move(theProgression)),
+          mcusWide(ceilDiv(info->image_width, info->max_h_samp_factor * DCTSIZE)),
+          mcusHigh(ceilDiv(info->image_height, info->max_v_samp_factor * DCTSIZE)) {}
+
+    bool allocate(j_decompress_ptr info);
+    void addScans();
+    void decode();
+    void decodeScans();
+
+    const JpegProgression progression;
+    const int mcusWide, mcusHigh;
+    PixelBuffer memory;
+    std::vector<Plane> planes;
+    std::deque<Scan> scans;
+    std::atomic<std::size_t> next{0};   // scan that nobody decodes yet
+    std::atomic<bool> isStopped{false}; // it is damaged, or nobody wants it any more
+};
+
+const JpegProgressiveBlocks::Plane& JpegProgressiveBlocks::Scan::plane(std::size_t i) const {
+    return picture_.planes[static_cast<std::size_t>(scan_.components[i])];
 }
 
-bool JpegProgressiveBlocks::allocate(j_decompress_ptr info) {
-    mcusWide_ = ceilDiv(info->image_width, info->max_h_samp_factor * DCTSIZE);
-    mcusHigh_ = ceilDiv(info->image_height, info->max_v_samp_factor * DCTSIZE);
+void JpegProgressiveBlocks::Scan::decode() {
+    const int count = isInTurns_ ? picture_.mcusHigh : plane(0).ownHigh;
+    bool isGood = true;
+    for (int row = 0; row < count && isGood; ++row) {
+        for (const Scan* scan : before_)
+            scan->waitFor(mcuRowOf(row));
+        isGood = !picture_.isStopped && decodeRow(row);
+        if (row + 1 < count) tell(mcuRowOf(row + 1));
+    }
+    if (!isGood || !codes_.isAtEnd()) picture_.isStopped = true;
+    tell(std::numeric_limits<int>::max());
+}
+
+bool JpegProgressiveBlocks::Scan::decodeRow(int row) {
+    const Plane& of = plane(0);
+    if (scan_.first == 0) return isInTurns_ ? decodeTurns(row) : decodeFirsts(of, row, 0, 0, of.ownWide);
+    const auto y = static_cast<std::size_t>(row);
+    return codes_.decodeBand(of.rows[y], of.nonzero[y], of.ownWide);
+}
+
+/// A row of MCUs.
+bool JpegProgressiveBlocks::Scan::decodeTurns(int row) {
+    for (int x = 0; x < picture_.mcusWide; ++x) {
+        for (std::size_t i = 0; i < scan_.components.size(); ++i) {
+            const Plane& of = plane(i);
+            for (int y = 0; y < of.down; ++y) {
+                if (!decodeFirsts(of, row * of.down + y, i, x * of.across, (x + 1) * of.across)) return false;
+            }
+        }
+    }
+    return true;
+}
+
+bool JpegProgressiveBlocks::Scan::decodeFirsts(const Plane& of, int row, std::size_t i, int begin, int end) {
+    const auto y = static_cast<std::size_t>(row);
+    if (!scan_.refines) std::fill(of.nonzero[y] + begin, of.nonzero[y] + end, 0);
+    return codes_.decodeFirsts(of.rows[y] + begin, end - begin, i);
+}
+
+bool JpegProgressiveBlocks::Picture::allocate(j_decompress_ptr info) {
     std::size_t blocks = 0;
     for (int i = 0; i < info->num_components; ++i) {
         const jpeg_component_info& of = info->comp_info[i];
-        planes_.push_back(
-            {of.DCT_scaled_size > 1, of.h_samp_factor, of.v_samp_factor, static_cast<int>(of.width_in_blocks),
-             static_cast<int>(of.height_in_blocks),
-             std::vector<JBLOCKROW>(static_cast<std::size_t>(mcusHigh_ * of.v_samp_factor)),
-             std::vector<std::uint64_t*>(static_cast<std::size_t>(mcusHigh_ * of.v_samp_factor))});
-        blocks += planes_.back().rows.size() * static_cast<std::size_t>(mcusWide_ * of.h_samp_factor);
+        const auto rows = static_cast<std::size_t>(mcusHigh * of.v_samp_factor);
+        planes.push_back({of.DCT_scaled_size > 1, of.h_samp_factor, of.v_samp_factor,
+                          static_cast<int>(of.width_in_blocks), static_cast<int>(of.height_in_blocks),
+                          std::vector<JBLOCKROW>(rows), std::vector<std::uint64_t*>(rows)});
+        blocks += rows * static_cast<std::size_t>(mcusWide * of.h_samp_factor);
     }
-    memory_ = PixelBuffer::make(blocks * (sizeof(JBLOCK) + sizeof(std::uint64_t)));
-    if (!memory_) return false;
-    auto* block = reinterpret_cast<JBLOCKROW>(memory_.data());
-    auto* nonzero = reinterpret_cast<std::uint64_t*>(memory_.data() + blocks * sizeof(JBLOCK));
-    for (Plane& plane : planes_) {
-        const int wide = mcusWide_ * plane.across;
+    memory = PixelBuffer::make(blocks * (sizeof(JBLOCK) + sizeof(std::uint64_t)));
+    if (!memory) return false;
+    auto* block = reinterpret_cast<JBLOCKROW>(memory.data());
+    auto* nonzero = reinterpret_cast<std::uint64_t*>(memory.data() + blocks * sizeof(JBLOCK));
+    for (Plane& plane : planes) {
+        const int wide = mcusWide * plane.across;
         for (std::size_t y = 0; y < plane.rows.size(); ++y, block += wide, nonzero += wide) {
             plane.rows[y] = block;
             plane.nonzero[y] = nonzero;
@@ -133,27 +163,46 @@ bool JpegProgressiveBlocks::allocate(j_decompress_ptr info) {
     return true;
 }
 
-/// On all cores: a scan that builds on others follows them row by row.
-bool JpegProgressiveBlocks::decode(const JpegProgression& progression) {
-    std::deque<Scan> scans;
+void JpegProgressiveBlocks::Picture::addScans() {
     for (const JpegProgressiveScan& scan : progression.scans) {
         const bool shows =
-            scan.first == 0 || planes_[static_cast<std::size_t>(scan.components[0])].showsDetail;
+            scan.first == 0 || planes[static_cast<std::size_t>(scan.components[0])].showsDetail;
         if (!shows) continue;
         Scan& added = scans.emplace_back(*this, scan);
         for (const Scan& before : scans) {
             if (&before != &added) added.follow(before);
         }
     }
-    // Whoever is free takes the next one, so that those that it waits for are being decoded.
-    std::atomic<std::size_t> next{0};
-    std::atomic<bool> isGood{true};
-    Workers::forEach(std::min(Workers::count(), static_cast<int>(scans.size())), [&](int, int) {
-        for (std::size_t i = next++; i < scans.size(); i = next++) {
-            if (!scans[i].decode()) isGood = false;
-        }
-    });
-    return isGood;
+}
+
+/// Returns when every scan has at least somebody who decodes it.
+void JpegProgressiveBlocks::Picture::decode() {
+    const int helpers = std::min(Workers::count(), static_cast<int>(scans.size())) - 1;
+    for (int i = 0; i < helpers; ++i)
+        Workers::run([self = shared_from_this()] { self->decodeScans(); });
+    decodeScans();
+}
+
+/// One after the other that nobody is at. A scan waits only for earlier ones, that somebody is at.
+void JpegProgressiveBlocks::Picture::decodeScans() {
+    for (std::size_t i = next++; i < scans.size(); i = next++)
+        scans[i].decode();
+}
+
+JpegProgressiveBlocks::JpegProgressiveBlocks(std::shared_ptr<Picture> picture)
+    : picture_(std::move(picture)) {}
+
+JpegProgressiveBlocks::~JpegProgressiveBlocks() { picture_->isStopped = true; }
+
+std::unique_ptr<JpegProgressiveBlocks> JpegProgressiveBlocks::decode(j_decompress_ptr info) {
+    JpegProgression progression = JpegProgression::read(info);
+    if (progression.scans.empty()) return nullptr;
+    auto picture = std::make_shared<Picture>(info, std::move(progression));
+    if (!picture->allocate(info)) return nullptr;
+    picture->addScans();
+    std::unique_ptr<JpegProgressiveBlocks> blocks(new JpegProgressiveBlocks(picture));
+    picture->decode();
+    return picture->isStopped ? nullptr : std::move(blocks);
 }
 
 void JpegProgressiveBlocks::prepare(j_decompress_ptr info) {
@@ -174,12 +223,20 @@ void JpegProgressiveBlocks::startOutput(j_decompress_ptr info) {
 jvirt_barray_ptr JpegProgressiveBlocks::requestRows(j_common_ptr info, int, boolean, JDIMENSION, JDIMENSION,
                                                     JDIMENSION) {
     auto& self = *static_cast<JpegProgressiveBlocks*>(info->client_data);
-    return reinterpret_cast<jvirt_barray_ptr>(&self.planes_[self.requested_++]);
+    return reinterpret_cast<jvirt_barray_ptr>(&self.picture_->planes[self.requested_++]);
 }
 
-JBLOCKARRAY JpegProgressiveBlocks::accessRows(j_common_ptr, jvirt_barray_ptr plane, JDIMENSION row,
-                                              JDIMENSION, boolean) {
-    return &reinterpret_cast<Plane*>(plane)->rows[row];
+JBLOCKARRAY JpegProgressiveBlocks::accessRows(j_common_ptr info, jvirt_barray_ptr asked, JDIMENSION row,
+                                              JDIMENSION count, boolean) {
+    auto& self = *static_cast<JpegProgressiveBlocks*>(info->client_data);
+    auto& plane = *reinterpret_cast<Plane*>(asked);
+    for (const Scan& scan : self.picture_->scans)
+        scan.waitFor(static_cast<int>(row + count - 1) / plane.down);
+    if (self.picture_->isStopped) {
+        self.gaveUp_ = true;
+        ERREXIT(info, JERR_INPUT_EOF);
+    }
+    return &plane.rows[row];
 }
 
 } // namespace pex

@@ -103,32 +103,36 @@ void addSearch(JobMap& jobs, const std::string& folder) {
     }
 }
 
-void addThumbnail(JobMap& jobs, const std::string& folder) {
-    const std::string file = folder + "/photo.jpg";
-    jobs["thumbnail/ours"] = [=]() -> Run {
+void addThumbnail(JobMap& jobs, const std::string& name, const std::string& file) {
+    jobs[name + "/ours"] = [=]() -> Run {
         return withoutFile([=] {
             const auto image = pex::PexImage::make({.fastUrl = pex::URL::fromPath(file)});
             touchPixels(image->resize({.withMaxSide = 256})->cgImage);
         });
     };
-    jobs["thumbnail/turbo"] = [=]() -> Run { return withoutFile([=] { decodeJpeg(readFile(file), 1, 3); }); };
+    jobs[name + "/turbo"] = [=]() -> Run { return withoutFile([=] { decodeJpeg(readFile(file), 1, 3); }); };
 }
 
-/// Whole pictures in one format or the other, decoded and encoded by this library and by the codec's own.
-void addCodecs(JobMap& jobs, const std::string& folder, const std::string& format, int width,
-               const std::function<std::size_t(pex::PexImage&)>& encode,
-               const std::function<Picture(std::span<const std::uint8_t>)>& plainDecode,
-               const std::function<std::size_t(const Picture&)>& plainEncode) {
-    const std::string file = folder + "/photo." + format;
-    jobs["decode-" + format + "/ours"] = [=]() -> Run {
+using PlainDecode = std::function<Picture(std::span<const std::uint8_t>)>;
+
+void addDecoding(JobMap& jobs, const std::string& name, const std::string& file,
+                 const PlainDecode& plainDecode) {
+    jobs[name + "/ours"] = [=]() -> Run {
         const pex::Data bytes(readFile(file));
         return
             [=]() -> std::size_t { return touchPixels(pex::CGImageSource::make(bytes)->createImage()), 0; };
     };
-    jobs["decode-" + format + "/plain"] = [=]() -> Run {
+    jobs[name + "/plain"] = [=]() -> Run {
         const auto bytes = std::make_shared<std::vector<std::uint8_t>>(readFile(file));
         return withoutFile([=] { plainDecode(*bytes); });
     };
+}
+
+/// Whole pictures in one format or the other, decoded and encoded by this library and by the codec's own.
+void addCodecs(JobMap& jobs, const std::string& folder, const std::string& format, int width,
+               const std::function<std::size_t(pex::PexImage&)>& encode, const PlainDecode& plainDecode,
+               const std::function<std::size_t(const Picture&)>& plainEncode) {
+    addDecoding(jobs, "decode-" + format, folder + "/photo." + format, plainDecode);
     jobs["encode-" + format + "/ours"] = [=]() -> Run {
         const auto image = imageOf(photo(folder, width, 4));
         return [=] { return encode(*image); };
@@ -145,11 +149,16 @@ std::map<std::string, Prepare> jobs(const std::string& folder) {
     JobMap all;
     addResampling(all, folder);
     addSearch(all, folder);
-    addThumbnail(all, folder);
+    const std::string photo = folder + "/photo.jpg", progressive = folder + "/progressive.jpg";
+    const PlainDecode decodePlainJpeg = [](std::span<const std::uint8_t> jpeg) {
+        return decodeJpeg(jpeg, 8, 4);
+    };
+    addThumbnail(all, "thumbnail", photo);
+    addThumbnail(all, "thumbnail-progressive", progressive);
+    addDecoding(all, "decode-progressive", progressive, decodePlainJpeg);
     addCodecs(
         all, folder, "jpg", 4000, [](pex::PexImage& image) { return sizeOf(image.jpegData(0.75)); },
-        [](std::span<const std::uint8_t> jpeg) { return decodeJpeg(jpeg, 8, 4); },
-        [](const Picture& picture) { return encodeJpeg(picture, 75); });
+        decodePlainJpeg, [](const Picture& picture) { return encodeJpeg(picture, 75); });
     addCodecs(
         all, folder, "png", 2000, [](pex::PexImage& image) { return sizeOf(image.pngData()); },
         [](std::span<const std::uint8_t> png) { return decodePng(png, 4); },

@@ -10,10 +10,11 @@ namespace {
 
 constexpr double lobes = ResamplerAxis::lobes;
 
-/// The taps of every result sample in full precision, each window `width` long from its `first` on.
+/// The taps of every result sample in full precision: windows from `first` to `end`, with room for `width`.
 struct Windows {
     int width = 0;
     std::vector<int> first;
+    std::vector<int> end;
     std::vector<double> taps;
     double largest = 0;
 };
@@ -39,6 +40,7 @@ Windows windowsOf(const ResamplerSpan& span) {
     Windows windows;
     windows.width = std::min(from, int(std::ceil(2 * lobes * stretch)) + 1);
     windows.first.resize(to);
+    windows.end.resize(to);
     windows.taps.resize(std::size_t(to) * windows.width);
     for (int i = 0; i < to; ++i) {
         const double centre = span.start + (i + 0.5) * span.step - 0.5;
@@ -46,6 +48,7 @@ Windows windowsOf(const ResamplerSpan& span) {
         const int end = std::min(from, int(std::floor(centre + lobes * stretch)) + 1);
         double* taps = &windows.taps[std::size_t(i) * windows.width];
         windows.first[i] = first;
+        windows.end[i] = end;
         lanczos((first - centre) / stretch, 1 / stretch, taps, end - first);
         const double sum = std::accumulate(taps, taps + (end - first), 0.0);
         for (int k = 0; k < end - first; ++k) {
@@ -84,24 +87,35 @@ void quantise(const double* taps, int count, int shift, std::vector<int>& order,
         ++result[order[k]];
 }
 
+/// How many pairs the longest window takes when pairs begin `lead` samples before the source.
+int longestInPairs(const Windows& windows, int lead) {
+    int longest = 0;
+    for (std::size_t i = 0; i < windows.first.size(); ++i)
+        longest = std::max(longest, (windows.end[i] + lead + 1) / 2 - (windows.first[i] + lead) / 2);
+    return longest;
+}
+
 } // namespace
 
 ResamplerAxis ResamplerAxis::make(const ResamplerSpan& span, Use use) {
     const int from = span.from, to = span.to;
     const Windows windows = windowsOf(span);
-    ResamplerAxis axis{from, to, 0, fractionBits(windows.largest, use), std::vector<int>(to), {}};
-    const int allPairs = (from + 1) / 2;
-    // A window may begin in the middle of a pair.
-    axis.pairs = std::min(allPairs, windows.width / 2 + 1);
+    ResamplerAxis axis;
+    axis.from = from, axis.to = to;
+    axis.lead = longestInPairs(windows, 1) < longestInPairs(windows, 0) ? 1 : 0;
+    axis.pairs = longestInPairs(windows, axis.lead);
+    axis.shift = fractionBits(windows.largest, use);
+    axis.firstPair.resize(to);
     axis.weights.assign(std::size_t{2} * to * axis.pairs, 0);
+    const int lastPair = axis.pairOf(from - 1) + 1 - axis.pairs;
     std::vector<int> order, taps;
     for (int i = 0; i < to; ++i) {
         const int first = windows.first[i];
-        axis.firstPair[i] = std::min(first / 2, allPairs - axis.pairs);
-        const int count = std::min(windows.width, from - first);
-        quantise(&windows.taps[std::size_t(i) * windows.width], count, axis.shift, order, taps);
+        axis.firstPair[i] = std::min(axis.pairOf(first), lastPair);
+        quantise(&windows.taps[std::size_t(i) * windows.width], windows.end[i] - first, axis.shift, order,
+                 taps);
         std::int16_t* weights = &axis.weights[std::size_t{2} * i * axis.pairs];
-        std::ranges::copy(taps, weights + (first - 2 * axis.firstPair[i]));
+        std::ranges::copy(taps, weights + (first - axis.firstSample(axis.firstPair[i])));
     }
     return axis;
 }

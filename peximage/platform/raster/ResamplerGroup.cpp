@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <bit>
 #include <cstring>
 #include <vector>
 
@@ -10,17 +11,27 @@ namespace {
 
 using kernels::RowPair;
 
+/// The rows of `used` with those before them or after them, whichever are fewer to weigh.
+unsigned firstsOrLasts(unsigned used) {
+    constexpr unsigned all = (1u << kernels::groupRows) - 1;
+    const unsigned firsts = std::bit_ceil(used + 1) - 1;
+    const unsigned lasts = all & ~((used & -used) - 1);
+    return std::popcount(firsts) < std::popcount(lasts) ? firsts : lasts;
+}
+
 /// The pairs of rows in `part` that count in the result rows [firstRow, endRow).
 std::vector<RowPair> rowPairs(const ResamplerAxis& axis, int firstRow, int endRow, PixelView part,
                               int partFirst) {
-    const int begin = std::max(axis.firstPair[firstRow], partFirst / 2);
-    const int end = std::min(axis.firstPair[endRow - 1] + axis.pairs, (partFirst + part.height + 1) / 2);
+    const int partEnd = partFirst + part.height;
+    const int begin = std::max(axis.firstPair[firstRow], axis.pairOf(partFirst));
+    const int end = std::min(axis.firstPair[endRow - 1] + axis.pairs, axis.pairOf(partEnd - 1) + 1);
     std::vector<RowPair> pairs;
-    pairs.reserve(std::max(0, end - begin));
+    pairs.reserve(std::max(0, end - begin) + 1);
     for (int p = begin; p < end; ++p) {
-        const int upper = 2 * p - partFirst;
-        // The lower row of the last pair may be missing; then it weighs nothing.
-        RowPair pair{part.row(upper), part.row(std::min(upper + 1, part.height - 1)), {}, 0};
+        // The first pair may have no upper row and the last no lower one; then it weighs nothing.
+        const int upper = std::max(axis.firstSample(p), partFirst) - partFirst;
+        const int lower = std::min(axis.firstSample(p) + 1, partEnd - 1) - partFirst;
+        RowPair pair{part.row(upper), part.row(lower), {}, 0};
         for (int row = firstRow; row < endRow; ++row) {
             const int k = p - axis.firstPair[row];
             if (k < 0 || k >= axis.pairs) continue;
@@ -28,8 +39,10 @@ std::vector<RowPair> rowPairs(const ResamplerAxis& axis, int firstRow, int endRo
             std::memcpy(&weights, axis.weightsOf(row) + 2 * k, sizeof(weights));
             if (weights != 0) pair.used |= 1u << (row - firstRow);
         }
+        pair.used = firstsOrLasts(pair.used);
         if (pair.used) pairs.push_back(pair);
     }
+    pairs.push_back({});
     return pairs;
 }
 
@@ -40,25 +53,30 @@ ResamplerGroup::ResamplerGroup(const ResamplerPlan& plan, int index)
       firstRow_(index * plan.rowsInGroup()),
       endRow_(std::min(plan.rows.to, firstRow_ + plan.rowsInGroup())) {}
 
+int ResamplerGroup::firstSource() const {
+    return std::max(0, plan_.rows.firstSample(plan_.rows.firstPair[firstRow_]));
+}
+
 int ResamplerGroup::endSource() const {
-    return std::min(plan_.rows.from, 2 * (firstPair(endRow_ - 1) + plan_.rows.pairs));
+    const ResamplerAxis& axis = plan_.rows;
+    return std::min(axis.from, axis.firstSample(axis.firstPair[endRow_ - 1] + axis.pairs));
 }
 
 void ResamplerGroup::weighRows(PixelView part, int partFirst, kernels::Sums how, std::int32_t* sums,
                                std::int16_t* samples) const {
-    const int step = kernels::groupRows();
-    const std::size_t bytes = plan_.sourceRowBytes();
-    const std::size_t sumsOfQuarter = kernels::sumsBytes(bytes) / sizeof(std::int32_t);
+    constexpr int step = kernels::groupRows;
+    const std::size_t bytes = plan_.sourceRowBytes(), lead = plan_.leadBytes();
+    const std::size_t sumsOfQuarter = kernels::sumsBytes(lead + bytes) / sizeof(std::int32_t);
     for (int row = firstRow_, quarter = 0; row < endRow_; row += step, ++quarter) {
         const auto pairs = rowPairs(plan_.rows, row, std::min(endRow_, row + step), part, partFirst);
-        kernels::weighRows({pairs.data(), static_cast<int>(pairs.size()), bytes, plan_.rows.shift, how,
+        kernels::weighRows({pairs.data(), bytes, lead, plan_.rows.shift, how,
                             sums ? sums + quarter * sumsOfQuarter : nullptr, samples, plan_.isGrey(),
                             quarter});
     }
 }
 
 void ResamplerGroup::weighColumns(const std::int16_t* samples, MutablePixelView to) const {
-    std::array<std::uint8_t*, 4 * kernels::mostGroupRows> rows{};
+    std::array<std::uint8_t*, 4 * kernels::groupRows> rows{};
     for (int row = firstRow_; row < endRow_; ++row)
         rows[row - firstRow_] = to.row(row);
     const ResamplerAxis& axis = plan_.columns;

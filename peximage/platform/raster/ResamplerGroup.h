@@ -21,10 +21,13 @@ struct ResamplerPlan {
         return to.width == columns.to && to.height == rows.to && to.layout == layout;
     }
 
-    int rowsInGroup() const { return kernels::groupRows() * (isGrey() ? 4 : 1); }
+    int rowsInGroup() const { return kernels::groupRows * (isGrey() ? 4 : 1); }
     int groupCount() const { return (rows.to + rowsInGroup() - 1) / rowsInGroup(); }
     std::size_t samplesBytes() const { return kernels::samplesBytes(columns.from, layout); }
-    std::size_t sumsBytes() const { return kernels::sumsBytes(sourceRowBytes()) * (isGrey() ? 4 : 1); }
+    std::size_t leadBytes() const { return std::size_t(columns.lead) * bytesPerPixel(layout); }
+    std::size_t sumsBytes() const {
+        return kernels::sumsBytes(leadBytes() + sourceRowBytes()) * (isGrey() ? 4 : 1);
+    }
 };
 
 /// A few result rows that are made together, from the source rows [firstSource, endSource). A group is made
@@ -35,19 +38,17 @@ class ResamplerGroup {
 
     int firstRow() const { return firstRow_; }
     int endRow() const { return endRow_; }
-    int firstSource() const { return 2 * firstPair(firstRow_); }
+    int firstSource() const;
     int endSource() const;
 
-    /// Takes what `part` has of the group's source rows; its first row is row `partFirst` of the source, an
-    /// even number. `sums` has the plan's `sumsBytes`, `samples` its `samplesBytes`.
+    /// Takes what `part` has of the group's source rows; its first row is row `partFirst` of the source, the
+    /// upper one of a pair. `sums` has the plan's `sumsBytes`, `samples` its `samplesBytes`.
     void weighRows(PixelView part, int partFirst, kernels::Sums how, std::int32_t* sums,
                    std::int16_t* samples) const;
     /// Writes the group's rows to the whole result, from the samples that the last `weighRows` left.
     void weighColumns(const std::int16_t* samples, MutablePixelView to) const;
 
   private:
-    int firstPair(int row) const { return plan_.rows.firstPair[row]; }
-
     const ResamplerPlan& plan_;
     int firstRow_;
     int endRow_;

@@ -13,7 +13,7 @@ namespace pex {
 namespace {
 
 /// Even, so that no pair of rows is torn apart; enough groups for all cores, and still in the cache.
-constexpr int stripRows = 64;
+constexpr int mostStripRows = 64;
 
 } // namespace
 
@@ -22,7 +22,7 @@ ResamplerStream::ResamplerStream(std::shared_ptr<const ResamplerPlan> plan, Muta
       to_(to),
       bytesPerRow_(static_cast<std::ptrdiff_t>((plan_->sourceRowBytes() + 63) / 64 * 64)) {
     strip_ =
-        PixelBuffer::make(static_cast<std::size_t>(bytesPerRow_) * std::min(stripRows, plan_->rows.from));
+        PixelBuffer::make(static_cast<std::size_t>(bytesPerRow_) * std::min(mostStripRows, plan_->rows.from));
 }
 
 std::optional<ResamplerStream> ResamplerStream::make(const Resampler& resampler, MutablePixelView to) {
@@ -34,16 +34,19 @@ std::optional<ResamplerStream> ResamplerStream::make(const Resampler& resampler,
 
 int ResamplerStream::rowsLeft() const { return plan_->rows.from - before_ - inStrip_; }
 
+/// Where the first pair begins before the source, the first strip ends with the last whole one.
+int ResamplerStream::stripRows() const { return mostStripRows - (before_ == 0 ? plan_->rows.lead : 0); }
+
 MutablePixelView ResamplerStream::room() const {
     return {strip_.data() + inStrip_ * bytesPerRow_, plan_->columns.from,
-            std::min(rowsLeft(), stripRows - inStrip_), bytesPerRow_, plan_->layout};
+            std::min(rowsLeft(), stripRows() - inStrip_), bytesPerRow_, plan_->layout};
 }
 
 int ResamplerStream::rowsDone() const { return std::min(plan_->rows.to, nextGroup_ * plan_->rowsInGroup()); }
 
 bool ResamplerStream::commit(int rows) {
     inStrip_ += std::clamp(rows, 0, room().height);
-    if (inStrip_ < stripRows && rowsLeft() > 0) return !failed_;
+    if (inStrip_ < stripRows() && rowsLeft() > 0) return !failed_;
     try {
         failed_ = failed_ || !work();
     } catch (const std::bad_alloc&) {

@@ -44,6 +44,7 @@ class ResamplerStream {
   private:
     ResamplerStream(std::shared_ptr<const ResamplerPlan> plan, MutablePixelView to);
 
+    int stripRows() const;
     bool work();
     bool reachGroups(int end);
     void workOnGroup(int place, int begun, std::int16_t* samples) const;

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <iterator>
 
 #undef HWY_TARGET_INCLUDE
 #define HWY_TARGET_INCLUDE "peximage/platform/raster/kernels/ResampleRows.cpp"
@@ -27,18 +28,16 @@ inline std::int32_t pairAt(const std::int16_t* weights) {
     return pair;
 }
 
-/// Puts four columns of `rowCount` rows, side by side in the lanes of a vector, where they belong.
-template <std::size_t Bytes>
-void placeColumns(const std::uint8_t* lanes, const WeighColumns& job, int x) {
-    const std::size_t left = job.width - x;
-    for (int r = 0; r < job.rowCount; ++r) {
-        std::uint8_t* to = job.rows[r] + Bytes * x;
-        if (left >= 4)
-            std::memcpy(to, lanes + 4 * Bytes * r, 4 * Bytes);
-        else
-            std::memcpy(to, lanes + 4 * Bytes * r, Bytes * left);
-    }
+inline bool begins(Sums part) { return part == Sums::wholeWindow || part == Sums::begin; }
+inline bool ends(Sums part) { return part == Sums::wholeWindow || part == Sums::finish; }
+
+/// Where the samples of a pair of pixels begin, and those of one row among them.
+constexpr std::size_t pairSamples = 8 * groupRows;
+inline std::size_t rowSamples(const WeighRows& job, int row) {
+    return job.grey ? std::size_t{2} * (job.quarter * groupRows + row) : std::size_t{8} * row;
 }
+
+void weighColumnsPlain(const WeighColumns& job);
 
 } // namespace pex::kernels
 #endif
@@ -56,9 +55,11 @@ using V8 = hn::VFromD<D8>;
 using V16 = hn::VFromD<D16>;
 using V32 = hn::VFromD<D32>;
 
-constexpr int rowsOfGroup = HWY_LANES(std::uint8_t) / 16;
+constexpr int rowsOfVector = HWY_LANES(std::uint8_t) / 16;
+constexpr int vectorsOfGroup = groupRows / rowsOfVector;
 constexpr std::size_t blockBytes = HWY_LANES(std::uint8_t);
 constexpr std::size_t words = HWY_LANES(std::int32_t);
+constexpr std::size_t halves = HWY_LANES(std::int16_t);
 
 /// sum + low * low + high * high of the 16-bit halves.
 HWY_INLINE V32 addProducts(V32 sum, V16 a, V16 b) {
@@ -69,155 +70,165 @@ HWY_INLINE V32 addProducts(V32 sum, V16 a, V16 b) {
 
 HWY_INLINE V16 pairOf(std::int32_t weights) { return hn::BitCast(D16(), hn::Set(D32(), weights)); }
 
-/// The sums of one row over a block of columns; within each 16 bytes, four columns a member.
+/// The sums of one row over half a block of columns; within each 16 bytes, four columns a member.
 struct RowSums {
-    V32 a, b, c, d;
+    V32 a, b;
+};
+
+/// All rows of a group over half a block. Members rather than an array, so that they stay in registers.
+struct GroupSums {
+    RowSums row0, row1, row2, row3;
 };
 
 HWY_INLINE RowSums load(const std::int32_t* from) {
     const D32 d;
-    return {hn::Load(d, from), hn::Load(d, from + words), hn::Load(d, from + 2 * words),
-            hn::Load(d, from + 3 * words)};
+    return {hn::Load(d, from), hn::Load(d, from + words)};
 }
 
 HWY_INLINE void store(const RowSums& sums, std::int32_t* to) {
     const D32 d;
     hn::Store(sums.a, d, to);
     hn::Store(sums.b, d, to + words);
-    hn::Store(sums.c, d, to + 2 * words);
-    hn::Store(sums.d, d, to + 3 * words);
 }
 
-/// The columns of two source rows, interleaved to pairs.
-struct Columns {
-    V16 a, b, c, d;
-};
+HWY_INLINE GroupSums loadGroup(const std::int32_t* from) {
+    return {load(from), load(from + 2 * words), load(from + 4 * words), load(from + 6 * words)};
+}
 
-HWY_INLINE Columns interleaved(V8 upper, V8 lower) {
+HWY_INLINE void storeGroup(const GroupSums& sums, std::int32_t* to) {
+    store(sums.row0, to);
+    store(sums.row1, to + 2 * words);
+    store(sums.row2, to + 4 * words);
+    store(sums.row3, to + 6 * words);
+}
+
+/// Loads the block of columns that begins `begin` bytes after the row; of one that is not `Whole`, as much as
+/// the row has.
+template <bool Whole>
+HWY_INLINE V8 loadColumns(const std::uint8_t* row, std::ptrdiff_t begin, std::ptrdiff_t bytes) {
+    if constexpr (Whole) return hn::LoadU(D8(), row + begin);
+    HWY_ALIGN std::uint8_t columns[blockBytes] = {};
+    const std::ptrdiff_t from = std::max(begin, std::ptrdiff_t{0});
+    const std::ptrdiff_t end = std::min(begin + std::ptrdiff_t{blockBytes}, bytes);
+    std::memcpy(columns + (from - begin), row + from, end - from);
+    return hn::Load(D8(), columns);
+}
+
+HWY_INLINE void add(RowSums& sums, V16 left, V16 right, std::int32_t weights) {
+    const auto pair = pairOf(weights);
+    sums.a = addProducts(sums.a, left, pair);
+    sums.b = addProducts(sums.b, right, pair);
+}
+
+/// The half of a block's columns that lies in the lower or upper eight bytes of each 16.
+enum class Half { lower, upper };
+
+/// Adds the pairs from `pair` on that count in just the rows that `Used` says, and returns the next.
+template <Half half, bool Whole, unsigned Used>
+HWY_INLINE const RowPair* addRun(GroupSums& sums, const RowPair* pair, std::ptrdiff_t begin,
+                                 std::ptrdiff_t bytes) {
     const D8 d;
     const D16 d16;
-    const auto zero = hn::Zero(d);
-    const auto low = hn::InterleaveLower(d, upper, lower);
-    const auto high = hn::InterleaveUpper(d, upper, lower);
-    return {hn::BitCast(d16, hn::InterleaveLower(d, low, zero)),
-            hn::BitCast(d16, hn::InterleaveUpper(d, low, zero)),
-            hn::BitCast(d16, hn::InterleaveLower(d, high, zero)),
-            hn::BitCast(d16, hn::InterleaveUpper(d, high, zero))};
+    for (; pair->used == Used; ++pair) {
+        if constexpr (Whole && half == Half::lower) {
+            hwy::Prefetch(pair->upper + begin + prefetchBytes);
+            hwy::Prefetch(pair->lower + begin + prefetchBytes);
+        }
+        const auto upper = loadColumns<Whole>(pair->upper, begin, bytes);
+        const auto lower = loadColumns<Whole>(pair->lower, begin, bytes);
+        const auto columns =
+            half == Half::lower ? hn::InterleaveLower(d, upper, lower) : hn::InterleaveUpper(d, upper, lower);
+        const auto left = hn::BitCast(d16, hn::InterleaveLower(d, columns, hn::Zero(d)));
+        const auto right = hn::BitCast(d16, hn::InterleaveUpper(d, columns, hn::Zero(d)));
+        if constexpr ((Used & 1) != 0) add(sums.row0, left, right, pair->weights[0]);
+        if constexpr ((Used & 2) != 0) add(sums.row1, left, right, pair->weights[1]);
+        if constexpr ((Used & 4) != 0) add(sums.row2, left, right, pair->weights[2]);
+        if constexpr ((Used & 8) != 0) add(sums.row3, left, right, pair->weights[3]);
+    }
+    return pair;
 }
 
-HWY_INLINE void add(RowSums& sums, const Columns& columns, std::int32_t weights) {
-    const auto pair = pairOf(weights);
-    sums.a = addProducts(sums.a, columns.a, pair);
-    sums.b = addProducts(sums.b, columns.b, pair);
-    sums.c = addProducts(sums.c, columns.c, pair);
-    sums.d = addProducts(sums.d, columns.d, pair);
+/// Adds all pairs, up to the one that ends the list.
+template <Half half, bool Whole>
+HWY_INLINE void addPairs(GroupSums& sums, const WeighRows& job, std::ptrdiff_t begin) {
+    const auto bytes = static_cast<std::ptrdiff_t>(job.bytes);
+    const RowPair* pair = job.pairs;
+    while (pair->used != 0) {
+        pair = addRun<half, Whole, 1>(sums, pair, begin, bytes);
+        pair = addRun<half, Whole, 3>(sums, pair, begin, bytes);
+        pair = addRun<half, Whole, 7>(sums, pair, begin, bytes);
+        pair = addRun<half, Whole, 15>(sums, pair, begin, bytes);
+        pair = addRun<half, Whole, 14>(sums, pair, begin, bytes);
+        pair = addRun<half, Whole, 12>(sums, pair, begin, bytes);
+        pair = addRun<half, Whole, 8>(sums, pair, begin, bytes);
+    }
 }
 
-/// Loads a block of columns, or as much of it as the row has.
-HWY_INLINE V8 loadColumns(const std::uint8_t* from, std::size_t count) {
-    if (HWY_LIKELY(count >= blockBytes)) return hn::LoadU(D8(), from);
-    HWY_ALIGN std::uint8_t rest[blockBytes] = {};
-    std::memcpy(rest, from, count);
-    return hn::Load(D8(), rest);
-}
-
-/// All rows of a group over a block of columns. Members rather than an array, so that they stay in registers.
-struct GroupSums {
-    RowSums row0, row1, row2, row3;
-
-    HWY_INLINE void begin(V32 value) { row0 = row1 = row2 = row3 = {value, value, value, value}; }
-    HWY_INLINE void loadFrom(const std::int32_t* sums) {
-        row0 = load(sums);
-        if constexpr (rowsOfGroup > 1) row1 = load(sums + 4 * words);
-        if constexpr (rowsOfGroup > 2) row2 = load(sums + 8 * words);
-        if constexpr (rowsOfGroup > 2) row3 = load(sums + 12 * words);
-    }
-    HWY_INLINE void storeTo(std::int32_t* sums) const {
-        store(row0, sums);
-        if constexpr (rowsOfGroup > 1) store(row1, sums + 4 * words);
-        if constexpr (rowsOfGroup > 2) store(row2, sums + 8 * words);
-        if constexpr (rowsOfGroup > 2) store(row3, sums + 12 * words);
-    }
-    HWY_INLINE void add(const RowPair& pair, const Columns& columns) {
-        using HWY_NAMESPACE::add;
-        if (pair.used & 1) add(row0, columns, pair.weights[0]);
-        if constexpr (rowsOfGroup > 1)
-            if (pair.used & 2) add(row1, columns, pair.weights[1]);
-        if constexpr (rowsOfGroup > 2)
-            if (pair.used & 4) add(row2, columns, pair.weights[2]);
-        if constexpr (rowsOfGroup > 2)
-            if (pair.used & 8) add(row3, columns, pair.weights[3]);
-    }
-};
-
-/// Two sums of each member to pairs of samples: the left pixel's in the low half, the right one's in the
-/// high.
+/// Two sums of each member without their last `bits`, 16 or fewer, as pairs of samples: the left pixel's in
+/// the low half, the right one's in the high.
 HWY_INLINE V16 toPairs(V32 left, V32 right, int bits) {
     const D16 d16;
-    const auto high = hn::ShiftLeft<16>(hn::ShiftRightSame(right, bits));
+    const auto high = hn::ShiftLeftSame(right, 16 - bits);
     return hn::OddEven(hn::BitCast(d16, high), hn::BitCast(d16, hn::ShiftRightSame(left, bits)));
 }
 
-/// Writes every second pair of pixels of a block: lane by lane, the rows of the group side by side.
-HWY_INLINE void storePairs(V16 row0, V16 row1, V16 row2, V16 row3, std::int16_t* to) {
-    const D16 d;
-    constexpr std::size_t step = 2 * HWY_LANES(std::int16_t);
-    if constexpr (rowsOfGroup == 1) {
-        hn::Store(row0, d, to);
-    } else if constexpr (rowsOfGroup == 2) {
-        hn::Store(hn::ConcatLowerLower(d, row1, row0), d, to);
-        hn::Store(hn::ConcatUpperUpper(d, row1, row0), d, to + step);
+/// Writes each 16 bytes of a vector `step` samples after those before.
+template <class D>
+HWY_INLINE void storeLanes(D d, hn::VFromD<D> samples, std::int16_t* to, std::size_t step) {
+    if constexpr (hn::MaxLanes(D()) == 8) {
+        hn::Store(samples, d, to);
     } else {
-        const auto even01 = hn::OddEvenBlocks(hn::SwapAdjacentBlocks(row1), row0);
-        const auto odd01 = hn::OddEvenBlocks(row1, hn::SwapAdjacentBlocks(row0));
-        const auto even23 = hn::OddEvenBlocks(hn::SwapAdjacentBlocks(row3), row2);
-        const auto odd23 = hn::OddEvenBlocks(row3, hn::SwapAdjacentBlocks(row2));
-        hn::Store(hn::ConcatLowerLower(d, even23, even01), d, to);
-        hn::Store(hn::ConcatLowerLower(d, odd23, odd01), d, to + step);
-        hn::Store(hn::ConcatUpperUpper(d, even23, even01), d, to + 2 * step);
-        hn::Store(hn::ConcatUpperUpper(d, odd23, odd01), d, to + 3 * step);
+        const hn::Half<D> half;
+        storeLanes(half, hn::LowerHalf(half, samples), to, step);
+        storeLanes(half, hn::UpperHalf(half, samples), to + hn::MaxLanes(half) / 8 * step, step);
     }
 }
 
-HWY_INLINE void storeColour(const GroupSums& sums, int bits, std::int16_t* to) {
-    const auto& [s0, s1, s2, s3] = sums;
-    storePairs(toPairs(s0.a, s0.b, bits), toPairs(s1.a, s1.b, bits), toPairs(s2.a, s2.b, bits),
-               toPairs(s3.a, s3.b, bits), to);
-    storePairs(toPairs(s0.c, s0.d, bits), toPairs(s1.c, s1.d, bits), toPairs(s2.c, s2.d, bits),
-               toPairs(s3.c, s3.d, bits), to + HWY_LANES(std::int16_t));
+/// Writes one row's samples of half a block, of which each 16 bytes follow 8 others.
+HWY_INLINE void storeColour(const RowSums& sums, int bits, std::int16_t* to) {
+    storeLanes(D16(), toPairs(sums.a, sums.b, bits), to, 2 * pairSamples);
 }
 
-/// A grey row of a block takes one 32-bit place in each vector of a pair of pixels.
-HWY_INLINE void storeGreyRow(const RowSums& sums, int bits, std::int16_t* to) {
+HWY_INLINE void storeGrey(const RowSums& sums, int bits, std::int16_t* to) {
     const D16 d16;
-    HWY_ALIGN std::int16_t ordered[2 * HWY_LANES(std::int16_t)];
-    const auto low =
-        hn::ReorderDemote2To(d16, hn::ShiftRightSame(sums.a, bits), hn::ShiftRightSame(sums.b, bits));
-    const auto high =
-        hn::ReorderDemote2To(d16, hn::ShiftRightSame(sums.c, bits), hn::ShiftRightSame(sums.d, bits));
-    hn::Store(low, d16, ordered);
-    hn::Store(high, d16, ordered + HWY_LANES(std::int16_t));
-    for (std::size_t pair = 0; pair < blockBytes / 2; ++pair) {
-        // Each lane has four pairs of `low`, then four of `high`.
-        const std::size_t from = pair / 8 * 4 + pair % 4 + (pair % 8 < 4 ? 0 : words);
-        std::memcpy(to + pair * HWY_LANES(std::int16_t), ordered + 2 * from, 4);
-    }
+    HWY_ALIGN std::int16_t ordered[halves];
+    hn::Store(hn::ReorderDemote2To(d16, hn::ShiftRightSame(sums.a, bits), hn::ShiftRightSame(sums.b, bits)),
+              d16, ordered);
+    for (std::size_t pair = 0; pair < words; ++pair)
+        std::memcpy(to + (pair / 4 * 8 + pair % 4) * pairSamples, ordered + 2 * pair, 4);
 }
 
-HWY_INLINE void storeGrey(const GroupSums& sums, int bits, std::int16_t* to) {
-    storeGreyRow(sums.row0, bits, to);
-    if constexpr (rowsOfGroup > 1) storeGreyRow(sums.row1, bits, to + 2);
-    if constexpr (rowsOfGroup > 2) storeGreyRow(sums.row2, bits, to + 4);
-    if constexpr (rowsOfGroup > 2) storeGreyRow(sums.row3, bits, to + 6);
+HWY_INLINE void storeSamples(const RowSums& sums, const WeighRows& job, int row, std::int16_t* to) {
+    const int bits = job.shift - sampleFraction;
+    if (job.grey)
+        storeGrey(sums, bits, to + rowSamples(job, row));
+    else
+        storeColour(sums, bits, to + rowSamples(job, row));
 }
 
-HWY_INLINE void addPairs(GroupSums& sums, const WeighRows& job, std::size_t at) {
-    const std::size_t count = job.bytes - at;
-    for (int p = 0; p < job.count; ++p) {
-        const RowPair& pair = job.pairs[p];
-        hwy::Prefetch(pair.upper + at + prefetchBytes);
-        hwy::Prefetch(pair.lower + at + prefetchBytes);
-        sums.add(pair, interleaved(loadColumns(pair.upper + at, count), loadColumns(pair.lower + at, count)));
+template <Half half, bool Whole>
+HWY_INLINE void weighHalf(const WeighRows& job, std::size_t at, V32 rounding) {
+    const std::size_t kept = (at + (half == Half::lower ? 0 : blockBytes / 2)) * groupRows;
+    const std::size_t column = at + (half == Half::lower ? 0 : 8);
+    const RowSums empty{rounding, rounding};
+    GroupSums sums{empty, empty, empty, empty};
+    if (!begins(job.part)) sums = loadGroup(job.sums + kept);
+    addPairs<half, Whole>(sums, job, static_cast<std::ptrdiff_t>(at) - static_cast<std::ptrdiff_t>(job.lead));
+    if (!ends(job.part)) return storeGroup(sums, job.sums + kept);
+    std::int16_t* const to = job.samples + column / (job.grey ? 2 : 8) * pairSamples;
+    storeSamples(sums.row0, job, 0, to);
+    storeSamples(sums.row1, job, 1, to);
+    storeSamples(sums.row2, job, 2, to);
+    storeSamples(sums.row3, job, 3, to);
+}
+
+template <bool Whole>
+HWY_NOINLINE void weighBlocks(const WeighRows& given, std::size_t at, std::size_t end) {
+    const WeighRows job = given; // a copy stays in registers while samples are written
+    const auto rounding = hn::Set(D32(), 1 << (job.shift - sampleFraction - 1));
+    for (; at < end; at += blockBytes) {
+        weighHalf<Half::lower, Whole>(job, at, rounding);
+        weighHalf<Half::upper, Whole>(job, at, rounding);
     }
 }
 
@@ -229,30 +240,54 @@ HWY_INLINE V8 byteOrder(bool grey) {
     return hn::LoadDup128(D8(), grey ? greyPlaces : colourPlaces);
 }
 
-/// The sum of one column's window over all rows of the group, not yet rounded.
-template <bool Drained>
-struct Window {
-    const std::int16_t* samples;
-    const std::int16_t* weights;
-    V32 sum;
-    V32 part;
-
-    HWY_INLINE void begin(const WeighColumns& job, int x, V32 half) {
-        samples = job.samples + job.firstPair[x] * HWY_LANES(std::int16_t);
-        weights = job.weights + std::size_t{2} * x * job.pairs;
-        sum = half;
-        part = hn::Zero(D32());
-    }
-    HWY_INLINE void add(int p) {
-        const auto values = hn::Load(D16(), samples + p * HWY_LANES(std::int16_t));
-        auto& into = Drained ? part : sum;
-        into = addProducts(into, values, pairOf(pairAt(weights + 2 * p)));
-    }
-    HWY_INLINE void drain(int bits) {
-        sum = hn::Add(sum, hn::ShiftRightSame(part, bits));
-        part = hn::Zero(D32());
-    }
+/// As many rows of a group as are summed up together, in one vector or two.
+constexpr int vectorsAtOnce = std::min(2, vectorsOfGroup);
+struct ColumnSums {
+    V32 a, b;
 };
+
+/// Adds `Count` pairs of one column's window.
+template <int Count>
+HWY_INLINE void add(ColumnSums& sums, const std::int16_t* samples, const std::int16_t* weights) {
+    if constexpr (Count > 0) {
+        const D16 d;
+        const auto pair = pairOf(pairAt(weights));
+        sums.a = addProducts(sums.a, hn::Load(d, samples), pair);
+        if constexpr (vectorsAtOnce > 1) sums.b = addProducts(sums.b, hn::Load(d, samples + halves), pair);
+        add<Count - 1>(sums, samples + pairSamples, weights + 2);
+    }
+}
+
+/// Adds `Count` pairs, cut to `mostColumnBits` first.
+template <int Count>
+HWY_INLINE void drain(ColumnSums& sums, const std::int16_t* samples, const std::int16_t* weights, int bits) {
+    ColumnSums part{hn::Zero(D32()), hn::Zero(D32())};
+    add<Count>(part, samples, weights);
+    sums.a = hn::Add(sums.a, hn::ShiftRightSame(part.a, bits));
+    sums.b = hn::Add(sums.b, hn::ShiftRightSame(part.b, bits));
+}
+
+/// The sums of one column's window, not yet rounded: pairs by four, and then `Rest`.
+template <bool Drained, int Rest>
+HWY_INLINE ColumnSums weighWindow(const WeighColumns& job, int x, int vector, V32 half) {
+    const std::int16_t* samples = job.samples + job.firstPair[x] * pairSamples + vector * halves;
+    const std::int16_t* weights = job.weights + std::size_t{2} * x * job.pairs;
+    const int bits = job.shift - mostColumnBits;
+    ColumnSums sums{half, half};
+    for (int p = Rest; p < job.pairs; p += drainPairs) {
+        if constexpr (Drained)
+            drain<drainPairs>(sums, samples, weights, bits);
+        else
+            add<drainPairs>(sums, samples, weights);
+        samples += drainPairs * pairSamples;
+        weights += 2 * drainPairs;
+    }
+    if constexpr (Drained)
+        drain<Rest>(sums, samples, weights, bits);
+    else
+        add<Rest>(sums, samples, weights);
+    return sums;
+}
 
 HWY_INLINE V16 clampedPair(V32 left, V32 right, int bits) {
     const D16 d;
@@ -285,69 +320,89 @@ struct AlphaRule {
 };
 
 /// Four columns at a time: packing their sums to bytes leaves each row's four pixels side by side.
-template <bool Drained>
-void weighColumnsOf(const WeighColumns& job) {
-    const int drainBits = Drained ? job.shift - mostColumnBits : 0;
-    const int bits = sampleFraction + job.shift - drainBits;
+HWY_INLINE V8 packed(V32 x0, V32 x1, V32 x2, V32 x3, int bits, V8 order) {
+    const auto low = clampedPair(x0, x1, bits);
+    const auto high = hn::ShiftLeft<8>(clampedPair(x2, x3, bits));
+    return hn::TableLookupBytes(hn::BitCast(D8(), hn::Or(low, high)), order);
+}
+
+/// Writes the four columns from `x` on of the rows from `row` on, which lie in the lanes of a vector.
+template <class D>
+HWY_INLINE void placeColumns(D d, hn::VFromD<D> pixels, const WeighColumns& job, int x, int row) {
+    if constexpr (hn::MaxLanes(D()) == 16) {
+        if (row < job.rowCount) hn::StoreU(pixels, d, job.rows[row] + 4 * std::size_t(x));
+    } else {
+        const hn::Half<D> half;
+        placeColumns(half, hn::LowerHalf(half, pixels), job, x, row);
+        placeColumns(half, hn::UpperHalf(half, pixels), job, x, row + int(hn::MaxLanes(half) / 16));
+    }
+}
+
+HWY_INLINE void placeGrey(V8 pixels, const WeighColumns& job, int x, int row) {
+    HWY_ALIGN std::uint8_t columns[blockBytes];
+    hn::Store(pixels, D8(), columns);
+    const int end = std::min(row + 4 * rowsOfVector, job.rowCount);
+    for (const std::uint8_t* from = columns; row < end; ++row, from += 4)
+        std::memcpy(job.rows[row] + x, from, 4);
+}
+
+template <bool Drained, int Rest>
+void weighColumnsOf(const WeighColumns& given) {
+    const WeighColumns job = given; // a copy stays in registers while rows are written
+    const int bits = sampleFraction + (Drained ? mostColumnBits : job.shift);
     const auto half = hn::Set(D32(), 1 << (bits - 1));
     const bool grey = job.layout == PixelLayout::grey;
     const auto order = byteOrder(grey);
     const AlphaRule alpha(job.layout);
-    for (int x = 0; x < job.width; x += 4) {
-        Window<Drained> w0, w1, w2, w3;
-        w0.begin(job, x, half);
-        w1.begin(job, std::min(x + 1, job.width - 1), half);
-        w2.begin(job, std::min(x + 2, job.width - 1), half);
-        w3.begin(job, std::min(x + 3, job.width - 1), half);
-        for (int p = 0; p < job.pairs;) {
-            const int end = Drained ? std::min(p + drainPairs, job.pairs) : job.pairs;
-            for (; p < end; ++p)
-                w0.add(p), w1.add(p), w2.add(p), w3.add(p);
-            if constexpr (Drained)
-                w0.drain(drainBits), w1.drain(drainBits), w2.drain(drainBits), w3.drain(drainBits);
-        }
-        const auto low = clampedPair(w0.sum, w1.sum, bits);
-        const auto high = hn::ShiftLeft<8>(clampedPair(w2.sum, w3.sum, bits));
-        const auto pixels = hn::TableLookupBytes(hn::BitCast(D8(), hn::Or(low, high)), order);
-        HWY_ALIGN std::uint8_t lanes[blockBytes];
-        hn::Store(alpha.apply(pixels), D8(), lanes);
+    const auto place = [&](V32 x0, V32 x1, V32 x2, V32 x3, int x, int vector) HWY_ATTR {
+        const auto pixels = packed(x0, x1, x2, x3, bits, order);
         if (grey)
-            placeColumns<1>(lanes, job, x);
+            placeGrey(pixels, job, x, 4 * vector * rowsOfVector);
         else
-            placeColumns<4>(lanes, job, x);
+            placeColumns(D8(), alpha.apply(pixels), job, x, vector * rowsOfVector);
+    };
+    for (int next = 0; next < job.width; next += 4) {
+        // The last four may have been made in part already.
+        const int x = std::min(next, job.width - 4);
+        for (int v = 0; v < vectorsOfGroup; v += vectorsAtOnce) {
+            const auto w0 = weighWindow<Drained, Rest>(job, x, v, half);
+            const auto w1 = weighWindow<Drained, Rest>(job, x + 1, v, half);
+            const auto w2 = weighWindow<Drained, Rest>(job, x + 2, v, half);
+            const auto w3 = weighWindow<Drained, Rest>(job, x + 3, v, half);
+            place(w0.a, w1.a, w2.a, w3.a, x, v);
+            if constexpr (vectorsAtOnce > 1) place(w0.b, w1.b, w2.b, w3.b, x, v + 1);
+        }
     }
+}
+
+template <bool Drained>
+void weighColumnsBy(const WeighColumns& job) {
+    constexpr void (*byRest[])(const WeighColumns&) = {weighColumnsOf<Drained, 0>, weighColumnsOf<Drained, 1>,
+                                                       weighColumnsOf<Drained, 2>,
+                                                       weighColumnsOf<Drained, 3>};
+    static_assert(std::size(byRest) == drainPairs);
+    byRest[job.pairs % drainPairs](job);
 }
 
 } // namespace
 
-int rowsInGroup() { return rowsOfGroup; }
-
+/// Blocks are whole but the last, and the first where it begins before the row.
 void weighRowsOf(const WeighRows& job) {
-    const int bits = job.shift - sampleFraction;
-    const bool begins = job.part == Sums::wholeWindow || job.part == Sums::begin;
-    const bool ends = job.part == Sums::wholeWindow || job.part == Sums::finish;
-    const auto half = hn::Set(D32(), 1 << (bits - 1));
-    std::size_t kept = 0;
-    std::int16_t* samples = job.samples + 2 * job.quarter * rowsOfGroup;
-    for (std::size_t at = 0; at < job.bytes; at += blockBytes, kept += 4 * words * rowsOfGroup) {
-        GroupSums sums;
-        sums.begin(half);
-        if (!begins) sums.loadFrom(job.sums + kept);
-        addPairs(sums, job, at);
-        if (!ends)
-            sums.storeTo(job.sums + kept);
-        else if (job.grey)
-            storeGrey(sums, bits, samples + at / 2 * HWY_LANES(std::int16_t));
-        else
-            storeColour(sums, bits, samples + at / 8 * HWY_LANES(std::int16_t));
-    }
+    const std::size_t columns = job.lead + job.bytes;
+    const std::size_t first = job.lead == 0 ? 0 : blockBytes;
+    const std::size_t last = std::max(first, columns / blockBytes * blockBytes);
+    weighBlocks<false>(job, 0, first);
+    weighBlocks<true>(job, first, last);
+    weighBlocks<false>(job, last, columns);
 }
 
 void weighColumnsVector(const WeighColumns& job) {
-    if (job.shift > mostColumnBits)
-        weighColumnsOf<true>(job);
+    if (job.width < 4)
+        weighColumnsPlain(job);
+    else if (job.shift > mostColumnBits)
+        weighColumnsBy<true>(job);
     else
-        weighColumnsOf<false>(job);
+        weighColumnsBy<false>(job);
 }
 
 } // namespace pex::kernels::HWY_NAMESPACE
@@ -358,90 +413,93 @@ HWY_AFTER_NAMESPACE();
 namespace pex::kernels {
 namespace {
 
-int rowsInGroupPlain() { return 1; }
-
 std::int16_t upperWeight(std::int32_t pair) { return static_cast<std::int16_t>(pair & 0xFFFF); }
 std::int16_t lowerWeight(std::int32_t pair) { return static_cast<std::int16_t>(pair >> 16); }
 
-/// The place of a column's sample: pairs of pixels, channel by channel (or grey row by grey row).
-std::size_t samplePlace(std::size_t column, const WeighRows& job) {
-    if (job.grey) return column / 2 * 8 + 2 * job.quarter + column % 2;
-    return column / 8 * 8 + column % 4 * 2 + column / 4 % 2;
+/// The place of a column's sample, counted with the lead.
+std::size_t samplePlace(std::size_t column, int row, const WeighRows& job) {
+    const std::size_t channels = job.grey ? 1 : 4, pixel = column / channels;
+    return pixel / 2 * pairSamples + rowSamples(job, row) + column % channels * 2 + pixel % 2;
 }
 
-void weighRowsPlain(const WeighRows& job) {
+void weighRowPlain(const WeighRows& job, int row) {
     const int bits = job.shift - sampleFraction;
-    const bool begins = job.part == Sums::wholeWindow || job.part == Sums::begin;
-    const bool ends = job.part == Sums::wholeWindow || job.part == Sums::finish;
     for (std::size_t column = 0; column < job.bytes; ++column) {
-        std::int32_t sum = begins ? 1 << (bits - 1) : job.sums[column];
-        for (int p = 0; p < job.count; ++p) {
-            const RowPair& pair = job.pairs[p];
-            sum += pair.upper[column] * upperWeight(pair.weights[0]);
-            sum += pair.lower[column] * lowerWeight(pair.weights[0]);
+        const std::size_t kept = column * groupRows + row;
+        std::int32_t sum = begins(job.part) ? 1 << (bits - 1) : job.sums[kept];
+        for (const RowPair* pair = job.pairs; pair->used != 0; ++pair) {
+            sum += pair->upper[column] * upperWeight(pair->weights[row]);
+            sum += pair->lower[column] * lowerWeight(pair->weights[row]);
         }
-        if (ends)
-            job.samples[samplePlace(column, job)] = static_cast<std::int16_t>(sum >> bits);
+        if (ends(job.part))
+            job.samples[samplePlace(job.lead + column, row, job)] = static_cast<std::int16_t>(sum >> bits);
         else
-            job.sums[column] = sum;
+            job.sums[kept] = sum;
     }
 }
 
-/// One channel of one column, 0 to 255.
-std::uint8_t weighColumn(const WeighColumns& job, int x, int channel) {
+void weighRowsPlain(const WeighRows& job) {
+    for (int row = 0; row < groupRows; ++row)
+        weighRowPlain(job, row);
+}
+
+/// One sample of one column, 0 to 255; `place` is its place in a pair of pixels.
+std::uint8_t weighColumn(const WeighColumns& job, int x, int place) {
     const int drainBits = std::max(0, job.shift - mostColumnBits);
     const int bits = sampleFraction + job.shift - drainBits;
-    const std::int16_t* samples = job.samples + std::size_t{8} * job.firstPair[x] + 2 * channel;
+    const std::int16_t* samples = job.samples + job.firstPair[x] * pairSamples + 2 * place;
     const std::int16_t* weights = job.weights + std::size_t{2} * x * job.pairs;
     std::int64_t sum = std::int64_t{1} << (bits - 1);
     for (int p = 0; p < job.pairs; p += drainPairs) {
         std::int64_t part = 0;
-        for (int k = p; k < std::min(p + drainPairs, job.pairs); ++k)
-            part += samples[8 * k] * weights[2 * k] + std::int64_t{samples[8 * k + 1]} * weights[2 * k + 1];
+        for (int k = p; k < std::min(p + drainPairs, job.pairs); ++k) {
+            const std::int16_t* pair = samples + k * pairSamples;
+            part += pair[0] * weights[2 * k] + std::int64_t{pair[1]} * weights[2 * k + 1];
+        }
         sum += part >> drainBits;
     }
     return static_cast<std::uint8_t>(std::clamp<std::int64_t>(sum >> bits, 0, 255));
 }
 
-void weighColumnsPlain(const WeighColumns& job) {
-    const bool grey = job.layout == PixelLayout::grey;
-    const int alphaPlace = isAlphaFirst(job.layout) ? 0 : 3;
-    for (int x = 0; x < job.width; ++x) {
-        std::uint8_t pixel[4];
-        for (int c = 0; c < 4; ++c)
-            pixel[c] = weighColumn(job, x, c);
-        if (grey) {
-            for (int r = 0; r < job.rowCount; ++r)
-                job.rows[r][x] = pixel[r];
-            continue;
-        }
-        if (!hasAlpha(job.layout)) pixel[alphaPlace] = 255;
-        for (int c = 0; c < 4; ++c)
-            job.rows[0][4 * std::size_t(x) + c] = std::min(pixel[c], pixel[alphaPlace]);
-    }
-}
-
 constexpr std::size_t widestVector = 64;
-
-} // namespace
-
-int groupRows() { return PEX_PICK_KERNEL(rowsInGroup, rowsInGroupPlain)(); }
-
-void weighRows(const WeighRows& job) { PEX_PICK_KERNEL(weighRowsOf, weighRowsPlain)(job); }
-
-void weighColumns(const WeighColumns& job) { PEX_PICK_KERNEL(weighColumnsVector, weighColumnsPlain)(job); }
 
 // Whole blocks of columns are written, as wide as the widest vector.
 constexpr std::size_t wholeBlocks(std::size_t bytes) {
     return (bytes + widestVector - 1) / widestVector * widestVector;
 }
 
-std::size_t samplesBytes(int width, PixelLayout layout) {
-    const bool grey = layout == PixelLayout::grey;
-    return wholeBlocks(std::size_t(width) * bytesPerPixel(layout)) / (grey ? 2 : 8) * 16 * groupRows();
+} // namespace
+
+void weighColumnsPlain(const WeighColumns& job) {
+    const bool grey = job.layout == PixelLayout::grey;
+    const int alphaPlace = isAlphaFirst(job.layout) ? 0 : 3;
+    for (int row = 0; row < job.rowCount; ++row) {
+        for (int x = 0; x < job.width; ++x) {
+            if (grey) {
+                job.rows[row][x] = weighColumn(job, x, row);
+                continue;
+            }
+            std::uint8_t pixel[4];
+            for (int c = 0; c < 4; ++c)
+                pixel[c] = weighColumn(job, x, 4 * row + c);
+            if (!hasAlpha(job.layout)) pixel[alphaPlace] = 255;
+            for (int c = 0; c < 4; ++c)
+                job.rows[row][4 * std::size_t(x) + c] = std::min(pixel[c], pixel[alphaPlace]);
+        }
+    }
 }
 
-std::size_t sumsBytes(std::size_t bytes) { return wholeBlocks(bytes) * sizeof(std::int32_t) * groupRows(); }
+void weighRows(const WeighRows& job) { PEX_PICK_KERNEL(weighRowsOf, weighRowsPlain)(job); }
+
+void weighColumns(const WeighColumns& job) { PEX_PICK_KERNEL(weighColumnsVector, weighColumnsPlain)(job); }
+
+std::size_t samplesBytes(int width, PixelLayout layout) {
+    const std::size_t bytesPerPair = 2 * std::size_t(bytesPerPixel(layout));
+    const std::size_t bytes = (std::size_t(width) + 1) * bytesPerPixel(layout);
+    return wholeBlocks(bytes) / bytesPerPair * pairSamples * sizeof(std::int16_t);
+}
+
+std::size_t sumsBytes(std::size_t bytes) { return wholeBlocks(bytes) * groupRows * sizeof(std::int32_t); }
 
 } // namespace pex::kernels
 #endif

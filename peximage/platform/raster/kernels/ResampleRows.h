@@ -7,23 +7,21 @@
 
 namespace pex::kernels {
 
-/// Result rows are made in groups. The samples of a group between the two passes lie so that one vector holds
-/// a pair of neighbouring pixels of every row of the group: for each pair of pixels, for each row, for each
-/// channel, the left and the right sample, 16 bits each with `sampleFraction` fraction bits. Grey pictures
-/// take four rows where coloured ones have four channels.
+/// Result rows are made in groups of `groupRows`, grey ones in groups of four times as many: where coloured
+/// rows have four channels, these have four rows. The samples of a group between the two passes lie so that
+/// vectors of any length hold whole rows of a pair of neighbouring pixels: for each pair of pixels, for each
+/// row, for each channel, the left and the right sample, 16 bits each with `sampleFraction` fraction bits.
+constexpr int groupRows = 4;
 constexpr int sampleFraction = 6;
-constexpr int mostGroupRows = 4;
-
-/// Coloured rows in a group on the instruction set in use; four times as many grey ones.
-int groupRows();
 
 /// Two source rows, and what each counts in the rows of a group.
 struct RowPair {
     const std::uint8_t* upper;
     const std::uint8_t* lower;
     /// For each row of the group, the upper row's weight in the low half and the lower row's in the high.
-    std::int32_t weights[mostGroupRows];
-    /// Bit r is set where the weights of row r are not all 0.
+    std::int32_t weights[groupRows];
+    /// Bit r is set where row r has weights other than 0, and so are the bits before all set ones or those
+    /// after them. 0 ends a list of pairs.
     unsigned used;
 };
 
@@ -33,8 +31,9 @@ enum class Sums { wholeWindow, begin, resume, finish };
 /// The vertical pass: weighs `bytes` columns of source rows into the rows of a group.
 struct WeighRows {
     const RowPair* pairs;
-    int count;
     std::size_t bytes;
+    /// How many bytes before a row's first one its first pair of pixels begins: one pixel or nothing.
+    std::size_t lead;
     int shift;
     /// With `begin`, `resume` and `finish` the window comes in parts, and `sums` (of `sumsBytes`) keeps what
     /// came so far.

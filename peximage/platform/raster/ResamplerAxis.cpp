@@ -2,8 +2,8 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstdint>
 #include <numbers>
-#include <numeric>
 
 namespace pex {
 namespace {
@@ -19,24 +19,37 @@ struct Windows {
     double largest = 0;
 };
 
-/// Writes sinc(x) * sinc(x / 3) at `count` places `step` apart from `x` on. With a = pi * x / 3 this is
-/// sin(3a) * sin(a) / 3a^2, and sin(3a) follows from sin(a), which a rotation carries from tap to tap.
-void lanczos(double x, double step, double* taps, int count) {
-    constexpr double toAngle = std::numbers::pi / lobes;
-    double sine = std::sin(x * toAngle), cosine = std::cos(x * toAngle);
-    const double stepSine = std::sin(step * toAngle), stepCosine = std::cos(step * toAngle);
-    for (int i = 0; i < count; ++i) {
-        const double a = (x + i * step) * toAngle;
-        taps[i] = std::abs(a) < 1e-7 ? 1 : sine * sine * (3 - 4 * sine * sine) / (3 * a * a);
-        const double next = sine * stepCosine + cosine * stepSine;
-        cosine = cosine * stepCosine - sine * stepSine;
-        sine = next;
+/// sinc(x) * sinc(x / 3) at places `step` apart. With a = pi * x / 3 this is sin(3a) * sin(a) / 3a^2, and
+/// sin(3a) follows from sin(a), which a rotation carries from tap to tap.
+class Lanczos {
+  public:
+    explicit Lanczos(double step)
+        : step_(step * toAngle), stepSine_(std::sin(step_)), stepCosine_(std::cos(step_)) {}
+
+    /// Writes `count` taps from `x` on and returns their sum.
+    double write(double x, double* taps, int count) const {
+        const double begin = x * toAngle;
+        double sine = std::sin(begin), cosine = std::cos(begin), sum = 0;
+        for (int i = 0; i < count; ++i) {
+            const double a = begin + i * step_;
+            taps[i] = std::abs(a) < 1e-7 ? 1 : sine * sine * (3 - 4 * sine * sine) / (3 * a * a);
+            sum += taps[i];
+            const double next = sine * stepCosine_ + cosine * stepSine_;
+            cosine = cosine * stepCosine_ - sine * stepSine_;
+            sine = next;
+        }
+        return sum;
     }
-}
+
+  private:
+    static constexpr double toAngle = std::numbers::pi / lobes;
+    double step_, stepSine_, stepCosine_;
+};
 
 Windows windowsOf(const ResamplerSpan& span) {
     const int from = span.from, to = span.to;
     const double stretch = std::max(1.0, span.step);
+    const Lanczos filter(1 / stretch);
     Windows windows;
     windows.width = std::min(from, int(std::ceil(2 * lobes * stretch)) + 1);
     windows.first.resize(to);
@@ -49,10 +62,9 @@ Windows windowsOf(const ResamplerSpan& span) {
         double* taps = &windows.taps[std::size_t(i) * windows.width];
         windows.first[i] = first;
         windows.end[i] = end;
-        lanczos((first - centre) / stretch, 1 / stretch, taps, end - first);
-        const double sum = std::accumulate(taps, taps + (end - first), 0.0);
+        const double scale = 1 / filter.write((first - centre) / stretch, taps, end - first);
         for (int k = 0; k < end - first; ++k) {
-            taps[k] /= sum;
+            taps[k] *= scale;
             windows.largest = std::max(windows.largest, std::abs(taps[k]));
         }
     }
@@ -68,23 +80,18 @@ int fractionBits(double largest, ResamplerAxis::Use use) {
     return std::min(bits(32766), std::max(16, bits(11000)));
 }
 
-/// Integers that sum to exactly 1 << shift: all rounded down, then those with the largest remainders up.
-void quantise(const double* taps, int count, int shift, std::vector<int>& order, std::vector<int>& result) {
+/// Integers that sum to exactly 1 << shift: the steps between the taps' rounded running sums.
+void quantise(const double* taps, int count, int shift, std::int16_t* weights) {
+    constexpr int above = 1 << 24; // keeps the sums positive, so that a conversion rounds them down
     const double unit = std::ldexp(1.0, shift);
-    result.resize(count);
-    int missing = 1 << shift;
+    double sum = above + 0.5;
+    int before = above;
     for (int k = 0; k < count; ++k) {
-        result[k] = int(std::floor(taps[k] * unit));
-        missing -= result[k];
+        sum += taps[k] * unit;
+        const int next = static_cast<int>(sum);
+        weights[k] = static_cast<std::int16_t>(next - before);
+        before = next;
     }
-    order.resize(count);
-    std::iota(order.begin(), order.end(), 0);
-    const auto remainder = [&](int k) { return taps[k] * unit - result[k]; };
-    missing = std::clamp(missing, 0, count);
-    std::nth_element(order.begin(), order.begin() + std::min(missing, count - 1), order.end(),
-                     [&](int a, int b) { return std::pair(-remainder(a), a) < std::pair(-remainder(b), b); });
-    for (int k = 0; k < missing; ++k)
-        ++result[order[k]];
 }
 
 /// How many pairs the longest window takes when pairs begin `lead` samples before the source.
@@ -108,14 +115,12 @@ ResamplerAxis ResamplerAxis::make(const ResamplerSpan& span, Use use) {
     axis.firstPair.resize(to);
     axis.weights.assign(std::size_t{2} * to * axis.pairs, 0);
     const int lastPair = axis.pairOf(from - 1) + 1 - axis.pairs;
-    std::vector<int> order, taps;
     for (int i = 0; i < to; ++i) {
         const int first = windows.first[i];
         axis.firstPair[i] = std::min(axis.pairOf(first), lastPair);
-        quantise(&windows.taps[std::size_t(i) * windows.width], windows.end[i] - first, axis.shift, order,
-                 taps);
-        std::int16_t* weights = &axis.weights[std::size_t{2} * i * axis.pairs];
-        std::ranges::copy(taps, weights + (first - axis.firstSample(axis.firstPair[i])));
+        quantise(&windows.taps[std::size_t(i) * windows.width], windows.end[i] - first, axis.shift,
+                 &axis.weights[std::size_t{2} * i * axis.pairs] + first -
+                     axis.firstSample(axis.firstPair[i]));
     }
     return axis;
 }

@@ -208,6 +208,27 @@ TEST(Resampler, ThinLongAndExtremeSizesAreExact) {
     }
 }
 
+/// Halving makes all windows begin at odd samples, so that pairs of taps do, too; and the sides go through
+/// all that vectors and groups of rows can leave over.
+TEST(Resampler, HalvedSidesAreExact) {
+    for (int side = 1; side <= 70; ++side) {
+        const int height = side % 18 + 1;
+        for (const PixelLayout layout : {PixelLayout::skipFirst, PixelLayout::grey})
+            checkCase({2 * side, 2 * height, side, height}, layout, Content(side % 3), unsigned(side));
+    }
+}
+
+/// Heights at which a strip ends just before, with or just after the source, and pairs begin at odd rows in
+/// some.
+TEST(Resampler, StripsEndAnywhere) {
+    for (const int height : {62, 63, 64, 65, 66, 126, 127, 128, 129, 130, 190, 191, 192, 193, 254}) {
+        for (const int toHeight : {(height + 1) / 2, height, 7}) {
+            for (const PixelLayout layout : {PixelLayout::premultipliedLast, PixelLayout::grey})
+                checkCase({5, height, 6, toHeight}, layout, Content(height % 3), unsigned(height));
+        }
+    }
+}
+
 TEST(Resampler, FlatColourStaysItself) {
     onEveryInstructionSet([] {
         for (const Case c : {Case{31, 57, 13, 100}, Case{500, 300, 7, 3}, Case{9, 9, 200, 90}}) {

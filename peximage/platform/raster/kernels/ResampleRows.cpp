@@ -20,7 +20,7 @@ constexpr int mostColumnBits = 16;
 constexpr int drainPairs = 4;
 
 /// How far ahead rows are asked for: a window's rows are more streams than processors follow by themselves.
-constexpr std::size_t prefetchBytes = 512;
+constexpr std::size_t prefetchBytes = 256;
 
 inline std::int32_t pairAt(const std::int16_t* weights) {
     std::int32_t pair;

@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <cstring>
-#include <iterator>
 
 #undef HWY_TARGET_INCLUDE
 #define HWY_TARGET_INCLUDE "peximage/platform/raster/kernels/ResampleRows.cpp"
@@ -246,46 +245,42 @@ struct ColumnSums {
     V32 a, b;
 };
 
-/// Adds `Count` pairs of one column's window.
-template <int Count>
-HWY_INLINE void add(ColumnSums& sums, const std::int16_t* samples, const std::int16_t* weights) {
-    if constexpr (Count > 0) {
-        const D16 d;
-        const auto pair = pairOf(pairAt(weights));
-        sums.a = addProducts(sums.a, hn::Load(d, samples), pair);
-        if constexpr (vectorsAtOnce > 1) sums.b = addProducts(sums.b, hn::Load(d, samples + halves), pair);
-        add<Count - 1>(sums, samples + pairSamples, weights + 2);
+/// Adds one pair of one column's window.
+HWY_INLINE void addPair(ColumnSums& sums, const std::int16_t* samples, const std::int16_t* weights) {
+    const D16 d;
+    const auto pair = pairOf(pairAt(weights));
+    sums.a = addProducts(sums.a, hn::Load(d, samples), pair);
+    if constexpr (vectorsAtOnce > 1) sums.b = addProducts(sums.b, hn::Load(d, samples + halves), pair);
+}
+
+/// Two pairs at a time, since a loop around each takes longer; of more, compilers would not keep the sums in
+/// registers.
+HWY_INLINE void addPairs(ColumnSums& sums, const std::int16_t* samples, const std::int16_t* weights,
+                         int count) {
+    for (; count >= 2; count -= 2, samples += 2 * pairSamples, weights += 4) {
+        addPair(sums, samples, weights);
+        addPair(sums, samples + pairSamples, weights + 2);
     }
+    if (count > 0) addPair(sums, samples, weights);
 }
 
-/// Adds `Count` pairs, cut to `mostColumnBits` first.
-template <int Count>
-HWY_INLINE void drain(ColumnSums& sums, const std::int16_t* samples, const std::int16_t* weights, int bits) {
-    ColumnSums part{hn::Zero(D32()), hn::Zero(D32())};
-    add<Count>(part, samples, weights);
-    sums.a = hn::Add(sums.a, hn::ShiftRightSame(part.a, bits));
-    sums.b = hn::Add(sums.b, hn::ShiftRightSame(part.b, bits));
-}
-
-/// The sums of one column's window, not yet rounded: pairs by four, and then `Rest`.
-template <bool Drained, int Rest>
+/// The sums of one column's window, not yet rounded.
+template <bool Drained>
 HWY_INLINE ColumnSums weighWindow(const WeighColumns& job, int x, int vector, V32 half) {
     const std::int16_t* samples = job.samples + job.firstPair[x] * pairSamples + vector * halves;
     const std::int16_t* weights = job.weights + std::size_t{2} * x * job.pairs;
-    const int bits = job.shift - mostColumnBits;
     ColumnSums sums{half, half};
-    for (int p = Rest; p < job.pairs; p += drainPairs) {
-        if constexpr (Drained)
-            drain<drainPairs>(sums, samples, weights, bits);
-        else
-            add<drainPairs>(sums, samples, weights);
-        samples += drainPairs * pairSamples;
-        weights += 2 * drainPairs;
+    if constexpr (!Drained) {
+        addPairs(sums, samples, weights, job.pairs);
+    } else {
+        const int bits = job.shift - mostColumnBits;
+        for (int p = 0; p < job.pairs; p += drainPairs) {
+            ColumnSums part{hn::Zero(D32()), hn::Zero(D32())};
+            addPairs(part, samples + p * pairSamples, weights + 2 * p, std::min(drainPairs, job.pairs - p));
+            sums.a = hn::Add(sums.a, hn::ShiftRightSame(part.a, bits));
+            sums.b = hn::Add(sums.b, hn::ShiftRightSame(part.b, bits));
+        }
     }
-    if constexpr (Drained)
-        drain<Rest>(sums, samples, weights, bits);
-    else
-        add<Rest>(sums, samples, weights);
     return sums;
 }
 
@@ -319,11 +314,17 @@ struct AlphaRule {
     }
 };
 
-/// Four columns at a time: packing their sums to bytes leaves each row's four pixels side by side.
-HWY_INLINE V8 packed(V32 x0, V32 x1, V32 x2, V32 x3, int bits, V8 order) {
-    const auto low = clampedPair(x0, x1, bits);
-    const auto high = hn::ShiftLeft<8>(clampedPair(x2, x3, bits));
-    return hn::TableLookupBytes(hn::BitCast(D8(), hn::Or(low, high)), order);
+/// Two neighbouring columns, each 0 to 255.
+struct ColumnPair {
+    V16 a, b;
+};
+
+template <bool Drained>
+HWY_INLINE ColumnPair weighPair(const WeighColumns& job, int x, int vector, V32 half) {
+    const int bits = sampleFraction + (Drained ? mostColumnBits : job.shift);
+    const auto left = weighWindow<Drained>(job, x, vector, half);
+    const auto right = weighWindow<Drained>(job, x + 1, vector, half);
+    return {clampedPair(left.a, right.a, bits), clampedPair(left.b, right.b, bits)};
 }
 
 /// Writes the four columns from `x` on of the rows from `row` on, which lie in the lanes of a vector.
@@ -346,16 +347,17 @@ HWY_INLINE void placeGrey(V8 pixels, const WeighColumns& job, int x, int row) {
         std::memcpy(job.rows[row] + x, from, 4);
 }
 
-template <bool Drained, int Rest>
+/// Four columns at a time: packing them to bytes leaves each row's four pixels side by side.
+template <bool Drained>
 void weighColumnsOf(const WeighColumns& given) {
     const WeighColumns job = given; // a copy stays in registers while rows are written
-    const int bits = sampleFraction + (Drained ? mostColumnBits : job.shift);
-    const auto half = hn::Set(D32(), 1 << (bits - 1));
+    const auto half = hn::Set(D32(), 1 << (sampleFraction + (Drained ? mostColumnBits : job.shift) - 1));
     const bool grey = job.layout == PixelLayout::grey;
     const auto order = byteOrder(grey);
     const AlphaRule alpha(job.layout);
-    const auto place = [&](V32 x0, V32 x1, V32 x2, V32 x3, int x, int vector) HWY_ATTR {
-        const auto pixels = packed(x0, x1, x2, x3, bits, order);
+    const auto place = [&](V16 first, V16 second, int x, int vector) HWY_ATTR {
+        const auto bytes = hn::BitCast(D8(), hn::Or(first, hn::ShiftLeft<8>(second)));
+        const auto pixels = hn::TableLookupBytes(bytes, order);
         if (grey)
             placeGrey(pixels, job, x, 4 * vector * rowsOfVector);
         else
@@ -365,23 +367,12 @@ void weighColumnsOf(const WeighColumns& given) {
         // The last four may have been made in part already.
         const int x = std::min(next, job.width - 4);
         for (int v = 0; v < vectorsOfGroup; v += vectorsAtOnce) {
-            const auto w0 = weighWindow<Drained, Rest>(job, x, v, half);
-            const auto w1 = weighWindow<Drained, Rest>(job, x + 1, v, half);
-            const auto w2 = weighWindow<Drained, Rest>(job, x + 2, v, half);
-            const auto w3 = weighWindow<Drained, Rest>(job, x + 3, v, half);
-            place(w0.a, w1.a, w2.a, w3.a, x, v);
-            if constexpr (vectorsAtOnce > 1) place(w0.b, w1.b, w2.b, w3.b, x, v + 1);
+            const auto first = weighPair<Drained>(job, x, v, half);
+            const auto second = weighPair<Drained>(job, x + 2, v, half);
+            place(first.a, second.a, x, v);
+            if constexpr (vectorsAtOnce > 1) place(first.b, second.b, x, v + 1);
         }
     }
-}
-
-template <bool Drained>
-void weighColumnsBy(const WeighColumns& job) {
-    constexpr void (*byRest[])(const WeighColumns&) = {weighColumnsOf<Drained, 0>, weighColumnsOf<Drained, 1>,
-                                                       weighColumnsOf<Drained, 2>,
-                                                       weighColumnsOf<Drained, 3>};
-    static_assert(std::size(byRest) == drainPairs);
-    byRest[job.pairs % drainPairs](job);
 }
 
 } // namespace
@@ -400,9 +391,9 @@ void weighColumnsVector(const WeighColumns& job) {
     if (job.width < 4)
         weighColumnsPlain(job);
     else if (job.shift > mostColumnBits)
-        weighColumnsBy<true>(job);
+        weighColumnsOf<true>(job);
     else
-        weighColumnsBy<false>(job);
+        weighColumnsOf<false>(job);
 }
 
 } // namespace pex::kernels::HWY_NAMESPACE

@@ -42,7 +42,7 @@ class ResamplerGroup {
     int endSource() const;
 
     /// Takes what `part` has of the group's source rows; its first row is row `partFirst` of the source, the
-    /// upper one of a pair. `sums` has the plan's `sumsBytes`, `samples` its `samplesBytes`.
+    /// first one or the upper one of a pair. `sums` has the plan's `sumsBytes`, `samples` its `samplesBytes`.
     void weighRows(PixelView part, int partFirst, kernels::Sums how, std::int32_t* sums,
                    std::int16_t* samples) const;
     /// Writes the group's rows to the whole result, from the samples that the last `weighRows` left.

@@ -12,7 +12,7 @@
 namespace pex {
 namespace {
 
-/// Even, so that no pair of rows is torn apart; enough groups for all cores, and still in the cache.
+/// Even, since rows count in pairs; enough groups for all cores, and still in the cache.
 constexpr int mostStripRows = 64;
 
 } // namespace
@@ -34,7 +34,7 @@ std::optional<ResamplerStream> ResamplerStream::make(const Resampler& resampler,
 
 int ResamplerStream::rowsLeft() const { return plan_->rows.from - before_ - inStrip_; }
 
-/// Where the first pair begins before the source, the first strip ends with the last whole one.
+/// Of whole pairs of rows, which may begin a row before the source.
 int ResamplerStream::stripRows() const { return mostStripRows - (before_ == 0 ? plan_->rows.lead : 0); }
 
 MutablePixelView ResamplerStream::room() const {

@@ -43,7 +43,7 @@ std::vector<jpeg::UnitRange> sampleOf(const jpeg::Scan& scan, int wanted) {
 
 jpeg::ScanComponent component(const jpeg::CoefficientPlane& plane, int blocks, const jpeg::QuantTable& table,
                               jpeg::Channel channel) {
-    return {&plane, blocks, blocks, kernels::Quantizer(table), &jpeg::huffmanCodes(channel)};
+    return {kernels::Quantizer(table), &plane, &jpeg::huffmanCodes(channel), blocks, blocks};
 }
 
 /// Counts bits from the top, some rows at a time, until they are `enough` or all.

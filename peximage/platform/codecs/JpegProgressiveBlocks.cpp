@@ -143,11 +143,11 @@ bool JpegProgressiveBlocks::Picture::allocate(j_decompress_ptr info) {
     std::size_t blocks = 0;
     for (int i = 0; i < info->num_components; ++i) {
         const jpeg_component_info& of = info->comp_info[i];
-        const auto rows = static_cast<std::size_t>(mcusHigh * of.v_samp_factor);
+        const auto rows = static_cast<std::size_t>(mcusHigh) * static_cast<std::size_t>(of.v_samp_factor);
         planes.push_back({of.DCT_scaled_size > 1, of.h_samp_factor, of.v_samp_factor,
                           static_cast<int>(of.width_in_blocks), static_cast<int>(of.height_in_blocks),
                           std::vector<JBLOCKROW>(rows), std::vector<std::uint64_t*>(rows)});
-        blocks += rows * static_cast<std::size_t>(mcusWide * of.h_samp_factor);
+        blocks += rows * static_cast<std::size_t>(mcusWide) * static_cast<std::size_t>(of.h_samp_factor);
     }
     memory = PixelBuffer::make(blocks * (sizeof(JBLOCK) + sizeof(std::uint64_t)));
     if (!memory) return false;
@@ -226,10 +226,10 @@ jvirt_barray_ptr JpegProgressiveBlocks::requestRows(j_common_ptr info, int, bool
     return reinterpret_cast<jvirt_barray_ptr>(&self.picture_->planes[self.requested_++]);
 }
 
-JBLOCKARRAY JpegProgressiveBlocks::accessRows(j_common_ptr info, jvirt_barray_ptr asked, JDIMENSION row,
+JBLOCKARRAY JpegProgressiveBlocks::accessRows(j_common_ptr info, jvirt_barray_ptr rowsOf, JDIMENSION row,
                                               JDIMENSION count, boolean) {
     auto& self = *static_cast<JpegProgressiveBlocks*>(info->client_data);
-    auto& plane = *reinterpret_cast<Plane*>(asked);
+    auto& plane = *reinterpret_cast<Plane*>(rowsOf);
     for (const Scan& scan : self.picture_->scans)
         scan.waitFor(static_cast<int>(row + count - 1) / plane.down);
     if (self.picture_->isStopped) {

@@ -36,8 +36,8 @@ class JpegProgressiveBlocks {
     explicit JpegProgressiveBlocks(std::shared_ptr<Picture> picture);
     static jvirt_barray_ptr requestRows(j_common_ptr info, int pool, boolean zeroed, JDIMENSION wide,
                                         JDIMENSION high, JDIMENSION atOnce);
-    static JBLOCKARRAY accessRows(j_common_ptr info, jvirt_barray_ptr plane, JDIMENSION row, JDIMENSION count,
-                                  boolean isWritten);
+    static JBLOCKARRAY accessRows(j_common_ptr info, jvirt_barray_ptr rowsOf, JDIMENSION row,
+                                  JDIMENSION count, boolean isWritten);
 
     std::shared_ptr<Picture> picture_; // shared with who decodes
     std::size_t requested_ = 0;        // planes that the library has asked for

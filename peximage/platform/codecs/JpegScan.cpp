@@ -60,13 +60,18 @@ class ValueTable {
             const auto size =
                 static_cast<unsigned>(std::bit_width(static_cast<unsigned>(level < 0 ? -level : level)));
             const auto bits = static_cast<unsigned>(level - (level < 0)) & ((1u << size) - 1);
-            entries_[static_cast<std::size_t>(level + most)] = static_cast<std::uint16_t>(bits << 4 | size);
+            entries_[placeOf(level)] = static_cast<std::uint16_t>(bits << 4 | size);
         }
     }
-    unsigned operator[](int level) const { return entries_[static_cast<std::size_t>(level + most)]; }
+    unsigned operator[](int level) const { return entries_[placeOf(level)]; }
 
   private:
     static constexpr int most = 2047;
+    static constexpr std::size_t placeOf(int level) {
+        const int place = level + most;
+        return static_cast<std::size_t>(place);
+    }
+
     std::array<std::uint16_t, 2 * most + 1> entries_{};
 };
 

@@ -12,10 +12,10 @@ namespace pex::jpeg {
 
 /// One component as a scan walks it: `across` x `down` blocks in each minimum coded unit.
 struct ScanComponent {
-    const CoefficientPlane* plane;
-    int across, down;
     kernels::Quantizer quantizer;
+    const CoefficientPlane* plane;
     const HuffmanCodes* codes;
+    int across, down;
 };
 
 /// What is coded at one quality. Rows of units can be coded on their own, in any order.

@@ -87,17 +87,25 @@ struct Band {
                 blocksAtEnd = takeEndOfBlocks(code.value());
                 return true;
             }
-            std::uint64_t zeros = ~known & bitRange(k, last + 1);
-            for (unsigned i = 1; i < code.step() && zeros != 0; ++i)
-                zeros &= zeros - 1;
-            if (zeros == 0) return false;
-            const auto place = static_cast<unsigned>(std::countr_zero(zeros));
-            correct(block, known & bitRange(k, place));
+            unsigned place = k + code.step() - 1;
+            if (const std::uint64_t inTheWay = known & bitRange(k, place + 1); inTheWay != 0) {
+                place = zeroAfter(known, k, code.step());
+                correct(block, known & bitRange(k, place));
+            }
+            if (place > last) return false;
             block[zigzag[place]] = shifted(code.value(), lowBit);
             nonzero |= std::uint64_t{code.value() != 0} << place;
             k = place + 1;
         }
         return true;
+    }
+
+    /// The place of the zero that is the `step`th from k on; beyond the band when it has fewer.
+    static unsigned zeroAfter(std::uint64_t known, unsigned k, unsigned step) {
+        std::uint64_t zeros = ~known & bitRange(k, 64);
+        for (unsigned i = 1; i < step; ++i)
+            zeros &= zeros - 1;
+        return static_cast<unsigned>(std::countr_zero(zeros));
     }
 
     /// Takes a bit for each of the coefficients: those of which it is 1 grow by the scan's lowest bit.

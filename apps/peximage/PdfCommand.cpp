@@ -85,6 +85,7 @@ int fail(const std::string& file, const std::string& why) {
 int drawPages(const Request& request, Documents& documents, int first, int count) {
     const std::string& file = request.settings.inputs[0];
     const fs::path folder = request.writing.output, stem = fs::path(file).stem();
+    const std::string ending = '.' + request.writing.format.value_or("png");
     std::error_code error;
     fs::create_directories(folder, error);
     if (error) return fail(file, "cannot make " + folder.string() + ": " + error.message());
@@ -95,8 +96,8 @@ int drawPages(const Request& request, Documents& documents, int first, int count
     for (int page = first; page < first + count; ++page) {
         const std::string number = std::to_string(page + 1);
         pages.inputs.push_back(file + " page " + number);
-        paths.push_back(folder /
-                        (stem.string() + '-' + number + '.' + request.writing.format.value_or("png")));
+        paths.push_back(folder / stem);
+        paths.back() += '-' + number + ending;
     }
     WritingOptions writing = request.writing;
     if (!writing.dpi) writing.dpi = request.dpi;

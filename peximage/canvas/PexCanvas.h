@@ -42,7 +42,7 @@ class PEX_EXPORT PexCanvas {
     };
 
     /// Without layers, its image blank.
-    explicit PexCanvas(Size size, std::optional<PexShareApp> shareApp = {});
+    explicit PexCanvas(Size canvasSize, std::optional<PexShareApp> sharing = {});
     /// A square of the image's longer side with the image, at its own size, as the one layer in the middle.
     /// The ratio makes no difference.
     PexCanvas(const std::shared_ptr<PexImage>& withImage, double fitInRatio);

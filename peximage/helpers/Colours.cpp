@@ -63,7 +63,7 @@ std::shared_ptr<PexImage> PexImageHelper::resizeImage_v4(const PexImage& image, 
         image.image->draw({{0, 0}, size}, from, NSCompositingOperation::copy, 1);
         resized->unlockFocus();
     }
-    const auto result = PexImage::make(resized, {});
+    auto result = PexImage::make(resized, {});
     diagnostics::print("resizeImage_v4 done");
     return result;
 }

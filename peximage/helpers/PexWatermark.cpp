@@ -12,7 +12,8 @@ namespace {
 CGPoint originOf(PexWatermark::Position position, CGSize room) {
     // The positions run from left to right, row by row from the top.
     const auto index = static_cast<int>(position);
-    return {room.width * (index % 3) / 2, room.height * (2 - index / 3) / 2};
+    const int column = index % 3, row = index / 3;
+    return {room.width * column / 2, room.height * (2 - row) / 2};
 }
 
 } // namespace

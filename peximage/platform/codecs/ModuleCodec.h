@@ -8,11 +8,11 @@ namespace pex {
 /// Codecs whose work a module does: the core keeps the limits, turns colours and orientation, and hands over
 /// plain pixels.
 
-std::optional<OpenedImage> openByModule(const char* module, ImageFormat format, const CGDataProvider& bytes,
+std::optional<OpenedImage> openByModule(const char* name, ImageFormat format, const CGDataProvider& bytes,
                                         const ImageLimits& limits);
 
 /// Whether the file breaks off before its first image ends, as the module's header says.
-bool breaksOffByModule(const char* module, const CGDataProvider& bytes);
+bool breaksOffByModule(const char* name, const CGDataProvider& bytes);
 
 struct ModuleEncoding {
     const char* module;

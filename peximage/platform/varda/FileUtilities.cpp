@@ -52,6 +52,7 @@ std::vector<URL> fu_filesInFolder(const URL& folder) {
     }
     std::sort(paths.begin(), paths.end());
     std::vector<URL> files;
+    files.reserve(paths.size());
     for (const std::string& path : paths)
         files.push_back(URL::fromPath(path));
     return files;

@@ -219,8 +219,8 @@ void sharpenRow(std::uint8_t* rgba, int pixels, const std::uint16_t* luma, const
     PEX_PICK_KERNEL(sharpen, sharpenPlain)(rgba, pixels, luma, blurredLuma, strength);
 }
 
-void alphaRow(const std::uint8_t* rgba, int pixels, std::uint16_t* to, std::uint16_t* luma) {
-    PEX_PICK_KERNEL(alpha, alphaPlain)(rgba, pixels, to, luma);
+void alphaRow(const std::uint8_t* rgba, int pixels, std::uint16_t* alphas, std::uint16_t* luma) {
+    PEX_PICK_KERNEL(alpha, alphaPlain)(rgba, pixels, alphas, luma);
 }
 
 void sharpenAlphaRow(std::uint8_t* rgba, int pixels, const std::uint16_t* luma,

@@ -12,7 +12,7 @@ void lumaRow(const std::uint8_t* rgba, int pixels, std::uint16_t* luma);
 
 /// 256 times the alpha of R G B A pixels, and luma limited to it: what is transparent has none, whatever its
 /// colours say. Reads and writes up to 16 pixels beyond the end.
-void alphaRow(const std::uint8_t* rgba, int pixels, std::uint16_t* alpha, std::uint16_t* luma);
+void alphaRow(const std::uint8_t* rgba, int pixels, std::uint16_t* alphas, std::uint16_t* luma);
 
 /// The sum along the row of five neighbours, weighed: 16 times the blurred samples. Needs two samples before
 /// the first one and, beyond the end, reads and writes up to 18.

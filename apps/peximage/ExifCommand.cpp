@@ -46,11 +46,12 @@ Json toJson(const pex::PropertyDictionary& dictionary) {
 
 void addLines(std::string& text, const std::string& prefix, const Json& object) {
     for (const auto& [key, value] : object.items()) {
-        if (value.is_object())
+        if (value.is_object()) {
             addLines(text, prefix + key + '.', value);
-        else
-            text +=
-                "\n  " + prefix + key + "  " + (value.is_string() ? value.get<std::string>() : value.dump());
+            continue;
+        }
+        text.append("\n  ").append(prefix).append(key).append("  ");
+        text += value.is_string() ? value.get<std::string>() : value.dump();
     }
 }
 

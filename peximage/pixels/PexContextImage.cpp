@@ -29,9 +29,9 @@ PexContextImage::PexContextImage(CGSize drawnSize, std::shared_ptr<PexImage> sou
 
 PexContextImage::PexContextImage(const CGImage& bitmap) : PexContextImage(PexImage::make(bitmap), Size{}) {}
 
-PexContextImage::PexContextImage(std::shared_ptr<PexImage> source, const Size& options)
-    : PexContextImage(options.size.value_or(source ? source->size : CGSize{}), source,
-                      source ? source->cgImage : std::nullopt) {}
+PexContextImage::PexContextImage(const std::shared_ptr<PexImage>& image, const Size& options)
+    : PexContextImage(options.size.value_or(image ? image->size : CGSize{}), image,
+                      image ? image->cgImage : std::nullopt) {}
 
 PexContextImage::PexContextImage(const OfSize& empty) : PexContextImage(empty.size, nullptr, std::nullopt) {}
 

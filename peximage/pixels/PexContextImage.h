@@ -65,7 +65,7 @@ class PEX_EXPORT PexContextImage {
   protected:
     // What the three forms of `make` call, for subclasses.
     explicit PexContextImage(const CGImage& bitmap);
-    PexContextImage(std::shared_ptr<PexImage> image, const Size& options);
+    PexContextImage(const std::shared_ptr<PexImage>& image, const Size& options);
     explicit PexContextImage(const OfSize& empty);
 
   private:

@@ -100,7 +100,7 @@ Result describe(const std::string& input, const fs::path& output, const Written&
 }
 
 Failure whyNotSaved(const PendingFile& file, const Destination& destination, const WritingOptions& options) {
-    const Failure failure = file.whyNotWritten();
+    Failure failure = file.whyNotWritten();
     const bool couldWrite = failure.message == "cannot write " + destination.path.string();
     if (couldWrite && options.maxBytes)
         return {"cannot be made as small as " + grouped(*options.maxBytes) + " bytes"};

@@ -63,8 +63,8 @@ class PEX_EXPORT PexCanvasLayer {
     };
 
     /// `image` becomes that of the source, if it holds one.
-    PexCanvasLayer(std::string id, LayerType type, Source source, PexSpatialConforming spatialConforming,
-                   Transform transform);
+    PexCanvasLayer(std::string layerId, LayerType layerType, Source from, PexSpatialConforming conforming,
+                   Transform placement);
 
     /// A new identifier for a layer, with the tag "pexcl".
     static std::string newId() { return PexId::newId("", "pexcl", true); }

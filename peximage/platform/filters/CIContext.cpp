@@ -150,8 +150,9 @@ std::optional<FilteredSource> filterSource(const Node& node) {
     std::optional<CGImage> base = render(*below);
     if (!base) return std::nullopt;
     FilterChain chain;
-    for (auto filter = filters.rbegin(); filter != filters.rend(); ++filter)
-        std::visit([&](const auto& operation) { add(operation, chain); }, (*filter)->operation);
+    std::reverse(filters.begin(), filters.end());
+    for (const Node* filter : filters)
+        std::visit([&](const auto& operation) { add(operation, chain); }, filter->operation);
     return FilteredSource(std::move(*base), std::move(chain));
 }
 

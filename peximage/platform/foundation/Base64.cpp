@@ -43,7 +43,7 @@ std::optional<std::vector<std::uint8_t>> decode(std::string_view text) {
     std::uint32_t bits = 0;
     int count = 0;
     for (const char c : text) {
-        const int value = values[static_cast<unsigned char>(c)];
+        const std::int8_t value = values[static_cast<unsigned char>(c)];
         if (value < 0) return std::nullopt;
         bits = bits << 6 | static_cast<std::uint32_t>(value);
         count += 6;

@@ -21,7 +21,7 @@ class PEX_EXPORT CGColorSpace {
     /// Grey with sRGB's tone curve.
     static CGColorSpace deviceGray();
     /// Absent when the bytes are no usable RGB, grey or CMYK profile.
-    static std::optional<CGColorSpace> fromICC(const Data& profile);
+    static std::optional<CGColorSpace> fromICC(const Data& icc);
 
     Model model() const;
     /// True for the built-in spaces and for profiles that give the same colours as sRGB to within 1/255:

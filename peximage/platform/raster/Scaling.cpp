@@ -130,7 +130,7 @@ std::optional<CGImage> scaledSource(const PixelSource& source, PixelSize size) {
     if (decoded != size) {
         if (const auto reader = source.rows(decoded)) return streamed(source, *reader, decoded, size);
     }
-    const std::optional<CGImage> whole = decodedAt(source, decoded);
+    std::optional<CGImage> whole = decodedAt(source, decoded);
     if (!whole || decoded == size) return whole;
     const std::optional<PixelView> pixels = whole->pixels();
     return pixels ? resampled(*pixels, source.colorSpace(), size) : std::nullopt;

@@ -22,7 +22,7 @@ enum class Gate {
 };
 
 /// Sets the colours of pixels by the sum of their channels, 0 to 765; alpha stays.
-void gateRow(std::uint8_t* argb, int pixels, Gate gate, int limit);
+void gateRow(std::uint8_t* argb, int pixels, Gate which, int limit);
 
 enum class MaskBy {
     luminance, // (red + green + blue) / 3, rounded down
@@ -32,8 +32,8 @@ enum class MaskBy {
 /// Sets alpha to what the same pixel of the mask says, A R G B too; colours stay. The rows must not overlap.
 void maskRow(std::uint8_t* argb, const std::uint8_t* mask, int pixels, MaskBy by);
 
-/// Sets alpha to 0 where the squared distance of the colour to that of `key` is at most `largestSquare`;
+/// Sets alpha to 0 where the squared distance of the colour to `colour` is at most `largestSquare`;
 /// nowhere when that is negative.
-void keyRow(std::uint8_t* argb, int pixels, const Argb& key, int largestSquare);
+void keyRow(std::uint8_t* argb, int pixels, const Argb& colour, int largestSquare);
 
 } // namespace pex::kernels

@@ -65,10 +65,10 @@ PexDicotomic searchFor(long long budget) {
 
 /// The best of the qualities that fits, given that the lowest one does.
 double bestThatFits(JpegEncoder& encoder, const std::set<double>& tried, long long budget) {
-    for (auto quality = tried.rbegin(); quality != tried.rend(); ++quality) {
-        if (static_cast<long long>(encoder.byteCount(*quality)) <= budget) return *quality;
-    }
-    return 0;
+    const auto best = std::find_if(tried.rbegin(), tried.rend(), [&](double quality) {
+        return static_cast<long long>(encoder.byteCount(quality)) <= budget;
+    });
+    return best != tried.rend() ? *best : 0;
 }
 
 /// The quality to write for a budget that quality 0 keeps and quality 1 does not.

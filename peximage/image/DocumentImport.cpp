@@ -140,7 +140,7 @@ std::shared_ptr<PexImage> PexImage::pdfDocumentToPexImage(const PdfDocumentPage&
 
 std::optional<CGImage> loadCGImage(const AiUrl& file) {
     const auto source = CGImageSource::make(file.aiUrl);
-    const std::optional<CGImage> image = source ? source->createImage() : std::nullopt;
+    std::optional<CGImage> image = source ? source->createImage() : std::nullopt;
     if (!image || !file.scaleFactor) return image;
     const auto whole = PexImage::make(*image);
     const CGSize size{whole->size.width * *file.scaleFactor, whole->size.height * *file.scaleFactor};

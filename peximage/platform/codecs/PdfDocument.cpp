@@ -25,8 +25,8 @@ std::unique_ptr<PdfDocument> PdfDocument::open(const Data& bytes) {
     const auto* module = loadModule<PdfModule>(PdfModule::name);
     PdfModule::Document* document = module != nullptr ? module->open(bytes.data(), bytes.size()) : nullptr;
     if (document == nullptr) return nullptr;
-    return std::unique_ptr<PdfDocument>(
-        new PdfDocument(bytes, std::unique_ptr<Handle>(new Handle{module, document})));
+    return std::unique_ptr<PdfDocument>(new PdfDocument(
+        bytes, std::unique_ptr<Handle>(new Handle{module, document}))); // NOLINT: an aggregate
 }
 
 bool PdfDocument::needsPassword(const Data& bytes) {

@@ -10,7 +10,7 @@ namespace pex::kernels {
 using ByteCurve = std::array<std::uint8_t, 256>;
 
 /// Every colour byte becomes the curve's value for it.
-void curveRow(std::uint8_t* rgba, int pixels, const ByteCurve& curve);
+void curveRow(std::uint8_t* rgba, int pixels, const ByteCurve& values);
 
 /// A cube of colours to be looked up.
 struct CubeTables {
@@ -25,6 +25,6 @@ struct CubeTables {
 
 /// Every colour becomes that of the cube, interpolated in the tetrahedron of the four entries around it. The
 /// same bytes on every instruction set, within 0.52 / 255 of exact interpolation.
-void cubeRow(std::uint8_t* rgba, int pixels, const CubeTables& cube);
+void cubeRow(std::uint8_t* rgba, int pixels, const CubeTables& tables);
 
 } // namespace pex::kernels

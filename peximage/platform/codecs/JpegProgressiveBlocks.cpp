@@ -107,7 +107,7 @@ void JpegProgressiveBlocks::Scan::decode() {
         for (const Scan* scan : before_)
             scan->waitFor(mcuRowOf(row));
         isGood = !picture_.isStopped && decodeRow(row);
-        if (row + 1 < count) tell(mcuRowOf(row + 1));
+        if (isGood && row + 1 < count) tell(mcuRowOf(row + 1));
     }
     if (!isGood || !codes_.isAtEnd()) picture_.isStopped = true;
     tell(std::numeric_limits<int>::max());

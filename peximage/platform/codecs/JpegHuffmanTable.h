@@ -1,5 +1,7 @@
 #pragma once
 
+#include "peximage/platform/codecs/JpegBits.h"
+
 #include <array>
 #include <cstddef>
 #include <cstdint>
@@ -59,6 +61,13 @@ class JpegHuffmanTable {
     Entry lookup(std::uint64_t bits) const { return entries_[bits >> (64 - lookupBits)]; }
     /// The same for any code; `mostBits` are needed.
     Entry decode(std::uint64_t bits) const;
+    /// Takes the next code with its number from bits that are ready.
+    Entry take(JpegBits& bits) const {
+        Entry code = lookup(bits.peek());
+        if (code.step() == tooLong) code = decode(bits.peek());
+        bits.drop(code.bits());
+        return code;
+    }
 
   private:
     void addCode(std::uint64_t code, unsigned codeBits, unsigned symbol);

@@ -20,14 +20,6 @@ std::uint64_t bitRange(unsigned begin, unsigned end) {
 
 std::int16_t shifted(unsigned value, unsigned bits) { return static_cast<std::int16_t>(value << bits); }
 
-/// The next code with its number, from bits that are ready.
-Entry take(JpegBits& bits, const JpegHuffmanTable& table) {
-    Entry code = table.lookup(bits.peek());
-    if (code.step() == JpegHuffmanTable::tooLong) code = table.decode(bits.peek());
-    bits.drop(code.bits());
-    return code;
-}
-
 /// The coefficients of a band, block by block. All that changes is kept in registers by whoever has it as a
 /// local variable.
 struct Band {
@@ -44,7 +36,7 @@ struct Band {
         std::uint64_t found = 0;
         for (unsigned k = first - 1; k < last;) {
             bits.refill();
-            const Entry code = take(bits, table);
+            const Entry code = table.take(bits);
             if (code.step() == JpegHuffmanTable::endOfBlock) {
                 blocksAtEnd = takeEndOfBlocks(code.value()) - 1;
                 break;
@@ -82,7 +74,7 @@ struct Band {
         const std::uint64_t known = nonzero;
         while (k <= last) {
             bits.refill();
-            const Entry code = take(bits, table);
+            const Entry code = table.take(bits);
             if (code.step() == JpegHuffmanTable::endOfBlock) {
                 blocksAtEnd = takeEndOfBlocks(code.value());
                 return true;
@@ -146,7 +138,7 @@ bool JpegProgressiveCodes::decodeFirsts(JBLOCKROW blocks, int count, std::size_t
             blocks[x][0] = static_cast<JCOEF>(blocks[x][0] | shifted(bit, scan_.lowBit));
             continue;
         }
-        const Entry code = take(bits_, scan_.tables[i]);
+        const Entry code = scan_.tables[i].take(bits_);
         int& last = lastDc_[i];
         last += static_cast<std::int16_t>(code.value());
         if (code.step() == JpegHuffmanTable::noCode || std::abs(last) > farOut) return false;

@@ -94,11 +94,8 @@ inline JpegScanCodes::Coefficient* JpegScanCodes::writeBlocks(JpegBits& bits, Co
     for (int i = 0; i < blockCount_; ++i) {
         const Block& block = blocks_[static_cast<std::size_t>(i)];
         bits.refill();
-        const JpegHuffmanTable& dcTable = dcTables_[block.dcTable];
-        Entry code = dcTable.lookup(bits.peek());
-        if (code.step() == JpegHuffmanTable::tooLong) code = dcTable.decode(bits.peek());
+        const Entry code = dcTables_[block.dcTable].take(bits);
         if (code.step() == JpegHuffmanTable::noCode) return nullptr;
-        bits.drop(code.bits());
         to[1] = packed(0, code);
         const JpegHuffmanTable& table = acTables_[block.acTable];
         Coefficient* const end =

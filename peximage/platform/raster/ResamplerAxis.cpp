@@ -4,19 +4,26 @@
 #include <cmath>
 #include <cstdint>
 #include <numbers>
+#include <numeric>
 
 namespace pex {
 namespace {
 
 constexpr double lobes = ResamplerAxis::lobes;
 
-/// The taps of every result sample in full precision: windows from `first` to `end`, with room for `width`.
+/// The taps of every result sample: windows from `first` to `end`. Samples in the same place between source
+/// samples share one set of taps.
 struct Windows {
-    int width = 0;
     std::vector<int> first;
     std::vector<int> end;
+    std::vector<int> set;
+    /// Sets in full precision, with room for `width` taps each.
+    int width = 0;
     std::vector<double> taps;
     double largest = 0;
+
+    int count(int i) const { return end[i] - first[i]; }
+    double* tapsOf(int i) { return &taps[std::size_t(set[i]) * width]; }
 };
 
 /// sinc(x) * sinc(x / 3) at places `step` apart. With a = pi * x / 3 this is sin(3a) * sin(a) / 3a^2, and
@@ -46,22 +53,51 @@ class Lanczos {
     double step_, stepSine_, stepCosine_;
 };
 
+/// After how many result samples of a whole source their places between source samples repeat, and how many
+/// source samples that is.
+struct Period {
+    explicit Period(const ResamplerSpan& span) {
+        const int divisor = std::gcd(span.from, span.to);
+        if (span.start != 0 || span.step != double(span.from) / span.to || divisor == 1) return;
+        to = span.to / divisor, from = span.from / divisor;
+    }
+    /// None when 0.
+    int to = 0;
+    int from = 0;
+};
+
+/// Whether window i is the one `period` before it, moved along, and neither ends at the source's edges.
+bool repeats(const Windows& windows, int i, const Period& period, int from) {
+    const int before = i - period.to;
+    return period.to > 0 && before >= 0 && windows.first[before] > 0 && windows.end[i] < from &&
+           windows.first[i] == windows.first[before] + period.from &&
+           windows.end[i] == windows.end[before] + period.from;
+}
+
 Windows windowsOf(const ResamplerSpan& span) {
     const int from = span.from, to = span.to;
-    const double stretch = std::max(1.0, span.step);
+    const double stretch = std::max(1.0, span.step), reach = lobes * stretch;
     const Lanczos filter(1 / stretch);
+    const Period period(span);
     Windows windows;
-    windows.width = std::min(from, int(std::ceil(2 * lobes * stretch)) + 1);
+    windows.width = std::min(from, int(std::ceil(2 * reach)) + 1);
     windows.first.resize(to);
     windows.end.resize(to);
-    windows.taps.resize(std::size_t(to) * windows.width);
+    windows.set.resize(to);
+    int sets = 0;
     for (int i = 0; i < to; ++i) {
         const double centre = span.start + (i + 0.5) * span.step - 0.5;
-        const int first = std::max(0, int(std::ceil(centre - lobes * stretch)));
-        const int end = std::min(from, int(std::floor(centre + lobes * stretch)) + 1);
-        double* taps = &windows.taps[std::size_t(i) * windows.width];
+        const int first = std::max(0, int(std::ceil(centre - reach)));
+        const int end = std::min(from, int(std::floor(centre + reach)) + 1);
         windows.first[i] = first;
         windows.end[i] = end;
+        if (repeats(windows, i, period, from)) {
+            windows.set[i] = windows.set[i - period.to];
+            continue;
+        }
+        windows.set[i] = sets++;
+        windows.taps.resize(std::size_t(sets) * windows.width);
+        double* taps = windows.tapsOf(i);
         const double scale = 1 / filter.write((first - centre) / stretch, taps, end - first);
         for (int k = 0; k < end - first; ++k) {
             taps[k] *= scale;
@@ -94,12 +130,45 @@ void quantise(const double* taps, int count, int shift, std::int16_t* weights) {
     }
 }
 
-/// How many pairs the longest window takes when pairs begin `lead` samples before the source.
-int longestInPairs(const Windows& windows, int lead) {
-    int longest = 0;
-    for (std::size_t i = 0; i < windows.first.size(); ++i)
-        longest = std::max(longest, (windows.end[i] + lead + 1) / 2 - (windows.first[i] + lead) / 2);
-    return longest;
+/// The integers of all sets, as the windows have their taps.
+std::vector<std::int16_t> quantised(const Windows& windows, int shift) {
+    std::vector<std::int16_t> weights(windows.taps.size());
+    for (std::size_t i = 0, next = 0; i < windows.set.size(); ++i) {
+        if (windows.set[i] != int(next)) continue;
+        const std::size_t at = next++ * windows.width;
+        quantise(&windows.taps[at], windows.count(int(i)), shift, &weights[at]);
+    }
+    return weights;
+}
+
+/// How windows are cut into pairs.
+struct Pairing {
+    int lead = 0;
+    bool inFours = false;
+    int pairs = 0;
+
+    /// The pairs of the longest window, or of the longest four together.
+    Pairing(const Windows& windows, int lead, bool inFours) : lead(lead), inFours(inFours) {
+        const std::size_t count = windows.first.size(), step = inFours ? 4 : 1;
+        for (std::size_t i = 0; i < count; i += step) {
+            const int end = windows.end[std::min(i + step, count) - 1];
+            pairs = std::max(pairs, (end + lead + 1) / 2 - (windows.first[i] + lead) / 2);
+        }
+    }
+    /// What four samples take, about: as many products as pairs, and loads, which four together share.
+    int work() const { return (inFours ? 6 : 8) * pairs; }
+};
+
+Pairing bestPairing(const Windows& windows, ResamplerAxis::Use use) {
+    Pairing best(windows, 0, false);
+    for (const bool inFours : {false, true}) {
+        if (inFours && use == ResamplerAxis::Use::rows) break;
+        for (const int lead : {0, 1}) {
+            const Pairing other(windows, lead, inFours);
+            if (other.work() < best.work()) best = other;
+        }
+    }
+    return best;
 }
 
 } // namespace
@@ -107,20 +176,23 @@ int longestInPairs(const Windows& windows, int lead) {
 ResamplerAxis ResamplerAxis::make(const ResamplerSpan& span, Use use) {
     const int from = span.from, to = span.to;
     const Windows windows = windowsOf(span);
+    const Pairing pairing = bestPairing(windows, use);
     ResamplerAxis axis;
     axis.from = from, axis.to = to;
-    axis.lead = longestInPairs(windows, 1) < longestInPairs(windows, 0) ? 1 : 0;
-    axis.pairs = longestInPairs(windows, axis.lead);
+    axis.lead = pairing.lead;
+    axis.pairs = pairing.pairs;
+    axis.inFours = pairing.inFours;
     axis.shift = fractionBits(windows.largest, use);
     axis.firstPair.resize(to);
     axis.weights.assign(std::size_t{2} * to * axis.pairs, 0);
+    const auto weights = quantised(windows, axis.shift);
     const int lastPair = axis.pairOf(from - 1) + 1 - axis.pairs;
     for (int i = 0; i < to; ++i) {
-        const int first = windows.first[i];
-        axis.firstPair[i] = std::min(axis.pairOf(first), lastPair);
-        quantise(&windows.taps[std::size_t(i) * windows.width], windows.end[i] - first, axis.shift,
-                 &axis.weights[std::size_t{2} * i * axis.pairs] + first -
-                     axis.firstSample(axis.firstPair[i]));
+        const int begin = axis.pairOf(windows.first[axis.inFours ? i / 4 * 4 : i]);
+        axis.firstPair[i] = std::min(begin, lastPair);
+        std::copy_n(&weights[std::size_t(windows.set[i]) * windows.width], windows.count(i),
+                    &axis.weights[std::size_t{2} * i * axis.pairs] + windows.first[i] -
+                        axis.firstSample(axis.firstPair[i]));
     }
     return axis;
 }

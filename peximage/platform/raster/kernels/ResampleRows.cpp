@@ -245,40 +245,68 @@ struct ColumnSums {
     V32 a, b;
 };
 
-/// Adds one pair of one column's window.
-HWY_INLINE void addPair(ColumnSums& sums, const std::int16_t* samples, const std::int16_t* weights) {
+/// The sums of four neighbouring columns. Members rather than an array, so that they stay in registers.
+struct FourSums {
+    ColumnSums first, second, third, fourth;
+};
+
+HWY_INLINE ColumnSums loadSamples(const std::int16_t* samples) {
+    const D16 d;
+    const auto a = hn::BitCast(D32(), hn::Load(d, samples));
+    if constexpr (vectorsAtOnce == 1) return {a, a};
+    return {a, hn::BitCast(D32(), hn::Load(d, samples + halves))};
+}
+
+HWY_INLINE void addPair(ColumnSums& sums, const ColumnSums& samples, const std::int16_t* weights) {
     const D16 d;
     const auto pair = pairOf(pairAt(weights));
-    sums.a = addProducts(sums.a, hn::Load(d, samples), pair);
-    if constexpr (vectorsAtOnce > 1) sums.b = addProducts(sums.b, hn::Load(d, samples + halves), pair);
+    sums.a = addProducts(sums.a, hn::BitCast(d, samples.a), pair);
+    if constexpr (vectorsAtOnce > 1) sums.b = addProducts(sums.b, hn::BitCast(d, samples.b), pair);
 }
 
-/// Two pairs at a time, since a loop around each takes longer; of more, compilers would not keep the sums in
-/// registers.
-HWY_INLINE void addPairs(ColumnSums& sums, const std::int16_t* samples, const std::int16_t* weights,
-                         int count) {
-    for (; count >= 2; count -= 2, samples += 2 * pairSamples, weights += 4) {
-        addPair(sums, samples, weights);
-        addPair(sums, samples + pairSamples, weights + 2);
+/// Adds `count` pairs of the windows of the columns from `x` on, from the pair `begin` of each on. `InFours`:
+/// the windows take the same samples.
+template <bool InFours>
+HWY_INLINE void addPairs(FourSums& sums, const WeighColumns& job, int x, int vector, int begin, int count) {
+    const std::int16_t* const samples = job.samples + vector * halves + begin * pairSamples;
+    const std::int16_t* const first = samples + job.firstPair[x] * pairSamples;
+    const std::int16_t* const second = samples + job.firstPair[x + 1] * pairSamples;
+    const std::int16_t* const third = samples + job.firstPair[x + 2] * pairSamples;
+    const std::int16_t* const fourth = samples + job.firstPair[x + 3] * pairSamples;
+    const std::size_t step = std::size_t{2} * job.pairs;
+    const std::int16_t* weights = job.weights + x * step + 2 * begin;
+    std::size_t at = 0;
+    for (int k = 0; k < count; ++k, at += pairSamples, weights += 2) {
+        const auto window = loadSamples(first + at);
+        addPair(sums.first, window, weights);
+        addPair(sums.second, InFours ? window : loadSamples(second + at), weights + step);
+        addPair(sums.third, InFours ? window : loadSamples(third + at), weights + 2 * step);
+        addPair(sums.fourth, InFours ? window : loadSamples(fourth + at), weights + 3 * step);
     }
-    if (count > 0) addPair(sums, samples, weights);
 }
 
-/// The sums of one column's window, not yet rounded.
-template <bool Drained>
-HWY_INLINE ColumnSums weighWindow(const WeighColumns& job, int x, int vector, V32 half) {
-    const std::int16_t* samples = job.samples + job.firstPair[x] * pairSamples + vector * halves;
-    const std::int16_t* weights = job.weights + std::size_t{2} * x * job.pairs;
-    ColumnSums sums{half, half};
+HWY_INLINE void addShifted(ColumnSums& sums, const ColumnSums& part, int bits) {
+    sums.a = hn::Add(sums.a, hn::ShiftRightSame(part.a, bits));
+    sums.b = hn::Add(sums.b, hn::ShiftRightSame(part.b, bits));
+}
+
+/// The sums of four columns, not yet rounded.
+template <bool InFours, bool Drained>
+HWY_INLINE FourSums weighFour(const WeighColumns& job, int x, int vector, V32 half) {
+    const ColumnSums begin{half, half};
+    FourSums sums{begin, begin, begin, begin};
     if constexpr (!Drained) {
-        addPairs(sums, samples, weights, job.pairs);
+        addPairs<InFours>(sums, job, x, vector, 0, job.pairs);
     } else {
         const int bits = job.shift - mostColumnBits;
         for (int p = 0; p < job.pairs; p += drainPairs) {
-            ColumnSums part{hn::Zero(D32()), hn::Zero(D32())};
-            addPairs(part, samples + p * pairSamples, weights + 2 * p, std::min(drainPairs, job.pairs - p));
-            sums.a = hn::Add(sums.a, hn::ShiftRightSame(part.a, bits));
-            sums.b = hn::Add(sums.b, hn::ShiftRightSame(part.b, bits));
+            const ColumnSums none{hn::Zero(D32()), hn::Zero(D32())};
+            FourSums part{none, none, none, none};
+            addPairs<InFours>(part, job, x, vector, p, std::min(drainPairs, job.pairs - p));
+            addShifted(sums.first, part.first, bits);
+            addShifted(sums.second, part.second, bits);
+            addShifted(sums.third, part.third, bits);
+            addShifted(sums.fourth, part.fourth, bits);
         }
     }
     return sums;
@@ -314,19 +342,6 @@ struct AlphaRule {
     }
 };
 
-/// Two neighbouring columns, each 0 to 255.
-struct ColumnPair {
-    V16 a, b;
-};
-
-template <bool Drained>
-HWY_INLINE ColumnPair weighPair(const WeighColumns& job, int x, int vector, V32 half) {
-    const int bits = sampleFraction + (Drained ? mostColumnBits : job.shift);
-    const auto left = weighWindow<Drained>(job, x, vector, half);
-    const auto right = weighWindow<Drained>(job, x + 1, vector, half);
-    return {clampedPair(left.a, right.a, bits), clampedPair(left.b, right.b, bits)};
-}
-
 /// Writes the four columns from `x` on of the rows from `row` on, which lie in the lanes of a vector.
 template <class D>
 HWY_INLINE void placeColumns(D d, hn::VFromD<D> pixels, const WeighColumns& job, int x, int row) {
@@ -347,32 +362,62 @@ HWY_INLINE void placeGrey(V8 pixels, const WeighColumns& job, int x, int row) {
         std::memcpy(job.rows[row] + x, from, 4);
 }
 
-/// Four columns at a time: packing them to bytes leaves each row's four pixels side by side.
-template <bool Drained>
+/// What becomes of the sums of four columns.
+class ColumnWriter {
+  public:
+    ColumnWriter(const WeighColumns& job, int bits)
+        : job_(job),
+          bits_(bits),
+          grey_(job.layout == PixelLayout::grey),
+          order_(byteOrder(grey_)),
+          alpha_(job.layout) {}
+
+    /// Packing leaves each row's four pixels side by side.
+    HWY_INLINE void write(V32 first, V32 second, V32 third, V32 fourth, int x, int vector) const {
+        const auto left = clampedPair(first, second, bits_);
+        const auto right = clampedPair(third, fourth, bits_);
+        const auto bytes = hn::BitCast(D8(), hn::Or(left, hn::ShiftLeft<8>(right)));
+        const auto pixels = hn::TableLookupBytes(bytes, order_);
+        if (grey_)
+            placeGrey(pixels, job_, x, 4 * vector * rowsOfVector);
+        else
+            placeColumns(D8(), alpha_.apply(pixels), job_, x, vector * rowsOfVector);
+    }
+
+  private:
+    const WeighColumns& job_;
+    int bits_;
+    bool grey_;
+    V8 order_;
+    AlphaRule alpha_;
+};
+
+template <bool InFours, bool Drained>
+HWY_INLINE void weighColumnsAt(const WeighColumns& job, int x, const ColumnWriter& writer, V32 half) {
+    for (int v = 0; v < vectorsOfGroup; v += vectorsAtOnce) {
+        const auto sums = weighFour<InFours, Drained>(job, x, v, half);
+        writer.write(sums.first.a, sums.second.a, sums.third.a, sums.fourth.a, x, v);
+        if constexpr (vectorsAtOnce > 1)
+            writer.write(sums.first.b, sums.second.b, sums.third.b, sums.fourth.b, x, v + 1);
+    }
+}
+
+template <bool InFours, bool Drained>
 void weighColumnsOf(const WeighColumns& given) {
     const WeighColumns job = given; // a copy stays in registers while rows are written
-    const auto half = hn::Set(D32(), 1 << (sampleFraction + (Drained ? mostColumnBits : job.shift) - 1));
-    const bool grey = job.layout == PixelLayout::grey;
-    const auto order = byteOrder(grey);
-    const AlphaRule alpha(job.layout);
-    const auto place = [&](V16 first, V16 second, int x, int vector) HWY_ATTR {
-        const auto bytes = hn::BitCast(D8(), hn::Or(first, hn::ShiftLeft<8>(second)));
-        const auto pixels = hn::TableLookupBytes(bytes, order);
-        if (grey)
-            placeGrey(pixels, job, x, 4 * vector * rowsOfVector);
-        else
-            placeColumns(D8(), alpha.apply(pixels), job, x, vector * rowsOfVector);
-    };
-    for (int next = 0; next < job.width; next += 4) {
-        // The last four may have been made in part already.
-        const int x = std::min(next, job.width - 4);
-        for (int v = 0; v < vectorsOfGroup; v += vectorsAtOnce) {
-            const auto first = weighPair<Drained>(job, x, v, half);
-            const auto second = weighPair<Drained>(job, x + 2, v, half);
-            place(first.a, second.a, x, v);
-            if constexpr (vectorsAtOnce > 1) place(first.b, second.b, x, v + 1);
-        }
-    }
+    const int bits = sampleFraction + (Drained ? mostColumnBits : job.shift);
+    const auto half = hn::Set(D32(), 1 << (bits - 1));
+    const ColumnWriter writer(job, bits);
+    const int whole = job.width / 4 * 4;
+    for (int x = 0; x < whole; x += 4)
+        weighColumnsAt<InFours, Drained>(job, x, writer, half);
+    // The last four may have been made in part already.
+    if (whole < job.width) weighColumnsAt<false, Drained>(job, job.width - 4, writer, half);
+}
+
+template <bool Drained>
+void weighColumnsOf(const WeighColumns& job) {
+    job.inFours ? weighColumnsOf<true, Drained>(job) : weighColumnsOf<false, Drained>(job);
 }
 
 } // namespace

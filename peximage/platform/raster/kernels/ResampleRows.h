@@ -53,6 +53,8 @@ struct WeighColumns {
     const int* firstPair;
     const std::int16_t* weights;
     int pairs;
+    /// Whether each four columns, from a multiple of four on, have the same first pair.
+    bool inFours;
     int shift;
     int width;
     PixelLayout layout;

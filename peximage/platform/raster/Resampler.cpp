@@ -25,6 +25,39 @@ int groupsAtLeast(const ResamplerPlan& plan) {
     return static_cast<int>(std::max<std::size_t>(1, (std::size_t{1} << 20) / work));
 }
 
+/// Neighbouring groups share source rows. Where those of one group do not fit a core's cache, a few groups
+/// are made at once, tile by tile, so that rows come from memory only once for all of them.
+struct Blocks {
+    int groups;
+    std::size_t tileBytes;
+
+    explicit Blocks(const ResamplerPlan& plan) : groups(1), tileBytes(plan.columnBytes()) {
+        constexpr std::size_t cacheBytes = std::size_t{512} << 10;
+        const ResamplerGroup one(plan, plan.groupCount() / 2);
+        const auto sourceRows = static_cast<std::size_t>(one.endSource() - one.firstSource());
+        if (sourceRows * plan.sourceRowBytes() <= cacheBytes) return;
+        const int atMost = plan.groupCount() / (4 * Workers::count()); // so that all cores have enough
+        groups = std::clamp(static_cast<int>(cacheBytes / plan.samplesBytes()), 1, std::max(1, atMost));
+        if (groups > 1) tileBytes = 16 * kernels::tileStep;
+    }
+};
+
+/// Makes the groups from `begin` on, up to `end`, together; `samples` has room for those of all.
+void weighGroups(const ResamplerPlan& plan, int begin, int end, std::size_t tileBytes, PixelView from,
+                 std::int16_t* samples, MutablePixelView to) {
+    const std::size_t step = plan.samplesBytes() / sizeof(std::int16_t);
+    std::vector<ResamplerGroup> groups;
+    for (int i = begin; i < end; ++i)
+        groups.emplace_back(plan, i).take(from, 0);
+    for (std::size_t at = 0; at < plan.columnBytes(); at += tileBytes) {
+        const ResamplerTile tile{at, std::min(at + tileBytes, plan.columnBytes())};
+        for (std::size_t i = 0; i < groups.size(); ++i)
+            groups[i].weighRows(tile, kernels::Sums::wholeWindow, nullptr, samples + i * step);
+    }
+    for (std::size_t i = 0; i < groups.size(); ++i)
+        groups[i].weighColumns(samples + i * step, to);
+}
+
 } // namespace
 
 std::optional<Resampler> Resampler::make(int fromWidth, int fromHeight, int toWidth, int toHeight,
@@ -53,20 +86,18 @@ bool Resampler::resample(PixelView from, MutablePixelView to) const {
         !plan.fits(to))
         return false;
     std::atomic<bool> complete{true};
-    const int groups = plan.groupCount(), groupsAtOnce = groupsAtLeast(plan);
+    const Blocks blocks(plan);
+    const int groups = plan.groupCount(), groupsInStrip = std::max(blocks.groups, groupsAtLeast(plan));
     try {
         std::vector<PixelBuffer> buffers(static_cast<std::size_t>(Workers::count()));
-        Workers::forEach((groups - 1) / groupsAtOnce + 1, [&](int strip, int slot) {
+        Workers::forEach((groups - 1) / groupsInStrip + 1, [&](int strip, int slot) {
             PixelBuffer& buffer = buffers[static_cast<std::size_t>(slot)];
-            if (!buffer) buffer = PixelBuffer::make(plan.samplesBytes());
+            if (!buffer) buffer = PixelBuffer::make(plan.samplesBytes() * blocks.groups);
             if (!buffer) return complete.store(false);
             auto* samples = reinterpret_cast<std::int16_t*>(buffer.data());
-            const int begin = strip * groupsAtOnce, end = std::min(groups, begin + groupsAtOnce);
-            for (int i = begin; i < end; ++i) {
-                const ResamplerGroup group(plan, i);
-                group.weighRows(from, 0, kernels::Sums::wholeWindow, nullptr, samples);
-                group.weighColumns(samples, to);
-            }
+            const int begin = strip * groupsInStrip, end = std::min(groups, begin + groupsInStrip);
+            for (int i = begin; i < end; i += blocks.groups)
+                weighGroups(plan, i, std::min(end, i + blocks.groups), blocks.tileBytes, from, samples, to);
         });
     } catch (const std::bad_alloc&) {
         return false;

@@ -62,16 +62,21 @@ int ResamplerGroup::endSource() const {
     return std::min(axis.from, axis.firstSample(axis.firstPair[endRow_ - 1] + axis.pairs));
 }
 
-void ResamplerGroup::weighRows(PixelView part, int partFirst, kernels::Sums how, std::int32_t* sums,
-                               std::int16_t* samples) const {
+void ResamplerGroup::take(PixelView part, int partFirst) {
     constexpr int step = kernels::groupRows;
+    pairs_.clear();
+    for (int row = firstRow_; row < endRow_; row += step)
+        pairs_.push_back(rowPairs(plan_.rows, row, std::min(endRow_, row + step), part, partFirst));
+}
+
+void ResamplerGroup::weighRows(ResamplerTile tile, kernels::Sums how, std::int32_t* sums,
+                               std::int16_t* samples) const {
     const std::size_t bytes = plan_.sourceRowBytes(), lead = plan_.leadBytes();
     const std::size_t sumsOfQuarter = kernels::sumsBytes(lead + bytes) / sizeof(std::int32_t);
-    for (int row = firstRow_, quarter = 0; row < endRow_; row += step, ++quarter) {
-        const auto pairs = rowPairs(plan_.rows, row, std::min(endRow_, row + step), part, partFirst);
-        kernels::weighRows({pairs.data(), bytes, lead, plan_.rows.shift, how,
+    for (std::size_t quarter = 0; quarter < pairs_.size(); ++quarter) {
+        kernels::weighRows({pairs_[quarter].data(), bytes, lead, tile.begin, tile.end, plan_.rows.shift, how,
                             sums ? sums + quarter * sumsOfQuarter : nullptr, samples, plan_.isGrey(),
-                            quarter});
+                            static_cast<int>(quarter)});
     }
 }
 

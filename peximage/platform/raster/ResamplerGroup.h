@@ -6,6 +6,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <vector>
 
 namespace pex {
 
@@ -25,9 +26,14 @@ struct ResamplerPlan {
     int groupCount() const { return (rows.to + rowsInGroup() - 1) / rowsInGroup(); }
     std::size_t samplesBytes() const { return kernels::samplesBytes(columns.from, layout); }
     std::size_t leadBytes() const { return std::size_t(columns.lead) * bytesPerPixel(layout); }
-    std::size_t sumsBytes() const {
-        return kernels::sumsBytes(leadBytes() + sourceRowBytes()) * (isGrey() ? 4 : 1);
-    }
+    std::size_t columnBytes() const { return leadBytes() + sourceRowBytes(); }
+    std::size_t sumsBytes() const { return kernels::sumsBytes(columnBytes()) * (isGrey() ? 4 : 1); }
+};
+
+/// A part of the columns of source rows in bytes, counted with the plan's lead.
+struct ResamplerTile {
+    std::size_t begin;
+    std::size_t end;
 };
 
 /// A few result rows that are made together, from the source rows [firstSource, endSource). A group is made
@@ -41,10 +47,11 @@ class ResamplerGroup {
     int firstSource() const;
     int endSource() const;
 
-    /// Takes what `part` has of the group's source rows; its first row is row `partFirst` of the source, the
-    /// first one or the upper one of a pair. `sums` has the plan's `sumsBytes`, `samples` its `samplesBytes`.
-    void weighRows(PixelView part, int partFirst, kernels::Sums how, std::int32_t* sums,
-                   std::int16_t* samples) const;
+    /// Turns to what `part` has of the group's source rows; its first row is row `partFirst` of the source,
+    /// the first one or the upper one of a pair.
+    void take(PixelView part, int partFirst);
+    /// Weighs a tile of that. `sums` has the plan's `sumsBytes`, `samples` its `samplesBytes`.
+    void weighRows(ResamplerTile tile, kernels::Sums how, std::int32_t* sums, std::int16_t* samples) const;
     /// Writes the group's rows to the whole result, from the samples that the last `weighRows` left.
     void weighColumns(const std::int16_t* samples, MutablePixelView to) const;
 
@@ -52,6 +59,8 @@ class ResamplerGroup {
     const ResamplerPlan& plan_;
     int firstRow_;
     int endRow_;
+    /// Of each quarter of a grey group, or the whole of a coloured one.
+    std::vector<std::vector<kernels::RowPair>> pairs_;
 };
 
 } // namespace pex

@@ -94,12 +94,14 @@ bool ResamplerStream::reachGroups(int end) {
 
 /// `begun` groups have sums from earlier strips.
 void ResamplerStream::workOnGroup(int place, int begun, std::int16_t* samples) const {
-    const ResamplerGroup group(*plan_, nextGroup_ + place);
+    ResamplerGroup group(*plan_, nextGroup_ + place);
     const bool ends = group.endSource() <= before_ + inStrip_;
     const auto how = place < begun ? (ends ? kernels::Sums::finish : kernels::Sums::resume)
                                    : (ends ? kernels::Sums::wholeWindow : kernels::Sums::begin);
     const PixelView strip{strip_.data(), plan_->columns.from, inStrip_, bytesPerRow_, plan_->layout};
-    group.weighRows(strip, before_, how, reinterpret_cast<std::int32_t*>(sums_[place].data()), samples);
+    group.take(strip, before_);
+    group.weighRows({0, plan_->columnBytes()}, how, reinterpret_cast<std::int32_t*>(sums_[place].data()),
+                    samples);
     if (ends) group.weighColumns(samples, to_);
 }
 

@@ -424,12 +424,11 @@ void weighColumnsOf(const WeighColumns& job) {
 
 /// Blocks are whole but the last, and the first where it begins before the row.
 void weighRowsOf(const WeighRows& job) {
-    const std::size_t columns = job.lead + job.bytes;
-    const std::size_t first = job.lead == 0 ? 0 : blockBytes;
-    const std::size_t last = std::max(first, columns / blockBytes * blockBytes);
-    weighBlocks<false>(job, 0, first);
+    const std::size_t first = job.begin < job.lead ? blockBytes : job.begin;
+    const std::size_t last = std::max(first, job.end / blockBytes * blockBytes);
+    weighBlocks<false>(job, job.begin, first);
     weighBlocks<true>(job, first, last);
-    weighBlocks<false>(job, last, columns);
+    weighBlocks<false>(job, last, job.end);
 }
 
 void weighColumnsVector(const WeighColumns& job) {
@@ -460,7 +459,8 @@ std::size_t samplePlace(std::size_t column, int row, const WeighRows& job) {
 
 void weighRowPlain(const WeighRows& job, int row) {
     const int bits = job.shift - sampleFraction;
-    for (std::size_t column = 0; column < job.bytes; ++column) {
+    const std::size_t begin = job.begin == 0 ? 0 : job.begin - job.lead;
+    for (std::size_t column = begin; column < job.end - job.lead; ++column) {
         const std::size_t kept = column * groupRows + row;
         std::int32_t sum = begins(job.part) ? 1 << (bits - 1) : job.sums[kept];
         for (const RowPair* pair = job.pairs; pair->used != 0; ++pair) {

@@ -13,6 +13,7 @@ namespace pex::kernels {
 /// row, for each channel, the left and the right sample, 16 bits each with `sampleFraction` fraction bits.
 constexpr int groupRows = 4;
 constexpr int sampleFraction = 6;
+constexpr std::size_t tileStep = 64;
 
 /// Two source rows, and what each counts in the rows of a group.
 struct RowPair {
@@ -34,6 +35,9 @@ struct WeighRows {
     std::size_t bytes;
     /// How many bytes before a row's first one its first pair of pixels begins: one pixel or nothing.
     std::size_t lead;
+    /// The part of the columns, counted with the lead, that is to be weighed: both ends are multiples of
+    /// `tileStep`, or `end` is that of the row.
+    std::size_t begin, end;
     int shift;
     /// With `begin`, `resume` and `finish` the window comes in parts, and `sums` (of `sumsBytes`) keeps what
     /// came so far.

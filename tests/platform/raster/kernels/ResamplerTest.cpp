@@ -229,6 +229,14 @@ TEST(Resampler, StripsEndAnywhere) {
     }
 }
 
+/// So many source rows for each result row, and so wide ones, that groups of rows are made together.
+TEST(Resampler, WideReductionsAreExact) {
+    const Workers::Limit single(1);
+    checkCase({4000, 640, 2000, 40}, PixelLayout::skipLast, Content::extremes, 1);
+    checkCase({6001, 480, 9, 37}, PixelLayout::premultipliedFirst, Content::noise, 2);
+    checkCase({2100, 1600, 5, 128}, PixelLayout::grey, Content::noise, 3);
+}
+
 TEST(Resampler, FlatColourStaysItself) {
     onEveryInstructionSet([] {
         for (const Case c : {Case{31, 57, 13, 100}, Case{500, 300, 7, 3}, Case{9, 9, 200, 90}}) {

@@ -119,37 +119,51 @@ HWY_INLINE void add(RowSums& sums, V16 left, V16 right, std::int32_t weights) {
     sums.b = addProducts(sums.b, right, pair);
 }
 
-/// The half of a block's columns that lies in the lower or upper eight bytes of each 16.
-enum class Half { lower, upper };
+/// The halves of a block's columns, which lie in the lower or upper eight bytes of each 16, are weighed at
+/// once where there are registers for all their sums.
+enum class Half { lower, upper, both };
+constexpr bool halvesAtOnce = HWY_CAP_GE512;
+
+struct BlockSums {
+    GroupSums lower, upper;
+};
+
+/// Adds one pair in the rows that `Used` says.
+template <unsigned Used>
+HWY_INLINE void addColumns(GroupSums& sums, V8 columns, const RowPair& pair) {
+    const D8 d;
+    const D16 d16;
+    const auto left = hn::BitCast(d16, hn::InterleaveLower(d, columns, hn::Zero(d)));
+    const auto right = hn::BitCast(d16, hn::InterleaveUpper(d, columns, hn::Zero(d)));
+    if constexpr ((Used & 1) != 0) add(sums.row0, left, right, pair.weights[0]);
+    if constexpr ((Used & 2) != 0) add(sums.row1, left, right, pair.weights[1]);
+    if constexpr ((Used & 4) != 0) add(sums.row2, left, right, pair.weights[2]);
+    if constexpr ((Used & 8) != 0) add(sums.row3, left, right, pair.weights[3]);
+}
 
 /// Adds the pairs from `pair` on that count in just the rows that `Used` says, and returns the next.
 template <Half half, bool Whole, unsigned Used>
-HWY_INLINE const RowPair* addRun(GroupSums& sums, const RowPair* pair, std::ptrdiff_t begin,
+HWY_INLINE const RowPair* addRun(BlockSums& sums, const RowPair* pair, std::ptrdiff_t begin,
                                  std::ptrdiff_t bytes) {
     const D8 d;
-    const D16 d16;
     for (; pair->used == Used; ++pair) {
-        if constexpr (Whole && half == Half::lower) {
+        if constexpr (Whole && half != Half::upper) {
             hwy::Prefetch(pair->upper + begin + prefetchBytes);
             hwy::Prefetch(pair->lower + begin + prefetchBytes);
         }
         const auto upper = loadColumns<Whole>(pair->upper, begin, bytes);
         const auto lower = loadColumns<Whole>(pair->lower, begin, bytes);
-        const auto columns =
-            half == Half::lower ? hn::InterleaveLower(d, upper, lower) : hn::InterleaveUpper(d, upper, lower);
-        const auto left = hn::BitCast(d16, hn::InterleaveLower(d, columns, hn::Zero(d)));
-        const auto right = hn::BitCast(d16, hn::InterleaveUpper(d, columns, hn::Zero(d)));
-        if constexpr ((Used & 1) != 0) add(sums.row0, left, right, pair->weights[0]);
-        if constexpr ((Used & 2) != 0) add(sums.row1, left, right, pair->weights[1]);
-        if constexpr ((Used & 4) != 0) add(sums.row2, left, right, pair->weights[2]);
-        if constexpr ((Used & 8) != 0) add(sums.row3, left, right, pair->weights[3]);
+        if constexpr (half != Half::upper)
+            addColumns<Used>(sums.lower, hn::InterleaveLower(d, upper, lower), *pair);
+        if constexpr (half != Half::lower)
+            addColumns<Used>(sums.upper, hn::InterleaveUpper(d, upper, lower), *pair);
     }
     return pair;
 }
 
 /// Adds all pairs, up to the one that ends the list.
 template <Half half, bool Whole>
-HWY_INLINE void addPairs(GroupSums& sums, const WeighRows& job, std::ptrdiff_t begin) {
+HWY_INLINE void addPairs(BlockSums& sums, const WeighRows& job, std::ptrdiff_t begin) {
     const auto bytes = static_cast<std::ptrdiff_t>(job.bytes);
     const RowPair* pair = job.pairs;
     while (pair->used != 0) {
@@ -205,14 +219,8 @@ HWY_INLINE void storeSamples(const RowSums& sums, const WeighRows& job, int row,
         storeColour(sums, bits, to + rowSamples(job, row));
 }
 
-template <Half half, bool Whole>
-HWY_INLINE void weighHalf(const WeighRows& job, std::size_t at, V32 rounding) {
-    const std::size_t kept = (at + (half == Half::lower ? 0 : blockBytes / 2)) * groupRows;
-    const std::size_t column = at + (half == Half::lower ? 0 : 8);
-    const RowSums empty{rounding, rounding};
-    GroupSums sums{empty, empty, empty, empty};
-    if (!begins(job.part)) sums = loadGroup(job.sums + kept);
-    addPairs<half, Whole>(sums, job, static_cast<std::ptrdiff_t>(at) - static_cast<std::ptrdiff_t>(job.lead));
+/// Writes the rows' samples of half a block from `column` on, or keeps the sums.
+HWY_INLINE void leave(const GroupSums& sums, const WeighRows& job, std::size_t kept, std::size_t column) {
     if (!ends(job.part)) return storeGroup(sums, job.sums + kept);
     std::int16_t* const to = job.samples + column / (job.grey ? 2 : 8) * pairSamples;
     storeSamples(sums.row0, job, 0, to);
@@ -221,13 +229,31 @@ HWY_INLINE void weighHalf(const WeighRows& job, std::size_t at, V32 rounding) {
     storeSamples(sums.row3, job, 3, to);
 }
 
+template <Half half, bool Whole>
+HWY_INLINE void weighBlock(const WeighRows& job, std::size_t at, V32 rounding) {
+    const std::size_t lowerKept = at * groupRows, upperKept = lowerKept + blockBytes / 2 * groupRows;
+    const RowSums empty{rounding, rounding};
+    BlockSums sums{{empty, empty, empty, empty}, {empty, empty, empty, empty}};
+    if (!begins(job.part)) {
+        if constexpr (half != Half::upper) sums.lower = loadGroup(job.sums + lowerKept);
+        if constexpr (half != Half::lower) sums.upper = loadGroup(job.sums + upperKept);
+    }
+    addPairs<half, Whole>(sums, job, static_cast<std::ptrdiff_t>(at) - static_cast<std::ptrdiff_t>(job.lead));
+    if constexpr (half != Half::upper) leave(sums.lower, job, lowerKept, at);
+    if constexpr (half != Half::lower) leave(sums.upper, job, upperKept, at + 8);
+}
+
 template <bool Whole>
 HWY_NOINLINE void weighBlocks(const WeighRows& given, std::size_t at, std::size_t end) {
     const WeighRows job = given; // a copy stays in registers while samples are written
     const auto rounding = hn::Set(D32(), 1 << (job.shift - sampleFraction - 1));
     for (; at < end; at += blockBytes) {
-        weighHalf<Half::lower, Whole>(job, at, rounding);
-        weighHalf<Half::upper, Whole>(job, at, rounding);
+        if constexpr (halvesAtOnce) {
+            weighBlock<Half::both, Whole>(job, at, rounding);
+        } else {
+            weighBlock<Half::lower, Whole>(job, at, rounding);
+            weighBlock<Half::upper, Whole>(job, at, rounding);
+        }
     }
 }
 

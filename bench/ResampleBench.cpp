@@ -87,7 +87,7 @@ void copied(benchmark::State& state) {
 void registerAll() {
     constexpr std::array pairs = {Sizes{4000, 3000, 2000, 1500}, Sizes{4000, 3000, 500, 375},
                                   Sizes{1000, 750, 2000, 1500}};
-    constexpr std::array names = {"scalar", "sse4", "avx2", "avx512", "neon"};
+    constexpr std::array names = {"scalar", "sse4", "avx2", "avx512", "avx512 vnni", "neon"};
     const auto add = [](const std::string& name, auto run) {
         benchmark::RegisterBenchmark(name.c_str(), run)->Unit(benchmark::kMillisecond)->UseRealTime();
     };

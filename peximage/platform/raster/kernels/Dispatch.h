@@ -60,6 +60,7 @@ Function* pick(Function* plain, std::type_identity_t<Function>* sse4, std::type_
     case InstructionSet::avx2:
         return avx2 ? avx2 : plain;
     case InstructionSet::avx512:
+    case InstructionSet::avx512Vnni:
         return avx512 ? avx512 : plain;
     case InstructionSet::neon:
         return neon ? neon : plain;

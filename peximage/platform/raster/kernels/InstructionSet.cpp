@@ -10,7 +10,7 @@ InstructionSet best() {
     if (__builtin_cpu_supports("avx512f") && __builtin_cpu_supports("avx512bw") &&
         __builtin_cpu_supports("avx512dq") && __builtin_cpu_supports("avx512vl") &&
         __builtin_cpu_supports("avx512cd") && __builtin_cpu_supports("avx2"))
-        return InstructionSet::avx512;
+        return __builtin_cpu_supports("avx512vnni") ? InstructionSet::avx512Vnni : InstructionSet::avx512;
     // Highway's AVX2 target also uses FMA, F16C and both BMI sets.
     if (__builtin_cpu_supports("avx2") && __builtin_cpu_supports("fma") && __builtin_cpu_supports("bmi") &&
         __builtin_cpu_supports("bmi2"))
@@ -34,11 +34,10 @@ std::atomic<InstructionSet>& chosen() {
 std::vector<InstructionSet> availableInstructionSets() {
     std::vector<InstructionSet> sets{InstructionSet::scalar};
     const InstructionSet top = best();
-    if (top == InstructionSet::neon) sets.push_back(top);
-    if (top == InstructionSet::sse4 || top == InstructionSet::avx2 || top == InstructionSet::avx512) {
-        for (const auto set : {InstructionSet::sse4, InstructionSet::avx2, InstructionSet::avx512}) {
-            if (set <= top) sets.push_back(set);
-        }
+    if (top == InstructionSet::neon) return {InstructionSet::scalar, top};
+    for (const auto set :
+         {InstructionSet::sse4, InstructionSet::avx2, InstructionSet::avx512, InstructionSet::avx512Vnni}) {
+        if (set <= top) sets.push_back(set);
     }
     return sets;
 }

@@ -5,8 +5,8 @@
 namespace pex::kernels {
 
 /// The instruction sets that kernels are compiled for, plainest first. `scalar` is the plain twin of a
-/// kernel, written without vectors.
-enum class InstructionSet { scalar, sse4, avx2, avx512, neon };
+/// kernel, written without vectors. `avx512Vnni` is AVX-512 with its instructions for sums of products.
+enum class InstructionSet { scalar, sse4, avx2, avx512, avx512Vnni, neon };
 
 /// Those that this processor can run, plainest first; always begins with `scalar`.
 std::vector<InstructionSet> availableInstructionSets();

@@ -61,11 +61,23 @@ constexpr std::size_t words = HWY_LANES(std::int32_t);
 constexpr std::size_t halves = HWY_LANES(std::int16_t);
 
 /// sum + low * low + high * high of the 16-bit halves.
-HWY_INLINE V32 addProducts(V32 sum, V16 a, V16 b) {
-    auto other = hn::Zero(D32());
-    const auto products = hn::ReorderWidenMulAccumulate(D32(), a, b, hn::Zero(D32()), other);
-    return hn::Add(sum, hn::RearrangeToOddPlusEven(products, other));
-}
+struct TwoSteps {
+    static HWY_INLINE V32 addProducts(V32 sum, V16 a, V16 b) {
+        auto other = hn::Zero(D32());
+        const auto products = hn::ReorderWidenMulAccumulate(D32(), a, b, hn::Zero(D32()), other);
+        return hn::Add(sum, hn::RearrangeToOddPlusEven(products, other));
+    }
+};
+
+#if HWY_TARGET == HWY_AVX3
+/// The same by an instruction that processors with AVX-512 may have and compilers do not count to it.
+struct OneStep {
+    static HWY_INLINE V32 addProducts(V32 sum, V16 a, V16 b) {
+        asm("vpdpwssd %2, %1, %0" : "+v"(sum.raw) : "v"(a.raw), "v"(b.raw));
+        return sum;
+    }
+};
+#endif
 
 HWY_INLINE V16 pairOf(std::int32_t weights) { return hn::BitCast(D16(), hn::Set(D32(), weights)); }
 
@@ -113,10 +125,11 @@ HWY_INLINE V8 loadColumns(const std::uint8_t* row, std::ptrdiff_t begin, std::pt
     return hn::Load(D8(), columns);
 }
 
+template <class Products>
 HWY_INLINE void add(RowSums& sums, V16 left, V16 right, std::int32_t weights) {
     const auto pair = pairOf(weights);
-    sums.a = addProducts(sums.a, left, pair);
-    sums.b = addProducts(sums.b, right, pair);
+    sums.a = Products::addProducts(sums.a, left, pair);
+    sums.b = Products::addProducts(sums.b, right, pair);
 }
 
 /// The halves of a block's columns, which lie in the lower or upper eight bytes of each 16, are weighed at
@@ -129,20 +142,20 @@ struct BlockSums {
 };
 
 /// Adds one pair in the rows that `Used` says.
-template <unsigned Used>
+template <class Products, unsigned Used>
 HWY_INLINE void addColumns(GroupSums& sums, V8 columns, const RowPair& pair) {
     const D8 d;
     const D16 d16;
     const auto left = hn::BitCast(d16, hn::InterleaveLower(d, columns, hn::Zero(d)));
     const auto right = hn::BitCast(d16, hn::InterleaveUpper(d, columns, hn::Zero(d)));
-    if constexpr ((Used & 1) != 0) add(sums.row0, left, right, pair.weights[0]);
-    if constexpr ((Used & 2) != 0) add(sums.row1, left, right, pair.weights[1]);
-    if constexpr ((Used & 4) != 0) add(sums.row2, left, right, pair.weights[2]);
-    if constexpr ((Used & 8) != 0) add(sums.row3, left, right, pair.weights[3]);
+    if constexpr ((Used & 1) != 0) add<Products>(sums.row0, left, right, pair.weights[0]);
+    if constexpr ((Used & 2) != 0) add<Products>(sums.row1, left, right, pair.weights[1]);
+    if constexpr ((Used & 4) != 0) add<Products>(sums.row2, left, right, pair.weights[2]);
+    if constexpr ((Used & 8) != 0) add<Products>(sums.row3, left, right, pair.weights[3]);
 }
 
 /// Adds the pairs from `pair` on that count in just the rows that `Used` says, and returns the next.
-template <Half half, bool Whole, unsigned Used>
+template <class Products, Half half, bool Whole, unsigned Used>
 HWY_INLINE const RowPair* addRun(BlockSums& sums, const RowPair* pair, std::ptrdiff_t begin,
                                  std::ptrdiff_t bytes) {
     const D8 d;
@@ -154,26 +167,26 @@ HWY_INLINE const RowPair* addRun(BlockSums& sums, const RowPair* pair, std::ptrd
         const auto upper = loadColumns<Whole>(pair->upper, begin, bytes);
         const auto lower = loadColumns<Whole>(pair->lower, begin, bytes);
         if constexpr (half != Half::upper)
-            addColumns<Used>(sums.lower, hn::InterleaveLower(d, upper, lower), *pair);
+            addColumns<Products, Used>(sums.lower, hn::InterleaveLower(d, upper, lower), *pair);
         if constexpr (half != Half::lower)
-            addColumns<Used>(sums.upper, hn::InterleaveUpper(d, upper, lower), *pair);
+            addColumns<Products, Used>(sums.upper, hn::InterleaveUpper(d, upper, lower), *pair);
     }
     return pair;
 }
 
 /// Adds all pairs, up to the one that ends the list.
-template <Half half, bool Whole>
+template <class Products, Half half, bool Whole>
 HWY_INLINE void addPairs(BlockSums& sums, const WeighRows& job, std::ptrdiff_t begin) {
     const auto bytes = static_cast<std::ptrdiff_t>(job.bytes);
     const RowPair* pair = job.pairs;
     while (pair->used != 0) {
-        pair = addRun<half, Whole, 1>(sums, pair, begin, bytes);
-        pair = addRun<half, Whole, 3>(sums, pair, begin, bytes);
-        pair = addRun<half, Whole, 7>(sums, pair, begin, bytes);
-        pair = addRun<half, Whole, 15>(sums, pair, begin, bytes);
-        pair = addRun<half, Whole, 14>(sums, pair, begin, bytes);
-        pair = addRun<half, Whole, 12>(sums, pair, begin, bytes);
-        pair = addRun<half, Whole, 8>(sums, pair, begin, bytes);
+        pair = addRun<Products, half, Whole, 1>(sums, pair, begin, bytes);
+        pair = addRun<Products, half, Whole, 3>(sums, pair, begin, bytes);
+        pair = addRun<Products, half, Whole, 7>(sums, pair, begin, bytes);
+        pair = addRun<Products, half, Whole, 15>(sums, pair, begin, bytes);
+        pair = addRun<Products, half, Whole, 14>(sums, pair, begin, bytes);
+        pair = addRun<Products, half, Whole, 12>(sums, pair, begin, bytes);
+        pair = addRun<Products, half, Whole, 8>(sums, pair, begin, bytes);
     }
 }
 
@@ -229,7 +242,7 @@ HWY_INLINE void leave(const GroupSums& sums, const WeighRows& job, std::size_t k
     storeSamples(sums.row3, job, 3, to);
 }
 
-template <Half half, bool Whole>
+template <class Products, Half half, bool Whole>
 HWY_INLINE void weighBlock(const WeighRows& job, std::size_t at, V32 rounding) {
     const std::size_t lowerKept = at * groupRows, upperKept = lowerKept + blockBytes / 2 * groupRows;
     const RowSums empty{rounding, rounding};
@@ -238,21 +251,22 @@ HWY_INLINE void weighBlock(const WeighRows& job, std::size_t at, V32 rounding) {
         if constexpr (half != Half::upper) sums.lower = loadGroup(job.sums + lowerKept);
         if constexpr (half != Half::lower) sums.upper = loadGroup(job.sums + upperKept);
     }
-    addPairs<half, Whole>(sums, job, static_cast<std::ptrdiff_t>(at) - static_cast<std::ptrdiff_t>(job.lead));
+    addPairs<Products, half, Whole>(sums, job,
+                                    static_cast<std::ptrdiff_t>(at) - static_cast<std::ptrdiff_t>(job.lead));
     if constexpr (half != Half::upper) leave(sums.lower, job, lowerKept, at);
     if constexpr (half != Half::lower) leave(sums.upper, job, upperKept, at + 8);
 }
 
-template <bool Whole>
+template <class Products, bool Whole>
 HWY_NOINLINE void weighBlocks(const WeighRows& given, std::size_t at, std::size_t end) {
     const WeighRows job = given; // a copy stays in registers while samples are written
     const auto rounding = hn::Set(D32(), 1 << (job.shift - sampleFraction - 1));
     for (; at < end; at += blockBytes) {
         if constexpr (halvesAtOnce) {
-            weighBlock<Half::both, Whole>(job, at, rounding);
+            weighBlock<Products, Half::both, Whole>(job, at, rounding);
         } else {
-            weighBlock<Half::lower, Whole>(job, at, rounding);
-            weighBlock<Half::upper, Whole>(job, at, rounding);
+            weighBlock<Products, Half::lower, Whole>(job, at, rounding);
+            weighBlock<Products, Half::upper, Whole>(job, at, rounding);
         }
     }
 }
@@ -283,16 +297,17 @@ HWY_INLINE ColumnSums loadSamples(const std::int16_t* samples) {
     return {a, hn::BitCast(D32(), hn::Load(d, samples + halves))};
 }
 
+template <class Products>
 HWY_INLINE void addPair(ColumnSums& sums, const ColumnSums& samples, const std::int16_t* weights) {
     const D16 d;
     const auto pair = pairOf(pairAt(weights));
-    sums.a = addProducts(sums.a, hn::BitCast(d, samples.a), pair);
-    if constexpr (vectorsAtOnce > 1) sums.b = addProducts(sums.b, hn::BitCast(d, samples.b), pair);
+    sums.a = Products::addProducts(sums.a, hn::BitCast(d, samples.a), pair);
+    if constexpr (vectorsAtOnce > 1) sums.b = Products::addProducts(sums.b, hn::BitCast(d, samples.b), pair);
 }
 
 /// Adds `count` pairs of the windows of the columns from `x` on, from the pair `begin` of each on. `InFours`:
 /// the windows take the same samples.
-template <bool InFours>
+template <class Products, bool InFours>
 HWY_INLINE void addPairs(FourSums& sums, const WeighColumns& job, int x, int vector, int begin, int count) {
     const std::int16_t* const samples = job.samples + vector * halves + begin * pairSamples;
     const std::int16_t* const first = samples + job.firstPair[x] * pairSamples;
@@ -304,10 +319,10 @@ HWY_INLINE void addPairs(FourSums& sums, const WeighColumns& job, int x, int vec
     std::size_t at = 0;
     for (int k = 0; k < count; ++k, at += pairSamples, weights += 2) {
         const auto window = loadSamples(first + at);
-        addPair(sums.first, window, weights);
-        addPair(sums.second, InFours ? window : loadSamples(second + at), weights + step);
-        addPair(sums.third, InFours ? window : loadSamples(third + at), weights + 2 * step);
-        addPair(sums.fourth, InFours ? window : loadSamples(fourth + at), weights + 3 * step);
+        addPair<Products>(sums.first, window, weights);
+        addPair<Products>(sums.second, InFours ? window : loadSamples(second + at), weights + step);
+        addPair<Products>(sums.third, InFours ? window : loadSamples(third + at), weights + 2 * step);
+        addPair<Products>(sums.fourth, InFours ? window : loadSamples(fourth + at), weights + 3 * step);
     }
 }
 
@@ -317,18 +332,18 @@ HWY_INLINE void addShifted(ColumnSums& sums, const ColumnSums& part, int bits) {
 }
 
 /// The sums of four columns, not yet rounded.
-template <bool InFours, bool Drained>
+template <class Products, bool InFours, bool Drained>
 HWY_INLINE FourSums weighFour(const WeighColumns& job, int x, int vector, V32 half) {
     const ColumnSums begin{half, half};
     FourSums sums{begin, begin, begin, begin};
     if constexpr (!Drained) {
-        addPairs<InFours>(sums, job, x, vector, 0, job.pairs);
+        addPairs<Products, InFours>(sums, job, x, vector, 0, job.pairs);
     } else {
         const int bits = job.shift - mostColumnBits;
         for (int p = 0; p < job.pairs; p += drainPairs) {
             const ColumnSums none{hn::Zero(D32()), hn::Zero(D32())};
             FourSums part{none, none, none, none};
-            addPairs<InFours>(part, job, x, vector, p, std::min(drainPairs, job.pairs - p));
+            addPairs<Products, InFours>(part, job, x, vector, p, std::min(drainPairs, job.pairs - p));
             addShifted(sums.first, part.first, bits);
             addShifted(sums.second, part.second, bits);
             addShifted(sums.third, part.third, bits);
@@ -418,17 +433,17 @@ class ColumnWriter {
     AlphaRule alpha_;
 };
 
-template <bool InFours, bool Drained>
+template <class Products, bool InFours, bool Drained>
 HWY_INLINE void weighColumnsAt(const WeighColumns& job, int x, const ColumnWriter& writer, V32 half) {
     for (int v = 0; v < vectorsOfGroup; v += vectorsAtOnce) {
-        const auto sums = weighFour<InFours, Drained>(job, x, v, half);
+        const auto sums = weighFour<Products, InFours, Drained>(job, x, v, half);
         writer.write(sums.first.a, sums.second.a, sums.third.a, sums.fourth.a, x, v);
         if constexpr (vectorsAtOnce > 1)
             writer.write(sums.first.b, sums.second.b, sums.third.b, sums.fourth.b, x, v + 1);
     }
 }
 
-template <bool InFours, bool Drained>
+template <class Products, bool InFours, bool Drained>
 void weighColumnsOf(const WeighColumns& given) {
     const WeighColumns job = given; // a copy stays in registers while rows are written
     const int bits = sampleFraction + (Drained ? mostColumnBits : job.shift);
@@ -436,34 +451,45 @@ void weighColumnsOf(const WeighColumns& given) {
     const ColumnWriter writer(job, bits);
     const int whole = job.width / 4 * 4;
     for (int x = 0; x < whole; x += 4)
-        weighColumnsAt<InFours, Drained>(job, x, writer, half);
+        weighColumnsAt<Products, InFours, Drained>(job, x, writer, half);
     // The last four may have been made in part already.
-    if (whole < job.width) weighColumnsAt<false, Drained>(job, job.width - 4, writer, half);
+    if (whole < job.width) weighColumnsAt<Products, false, Drained>(job, job.width - 4, writer, half);
 }
 
-template <bool Drained>
-void weighColumnsOf(const WeighColumns& job) {
-    job.inFours ? weighColumnsOf<true, Drained>(job) : weighColumnsOf<false, Drained>(job);
+template <class Products>
+void weighColumnsBy(const WeighColumns& job) {
+    const bool drained = job.shift > mostColumnBits;
+    if (job.inFours)
+        drained ? weighColumnsOf<Products, true, true>(job) : weighColumnsOf<Products, true, false>(job);
+    else
+        drained ? weighColumnsOf<Products, false, true>(job) : weighColumnsOf<Products, false, false>(job);
+}
+
+/// Blocks are whole but the last, and the first where it begins before the row.
+template <class Products>
+void weighRowsBy(const WeighRows& job) {
+    const std::size_t first = job.begin < job.lead ? blockBytes : job.begin;
+    const std::size_t last = std::max(first, job.end / blockBytes * blockBytes);
+    weighBlocks<Products, false>(job, job.begin, first);
+    weighBlocks<Products, true>(job, first, last);
+    weighBlocks<Products, false>(job, last, job.end);
 }
 
 } // namespace
 
-/// Blocks are whole but the last, and the first where it begins before the row.
-void weighRowsOf(const WeighRows& job) {
-    const std::size_t first = job.begin < job.lead ? blockBytes : job.begin;
-    const std::size_t last = std::max(first, job.end / blockBytes * blockBytes);
-    weighBlocks<false>(job, job.begin, first);
-    weighBlocks<true>(job, first, last);
-    weighBlocks<false>(job, last, job.end);
+void weighRowsVector(const WeighRows& job) {
+#if HWY_TARGET == HWY_AVX3
+    if (instructionSet() == InstructionSet::avx512Vnni) return weighRowsBy<OneStep>(job);
+#endif
+    weighRowsBy<TwoSteps>(job);
 }
 
 void weighColumnsVector(const WeighColumns& job) {
-    if (job.width < 4)
-        weighColumnsPlain(job);
-    else if (job.shift > mostColumnBits)
-        weighColumnsOf<true>(job);
-    else
-        weighColumnsOf<false>(job);
+    if (job.width < 4) return weighColumnsPlain(job);
+#if HWY_TARGET == HWY_AVX3
+    if (instructionSet() == InstructionSet::avx512Vnni) return weighColumnsBy<OneStep>(job);
+#endif
+    weighColumnsBy<TwoSteps>(job);
 }
 
 } // namespace pex::kernels::HWY_NAMESPACE
@@ -551,7 +577,7 @@ void weighColumnsPlain(const WeighColumns& job) {
     }
 }
 
-void weighRows(const WeighRows& job) { PEX_PICK_KERNEL(weighRowsOf, weighRowsPlain)(job); }
+void weighRows(const WeighRows& job) { PEX_PICK_KERNEL(weighRowsVector, weighRowsPlain)(job); }
 
 void weighColumns(const WeighColumns& job) { PEX_PICK_KERNEL(weighColumnsVector, weighColumnsPlain)(job); }
 

@@ -285,9 +285,9 @@ struct ColumnSums {
     V32 a, b;
 };
 
-/// The sums of four neighbouring columns. Members rather than an array, so that they stay in registers.
-struct FourSums {
-    ColumnSums first, second, third, fourth;
+/// The sums of two neighbouring columns; for more at a time, compilers would not keep them in registers.
+struct TwoColumns {
+    ColumnSums left, right;
 };
 
 HWY_INLINE ColumnSums loadSamples(const std::int16_t* samples) {
@@ -305,24 +305,19 @@ HWY_INLINE void addPair(ColumnSums& sums, const ColumnSums& samples, const std::
     if constexpr (vectorsAtOnce > 1) sums.b = Products::addProducts(sums.b, hn::BitCast(d, samples.b), pair);
 }
 
-/// Adds `count` pairs of the windows of the columns from `x` on, from the pair `begin` of each on. `InFours`:
-/// the windows take the same samples.
+/// Adds `count` pairs of the windows of the columns x and x + 1, from the pair `begin` of each on. `InFours`:
+/// both take the same samples.
 template <class Products, bool InFours>
-HWY_INLINE void addPairs(FourSums& sums, const WeighColumns& job, int x, int vector, int begin, int count) {
+HWY_INLINE void addPairs(TwoColumns& sums, const WeighColumns& job, int x, int vector, int begin, int count) {
     const std::int16_t* const samples = job.samples + vector * halves + begin * pairSamples;
-    const std::int16_t* const first = samples + job.firstPair[x] * pairSamples;
-    const std::int16_t* const second = samples + job.firstPair[x + 1] * pairSamples;
-    const std::int16_t* const third = samples + job.firstPair[x + 2] * pairSamples;
-    const std::int16_t* const fourth = samples + job.firstPair[x + 3] * pairSamples;
+    const std::int16_t* left = samples + job.firstPair[x] * pairSamples;
+    const std::int16_t* right = samples + job.firstPair[x + 1] * pairSamples;
     const std::size_t step = std::size_t{2} * job.pairs;
     const std::int16_t* weights = job.weights + x * step + 2 * begin;
-    std::size_t at = 0;
-    for (int k = 0; k < count; ++k, at += pairSamples, weights += 2) {
-        const auto window = loadSamples(first + at);
-        addPair<Products>(sums.first, window, weights);
-        addPair<Products>(sums.second, InFours ? window : loadSamples(second + at), weights + step);
-        addPair<Products>(sums.third, InFours ? window : loadSamples(third + at), weights + 2 * step);
-        addPair<Products>(sums.fourth, InFours ? window : loadSamples(fourth + at), weights + 3 * step);
+    for (int k = 0; k < count; ++k, left += pairSamples, right += pairSamples, weights += 2) {
+        const auto window = loadSamples(left);
+        addPair<Products>(sums.left, window, weights);
+        addPair<Products>(sums.right, InFours ? window : loadSamples(right), weights + step);
     }
 }
 
@@ -331,23 +326,20 @@ HWY_INLINE void addShifted(ColumnSums& sums, const ColumnSums& part, int bits) {
     sums.b = hn::Add(sums.b, hn::ShiftRightSame(part.b, bits));
 }
 
-/// The sums of four columns, not yet rounded.
+/// The sums of the columns x and x + 1, not yet rounded.
 template <class Products, bool InFours, bool Drained>
-HWY_INLINE FourSums weighFour(const WeighColumns& job, int x, int vector, V32 half) {
-    const ColumnSums begin{half, half};
-    FourSums sums{begin, begin, begin, begin};
+HWY_INLINE TwoColumns weighTwo(const WeighColumns& job, int x, int vector, V32 half) {
+    TwoColumns sums{{half, half}, {half, half}};
     if constexpr (!Drained) {
         addPairs<Products, InFours>(sums, job, x, vector, 0, job.pairs);
     } else {
         const int bits = job.shift - mostColumnBits;
+        const auto none = hn::Zero(D32());
         for (int p = 0; p < job.pairs; p += drainPairs) {
-            const ColumnSums none{hn::Zero(D32()), hn::Zero(D32())};
-            FourSums part{none, none, none, none};
+            TwoColumns part{{none, none}, {none, none}};
             addPairs<Products, InFours>(part, job, x, vector, p, std::min(drainPairs, job.pairs - p));
-            addShifted(sums.first, part.first, bits);
-            addShifted(sums.second, part.second, bits);
-            addShifted(sums.third, part.third, bits);
-            addShifted(sums.fourth, part.fourth, bits);
+            addShifted(sums.left, part.left, bits);
+            addShifted(sums.right, part.right, bits);
         }
     }
     return sums;
@@ -436,10 +428,11 @@ class ColumnWriter {
 template <class Products, bool InFours, bool Drained>
 HWY_INLINE void weighColumnsAt(const WeighColumns& job, int x, const ColumnWriter& writer, V32 half) {
     for (int v = 0; v < vectorsOfGroup; v += vectorsAtOnce) {
-        const auto sums = weighFour<Products, InFours, Drained>(job, x, v, half);
-        writer.write(sums.first.a, sums.second.a, sums.third.a, sums.fourth.a, x, v);
+        const auto first = weighTwo<Products, InFours, Drained>(job, x, v, half);
+        const auto second = weighTwo<Products, InFours, Drained>(job, x + 2, v, half);
+        writer.write(first.left.a, first.right.a, second.left.a, second.right.a, x, v);
         if constexpr (vectorsAtOnce > 1)
-            writer.write(sums.first.b, sums.second.b, sums.third.b, sums.fourth.b, x, v + 1);
+            writer.write(first.left.b, first.right.b, second.left.b, second.right.b, x, v + 1);
     }
 }
 

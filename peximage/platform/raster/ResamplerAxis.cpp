@@ -144,27 +144,27 @@ std::vector<std::int16_t> quantised(const Windows& windows, int shift) {
 /// How windows are cut into pairs.
 struct Pairing {
     int lead = 0;
-    bool inFours = false;
+    bool inTwos = false;
     int pairs = 0;
 
-    /// The pairs of the longest window, or of the longest four together.
-    Pairing(const Windows& windows, int lead, bool inFours) : lead(lead), inFours(inFours) {
-        const std::size_t count = windows.first.size(), step = inFours ? 4 : 1;
+    /// The pairs of the longest window, or of the longest two together.
+    Pairing(const Windows& windows, int lead, bool inTwos) : lead(lead), inTwos(inTwos) {
+        const std::size_t count = windows.first.size(), step = inTwos ? 2 : 1;
         for (std::size_t i = 0; i < count; i += step) {
             const int end = windows.end[std::min(i + step, count) - 1];
             pairs = std::max(pairs, (end + lead + 1) / 2 - (windows.first[i] + lead) / 2);
         }
     }
-    /// What four samples take, about: as many products as pairs, and loads, which four together share.
-    int work() const { return (inFours ? 6 : 8) * pairs; }
+    /// What it takes, as measured: as many products as pairs, and loads, of which two together need half.
+    int work() const { return (inTwos ? 7 : 8) * pairs; }
 };
 
 Pairing bestPairing(const Windows& windows, ResamplerAxis::Use use) {
     Pairing best(windows, 0, false);
-    for (const bool inFours : {false, true}) {
-        if (inFours && use == ResamplerAxis::Use::rows) break;
+    for (const bool inTwos : {false, true}) {
+        if (inTwos && use == ResamplerAxis::Use::rows) break;
         for (const int lead : {0, 1}) {
-            const Pairing other(windows, lead, inFours);
+            const Pairing other(windows, lead, inTwos);
             if (other.work() < best.work()) best = other;
         }
     }
@@ -181,14 +181,14 @@ ResamplerAxis ResamplerAxis::make(const ResamplerSpan& span, Use use) {
     axis.from = from, axis.to = to;
     axis.lead = pairing.lead;
     axis.pairs = pairing.pairs;
-    axis.inFours = pairing.inFours;
+    axis.inTwos = pairing.inTwos;
     axis.shift = fractionBits(windows.largest, use);
     axis.firstPair.resize(to);
     axis.weights.assign(std::size_t{2} * to * axis.pairs, 0);
     const auto weights = quantised(windows, axis.shift);
     const int lastPair = axis.pairOf(from - 1) + 1 - axis.pairs;
     for (int i = 0; i < to; ++i) {
-        const int begin = axis.pairOf(windows.first[axis.inFours ? i / 4 * 4 : i]);
+        const int begin = axis.pairOf(windows.first[axis.inTwos ? i / 2 * 2 : i]);
         axis.firstPair[i] = std::min(begin, lastPair);
         std::copy_n(&weights[std::size_t(windows.set[i]) * windows.width], windows.count(i),
                     &axis.weights[std::size_t{2} * i * axis.pairs] + windows.first[i] -

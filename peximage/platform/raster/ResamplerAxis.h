@@ -38,8 +38,8 @@ struct ResamplerAxis {
     int lead = 0;
     /// Pairs of every window.
     int pairs = 0;
-    /// Whether each four samples, from a multiple of four on, have the same first pair. Only columns may.
-    bool inFours = false;
+    /// Whether samples 2i and 2i + 1 have the same first pair. Only columns may.
+    bool inTwos = false;
     int shift = 0;
     std::vector<int> firstPair;
     std::vector<std::int16_t> weights;

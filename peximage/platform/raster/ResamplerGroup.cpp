@@ -85,7 +85,7 @@ void ResamplerGroup::weighColumns(const std::int16_t* samples, MutablePixelView 
     for (int row = firstRow_; row < endRow_; ++row)
         rows[row - firstRow_] = to.row(row);
     const ResamplerAxis& axis = plan_.columns;
-    kernels::weighColumns({samples, axis.firstPair.data(), axis.weights.data(), axis.pairs, axis.inFours,
+    kernels::weighColumns({samples, axis.firstPair.data(), axis.weights.data(), axis.pairs, axis.inTwos,
                            axis.shift, axis.to, plan_.layout, rows.data(), endRow_ - firstRow_});
 }
 

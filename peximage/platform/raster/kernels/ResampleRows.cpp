@@ -305,9 +305,9 @@ HWY_INLINE void addPair(ColumnSums& sums, const ColumnSums& samples, const std::
     if constexpr (vectorsAtOnce > 1) sums.b = Products::addProducts(sums.b, hn::BitCast(d, samples.b), pair);
 }
 
-/// Adds `count` pairs of the windows of the columns x and x + 1, from the pair `begin` of each on. `InFours`:
+/// Adds `count` pairs of the windows of the columns x and x + 1, from the pair `begin` of each on. `InTwos`:
 /// both take the same samples.
-template <class Products, bool InFours>
+template <class Products, bool InTwos>
 HWY_INLINE void addPairs(TwoColumns& sums, const WeighColumns& job, int x, int vector, int begin, int count) {
     const std::int16_t* const samples = job.samples + vector * halves + begin * pairSamples;
     const std::int16_t* left = samples + job.firstPair[x] * pairSamples;
@@ -317,7 +317,7 @@ HWY_INLINE void addPairs(TwoColumns& sums, const WeighColumns& job, int x, int v
     for (int k = 0; k < count; ++k, left += pairSamples, right += pairSamples, weights += 2) {
         const auto window = loadSamples(left);
         addPair<Products>(sums.left, window, weights);
-        addPair<Products>(sums.right, InFours ? window : loadSamples(right), weights + step);
+        addPair<Products>(sums.right, InTwos ? window : loadSamples(right), weights + step);
     }
 }
 
@@ -327,17 +327,17 @@ HWY_INLINE void addShifted(ColumnSums& sums, const ColumnSums& part, int bits) {
 }
 
 /// The sums of the columns x and x + 1, not yet rounded.
-template <class Products, bool InFours, bool Drained>
+template <class Products, bool InTwos, bool Drained>
 HWY_INLINE TwoColumns weighTwo(const WeighColumns& job, int x, int vector, V32 half) {
     TwoColumns sums{{half, half}, {half, half}};
     if constexpr (!Drained) {
-        addPairs<Products, InFours>(sums, job, x, vector, 0, job.pairs);
+        addPairs<Products, InTwos>(sums, job, x, vector, 0, job.pairs);
     } else {
         const int bits = job.shift - mostColumnBits;
         const auto none = hn::Zero(D32());
         for (int p = 0; p < job.pairs; p += drainPairs) {
             TwoColumns part{{none, none}, {none, none}};
-            addPairs<Products, InFours>(part, job, x, vector, p, std::min(drainPairs, job.pairs - p));
+            addPairs<Products, InTwos>(part, job, x, vector, p, std::min(drainPairs, job.pairs - p));
             addShifted(sums.left, part.left, bits);
             addShifted(sums.right, part.right, bits);
         }
@@ -425,18 +425,18 @@ class ColumnWriter {
     AlphaRule alpha_;
 };
 
-template <class Products, bool InFours, bool Drained>
+template <class Products, bool InTwos, bool Drained>
 HWY_INLINE void weighColumnsAt(const WeighColumns& job, int x, const ColumnWriter& writer, V32 half) {
     for (int v = 0; v < vectorsOfGroup; v += vectorsAtOnce) {
-        const auto first = weighTwo<Products, InFours, Drained>(job, x, v, half);
-        const auto second = weighTwo<Products, InFours, Drained>(job, x + 2, v, half);
+        const auto first = weighTwo<Products, InTwos, Drained>(job, x, v, half);
+        const auto second = weighTwo<Products, InTwos, Drained>(job, x + 2, v, half);
         writer.write(first.left.a, first.right.a, second.left.a, second.right.a, x, v);
         if constexpr (vectorsAtOnce > 1)
             writer.write(first.left.b, first.right.b, second.left.b, second.right.b, x, v + 1);
     }
 }
 
-template <class Products, bool InFours, bool Drained>
+template <class Products, bool InTwos, bool Drained>
 void weighColumnsOf(const WeighColumns& given) {
     const WeighColumns job = given; // a copy stays in registers while rows are written
     const int bits = sampleFraction + (Drained ? mostColumnBits : job.shift);
@@ -444,7 +444,7 @@ void weighColumnsOf(const WeighColumns& given) {
     const ColumnWriter writer(job, bits);
     const int whole = job.width / 4 * 4;
     for (int x = 0; x < whole; x += 4)
-        weighColumnsAt<Products, InFours, Drained>(job, x, writer, half);
+        weighColumnsAt<Products, InTwos, Drained>(job, x, writer, half);
     // The last four may have been made in part already.
     if (whole < job.width) weighColumnsAt<Products, false, Drained>(job, job.width - 4, writer, half);
 }
@@ -452,7 +452,7 @@ void weighColumnsOf(const WeighColumns& given) {
 template <class Products>
 void weighColumnsBy(const WeighColumns& job) {
     const bool drained = job.shift > mostColumnBits;
-    if (job.inFours)
+    if (job.inTwos)
         drained ? weighColumnsOf<Products, true, true>(job) : weighColumnsOf<Products, true, false>(job);
     else
         drained ? weighColumnsOf<Products, false, true>(job) : weighColumnsOf<Products, false, false>(job);

@@ -57,8 +57,8 @@ struct WeighColumns {
     const int* firstPair;
     const std::int16_t* weights;
     int pairs;
-    /// Whether each four columns, from a multiple of four on, have the same first pair.
-    bool inFours;
+    /// Whether columns 2i and 2i + 1 have the same first pair.
+    bool inTwos;
     int shift;
     int width;
     PixelLayout layout;

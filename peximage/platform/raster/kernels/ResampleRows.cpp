@@ -271,14 +271,6 @@ HWY_NOINLINE void weighBlocks(const WeighRows& given, std::size_t at, std::size_
     }
 }
 
-HWY_INLINE V8 byteOrder(bool grey) {
-    HWY_ALIGN static constexpr std::uint8_t colourPlaces[16] = {0, 2, 4, 6, 8, 10, 12, 14,
-                                                                1, 3, 5, 7, 9, 11, 13, 15};
-    HWY_ALIGN static constexpr std::uint8_t greyPlaces[16] = {0, 8,  1, 9,  2, 10, 3, 11,
-                                                              4, 12, 5, 13, 6, 14, 7, 15};
-    return hn::LoadDup128(D8(), grey ? greyPlaces : colourPlaces);
-}
-
 /// As many rows of a group as are summed up together, in one vector or two.
 constexpr int vectorsAtOnce = std::min(2, vectorsOfGroup);
 struct ColumnSums {
@@ -345,11 +337,22 @@ HWY_INLINE TwoColumns weighTwo(const WeighColumns& job, int x, int vector, V32 h
     return sums;
 }
 
-HWY_INLINE V16 clampedPair(V32 left, V32 right, int bits) {
-    const D16 d;
-    const auto both =
-        hn::ReorderDemote2To(d, hn::ShiftRightSame(left, bits), hn::ShiftRightSame(right, bits));
-    return hn::Min(hn::Max(both, hn::Zero(d)), hn::Set(d, 255));
+/// Within each 16 bytes those of a and then those of b, limited to 0 to 255.
+HWY_INLINE V8 packBytes(V16 a, V16 b) {
+#if HWY_TARGET == HWY_SSE4
+    return V8{_mm_packus_epi16(a.raw, b.raw)};
+#elif HWY_TARGET == HWY_AVX2
+    return V8{_mm256_packus_epi16(a.raw, b.raw)};
+#elif HWY_TARGET == HWY_AVX3
+    return V8{_mm512_packus_epi16(a.raw, b.raw)};
+#else
+    const hn::Half<D8> half;
+    return hn::Combine(D8(), hn::DemoteTo(half, b), hn::DemoteTo(half, a));
+#endif
+}
+
+HWY_INLINE V16 roundedPair(V32 left, V32 right, int bits) {
+    return hn::ReorderDemote2To(D16(), hn::ShiftRightSame(left, bits), hn::ShiftRightSame(right, bits));
 }
 
 /// What follows the filter: colour at most alpha, or alpha opaque; both leave grey as it is.
@@ -387,9 +390,12 @@ HWY_INLINE void placeColumns(D d, hn::VFromD<D> pixels, const WeighColumns& job,
     }
 }
 
+/// Each four bytes hold one column of four rows.
 HWY_INLINE void placeGrey(V8 pixels, const WeighColumns& job, int x, int row) {
+    HWY_ALIGN static constexpr std::uint8_t rowsFirst[16] = {0, 4, 8,  12, 1, 5, 9,  13,
+                                                             2, 6, 10, 14, 3, 7, 11, 15};
     HWY_ALIGN std::uint8_t columns[blockBytes];
-    hn::Store(pixels, D8(), columns);
+    hn::Store(hn::TableLookupBytes(pixels, hn::LoadDup128(D8(), rowsFirst)), D8(), columns);
     const int end = std::min(row + 4 * rowsOfVector, job.rowCount);
     for (const std::uint8_t* from = columns; row < end; ++row, from += 4)
         std::memcpy(job.rows[row] + x, from, 4);
@@ -399,18 +405,11 @@ HWY_INLINE void placeGrey(V8 pixels, const WeighColumns& job, int x, int row) {
 class ColumnWriter {
   public:
     ColumnWriter(const WeighColumns& job, int bits)
-        : job_(job),
-          bits_(bits),
-          grey_(job.layout == PixelLayout::grey),
-          order_(byteOrder(grey_)),
-          alpha_(job.layout) {}
+        : job_(job), bits_(bits), grey_(job.layout == PixelLayout::grey), alpha_(job.layout) {}
 
     /// Packing leaves each row's four pixels side by side.
     HWY_INLINE void write(V32 first, V32 second, V32 third, V32 fourth, int x, int vector) const {
-        const auto left = clampedPair(first, second, bits_);
-        const auto right = clampedPair(third, fourth, bits_);
-        const auto bytes = hn::BitCast(D8(), hn::Or(left, hn::ShiftLeft<8>(right)));
-        const auto pixels = hn::TableLookupBytes(bytes, order_);
+        const auto pixels = packBytes(roundedPair(first, second, bits_), roundedPair(third, fourth, bits_));
         if (grey_)
             placeGrey(pixels, job_, x, 4 * vector * rowsOfVector);
         else
@@ -421,7 +420,6 @@ class ColumnWriter {
     const WeighColumns& job_;
     int bits_;
     bool grey_;
-    V8 order_;
     AlphaRule alpha_;
 };
 

@@ -355,27 +355,26 @@ HWY_INLINE V16 roundedPair(V32 left, V32 right, int bits) {
     return hn::ReorderDemote2To(D16(), hn::ShiftRightSame(left, bits), hn::ShiftRightSame(right, bits));
 }
 
-/// What follows the filter: colour at most alpha, or alpha opaque; both leave grey as it is.
-struct AlphaRule {
-    V8 places;
-    V8 opaque;
-
-    explicit AlphaRule(PixelLayout layout) {
-        HWY_ALIGN static constexpr std::uint8_t itself[16] = {0, 1, 2,  3,  4,  5,  6,  7,
-                                                              8, 9, 10, 11, 12, 13, 14, 15};
+/// What follows the filter: colour at most alpha, or alpha opaque.
+class AlphaRule {
+  public:
+    explicit AlphaRule(PixelLayout layout) : limits_(hasAlpha(layout)) {
         HWY_ALIGN static constexpr std::uint8_t first[16] = {0, 0, 0, 0, 4,  4,  4,  4,
                                                              8, 8, 8, 8, 12, 12, 12, 12};
         HWY_ALIGN static constexpr std::uint8_t last[16] = {3,  3,  3,  3,  7,  7,  7,  7,
                                                             11, 11, 11, 11, 15, 15, 15, 15};
-        const bool isFirst = isAlphaFirst(layout);
-        places = hn::LoadDup128(D8(), !hasAlpha(layout) ? itself : isFirst ? first : last);
-        const bool skips = layout == PixelLayout::skipLast || layout == PixelLayout::skipFirst;
-        const std::uint32_t mask = !skips ? 0 : isFirst ? 0x000000FFu : 0xFF000000u;
-        opaque = hn::BitCast(D8(), hn::Set(hn::Repartition<std::uint32_t, D8>(), mask));
+        places_ = hn::LoadDup128(D8(), isAlphaFirst(layout) ? first : last);
+        const std::uint32_t alpha = isAlphaFirst(layout) ? 0x000000FFu : 0xFF000000u;
+        opaque_ = hn::BitCast(D8(), hn::Set(hn::Repartition<std::uint32_t, D8>(), alpha));
     }
     HWY_INLINE V8 apply(V8 pixels) const {
-        return hn::Or(hn::Min(pixels, hn::TableLookupBytes(pixels, places)), opaque);
+        return limits_ ? hn::Min(pixels, hn::TableLookupBytes(pixels, places_)) : hn::Or(pixels, opaque_);
     }
+
+  private:
+    bool limits_;
+    V8 places_;
+    V8 opaque_;
 };
 
 /// Writes the four columns from `x` on of the rows from `row` on, which lie in the lanes of a vector.

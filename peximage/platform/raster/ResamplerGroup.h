@@ -2,7 +2,8 @@
 
 #include "peximage/platform/raster/PixelView.h"
 #include "peximage/platform/raster/ResamplerAxis.h"
-#include "peximage/platform/raster/kernels/ResampleRows.h"
+#include "peximage/platform/raster/kernels/WeighColumns.h"
+#include "peximage/platform/raster/kernels/WeighRows.h"
 
 #include <cstddef>
 #include <cstdint>

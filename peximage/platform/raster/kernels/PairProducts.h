@@ -24,6 +24,11 @@ HWY_INLINE V16 pairOf(std::int16_t first, std::int16_t second) {
     return hn::BitCast(D16(), hn::Set(hn::Repartition<std::uint32_t, D16>(), both));
 }
 
+/// Lanes low half, high half, low half …
+HWY_INLINE V16 pairOf(std::int32_t halves) {
+    return hn::BitCast(D16(), hn::Set(hn::Repartition<std::int32_t, D16>(), halves));
+}
+
 /// For each pair of neighbouring lanes a[0] b[0] + a[1] b[1].
 HWY_INLINE V32 pairProducts(V16 a, V16 b) {
     const hn::Repartition<std::int32_t, D16> d32;
@@ -31,6 +36,22 @@ HWY_INLINE V32 pairProducts(V16 a, V16 b) {
     const V32 one = hn::ReorderWidenMulAccumulate(d32, a, b, hn::Zero(d32), other);
     return hn::RearrangeToOddPlusEven(one, other);
 }
+
+/// sum + pairProducts(a, b), in two steps everywhere.
+struct TwoSteps {
+    static HWY_INLINE V32 addProducts(V32 sum, V16 a, V16 b) { return hn::Add(sum, pairProducts(a, b)); }
+};
+
+#if HWY_TARGET == HWY_AVX3
+/// The same by an instruction that processors with AVX-512 may have and compilers do not count to it. For
+/// InstructionSet::avx512Vnni only.
+struct OneStep {
+    static HWY_INLINE V32 addProducts(V32 sum, V16 a, V16 b) {
+        asm("vpdpwssd %2, %1, %0" : "+v"(sum.raw) : "v"(a.raw), "v"(b.raw));
+        return sum;
+    }
+};
+#endif
 
 } // namespace pex::kernels::HWY_NAMESPACE
 HWY_AFTER_NAMESPACE();

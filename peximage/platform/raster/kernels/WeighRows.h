@@ -1,18 +1,13 @@
 #pragma once
 
-#include "peximage/platform/raster/PixelLayout.h"
+#include "peximage/platform/raster/kernels/ResampleSamples.h"
 
 #include <cstddef>
 #include <cstdint>
 
 namespace pex::kernels {
 
-/// Result rows are made in groups of `groupRows`, grey ones in groups of four times as many: where coloured
-/// rows have four channels, these have four rows. The samples of a group between the two passes lie so that
-/// vectors of any length hold whole rows of a pair of neighbouring pixels: for each pair of pixels, for each
-/// row, for each channel, the left and the right sample, 16 bits each with `sampleFraction` fraction bits.
-constexpr int groupRows = 4;
-constexpr int sampleFraction = 6;
+/// Tiles of columns begin at multiples of this.
 constexpr std::size_t tileStep = 64;
 
 /// Two source rows, and what each counts in the rows of a group.
@@ -51,24 +46,7 @@ struct WeighRows {
 };
 void weighRows(const WeighRows& job);
 
-/// The horizontal pass: the rows of a group from their samples.
-struct WeighColumns {
-    const std::int16_t* samples;
-    const int* firstPair;
-    const std::int16_t* weights;
-    int pairs;
-    /// Whether columns 2i and 2i + 1 have the same first pair.
-    bool inTwos;
-    int shift;
-    int width;
-    PixelLayout layout;
-    std::uint8_t* const* rows;
-    int rowCount;
-};
-void weighColumns(const WeighColumns& job);
-
-/// Sizes of the buffers, which begin at multiples of 64 bytes.
-std::size_t samplesBytes(int width, PixelLayout layout);
+/// The size of the buffer for sums, which begins at a multiple of 64 bytes.
 std::size_t sumsBytes(std::size_t bytes);
 
 } // namespace pex::kernels

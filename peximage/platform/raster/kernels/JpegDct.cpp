@@ -56,6 +56,8 @@ using D8 = hn::Rebind<std::uint8_t, D16>;
 
 /// Eight rows of as many blocks as fit side by side, one block in each 128 bits.
 struct Rows {
+    HWY_INLINE Rows() {} // an implicit one is not compiled for the instruction set, which gcc minds on ARM
+
     V16 row[8];
 };
 

@@ -9,7 +9,7 @@ PHOTO ?= $(SAMPLE)
 export CTEST_PARALLEL_LEVEL := $(JOBS)
 export JOBS
 
-.PHONY: build help setup run test check tsan bench fuzz tidy format docs install clean
+.PHONY: build help setup run test arm check tsan bench fuzz tidy format docs install clean
 
 build: setup ## builds the library and the tools: build/release/bin/peximage (the default)
 	@$(call compile,release)
@@ -35,6 +35,12 @@ test: setup check ## checks the sources, then tests with gcc, and with clang und
 	@FUZZ_SEED=1 $(MAKE) --no-print-directory fuzz SECONDS_EACH=5
 	ctest --preset asan
 	ctest --preset release
+
+arm: setup ## tests the kernels as ARM processors run them, in an emulator
+	@scripts/setup scripts/packages-arm.txt
+	@[ -f build/arm/build.ninja ] || cmake -S tests/arm -B build/arm -G Ninja -DCMAKE_BUILD_TYPE=Release
+	cmake --build build/arm -j $(JOBS)
+	ctest --test-dir build/arm --output-on-failure
 
 check: ## checks the format and the direction of the includes
 	scripts/check-format

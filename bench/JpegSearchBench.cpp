@@ -1,6 +1,6 @@
 // The byte-budget search with everything it needs, from pixels to the bytes of the file, beside one plain
 // encoding by libjpeg-turbo at the quality found. Counter `ratio`: times one such encoding.
-#include "peximage/platform/codecs/JpegBudgetSizes.h"
+#include "peximage/platform/codecs/jpeg/JpegBudgetSizes.h"
 #include "peximage/platform/foundation/Workers.h"
 
 // jpeglib.h needs FILE.

@@ -3,8 +3,8 @@
 #include "bench/worker/Picture.h"
 #include "bench/worker/WholePictures.h"
 #include "peximage/helpers/PexDicotomic.h"
-#include "peximage/platform/codecs/JpegBudgetSizes.h"
-#include "peximage/platform/codecs/JpegWriter.h"
+#include "peximage/platform/codecs/jpeg/JpegBudgetSizes.h"
+#include "peximage/platform/codecs/jpeg/JpegWriter.h"
 
 #include <cmath>
 #include <stdexcept>

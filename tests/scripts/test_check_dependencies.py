@@ -14,9 +14,9 @@ GOOD = {
     "peximage/platform/raster/Image.h": '#include "peximage/platform/Export.h"\n',
     "peximage/platform/raster/Image.cpp": '#include "peximage/platform/raster/Image.h"\n'
     '#include "peximage/platform/raster/kernels/Row.h"\n#include <lcms2.h>\n#include <sys/mman.h>\n',
-    "peximage/platform/codecs/JpegError.h": "#include <jpeglib.h>\n",
-    "peximage/platform/codecs/JpegScan.h": '#include "peximage/platform/raster/kernels/Row.h"\n',
-    "peximage/platform/codecs/Jpeg.cpp": '#include "peximage/platform/codecs/JpegError.h"\n',
+    "peximage/platform/codecs/jpeg/JpegError.h": "#include <jpeglib.h>\n",
+    "peximage/platform/codecs/jpeg/JpegScan.h": '#include "peximage/platform/raster/kernels/Row.h"\n',
+    "peximage/platform/codecs/jpeg/Jpeg.cpp": '#include "peximage/platform/codecs/jpeg/JpegError.h"\n',
     "peximage/image/Photo.h": '#include "peximage/platform/raster/Image.h"\nclass PEX_EXPORT Photo;\n',
 }
 
@@ -50,12 +50,12 @@ BAD = [
     ("all of JSON", {"peximage/image/J.h": "#include <nlohmann/json.hpp>\n"}, "other libraries"),
     (
         "a public header that needs another library",
-        {"peximage/image/Leak.h": '#include "peximage/platform/codecs/JpegError.h"\nPEX_EXPORT int leak();\n'},
+        {"peximage/image/Leak.h": '#include "peximage/platform/codecs/jpeg/JpegError.h"\nPEX_EXPORT int leak();\n'},
         "JpegError.h: jpeglib.h: a public header includes another library",
     ),
     (
         "a public header that needs a kernel",
-        {"peximage/peximage.h": '#include "peximage/platform/codecs/JpegScan.h"\n'},
+        {"peximage/peximage.h": '#include "peximage/platform/codecs/jpeg/JpegScan.h"\n'},
         "JpegScan.h: peximage/platform/raster/kernels/Row.h: a public header includes a kernel",
     ),
     (

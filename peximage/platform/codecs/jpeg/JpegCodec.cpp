@@ -1,0 +1,16 @@
+#include "peximage/platform/codecs/FileEnds.h"
+#include "peximage/platform/codecs/jpeg/JpegReader.h"
+#include "peximage/platform/codecs/jpeg/JpegWriter.h"
+
+namespace pex {
+namespace {
+
+bool isJpeg(std::span<const std::uint8_t> bytes) {
+    return bytes.size() >= 3 && bytes[0] == 0xFF && bytes[1] == 0xD8 && bytes[2] == 0xFF;
+}
+
+} // namespace
+
+const ImageCodec jpegCodec{ImageFormat::jpeg, isJpeg, openJpeg, encodeJpeg, nullptr, jpegBreaksOff};
+
+} // namespace pex

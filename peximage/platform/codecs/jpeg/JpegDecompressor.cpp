@@ -1,0 +1,164 @@
+#include "peximage/platform/codecs/jpeg/JpegDecompressor.h"
+
+#include <jerror.h>
+
+#include <algorithm>
+#include <cstdlib>
+#include <cstring>
+
+namespace pex {
+namespace {
+
+/// A progressive file may repeat scans without end; each costs a pass over all coefficients. Real files have
+/// about ten.
+constexpr int maxScans = 100;
+
+constexpr int exifMarker = JPEG_APP0 + 1;
+constexpr int iccMarker = JPEG_APP0 + 2;
+
+void ignoreMessage(j_common_ptr) {}
+
+bool isWhole(const jpeg_marker_struct& marker) { return marker.data_length == marker.original_length; }
+
+} // namespace
+
+JpegDecompressor::JpegDecompressor(CGDataProvider bytes) : source_{{}, std::move(bytes)} {
+    info_.err = jpeg_std_error(&errors_.base);
+    errors_.base.error_exit = fail;
+    errors_.base.output_message = ignoreMessage;
+    jpeg_create_decompress(&info_);
+
+    source_.base.init_source = initSource;
+    source_.base.fill_input_buffer = fillSource;
+    source_.base.skip_input_data = skipSource;
+    source_.base.resync_to_restart = jpeg_resync_to_restart;
+    source_.base.term_source = endSource;
+    info_.src = &source_.base;
+
+    progress_.progress_monitor = watchScans;
+    info_.progress = &progress_;
+}
+
+JpegDecompressor::~JpegDecompressor() { jpeg_destroy_decompress(&info_); }
+
+void JpegDecompressor::fail(j_common_ptr info) {
+    std::longjmp(reinterpret_cast<Errors*>(info->err)->escape, 1);
+}
+
+/// Bytes in memory are handed over whole, those of a file block by block. Behind the end stands an
+/// end-of-image marker, so that a file cut short decodes as far as it goes.
+boolean JpegDecompressor::fillSource(j_decompress_ptr info) {
+    static constexpr JOCTET endOfImage[] = {0xFF, JPEG_EOI};
+    auto& source = *reinterpret_cast<Source*>(info->src);
+    const Data& memory = source.bytes.data();
+    if (!memory.empty() && source.position < memory.size()) {
+        source.base.next_input_byte = memory.data() + source.position;
+        source.base.bytes_in_buffer = memory.size() - source.position;
+        source.position = memory.size();
+        return TRUE;
+    }
+    const std::size_t got = source.bytes.read(source.position, source.block);
+    source.position += got;
+    source.base.next_input_byte = source.block.data();
+    source.base.bytes_in_buffer = got;
+    if (got > 0) return TRUE;
+    if (source.position == 0) ERREXIT(info, JERR_INPUT_EMPTY);
+    WARNMS(info, JWRN_JPEG_EOF);
+    source.ended = true;
+    source.base.next_input_byte = endOfImage;
+    source.base.bytes_in_buffer = sizeof endOfImage;
+    return TRUE;
+}
+
+void JpegDecompressor::skipSource(j_decompress_ptr info, long count) {
+    auto& source = *reinterpret_cast<Source*>(info->src);
+    if (count <= 0) return;
+    const auto wanted = static_cast<std::size_t>(count);
+    const std::size_t here = std::min(wanted, source.base.bytes_in_buffer);
+    source.base.next_input_byte += here;
+    source.base.bytes_in_buffer -= here;
+    source.position +=
+        std::min(wanted - here, source.bytes.size() - std::min(source.position, source.bytes.size()));
+}
+
+void JpegDecompressor::watchScans(j_common_ptr info) {
+    if (info->is_decompressor && reinterpret_cast<j_decompress_ptr>(info)->input_scan_number > maxScans)
+        ERREXIT(info, JERR_BAD_PROGRESSION);
+}
+
+template <class Call>
+bool JpegDecompressor::guarded(Call&& call) {
+    if (setjmp(errors_.escape) != 0) { // NOLINT: the codec library knows no other way out
+        damaged_ = true;
+        return false;
+    }
+    call();
+    return true;
+}
+
+bool JpegDecompressor::readHeader(std::size_t maxMetadataBytes) {
+    // A segment holds at most 65,533 bytes, its signature among them; many make up a large profile.
+    const auto limit = [&](std::size_t signature) {
+        return static_cast<unsigned>(std::min<std::size_t>(maxMetadataBytes, 0xFFFF) + signature);
+    };
+    bool found = false;
+    const bool good = guarded([&] {
+        jpeg_save_markers(&info_, exifMarker, limit(6));
+        jpeg_save_markers(&info_, iccMarker, limit(14));
+        found = jpeg_read_header(&info_, TRUE) == JPEG_HEADER_OK;
+    });
+    return good && found;
+}
+
+bool JpegDecompressor::start(unsigned eighths, J_COLOR_SPACE colorSpace, Codes codes) {
+    info_.scale_num = eighths;
+    info_.scale_denom = 8;
+    info_.out_color_space = colorSpace;
+    const Data& memory = source_.bytes.data();
+    const bool fast = codes == Codes::fast && !memory.empty();
+    if (!guarded([&] { jpeg_calc_output_dimensions(&info_); })) return false;
+    if (fast) progressive_ = JpegProgressiveBlocks::decode(&info_);
+    if (progressive_) progressive_->prepare(&info_);
+    if (!guarded([&] { jpeg_start_decompress(&info_); })) return false;
+    if (progressive_) return guarded([&] { JpegProgressiveBlocks::startOutput(&info_); });
+    if (fast) ahead_ = JpegCodesAhead::takeOver(&info_, memory);
+    return true;
+}
+
+bool JpegDecompressor::readRows(JSAMPROW* rows, unsigned count) {
+    if (damaged_) return false;
+    return guarded([&] {
+        for (unsigned done = 0; done < count;) {
+            const unsigned got = jpeg_read_scanlines(&info_, rows + done, count - done);
+            if (got == 0) ERREXIT(&info_, JERR_INPUT_EOF);
+            done += got;
+        }
+    });
+}
+
+std::vector<std::uint8_t> JpegDecompressor::iccProfile() {
+    for (jpeg_saved_marker_ptr marker = info_.marker_list; marker; marker = marker->next) {
+        if (marker->marker == iccMarker && !isWhole(*marker)) return {};
+    }
+    JOCTET* profile = nullptr;
+    unsigned length = 0;
+    boolean found = FALSE;
+    guarded([&] { found = jpeg_read_icc_profile(&info_, &profile, &length); });
+    std::vector<std::uint8_t> bytes;
+    if (found) bytes.assign(profile, profile + length);
+    std::free(profile); // NOLINT: the codec library hands out malloc'd memory
+    return bytes;
+}
+
+std::vector<std::uint8_t> JpegDecompressor::exif() const {
+    static constexpr char name[] = "Exif"; // with its closing zero
+    for (jpeg_saved_marker_ptr marker = info_.marker_list; marker; marker = marker->next) {
+        const bool isExif = marker->marker == exifMarker && isWhole(*marker) &&
+                            marker->data_length > sizeof name &&
+                            std::memcmp(marker->data, name, sizeof name) == 0;
+        if (isExif) return {marker->data, marker->data + marker->data_length};
+    }
+    return {};
+}
+
+} // namespace pex

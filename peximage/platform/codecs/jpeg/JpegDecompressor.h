@@ -1,0 +1,82 @@
+#pragma once
+
+#include "peximage/platform/codecs/CGDataProvider.h"
+#include "peximage/platform/codecs/jpeg/JpegCodesAhead.h"
+#include "peximage/platform/codecs/jpeg/JpegProgressiveBlocks.h"
+
+#include <array>
+#include <csetjmp>
+#include <cstdint>
+#include <memory>
+#include <vector>
+
+namespace pex {
+
+/// The codec library's decompressor reading from a provider, with its errors turned into false. Not to be
+/// moved: the library keeps pointers into it.
+class JpegDecompressor {
+  public:
+    explicit JpegDecompressor(CGDataProvider bytes);
+    ~JpegDecompressor();
+    JpegDecompressor(const JpegDecompressor&) = delete;
+    JpegDecompressor& operator=(const JpegDecompressor&) = delete;
+
+    /// Reads up to the first scan, keeping profile and EXIF segments of at most `maxMetadataBytes` together.
+    /// False when this is no JPEG that can be decoded.
+    bool readHeader(std::size_t maxMetadataBytes);
+    /// Who decodes the Huffman codes: the codec library, or where that can be our own, faster decoder.
+    enum class Codes { library, fast };
+    /// Begins to decode at `eighths`/8 of the size, as colours of `colorSpace`.
+    bool start(unsigned eighths, J_COLOR_SPACE colorSpace, Codes codes);
+    /// Decodes the next rows; less than `count` only when the file broke off. Never fails before the first
+    /// error.
+    bool readRows(JSAMPROW* rows, unsigned count);
+
+    /// True when the fast decoder of codes came to something that is for the library to judge: reading
+    /// failed, and is to be done over with `Codes::library`. The rows that came are good.
+    bool isForLibrary() const {
+        return (ahead_ && ahead_->gaveUp()) || (progressive_ && progressive_->gaveUp());
+    }
+    /// True when the file turned out damaged or cut short; what was decoded until then is good.
+    bool isDamaged() const { return damaged_ || info_.err->num_warnings > 0; }
+    const jpeg_decompress_struct& info() const { return info_; }
+    /// The embedded ICC profile, put together from its segments; empty when there is none.
+    std::vector<std::uint8_t> iccProfile();
+    /// The content of the first EXIF segment, beginning with "Exif"; empty when there is none.
+    std::vector<std::uint8_t> exif() const;
+
+  private:
+    struct Errors {
+        jpeg_error_mgr base;
+        std::jmp_buf escape;
+    };
+    struct Source {
+        jpeg_source_mgr base;
+        CGDataProvider bytes;
+        std::size_t position = 0;
+        std::array<std::uint8_t, 4096> block{};
+        bool ended = false;
+    };
+
+    /// Runs a call of the library; false when it reported an error. The callable must leave nothing behind
+    /// that needs destroying: an error jumps out of it.
+    template <class Call>
+    bool guarded(Call&& call);
+
+    static void fail(j_common_ptr info);
+    static void initSource(j_decompress_ptr) {}
+    static boolean fillSource(j_decompress_ptr info);
+    static void skipSource(j_decompress_ptr info, long count);
+    static void endSource(j_decompress_ptr) {}
+    static void watchScans(j_common_ptr info);
+
+    jpeg_decompress_struct info_{};
+    Errors errors_{};
+    Source source_;
+    jpeg_progress_mgr progress_{};
+    std::unique_ptr<JpegCodesAhead> ahead_;
+    std::unique_ptr<JpegProgressiveBlocks> progressive_;
+    bool damaged_ = false;
+};
+
+} // namespace pex

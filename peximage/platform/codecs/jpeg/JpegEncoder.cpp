@@ -1,0 +1,173 @@
+#include "peximage/platform/codecs/jpeg/JpegEncoder.h"
+
+#include "peximage/platform/codecs/jpeg/JpegHeader.h"
+#include "peximage/platform/codecs/jpeg/JpegStuffer.h"
+#include "peximage/platform/foundation/Workers.h"
+
+#include <algorithm>
+#include <atomic>
+#include <cmath>
+#include <utility>
+
+namespace pex {
+namespace {
+
+constexpr double fullChromaFrom = 0.9;
+constexpr std::size_t keptEncodings = 2;
+constexpr std::uint8_t endOfImage = 0xD9;
+
+/// Sums over [0, count) what `bits` tells of an index, on all cores.
+template <class Bits>
+double sumOfBits(int count, const Bits& bits) {
+    std::atomic<std::uint64_t> sum = 0;
+    Workers::forEach(count, [&](int i, int) { sum += bits(i); });
+    return static_cast<double>(sum);
+}
+
+/// Spreads `wanted` short runs of units evenly over a scan, or all if there are no more: one in each stretch
+/// of equally many, at a place that the golden ratio varies, so that no pattern in the picture falls in step.
+std::vector<jpeg::UnitRange> sampleOf(const jpeg::Scan& scan, int wanted) {
+    constexpr int unitsPerRun = 16;
+    constexpr double goldenRatio = 0.6180339887498949;
+    const int runsWide = (scan.unitsWide + unitsPerRun - 1) / unitsPerRun;
+    const int all = runsWide * scan.unitsHigh, count = std::min(wanted, all);
+    std::vector<jpeg::UnitRange> runs;
+    for (int i = 0; i < count; ++i) {
+        const double place = i * goldenRatio - std::floor(i * goldenRatio);
+        const int run = static_cast<int>((i + place) * all / count);
+        const int first = run % runsWide * unitsPerRun;
+        runs.push_back({run / runsWide, first, std::min(first + unitsPerRun, scan.unitsWide)});
+    }
+    return runs;
+}
+
+jpeg::ScanComponent component(const jpeg::CoefficientPlane& plane, int blocks, const jpeg::QuantTable& table,
+                              jpeg::Channel channel) {
+    return {kernels::Quantizer(table), &plane, &jpeg::huffmanCodes(channel), blocks, blocks};
+}
+
+/// Counts bits from the top, some rows at a time, until they are `enough` or all.
+double countUntil(const jpeg::Scan& scan, double enough) {
+    constexpr int rowsAtOnce = 16;
+    double bits = 0;
+    for (int top = 0; top < scan.unitsHigh && bits < enough; top += rowsAtOnce) {
+        bits += sumOfBits(std::min(rowsAtOnce, scan.unitsHigh - top), [&](int y) {
+            return jpeg::countBits(scan, {top + y, 0, scan.unitsWide});
+        });
+    }
+    return bits;
+}
+
+/// Rows are coded on all cores into memory that each thread uses again, then joined.
+void appendScan(std::vector<std::uint8_t>& bytes, const jpeg::Scan& scan) {
+    std::vector<std::vector<std::uint8_t>> scratch(static_cast<std::size_t>(Workers::count()));
+    std::vector<jpeg::CodedBits> rows(static_cast<std::size_t>(scan.unitsHigh));
+    Workers::forEach(scan.unitsHigh, [&](int row, int slot) {
+        std::vector<std::uint8_t>& room = scratch[static_cast<std::size_t>(slot)];
+        room.resize(mostBytesPerRow(scan));
+        rows[static_cast<std::size_t>(row)] = jpeg::codeRow(scan, row, room.data());
+    });
+    std::size_t coded = 0;
+    for (const auto& row : rows)
+        coded += row.bytes.size();
+    bytes.reserve(bytes.size() + coded + coded / 64 + 64);
+    jpeg::Stuffer stuffer(bytes);
+    for (const auto& row : rows)
+        stuffer.append(row);
+    stuffer.finish();
+}
+
+} // namespace
+
+std::shared_ptr<JpegEncoder> JpegEncoder::make(JpegInput input) {
+    if (std::min(input.width, input.height) < 1) return nullptr;
+    if (std::max(input.width, input.height) > mostPixelsPerSide) return nullptr;
+    jpeg::Coefficients coefficients = jpeg::transform(input);
+    if (!coefficients.luma) return nullptr;
+    return std::shared_ptr<JpegEncoder>(new JpegEncoder(std::move(input), std::move(coefficients)));
+}
+
+JpegEncoder::JpegEncoder(JpegInput input, jpeg::Coefficients coefficients)
+    : input_(std::move(input)), coefficients_(std::move(coefficients)) {}
+
+std::vector<std::uint8_t> JpegEncoder::encode(double quality) { return encoded(quality); }
+
+std::size_t JpegEncoder::byteCount(double quality) {
+    const auto known = byteCounts_.find(quality);
+    return known != byteCounts_.end() ? known->second : encoded(quality).size();
+}
+
+const std::vector<std::uint8_t>& JpegEncoder::encoded(double quality) {
+    const auto kept = std::find_if(lastEncoded_.begin(), lastEncoded_.end(),
+                                   [&](const Encoded& e) { return e.quality == quality; });
+    if (kept != lastEncoded_.end()) return kept->bytes;
+
+    std::vector<std::uint8_t> bytes = header(quality);
+    appendScan(bytes, scan(quality));
+    bytes.insert(bytes.end(), {0xFF, endOfImage});
+
+    byteCounts_[quality] = bytes.size();
+    if (lastEncoded_.size() == keptEncodings) lastEncoded_.pop_front();
+    lastEncoded_.push_back({quality, std::move(bytes)});
+    return lastEncoded_.back().bytes;
+}
+
+double JpegEncoder::estimatedByteCount(double quality, Estimate estimate) {
+    const jpeg::Scan whole = scan(quality);
+    const int smallerUnits = hasFullChroma(quality) ? 2 : 1;
+    const auto runs = sampleOf(whole, smallerUnits * (estimate == Estimate::rough ? 48 : 384));
+    double counted = 0;
+    for (const auto& run : runs)
+        counted += run.end - run.first;
+    const double bits = sumOfBits(static_cast<int>(runs.size()), [&](int i) {
+        return jpeg::countBits(whole, runs[static_cast<std::size_t>(i)]);
+    });
+    const double units = static_cast<double>(whole.unitsWide) * whole.unitsHigh;
+    return static_cast<double>(header(quality).size()) + bits / 8 * units / counted;
+}
+
+bool JpegEncoder::surelyReaches(double quality, double bytes) {
+    const double luma = countUntil(lumaScan(quality), 8 * bytes);
+    if (luma >= 8 * bytes || input_.grey) return luma >= 8 * bytes;
+    jpeg::Scan chroma = scan(quality);
+    chroma.components.erase(chroma.components.begin());
+    return luma + countUntil(chroma, 8 * bytes - luma) >= 8 * bytes;
+}
+
+bool JpegEncoder::wantsFullChroma(double quality) const {
+    return !input_.grey && quality >= fullChromaFrom && !noFullChroma_;
+}
+
+bool JpegEncoder::hasFullChroma(double quality) {
+    if (wantsFullChroma(quality) && !fullChroma_.cb) {
+        fullChroma_ = jpeg::transformFullChroma(input_);
+        noFullChroma_ = !fullChroma_.cb;
+    }
+    return wantsFullChroma(quality);
+}
+
+jpeg::Scan JpegEncoder::lumaScan(double quality) const {
+    const int blocks = input_.grey || wantsFullChroma(quality) ? 1 : 2, side = 8 * blocks;
+    const jpeg::QuantTables tables = jpeg::quantTables(quality);
+    return {{component(coefficients_.luma, blocks, tables.luma, jpeg::Channel::luma)},
+            (input_.width + side - 1) / side,
+            (input_.height + side - 1) / side};
+}
+
+jpeg::Scan JpegEncoder::scan(double quality) {
+    const bool full = hasFullChroma(quality);
+    jpeg::Scan scan = lumaScan(quality);
+    if (input_.grey) return scan;
+    const jpeg::QuantTables tables = jpeg::quantTables(quality);
+    const jpeg::Coefficients& chroma = full ? fullChroma_ : coefficients_;
+    for (const auto* plane : {&chroma.cb, &chroma.cr})
+        scan.components.push_back(component(*plane, 1, tables.chroma, jpeg::Channel::chroma));
+    return scan;
+}
+
+std::vector<std::uint8_t> JpegEncoder::header(double quality) {
+    const jpeg::FrameInfo frame{input_.width, input_.height, input_.grey, hasFullChroma(quality)};
+    return jpeg::header(frame, jpeg::quantTables(quality), input_.iccProfile);
+}
+
+} // namespace pex

@@ -1,0 +1,216 @@
+#include "peximage/platform/codecs/jpeg/JpegReader.h"
+
+#include "peximage/platform/codecs/ExifBlock.h"
+#include "peximage/platform/codecs/jpeg/JpegDecompressor.h"
+#include "peximage/platform/raster/ColorConversion.h"
+
+#include <algorithm>
+
+namespace pex {
+namespace {
+
+/// A block of 64 pixels takes more than two bits in any JPEG with luma and halved chroma, but for empty scans
+/// of progressive files; no honest picture comes near.
+constexpr std::int64_t maxPixelsPerByte = 1024;
+
+bool isCmyk(J_COLOR_SPACE space) { return space == JCS_CMYK || space == JCS_YCCK; }
+
+/// What every reader of one file shares.
+struct JpegFile {
+    Data bytes;
+    PixelSize size;
+    J_COLOR_SPACE decodedSpace = JCS_EXT_RGBX;
+    bool inkInverted = false;
+    std::size_t maxMetadataBytes = 0;
+    CGColorSpace colorSpace = CGColorSpace::sRGB();
+    std::shared_ptr<const ColorConversion> fromCmyk;
+};
+
+PixelSize scaled(PixelSize size, int eighths) {
+    const auto side = [eighths](int full) {
+        return static_cast<int>((std::int64_t{full} * eighths + 7) / 8);
+    };
+    return {side(size.width), side(size.height)};
+}
+
+/// C M Y K to R G B x in place.
+void convertInk(const JpegFile& file, std::uint8_t* row, int pixels) {
+    if (file.inkInverted) {
+        for (int i = 0; i < pixels * 4; ++i)
+            row[i] = static_cast<std::uint8_t>(255 - row[i]);
+    }
+    if (file.fromCmyk) {
+        file.fromCmyk->convertRow(row, row, pixels);
+        for (int i = 0; i < pixels; ++i)
+            row[i * 4 + 3] = 255;
+        return;
+    }
+    for (int i = 0; i < pixels; ++i, row += 4) {
+        const int white = 255 - row[3];
+        for (int c = 0; c < 3; ++c)
+            row[c] = static_cast<std::uint8_t>(((255 - row[c]) * white + 127) / 255);
+        row[3] = 255;
+    }
+}
+
+class JpegRows final : public RowReader {
+  public:
+    /// Null when the decoder refuses the file after all.
+    static std::unique_ptr<JpegRows> make(const JpegFile& file, int eighths) {
+        std::unique_ptr<JpegRows> rows(new JpegRows(file, eighths));
+        return rows->start(JpegDecompressor::Codes::fast) ? std::move(rows) : nullptr;
+    }
+
+    bool read(MutablePixelView rows) override {
+        constexpr int batch = 16;
+        for (int y = 0; y < rows.height; y += batch) {
+            const MutablePixelView part = rows.part(0, y, rows.width, std::min(batch, rows.height - y));
+            JSAMPROW pointers[batch];
+            for (int i = 0; i < part.height; ++i)
+                pointers[i] = part.row(i);
+            if (!decode(pointers, part.height)) {
+                fillMissing(rows.part(0, y, rows.width, rows.height - y));
+                return false;
+            }
+            if (file_.decodedSpace == JCS_CMYK) {
+                for (int i = 0; i < part.height; ++i)
+                    convertInk(file_, part.row(i), part.width);
+            }
+        }
+        return !decoder_->isDamaged();
+    }
+
+  private:
+    JpegRows(const JpegFile& file, int eighths) : file_(file), eighths_(static_cast<unsigned>(eighths)) {}
+
+    bool start(JpegDecompressor::Codes codes) {
+        decoder_ = std::make_unique<JpegDecompressor>(CGDataProvider(file_.bytes));
+        return decoder_->readHeader(file_.maxMetadataBytes) &&
+               decoder_->start(eighths_, file_.decodedSpace, codes);
+    }
+
+    bool decode(JSAMPROW* rows, int count) {
+        const bool good = decoder_->readRows(rows, static_cast<unsigned>(count));
+        if (!good && decoder_->isForLibrary()) return startOver() && decode(rows, count);
+        if (good) rowsDone_ += count;
+        return good;
+    }
+
+    /// Lets the library decode what it decoded before, up to the same row.
+    bool startOver() {
+        if (!start(JpegDecompressor::Codes::library)) return false;
+        std::vector<JSAMPLE> row(std::size_t{decoder_->info().output_width} * 4);
+        JSAMPROW pointer = row.data();
+        for (int y = 0; y < rowsDone_; ++y) {
+            if (!decoder_->readRows(&pointer, 1)) return false;
+        }
+        return true;
+    }
+
+    JpegFile file_;
+    unsigned eighths_;
+    std::unique_ptr<JpegDecompressor> decoder_;
+    int rowsDone_ = 0;
+};
+
+class JpegSource final : public PixelSource {
+  public:
+    explicit JpegSource(JpegFile file) : file_(std::move(file)) {}
+
+    PixelSize size() const override { return file_.size; }
+    CGColorSpace colorSpace() const override { return file_.colorSpace; }
+    PixelLayout layout() const override {
+        return file_.decodedSpace == JCS_GRAYSCALE ? PixelLayout::grey : PixelLayout::skipLast;
+    }
+    PixelSize reducedSize(PixelSize minimum) const override {
+        return scaled(file_.size, eighthsFor(minimum));
+    }
+    std::unique_ptr<RowReader> rows(PixelSize size) const override {
+        return JpegRows::make(file_, eighthsFor(size));
+    }
+
+  private:
+    /// The codec decodes fast at a half, a quarter and an eighth: it keeps a block's lowest frequencies.
+    int eighthsFor(PixelSize minimum) const {
+        for (const int eighths : {1, 2, 4}) {
+            const PixelSize reduced = scaled(file_.size, eighths);
+            if (reduced.width >= minimum.width && reduced.height >= minimum.height) return eighths;
+        }
+        return 8;
+    }
+
+    JpegFile file_;
+};
+
+CGColorSpace::Model modelOf(const jpeg_decompress_struct& info) {
+    if (isCmyk(info.jpeg_color_space)) return CGColorSpace::Model::cmyk;
+    return info.jpeg_color_space == JCS_GRAYSCALE ? CGColorSpace::Model::gray : CGColorSpace::Model::rgb;
+}
+
+void readDensity(const jpeg_decompress_struct& info, ImageProperties& properties) {
+    constexpr double inchesPerCentimetre = 2.54;
+    if (!info.saw_JFIF_marker || info.density_unit == 0 || info.X_density == 0 || info.Y_density == 0) return;
+    const double unit = info.density_unit == 2 ? inchesPerCentimetre : 1;
+    properties.dpiWidth = info.X_density * unit;
+    properties.dpiHeight = info.Y_density * unit;
+}
+
+void readExif(const Data& bytes, ImageProperties& properties) {
+    if (bytes.empty()) return;
+    const ExifBlock exif(bytes.bytes());
+    properties.orientation = exif.orientation().value_or(Orientation::up);
+    const auto resolution = exif.resolution();
+    if (properties.dpiWidth || !resolution) return;
+    properties.dpiWidth = resolution->x;
+    properties.dpiHeight = resolution->y;
+}
+
+} // namespace
+
+std::optional<OpenedImage> openJpeg(const CGDataProvider& bytes, const ImageLimits& limits) {
+    JpegDecompressor decoder(bytes);
+    if (!decoder.readHeader(limits.maxMetadataBytes)) return std::nullopt;
+    const jpeg_decompress_struct& info = decoder.info();
+    const std::int64_t width = info.image_width, height = info.image_height;
+    if (!limits.allows(width, height)) return std::nullopt;
+    if (width * height / maxPixelsPerByte > static_cast<std::int64_t>(bytes.size())) return std::nullopt;
+
+    OpenedImage opened;
+    ImageProperties& properties = opened.properties;
+    properties.format = ImageFormat::jpeg;
+    properties.pixelWidth = static_cast<int>(width);
+    properties.pixelHeight = static_cast<int>(height);
+    properties.colorModel = modelOf(info);
+    readDensity(info, properties);
+    opened.exif = Data(decoder.exif());
+    readExif(opened.exif, properties);
+
+    std::vector<std::uint8_t> icc = decoder.iccProfile();
+    std::optional<CGColorSpace> profile;
+    if (!icc.empty() && icc.size() <= limits.maxMetadataBytes)
+        profile = CGColorSpace::fromICC(Data(std::move(icc)));
+    if (profile && profile->model() != properties.colorModel) profile.reset();
+    if (profile) properties.profileName = profile->name();
+    if (bytes.data().empty()) return opened;
+
+    JpegFile file;
+    file.bytes = bytes.data();
+    file.size = {properties.pixelWidth, properties.pixelHeight};
+    file.maxMetadataBytes = limits.maxMetadataBytes;
+    if (properties.colorModel == CGColorSpace::Model::gray) {
+        file.decodedSpace = JCS_GRAYSCALE;
+        file.colorSpace = profile.value_or(CGColorSpace::deviceGray());
+    } else if (properties.colorModel == CGColorSpace::Model::cmyk) {
+        file.decodedSpace = JCS_CMYK;
+        file.inkInverted = info.saw_Adobe_marker;
+        if (profile)
+            file.fromCmyk =
+                ColorConversion::make(*profile, ColorConversion::Pixels::cmyk, CGColorSpace::sRGB());
+    } else {
+        file.colorSpace = profile.value_or(CGColorSpace::sRGB());
+    }
+    opened.source = std::make_shared<JpegSource>(std::move(file));
+    return opened;
+}
+
+} // namespace pex

@@ -1,0 +1,37 @@
+#include "peximage/platform/codecs/jpeg/JpegWriter.h"
+
+#include "peximage/platform/raster/kernels/FlattenRow.h"
+
+namespace pex {
+
+std::shared_ptr<JpegEncoder> makeJpegEncoder(const CGImage& image) {
+    const std::optional<PixelView> pixels = image.pixels();
+    if (!pixels) return nullptr;
+    JpegInput input;
+    input.width = pixels->width;
+    input.height = pixels->height;
+    input.grey = pixels->layout == PixelLayout::grey;
+    if (input.grey || pixels->layout == PixelLayout::skipLast) {
+        input.row = [image, view = *pixels](int y, std::uint8_t*) { return view.row(y); };
+    } else {
+        input.row = [image, view = *pixels](int y, std::uint8_t* scratch) -> const std::uint8_t* {
+            kernels::flattenRow(view.row(y), view.layout, scratch, view.width);
+            return scratch;
+        };
+    }
+    if (!image.colorSpace().isStandard()) {
+        const auto icc = image.colorSpace().iccProfile().bytes();
+        input.iccProfile.assign(icc.begin(), icc.end());
+    }
+    return JpegEncoder::make(std::move(input));
+}
+
+std::optional<Data> encodeJpeg(const CGImage& image, const CGImageDestination::Options& options) {
+    const std::shared_ptr<JpegEncoder> encoder = makeJpegEncoder(image);
+    if (!encoder) return std::nullopt;
+    std::vector<std::uint8_t> bytes = encoder->encode(options.quality);
+    if (bytes.empty()) return std::nullopt;
+    return Data(std::move(bytes));
+}
+
+} // namespace pex

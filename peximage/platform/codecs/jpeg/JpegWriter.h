@@ -1,0 +1,15 @@
+#pragma once
+
+#include "peximage/platform/codecs/ImageCodec.h"
+#include "peximage/platform/codecs/jpeg/JpegEncoder.h"
+
+namespace pex {
+
+/// An encoder for the image: grey pictures as one component, others in colour, transparency laid over white,
+/// a profile that is not standard embedded. Null when the pixels cannot be had or are too many for the
+/// format.
+std::shared_ptr<JpegEncoder> makeJpegEncoder(const CGImage& image);
+
+std::optional<Data> encodeJpeg(const CGImage& image, const CGImageDestination::Options& options);
+
+} // namespace pex

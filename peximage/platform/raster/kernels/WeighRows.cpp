@@ -8,14 +8,17 @@
 #include "peximage/platform/raster/kernels/Dispatch.h"
 #include "peximage/platform/raster/kernels/PairProducts.h"
 
-#include <hwy/cache_control.h>
-
 #ifndef PEX_WEIGH_ROWS
 #define PEX_WEIGH_ROWS
 namespace pex::kernels {
 
-/// How far ahead rows are asked for: a window's rows are more streams than processors follow by themselves.
-constexpr std::size_t prefetchBytes = 256;
+/// Asks for a row's bytes some blocks ahead, since a window's rows are more streams than processors follow by
+/// themselves: for the second-level cache, as the first would lose others for them. Always inlined, since gcc
+/// takes calls of such a function for calls without effect.
+HWY_INLINE void prefetch(const std::uint8_t* row) {
+    constexpr int bytesAhead = 512, secondLevel = 2;
+    __builtin_prefetch(row + bytesAhead, 0, secondLevel);
+}
 
 inline bool begins(Sums part) { return part == Sums::wholeWindow || part == Sums::begin; }
 inline bool ends(Sums part) { return part == Sums::wholeWindow || part == Sums::finish; }
@@ -121,8 +124,8 @@ HWY_INLINE const RowPair* addRun(BlockSums& sums, const RowPair* pair, std::ptrd
     const D8 d;
     for (; pair->used == Used; ++pair) {
         if constexpr (Whole && half != Half::upper) {
-            hwy::Prefetch(pair->upper + begin + prefetchBytes);
-            hwy::Prefetch(pair->lower + begin + prefetchBytes);
+            prefetch(pair->upper + begin);
+            prefetch(pair->lower + begin);
         }
         const auto upper = loadColumns<Whole>(pair->upper, begin, bytes);
         const auto lower = loadColumns<Whole>(pair->lower, begin, bytes);

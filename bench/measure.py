@@ -88,23 +88,18 @@ class Worker:
         self.child = subprocess.Popen(self.command, stdin=subprocess.PIPE, stdout=subprocess.PIPE, text=True,
                                       env=os.environ | pages)
 
-    def job(self, name, threads=1, again=False):
-        """A way to run a job; `again`: right after an untimed run of the same, so that memory and caches are as warm
-        as they are for one job after the other, whatever another process did in between."""
+    def job(self, name, threads=1, times=1):
+        """A way to run a job. Short ones are better run several `times` in a row, after one that does not count: a
+        mean of those, as memory, caches and cores are then as awake as they are amid other work."""
         def run():
-            if again:
-                self.ask(name, threads)
-            return self.ask(name, threads)
+            self.child.stdin.write(f"{name} {threads} {times}\n")
+            self.child.stdin.flush()
+            answer = self.child.stdout.readline().split()
+            if len(answer) != 3:
+                raise RuntimeError(f"{self.command[0]}: no answer to {name}")
+            return Sample(float(answer[0]), float(answer[1]), int(answer[2]))
 
         return run
-
-    def ask(self, name, threads):
-        self.child.stdin.write(f"{name} {threads}\n")
-        self.child.stdin.flush()
-        answer = self.child.stdout.readline().split()
-        if len(answer) != 3:
-            raise RuntimeError(f"{self.command[0]}: no answer to {name}")
-        return Sample(float(answer[0]), float(answer[1]), int(answer[2]))
 
     def close(self):
         self.child.stdin.close()

@@ -282,10 +282,11 @@ class Bench:
 
     def resampling(self, sizes, own, pillow):
         job, name = f"resample/{sizes}/ours", f"resample {sizes.replace('-', ' to ')}"
-        ours, vips = partial(own.job, job, again=True), partial(own.job, f"resample/{sizes}/vips", again=True)
+        ours = partial(own.job, job, times=5)
+        vips = partial(own.job, f"resample/{sizes}/vips", times=2)
         self.compare(f"{name}, 1 thread", "libvips", ours(1), vips(1), goal=1 / 10)
         self.compare(f"{name}, 2 threads", "libvips", ours(2), vips(2), goal=1 / 10)
-        self.compare(f"{name}, 1 thread", "Pillow", ours(1), pillow.job(f"resample/{sizes}", again=True), goal=1 / 15)
+        self.compare(f"{name}, 1 thread", "Pillow", ours(1), pillow.job(f"resample/{sizes}", times=2), goal=1 / 15)
         self.compare(f"{name}, 2 threads", "ours on 1", ours(2), ours(1), goal=1 / 1.7, rounds=21)
         if self.wanted(name):
             self.resampling_errors(name, *map(int, sizes.split("-")))

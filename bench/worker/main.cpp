@@ -9,8 +9,9 @@
 //     bench-worker qualities FOLDER                  how often the budget search and the plain one agree
 //     bench-worker versions                          of the libraries, one a line
 //
-// A request is "JOB THREADS"; the answer is the milliseconds it took, those of processor time,
-// and the size of the file made.
+// A request is "JOB THREADS TIMES"; the answer is the milliseconds it took, those of processor time, and the
+// size of the file made. A job that is to run several times runs once more before, and the answer is the
+// mean.
 
 #include "bench/worker/Jobs.h"
 #include "bench/worker/Picture.h"
@@ -57,12 +58,16 @@ double cpuMilliseconds() {
     return double(spent.tv_sec) * 1e3 + double(spent.tv_nsec) / 1e6;
 }
 
-std::string timed(const Run& run) {
+std::string timed(const Run& run, int times) {
+    if (times > 1) run();
     const auto begin = std::chrono::steady_clock::now();
     const double cpuBegin = cpuMilliseconds();
-    const std::size_t bytes = run();
+    std::size_t bytes = 0;
+    for (int i = 0; i < times; ++i)
+        bytes = run();
     const std::chrono::duration<double, std::milli> spent = std::chrono::steady_clock::now() - begin;
-    return fmt::format("{:.4f} {:.4f} {}", spent.count(), cpuMilliseconds() - cpuBegin, bytes);
+    return fmt::format("{:.4f} {:.4f} {}", spent.count() / times, (cpuMilliseconds() - cpuBegin) / times,
+                       bytes);
 }
 
 int serve(const std::string& folder) {
@@ -71,11 +76,11 @@ int serve(const std::string& folder) {
     const auto known = jobs(folder);
     std::map<std::string, Run> prepared;
     std::string job;
-    for (int threads = 0; std::cin >> job >> threads;) {
+    for (int threads = 0, times = 0; std::cin >> job >> threads >> times;) {
         const pex::Workers::Limit control(threads);
         vips_concurrency_set(threads);
         if (!prepared.contains(job)) prepared[job] = known.at(job)();
-        std::cout << timed(prepared[job]) << std::endl;
+        std::cout << timed(prepared[job], times) << std::endl;
     }
     return 0;
 }

@@ -23,7 +23,8 @@ struct Windows {
     double largest = 0;
 
     int count(int i) const { return end[i] - first[i]; }
-    double* tapsOf(int i) { return &taps[std::size_t(set[i]) * width]; }
+    /// Where the taps of a window begin, and in a vector like theirs what is made of them.
+    std::size_t tapsAt(int i) const { return std::size_t(set[i]) * width; }
 };
 
 /// sinc(x) * sinc(x / 3) at places `step` apart. With a = pi * x / 3 this is sin(3a) * sin(a) / 3a^2, and
@@ -97,7 +98,7 @@ Windows windowsOf(const ResamplerSpan& span) {
         }
         windows.set[i] = sets++;
         windows.taps.resize(std::size_t(sets) * windows.width);
-        double* taps = windows.tapsOf(i);
+        double* taps = &windows.taps[windows.tapsAt(i)];
         const double scale = 1 / filter.write((first - centre) / stretch, taps, end - first);
         for (int k = 0; k < end - first; ++k) {
             taps[k] *= scale;
@@ -133,10 +134,12 @@ void quantise(const double* taps, int count, int shift, std::int16_t* weights) {
 /// The integers of all sets, as the windows have their taps.
 std::vector<std::int16_t> quantised(const Windows& windows, int shift) {
     std::vector<std::int16_t> weights(windows.taps.size());
-    for (std::size_t i = 0, next = 0; i < windows.set.size(); ++i) {
-        if (windows.set[i] != int(next)) continue;
-        const std::size_t at = next++ * windows.width;
-        quantise(&windows.taps[at], windows.count(int(i)), shift, &weights[at]);
+    const int count = static_cast<int>(windows.set.size());
+    for (int i = 0, next = 0; i < count; ++i) {
+        if (windows.set[i] != next) continue;
+        ++next;
+        const std::size_t at = windows.tapsAt(i);
+        quantise(&windows.taps[at], windows.count(i), shift, &weights[at]);
     }
     return weights;
 }
@@ -190,7 +193,7 @@ ResamplerAxis ResamplerAxis::make(const ResamplerSpan& span, Use use) {
     for (int i = 0; i < to; ++i) {
         const int begin = axis.pairOf(windows.first[axis.inTwos ? i / 2 * 2 : i]);
         axis.firstPair[i] = std::min(begin, lastPair);
-        std::copy_n(&weights[std::size_t(windows.set[i]) * windows.width], windows.count(i),
+        std::copy_n(&weights[windows.tapsAt(i)], windows.count(i),
                     &axis.weights[std::size_t{2} * i * axis.pairs] + windows.first[i] -
                         axis.firstSample(axis.firstPair[i]));
     }

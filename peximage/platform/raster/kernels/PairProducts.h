@@ -53,6 +53,15 @@ struct OneStep {
 };
 #endif
 
+/// Calls `work` with the better way that the chosen instruction set has.
+template <class Work>
+HWY_INLINE void withProducts(const Work& work) {
+#if HWY_TARGET == HWY_AVX3
+    if (instructionSet() == InstructionSet::avx512Vnni) return work(OneStep());
+#endif
+    work(TwoSteps());
+}
+
 } // namespace pex::kernels::HWY_NAMESPACE
 HWY_AFTER_NAMESPACE();
 #endif

@@ -234,10 +234,7 @@ void weighColumnsBy(const WeighColumns& job) {
 
 void weighColumnsVector(const WeighColumns& job) {
     if (job.width < 4) return weighColumnsPlain(job);
-#if HWY_TARGET == HWY_AVX3
-    if (instructionSet() == InstructionSet::avx512Vnni) return weighColumnsBy<OneStep>(job);
-#endif
-    weighColumnsBy<TwoSteps>(job);
+    withProducts([&](auto products) HWY_ATTR { weighColumnsBy<decltype(products)>(job); });
 }
 
 } // namespace pex::kernels::HWY_NAMESPACE

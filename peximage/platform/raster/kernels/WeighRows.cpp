@@ -247,10 +247,7 @@ void weighRowsBy(const WeighRows& job) {
 } // namespace
 
 void weighRowsVector(const WeighRows& job) {
-#if HWY_TARGET == HWY_AVX3
-    if (instructionSet() == InstructionSet::avx512Vnni) return weighRowsBy<OneStep>(job);
-#endif
-    weighRowsBy<TwoSteps>(job);
+    withProducts([&](auto products) HWY_ATTR { weighRowsBy<decltype(products)>(job); });
 }
 
 } // namespace pex::kernels::HWY_NAMESPACE

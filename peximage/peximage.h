@@ -30,6 +30,7 @@
 #include "peximage/platform/foundation/Diagnostics.h"
 #include "peximage/platform/foundation/Network.h"
 #include "peximage/platform/foundation/NotificationCenter.h"
+#include "peximage/platform/foundation/Reason.h"
 #include "peximage/platform/foundation/UserFolders.h"
 #include "peximage/platform/geometry/Numbers.h"
 #include "peximage/platform/raster/CGContext.h"

@@ -1,0 +1,69 @@
+#include "peximage/platform/foundation/Reason.h"
+
+#include <cerrno>
+#include <new>
+#include <system_error>
+
+namespace pex {
+namespace {
+
+Reason& reasonOfThread() {
+    thread_local Reason reason;
+    return reason;
+}
+
+/// What reading and writing have in common; the fallback for everything else.
+ReasonCode codeOf(int systemError, ReasonCode fallback) {
+    switch (systemError) {
+    case ENOENT:
+    case ENOTDIR:
+        return ReasonCode::noSuchFile;
+    case EISDIR:
+        return ReasonCode::isFolder;
+    case EACCES:
+    case EPERM:
+    case EROFS:
+        return ReasonCode::noPermission;
+    case EMFILE:
+    case ENFILE:
+        return ReasonCode::tooManyOpenFiles;
+    case ENOMEM:
+        return ReasonCode::outOfMemory;
+    case ENOSPC:
+    case EDQUOT:
+        return ReasonCode::diskFull;
+    default:
+        return fallback;
+    }
+}
+
+void giveSystemReason(int systemError, ReasonCode fallback) noexcept {
+    const ReasonCode code = codeOf(systemError, fallback);
+    try {
+        giveReason(code, std::generic_category().message(systemError));
+    } catch (const std::bad_alloc&) {
+        giveReason(code, {});
+    }
+}
+
+} // namespace
+
+const Reason& lastReason() { return reasonOfThread(); }
+
+void giveReason(ReasonCode code, std::string_view message) noexcept {
+    Reason& reason = reasonOfThread();
+    reason.code = code;
+    try {
+        reason.message = message;
+    } catch (const std::bad_alloc&) {
+        reason.message.clear();
+    }
+}
+
+void giveReason(const Reason& reason) noexcept { giveReason(reason.code, reason.message); }
+
+void giveReadingReason(int systemError) noexcept { giveSystemReason(systemError, ReasonCode::cannotRead); }
+
+void giveWritingReason(int systemError) noexcept { giveSystemReason(systemError, ReasonCode::cannotWrite); }
+
+} // namespace pex

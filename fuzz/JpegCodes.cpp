@@ -1,7 +1,7 @@
 // Our decoders of Huffman codes against the codec library's: they hand the file over, or give the same
 // pixels.
 
-#include "peximage/platform/codecs/jpeg/JpegDecompressor.h"
+#include "peximage/platform/codecs/jpeg/decode/JpegDecompressor.h"
 
 #include <cstdlib>
 #include <vector>

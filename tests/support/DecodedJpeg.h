@@ -1,6 +1,6 @@
 #pragma once
 
-#include "peximage/platform/codecs/jpeg/JpegDecompressor.h"
+#include "peximage/platform/codecs/jpeg/decode/JpegDecompressor.h"
 
 #include <cstdint>
 #include <random>

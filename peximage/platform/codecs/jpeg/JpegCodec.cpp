@@ -1,6 +1,6 @@
 #include "peximage/platform/codecs/FileEnds.h"
-#include "peximage/platform/codecs/jpeg/JpegReader.h"
 #include "peximage/platform/codecs/jpeg/JpegWriter.h"
+#include "peximage/platform/codecs/jpeg/decode/JpegReader.h"
 
 namespace pex {
 namespace {

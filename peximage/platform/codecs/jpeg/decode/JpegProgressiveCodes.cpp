@@ -1,4 +1,4 @@
-#include "peximage/platform/codecs/jpeg/JpegProgressiveCodes.h"
+#include "peximage/platform/codecs/jpeg/decode/JpegProgressiveCodes.h"
 
 #include "peximage/platform/raster/kernels/JpegDct.h"
 

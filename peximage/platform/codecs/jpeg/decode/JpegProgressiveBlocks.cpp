@@ -1,7 +1,7 @@
-#include "peximage/platform/codecs/jpeg/JpegProgressiveBlocks.h"
+#include "peximage/platform/codecs/jpeg/decode/JpegProgressiveBlocks.h"
 
-#include "peximage/platform/codecs/jpeg/JpegProgression.h"
-#include "peximage/platform/codecs/jpeg/JpegProgressiveCodes.h"
+#include "peximage/platform/codecs/jpeg/decode/JpegProgression.h"
+#include "peximage/platform/codecs/jpeg/decode/JpegProgressiveCodes.h"
 #include "peximage/platform/foundation/Workers.h"
 #include "peximage/platform/raster/PixelBuffer.h"
 

@@ -1,7 +1,7 @@
 #pragma once
 
-#include "peximage/platform/codecs/jpeg/JpegBits.h"
-#include "peximage/platform/codecs/jpeg/JpegProgression.h"
+#include "peximage/platform/codecs/jpeg/decode/JpegBits.h"
+#include "peximage/platform/codecs/jpeg/decode/JpegProgression.h"
 
 #include <cstddef>
 #include <cstdint>

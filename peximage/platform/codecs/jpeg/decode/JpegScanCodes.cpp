@@ -1,4 +1,4 @@
-#include "peximage/platform/codecs/jpeg/JpegScanCodes.h"
+#include "peximage/platform/codecs/jpeg/decode/JpegScanCodes.h"
 
 #include "peximage/platform/raster/kernels/JpegDct.h"
 

@@ -1,4 +1,4 @@
-#include "peximage/platform/codecs/jpeg/JpegStuffing.h"
+#include "peximage/platform/codecs/jpeg/decode/JpegStuffing.h"
 
 #include <cstddef>
 #include <cstring>

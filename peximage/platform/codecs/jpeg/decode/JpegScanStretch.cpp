@@ -1,6 +1,6 @@
-#include "peximage/platform/codecs/jpeg/JpegScanStretch.h"
+#include "peximage/platform/codecs/jpeg/decode/JpegScanStretch.h"
 
-#include "peximage/platform/codecs/jpeg/JpegStuffing.h"
+#include "peximage/platform/codecs/jpeg/decode/JpegStuffing.h"
 
 #include <algorithm>
 #include <limits>

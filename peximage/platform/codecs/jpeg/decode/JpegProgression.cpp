@@ -1,6 +1,6 @@
-#include "peximage/platform/codecs/jpeg/JpegProgression.h"
+#include "peximage/platform/codecs/jpeg/decode/JpegProgression.h"
 
-#include "peximage/platform/codecs/jpeg/JpegStuffing.h"
+#include "peximage/platform/codecs/jpeg/decode/JpegStuffing.h"
 
 #include <algorithm>
 #include <array>

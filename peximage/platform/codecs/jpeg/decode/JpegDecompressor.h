@@ -1,8 +1,8 @@
 #pragma once
 
 #include "peximage/platform/codecs/CGDataProvider.h"
-#include "peximage/platform/codecs/jpeg/JpegCodesAhead.h"
-#include "peximage/platform/codecs/jpeg/JpegProgressiveBlocks.h"
+#include "peximage/platform/codecs/jpeg/decode/JpegCodesAhead.h"
+#include "peximage/platform/codecs/jpeg/decode/JpegProgressiveBlocks.h"
 
 #include <array>
 #include <csetjmp>

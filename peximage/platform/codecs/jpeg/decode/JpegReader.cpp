@@ -1,7 +1,7 @@
-#include "peximage/platform/codecs/jpeg/JpegReader.h"
+#include "peximage/platform/codecs/jpeg/decode/JpegReader.h"
 
 #include "peximage/platform/codecs/ExifBlock.h"
-#include "peximage/platform/codecs/jpeg/JpegDecompressor.h"
+#include "peximage/platform/codecs/jpeg/decode/JpegDecompressor.h"
 #include "peximage/platform/raster/ColorConversion.h"
 
 #include <algorithm>

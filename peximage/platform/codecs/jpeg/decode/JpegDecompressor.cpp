@@ -1,4 +1,4 @@
-#include "peximage/platform/codecs/jpeg/JpegDecompressor.h"
+#include "peximage/platform/codecs/jpeg/decode/JpegDecompressor.h"
 
 #include <jerror.h>
 

@@ -1,6 +1,6 @@
-#include "peximage/platform/codecs/jpeg/JpegCodesAhead.h"
+#include "peximage/platform/codecs/jpeg/decode/JpegCodesAhead.h"
 
-#include "peximage/platform/codecs/jpeg/JpegScanStretch.h"
+#include "peximage/platform/codecs/jpeg/decode/JpegScanStretch.h"
 #include "peximage/platform/foundation/Workers.h"
 #include "peximage/platform/raster/PixelBuffer.h"
 

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "peximage/platform/codecs/jpeg/JpegHuffmanTable.h"
+#include "peximage/platform/codecs/jpeg/decode/JpegHuffmanTable.h"
 #include "peximage/platform/raster/PixelBuffer.h"
 
 #include <cstdint>

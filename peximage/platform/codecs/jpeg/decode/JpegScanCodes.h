@@ -1,7 +1,7 @@
 #pragma once
 
-#include "peximage/platform/codecs/jpeg/JpegBits.h"
-#include "peximage/platform/codecs/jpeg/JpegHuffmanTable.h"
+#include "peximage/platform/codecs/jpeg/decode/JpegBits.h"
+#include "peximage/platform/codecs/jpeg/decode/JpegHuffmanTable.h"
 
 #include <array>
 #include <cstddef>

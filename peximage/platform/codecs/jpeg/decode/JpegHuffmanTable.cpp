@@ -1,4 +1,4 @@
-#include "peximage/platform/codecs/jpeg/JpegHuffmanTable.h"
+#include "peximage/platform/codecs/jpeg/decode/JpegHuffmanTable.h"
 
 #include <algorithm>
 #include <iterator>

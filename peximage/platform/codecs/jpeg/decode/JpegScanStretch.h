@@ -1,6 +1,6 @@
 #pragma once
 
-#include "peximage/platform/codecs/jpeg/JpegScanCodes.h"
+#include "peximage/platform/codecs/jpeg/decode/JpegScanCodes.h"
 
 #include <cstddef>
 #include <cstdint>

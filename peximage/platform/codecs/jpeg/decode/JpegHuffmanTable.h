@@ -1,6 +1,6 @@
 #pragma once
 
-#include "peximage/platform/codecs/jpeg/JpegBits.h"
+#include "peximage/platform/codecs/jpeg/decode/JpegBits.h"
 
 #include <array>
 #include <cstddef>

@@ -1,6 +1,6 @@
 // What our decoder makes of progressive files must be what the codec library makes of them.
 
-#include "peximage/platform/codecs/jpeg/JpegProgressiveBlocks.h"
+#include "peximage/platform/codecs/jpeg/decode/JpegProgressiveBlocks.h"
 #include "peximage/platform/foundation/Workers.h"
 #include "tests/support/DecodedJpeg.h"
 #include "tests/support/JpegFiles.h"

@@ -1,6 +1,6 @@
 // The byte-budget search with everything it needs, from pixels to the bytes of the file, beside one plain
 // encoding by libjpeg-turbo at the quality found. Counter `ratio`: times one such encoding.
-#include "peximage/platform/codecs/jpeg/JpegBudgetSizes.h"
+#include "peximage/platform/codecs/jpeg/encode/BudgetSizes.h"
 #include "peximage/platform/foundation/Workers.h"
 
 // jpeglib.h needs FILE.
@@ -69,9 +69,9 @@ void encodePlainly(const Picture& picture, double quality, std::vector<std::uint
 
 /// Gives the quality that is written: of the two neighbours that the bisection ends on the better that fits.
 double shrinkToBudget(const Picture& picture, double budget) {
-    const auto encoder = JpegEncoder::make(
+    const auto encoder = jpeg::Encoder::make(
         {picture.width, picture.height, false, [&](int y, std::uint8_t*) { return picture.row(y); }, {}});
-    JpegBudgetSizes sizes(encoder, budget, 0.975 * budget, 0.01);
+    jpeg::BudgetSizes sizes(encoder, budget, 0.975 * budget, 0.01);
     double lower = 0, upper = 1;
     while (upper - lower >= 0.01) {
         const double middle = (lower + upper) / 2;

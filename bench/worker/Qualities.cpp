@@ -3,8 +3,8 @@
 #include "bench/worker/Picture.h"
 #include "bench/worker/WholePictures.h"
 #include "peximage/helpers/PexDicotomic.h"
-#include "peximage/platform/codecs/jpeg/JpegBudgetSizes.h"
-#include "peximage/platform/codecs/jpeg/JpegWriter.h"
+#include "peximage/platform/codecs/jpeg/encode/BudgetSizes.h"
+#include "peximage/platform/codecs/jpeg/encode/ImageEncoder.h"
 
 #include <cmath>
 #include <stdexcept>
@@ -15,8 +15,8 @@ namespace {
 constexpr double share = 0.975; // of the budget is what the search aims at
 constexpr int budgets = 40;
 
-std::shared_ptr<pex::JpegEncoder> encoderOf(const Picture& picture) {
-    auto encoder = pex::makeJpegEncoder(imageOf(picture));
+std::shared_ptr<pex::jpeg::Encoder> encoderOf(const Picture& picture) {
+    auto encoder = pex::jpeg::encoderOf(imageOf(picture));
     if (!encoder) throw std::runtime_error("no encoder");
     return encoder;
 }
@@ -34,8 +34,8 @@ Agreement compare(const Picture& picture) {
     Agreement agreement;
     for (int i = 0; i < budgets; ++i) {
         const double budget = std::floor(smallest * std::pow(largest / smallest, (i + 0.5) / budgets));
-        pex::JpegBudgetSizes sizes(encoderOf(picture), budget, budget * share,
-                                   pex::PexDicotomic().intervalTolerance);
+        pex::jpeg::BudgetSizes sizes(encoderOf(picture), budget, budget * share,
+                                     pex::PexDicotomic().intervalTolerance);
         const double ours = found(budget, [&](double quality) { return sizes.sizeForSearch(quality); });
         const double theirs =
             found(budget, [&](double quality) { return double(plain->byteCount(quality)); });

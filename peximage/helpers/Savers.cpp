@@ -1,8 +1,8 @@
 #include "peximage/helpers/PexDicotomic.h"
 #include "peximage/helpers/PexImageHelperSavers.h"
 #include "peximage/image/PexImage.h"
-#include "peximage/platform/codecs/jpeg/JpegBudgetSizes.h"
-#include "peximage/platform/codecs/jpeg/JpegWriter.h"
+#include "peximage/platform/codecs/jpeg/encode/BudgetSizes.h"
+#include "peximage/platform/codecs/jpeg/encode/ImageEncoder.h"
 #include "peximage/platform/foundation/Diagnostics.h"
 #include "peximage/platform/foundation/NumberText.h"
 #include "peximage/platform/foundation/OutOfMemory.h"
@@ -43,7 +43,7 @@ void stampDpi(std::vector<std::uint8_t>& jpeg, int dpi) {
     }
 }
 
-bool saveEncoded(JpegEncoder* encoder, double quality, std::optional<int> dpi, const URL& url) {
+bool saveEncoded(jpeg::Encoder* encoder, double quality, std::optional<int> dpi, const URL& url) {
     diagnostics::print("saveToJpeg (quality: " + decimalText(quality) + ")");
     prepareDestination(url);
     std::vector<std::uint8_t> bytes = encoder ? encoder->encode(quality) : std::vector<std::uint8_t>();
@@ -52,9 +52,9 @@ bool saveEncoded(JpegEncoder* encoder, double quality, std::optional<int> dpi, c
     return Data(std::move(bytes)).write(url, Data::Writing::atomically);
 }
 
-std::shared_ptr<JpegEncoder> encoderFor(const PexImage& image) {
+std::shared_ptr<jpeg::Encoder> encoderFor(const PexImage& image) {
     const auto rep = image.bitmapRep();
-    return rep ? makeJpegEncoder(rep->cgImage()) : nullptr;
+    return rep ? jpeg::encoderOf(rep->cgImage()) : nullptr;
 }
 
 PexDicotomic searchFor(long long budget) {
@@ -64,7 +64,7 @@ PexDicotomic searchFor(long long budget) {
 }
 
 /// The best of the qualities that fits, given that the lowest one does.
-double bestThatFits(JpegEncoder& encoder, const std::set<double>& tried, long long budget) {
+double bestThatFits(jpeg::Encoder& encoder, const std::set<double>& tried, long long budget) {
     const auto best = std::find_if(tried.rbegin(), tried.rend(), [&](double quality) {
         return static_cast<long long>(encoder.byteCount(quality)) <= budget;
     });
@@ -72,7 +72,7 @@ double bestThatFits(JpegEncoder& encoder, const std::set<double>& tried, long lo
 }
 
 /// The quality to write for a budget that quality 0 keeps and quality 1 does not.
-double searchQuality(JpegEncoder& encoder, JpegBudgetSizes& sizes, long long budget) {
+double searchQuality(jpeg::Encoder& encoder, jpeg::BudgetSizes& sizes, long long budget) {
     std::set<double> tried;
     PexDicotomic search = searchFor(budget);
     search.function = PexDicotomic::memoised([&](double quality) {
@@ -86,8 +86,8 @@ double searchQuality(JpegEncoder& encoder, JpegBudgetSizes& sizes, long long bud
     return quality;
 }
 
-std::optional<PexImageHelper::SavedJpeg> savedAt(JpegEncoder& encoder, const PexImage& image, double quality,
-                                                 const PexImageHelper::JpegOfSize& how) {
+std::optional<PexImageHelper::SavedJpeg> savedAt(jpeg::Encoder& encoder, const PexImage& image,
+                                                 double quality, const PexImageHelper::JpegOfSize& how) {
     if (!saveEncoded(&encoder, quality, how.dpi, how.toUrl)) return std::nullopt;
     return PexImageHelper::SavedJpeg{quality, image.size, static_cast<long long>(encoder.byteCount(quality))};
 }
@@ -101,7 +101,7 @@ std::optional<PexImageHelper::SavedJpeg> savedWithin(const std::shared_ptr<PexIm
         if (!encoder) return std::nullopt;
         const auto limit = static_cast<double>(budget);
         const PexDicotomic search = searchFor(budget);
-        JpegBudgetSizes sizes(encoder, limit, search.target, search.intervalTolerance);
+        jpeg::BudgetSizes sizes(encoder, limit, search.target, search.intervalTolerance);
         if (sizes.sizeForSearch(1) < limit) return savedAt(*encoder, *current, 1, how);
         if (sizes.sizeForSearch(0) > limit) continue;
         return savedAt(*encoder, *current, searchQuality(*encoder, sizes, budget), how);

@@ -3,7 +3,7 @@
 #include "peximage/platform/codecs/CGImageSource.h"
 #include "peximage/platform/foundation/NumberText.h"
 #include "peximage/platform/toolkit/NSScreen.h"
-#include "tests/platform/codecs/jpeg/JpegReference.h"
+#include "tests/platform/codecs/jpeg/encode/EncoderReference.h"
 #include "tests/support/CapturedLines.h"
 #include "tests/support/Pictures.h"
 #include "tests/support/TempFolder.h"

@@ -1,6 +1,6 @@
 #include "peximage/platform/codecs/FileEnds.h"
-#include "peximage/platform/codecs/jpeg/JpegWriter.h"
 #include "peximage/platform/codecs/jpeg/decode/JpegReader.h"
+#include "peximage/platform/codecs/jpeg/encode/ImageEncoder.h"
 
 namespace pex {
 namespace {

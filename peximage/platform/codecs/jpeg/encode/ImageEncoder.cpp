@@ -1,13 +1,13 @@
-#include "peximage/platform/codecs/jpeg/JpegWriter.h"
+#include "peximage/platform/codecs/jpeg/encode/ImageEncoder.h"
 
 #include "peximage/platform/raster/kernels/FlattenRow.h"
 
 namespace pex {
 
-std::shared_ptr<JpegEncoder> makeJpegEncoder(const CGImage& image) {
+std::shared_ptr<jpeg::Encoder> jpeg::encoderOf(const CGImage& image) {
     const std::optional<PixelView> pixels = image.pixels();
     if (!pixels) return nullptr;
-    JpegInput input;
+    jpeg::EncoderInput input;
     input.width = pixels->width;
     input.height = pixels->height;
     input.grey = pixels->layout == PixelLayout::grey;
@@ -23,11 +23,11 @@ std::shared_ptr<JpegEncoder> makeJpegEncoder(const CGImage& image) {
         const auto icc = image.colorSpace().iccProfile().bytes();
         input.iccProfile.assign(icc.begin(), icc.end());
     }
-    return JpegEncoder::make(std::move(input));
+    return jpeg::Encoder::make(std::move(input));
 }
 
 std::optional<Data> encodeJpeg(const CGImage& image, const CGImageDestination::Options& options) {
-    const std::shared_ptr<JpegEncoder> encoder = makeJpegEncoder(image);
+    const std::shared_ptr<jpeg::Encoder> encoder = jpeg::encoderOf(image);
     if (!encoder) return std::nullopt;
     std::vector<std::uint8_t> bytes = encoder->encode(options.quality);
     if (bytes.empty()) return std::nullopt;

@@ -1,4 +1,4 @@
-#include "peximage/platform/codecs/jpeg/JpegScan.h"
+#include "peximage/platform/codecs/jpeg/encode/Scan.h"
 
 #include "peximage/platform/codecs/BigEndian.h"
 

@@ -1,4 +1,4 @@
-#include "tests/platform/codecs/jpeg/JpegReference.h"
+#include "tests/platform/codecs/jpeg/encode/EncoderReference.h"
 
 #include "tests/support/JpegFiles.h"
 
@@ -66,7 +66,7 @@ Picture mixed(int width, int height, bool grey) {
     });
 }
 
-JpegInput inputOf(const Picture& picture) {
+jpeg::EncoderInput inputOf(const Picture& picture) {
     return {picture.width, picture.height, picture.grey,
             [&picture](int y, std::uint8_t*) { return picture.row(y); }, picture.iccProfile};
 }

@@ -1,13 +1,13 @@
 #pragma once
 
-#include "peximage/platform/codecs/jpeg/JpegTables.h"
+#include "peximage/platform/codecs/jpeg/encode/Tables.h"
 
 #include <cstdint>
 #include <vector>
 
 namespace pex::jpeg {
 
-struct FrameInfo {
+struct FrameHeader {
     int width = 0, height = 0;
     bool grey = false;
     /// Chroma as fine as luma, or one sample for 2 x 2 pixels.
@@ -16,7 +16,7 @@ struct FrameInfo {
 
 /// Everything of a baseline file before the coded data: a JFIF segment without a density (bytes 13 to 17 hold
 /// it), the colour profile in as many segments as it takes, tables, frame and scan.
-std::vector<std::uint8_t> header(const FrameInfo& frame, const QuantTables& tables,
-                                 const std::vector<std::uint8_t>& iccProfile);
+std::vector<std::uint8_t> fileHeader(const FrameHeader& frame, const QuantTables& tables,
+                                     const std::vector<std::uint8_t>& iccProfile);
 
 } // namespace pex::jpeg

@@ -1,14 +1,18 @@
 #pragma once
 
 #include "peximage/platform/codecs/ImageCodec.h"
-#include "peximage/platform/codecs/jpeg/JpegEncoder.h"
+#include "peximage/platform/codecs/jpeg/encode/Encoder.h"
 
 namespace pex {
+
+namespace jpeg {
 
 /// An encoder for the image: grey pictures as one component, others in colour, transparency laid over white,
 /// a profile that is not standard embedded. Null when the pixels cannot be had or are too many for the
 /// format.
-std::shared_ptr<JpegEncoder> makeJpegEncoder(const CGImage& image);
+std::shared_ptr<Encoder> encoderOf(const CGImage& image);
+
+} // namespace jpeg
 
 std::optional<Data> encodeJpeg(const CGImage& image, const CGImageDestination::Options& options);
 

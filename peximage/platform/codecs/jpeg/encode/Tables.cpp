@@ -1,4 +1,4 @@
-#include "peximage/platform/codecs/jpeg/JpegTables.h"
+#include "peximage/platform/codecs/jpeg/encode/Tables.h"
 
 #include "peximage/platform/raster/kernels/JpegDct.h"
 

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "peximage/platform/codecs/jpeg/JpegInput.h"
+#include "peximage/platform/codecs/jpeg/encode/EncoderInput.h"
 #include "peximage/platform/raster/PixelBuffer.h"
 
 #include <cstddef>
@@ -32,9 +32,9 @@ struct Coefficients {
 /// Transforms a picture, with chroma at half its width and height. The luma of a colour picture is filled up
 /// to an even number of blocks both ways with blocks that cost next to nothing to code. Uses all cores.
 /// Planes without memory: there was none.
-Coefficients transform(const JpegInput& input);
+Coefficients transform(const EncoderInput& input);
 
 /// The chroma of the same picture at its full size; luma stays empty.
-Coefficients transformFullChroma(const JpegInput& input);
+Coefficients transformFullChroma(const EncoderInput& input);
 
 } // namespace pex::jpeg

@@ -1,11 +1,11 @@
 #pragma once
 
-#include "peximage/platform/codecs/jpeg/JpegEncoder.h"
+#include "peximage/platform/codecs/jpeg/encode/Encoder.h"
 
 #include <map>
 #include <memory>
 
-namespace pex {
+namespace pex::jpeg {
 
 /// Answers a bisection that looks for the quality whose file is nearest a target size below a byte budget.
 ///
@@ -16,11 +16,11 @@ namespace pex {
 /// pictures are encoded at every quality asked for.
 ///
 /// An object serves one thread at a time.
-class JpegBudgetSizes {
+class BudgetSizes {
   public:
     /// `target` is meant to be a little below `budget`. The bisection halves [0, 1] until intervals are
     /// shorter than `tolerance`.
-    JpegBudgetSizes(std::shared_ptr<JpegEncoder> encoder, double budget, double target, double tolerance);
+    BudgetSizes(std::shared_ptr<Encoder> encoder, double budget, double target, double tolerance);
 
     /// The exact size of the file at `quality` where the bisection could depend on it: at the two neighbours,
     /// and at 0 and 1 unless these are surely small and large enough. Elsewhere a number below that of the
@@ -40,10 +40,10 @@ class JpegBudgetSizes {
     double estimate(double quality, double correction);
     double exact(double quality);
 
-    std::shared_ptr<JpegEncoder> encoder_;
+    std::shared_ptr<Encoder> encoder_;
     double budget_, target_, tolerance_;
     std::map<double, double> estimates_;
     Neighbours neighbours_{-1, -1};
 };
 
-} // namespace pex
+} // namespace pex::jpeg

@@ -1,8 +1,8 @@
 #pragma once
 
-#include "peximage/platform/codecs/jpeg/JpegCoefficients.h"
-#include "peximage/platform/codecs/jpeg/JpegInput.h"
-#include "peximage/platform/codecs/jpeg/JpegScan.h"
+#include "peximage/platform/codecs/jpeg/encode/EncoderInput.h"
+#include "peximage/platform/codecs/jpeg/encode/ForwardTransform.h"
+#include "peximage/platform/codecs/jpeg/encode/Scan.h"
 
 #include <cstddef>
 #include <cstdint>
@@ -11,7 +11,7 @@
 #include <memory>
 #include <vector>
 
-namespace pex {
+namespace pex::jpeg {
 
 /// Encodes one picture at one quality after another. What does not depend on the quality (colour conversion,
 /// the cosine transform) is done once, in `make`; a further quality costs a fraction of a whole encoding. All
@@ -21,12 +21,12 @@ namespace pex {
 /// half the picture's width and height below quality 0.9, and full size from there.
 ///
 /// An object serves one thread at a time.
-class JpegEncoder {
+class Encoder {
   public:
     static constexpr int mostPixelsPerSide = 65500;
 
     /// Null for sizes outside 1 to 65,500, and when there is not enough memory.
-    static std::shared_ptr<JpegEncoder> make(JpegInput input);
+    static std::shared_ptr<Encoder> make(EncoderInput input);
 
     double pixelCount() const { return static_cast<double>(input_.width) * input_.height; }
 
@@ -56,21 +56,21 @@ class JpegEncoder {
         std::vector<std::uint8_t> bytes;
     };
 
-    JpegEncoder(JpegInput input, jpeg::Coefficients coefficients);
+    Encoder(EncoderInput input, Coefficients coefficients);
 
     /// Full chroma is made when first needed; if there is no memory for it, no quality has it.
     bool wantsFullChroma(double quality) const;
     bool hasFullChroma(double quality);
-    jpeg::Scan lumaScan(double quality) const;
-    jpeg::Scan scan(double quality);
+    Scan lumaScan(double quality) const;
+    Scan scan(double quality);
     std::vector<std::uint8_t> header(double quality);
     const std::vector<std::uint8_t>& encoded(double quality);
 
-    JpegInput input_;
-    jpeg::Coefficients coefficients_, fullChroma_;
+    EncoderInput input_;
+    Coefficients coefficients_, fullChroma_;
     bool noFullChroma_ = false;
     std::deque<Encoded> lastEncoded_;
     std::map<double, std::size_t> byteCounts_;
 };
 
-} // namespace pex
+} // namespace pex::jpeg

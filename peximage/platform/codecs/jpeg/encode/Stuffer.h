@@ -1,6 +1,6 @@
 #pragma once
 
-#include "peximage/platform/codecs/jpeg/JpegScan.h"
+#include "peximage/platform/codecs/jpeg/encode/Scan.h"
 
 #include <cstdint>
 #include <vector>

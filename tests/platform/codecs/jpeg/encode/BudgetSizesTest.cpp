@@ -1,6 +1,6 @@
-#include "peximage/platform/codecs/jpeg/JpegBudgetSizes.h"
+#include "peximage/platform/codecs/jpeg/encode/BudgetSizes.h"
 
-#include "tests/platform/codecs/jpeg/JpegReference.h"
+#include "tests/platform/codecs/jpeg/encode/EncoderReference.h"
 
 #include <gtest/gtest.h>
 
@@ -51,7 +51,7 @@ std::vector<double> budgets(double smallest, double largest, double some) {
     return all;
 }
 
-TEST(JpegBudgetSizesTest, TheSearchTakesTheSameCourseAsWithTheSizesOfRealFiles) {
+TEST(JpegBudgetSizes, TheSearchTakesTheSameCourseAsWithTheSizesOfRealFiles) {
     const Picture pictures[] = {mixed(640, 480, false),    mixed(333, 1000, true), noise(120, 90, false, 4),
                                 gradient(900, 300, false), gradient(9, 9, true),   mixed(1300, 900, false)};
     for (const auto& picture : pictures) {
@@ -62,8 +62,8 @@ TEST(JpegBudgetSizesTest, TheSearchTakesTheSameCourseAsWithTheSizesOfRealFiles) 
             return size;
         };
         for (const double budget : budgets(real(0), real(1), real(0.75))) {
-            const auto encoder = JpegEncoder::make(inputOf(picture));
-            JpegBudgetSizes sizes(encoder, budget, 0.975 * budget, tolerance);
+            const auto encoder = jpeg::Encoder::make(inputOf(picture));
+            jpeg::BudgetSizes sizes(encoder, budget, 0.975 * budget, tolerance);
             const auto asked = [&](double quality) { return sizes.sizeForSearch(quality); };
             const auto label = testing::Message()
                                << picture.width << " x " << picture.height << " in " << budget;
@@ -77,11 +77,11 @@ TEST(JpegBudgetSizesTest, TheSearchTakesTheSameCourseAsWithTheSizesOfRealFiles) 
     }
 }
 
-TEST(JpegBudgetSizesTest, OnlyAFewQualitiesAreEncoded) {
+TEST(JpegBudgetSizes, OnlyAFewQualitiesAreEncoded) {
     const Picture picture = mixed(1600, 1200, false);
-    const auto encoder = JpegEncoder::make(inputOf(picture));
+    const auto encoder = jpeg::Encoder::make(inputOf(picture));
     const double budget = 0.1 * picture.width * picture.height;
-    JpegBudgetSizes sizes(encoder, budget, 0.975 * budget, tolerance);
+    jpeg::BudgetSizes sizes(encoder, budget, 0.975 * budget, tolerance);
     int encoded = 0;
     for (int i = 0; i <= 128; ++i) {
         sizes.sizeForSearch(i / 128.0);
@@ -91,10 +91,10 @@ TEST(JpegBudgetSizesTest, OnlyAFewQualitiesAreEncoded) {
     EXPECT_LE(encoded, 4);
 }
 
-TEST(JpegBudgetSizesTest, AnswersGrowWithTheQualityWhateverTheBudget) {
+TEST(JpegBudgetSizes, AnswersGrowWithTheQualityWhateverTheBudget) {
     const Picture picture = mixed(400, 330, false);
     for (const double budget : {-5.0, 0.0, 1.0, 3000.0, 1e9, std::nan("")}) {
-        JpegBudgetSizes sizes(JpegEncoder::make(inputOf(picture)), budget, 0.975 * budget, tolerance);
+        jpeg::BudgetSizes sizes(jpeg::Encoder::make(inputOf(picture)), budget, 0.975 * budget, tolerance);
         double last = -1e9;
         for (int i = 0; i <= 200; ++i) {
             const double size = sizes.sizeForSearch(i / 200.0);

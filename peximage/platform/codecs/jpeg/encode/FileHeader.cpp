@@ -1,4 +1,4 @@
-#include "peximage/platform/codecs/jpeg/JpegHeader.h"
+#include "peximage/platform/codecs/jpeg/encode/FileHeader.h"
 
 #include <algorithm>
 #include <cstring>
@@ -44,7 +44,7 @@ void putQuantTable(Bytes& out, std::uint8_t id, const QuantTable& table) {
     putSegment(out, quantisation, content);
 }
 
-void putFrame(Bytes& out, const FrameInfo& frame) {
+void putFrame(Bytes& out, const FrameHeader& frame) {
     Bytes content{8};
     put16(content, static_cast<std::size_t>(frame.height));
     put16(content, static_cast<std::size_t>(frame.width));
@@ -75,7 +75,8 @@ void putScan(Bytes& out, bool grey) {
 
 } // namespace
 
-std::vector<std::uint8_t> header(const FrameInfo& frame, const QuantTables& tables, const Bytes& iccProfile) {
+std::vector<std::uint8_t> fileHeader(const FrameHeader& frame, const QuantTables& tables,
+                                     const Bytes& iccProfile) {
     Bytes out{0xFF, startOfImage};
     putSegment(out, jfif, {'J', 'F', 'I', 'F', 0, 1, 1, 0, 0, 1, 0, 1, 0, 0});
     putProfile(out, iccProfile);

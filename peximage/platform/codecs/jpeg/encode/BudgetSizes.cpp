@@ -1,13 +1,13 @@
-#include "peximage/platform/codecs/jpeg/JpegBudgetSizes.h"
+#include "peximage/platform/codecs/jpeg/encode/BudgetSizes.h"
 
-#include "peximage/platform/codecs/jpeg/JpegTables.h"
+#include "peximage/platform/codecs/jpeg/encode/Tables.h"
 
 #include <algorithm>
 #include <cmath>
 #include <numeric>
 #include <utility>
 
-namespace pex {
+namespace pex::jpeg {
 namespace {
 
 /// Up to this many pixels every size is exact: nothing is dear there, and the files of tiny pictures do not
@@ -16,18 +16,17 @@ constexpr double smallPicture = 1 << 17;
 
 /// How coarse a quality is: the sum of its divisors. Equal for two qualities only when their files are.
 double coarseness(double quality) {
-    const jpeg::QuantTables tables = jpeg::quantTables(quality);
+    const QuantTables tables = quantTables(quality);
     return std::accumulate(tables.luma.begin(), tables.luma.end(), 0.0) +
            std::accumulate(tables.chroma.begin(), tables.chroma.end(), 0.0);
 }
 
 } // namespace
 
-JpegBudgetSizes::JpegBudgetSizes(std::shared_ptr<JpegEncoder> encoder, double budget, double target,
-                                 double tolerance)
+BudgetSizes::BudgetSizes(std::shared_ptr<Encoder> encoder, double budget, double target, double tolerance)
     : encoder_(std::move(encoder)), budget_(budget), target_(target), tolerance_(tolerance) {}
 
-double JpegBudgetSizes::sizeForSearch(double quality) {
+double BudgetSizes::sizeForSearch(double quality) {
     if (encoder_->pixelCount() <= smallPicture) return exact(quality);
     if (neighbours_.lower < 0) findNeighbours();
     const auto [lower, upper] = neighbours_;
@@ -40,12 +39,12 @@ double JpegBudgetSizes::sizeForSearch(double quality) {
     return off > 0 ? std::max(exact(upper), budget_) + off : exact(upper);
 }
 
-void JpegBudgetSizes::findNeighbours() {
+void BudgetSizes::findNeighbours() {
     if (!encoder_->surelyReaches(1, budget_) && exact(1) < target_) {
         neighbours_ = {1, 1};
         return;
     }
-    using enum JpegEncoder::Estimate;
+    using enum Encoder::Estimate;
     const double about = bisect(1).lower;
     double correction = encoder_->estimatedByteCount(about, fine) / estimate(about, 1);
     // Every round makes one more size exact, and with it all estimates better.
@@ -59,7 +58,7 @@ void JpegBudgetSizes::findNeighbours() {
     if (neighbours_.lower == 0 && exact(0) > target_) neighbours_.upper = 0;
 }
 
-JpegBudgetSizes::Neighbours JpegBudgetSizes::bisect(double correction) {
+BudgetSizes::Neighbours BudgetSizes::bisect(double correction) {
     Neighbours between{0, 1};
     while (between.upper - between.lower >= tolerance_) {
         const double middle = (between.lower + between.upper) / 2;
@@ -69,7 +68,7 @@ JpegBudgetSizes::Neighbours JpegBudgetSizes::bisect(double correction) {
 }
 
 /// The neighbour whose size is only estimated; of two the one nearer to the target.
-double JpegBudgetSizes::nextToMakeExact(double correction) {
+double BudgetSizes::nextToMakeExact(double correction) {
     const auto [lower, upper] = neighbours_;
     if (encoder_->knowsByteCount(lower)) return upper;
     if (encoder_->knowsByteCount(upper)) return lower;
@@ -77,13 +76,13 @@ double JpegBudgetSizes::nextToMakeExact(double correction) {
     return below < above ? lower : upper;
 }
 
-double JpegBudgetSizes::estimate(double quality, double correction) {
+double BudgetSizes::estimate(double quality, double correction) {
     if (encoder_->knowsByteCount(quality)) return exact(quality);
     auto& estimate = estimates_[quality];
-    if (estimate == 0) estimate = encoder_->estimatedByteCount(quality, JpegEncoder::Estimate::rough);
+    if (estimate == 0) estimate = encoder_->estimatedByteCount(quality, Encoder::Estimate::rough);
     return estimate * correction;
 }
 
-double JpegBudgetSizes::exact(double quality) { return static_cast<double>(encoder_->byteCount(quality)); }
+double BudgetSizes::exact(double quality) { return static_cast<double>(encoder_->byteCount(quality)); }
 
-} // namespace pex
+} // namespace pex::jpeg

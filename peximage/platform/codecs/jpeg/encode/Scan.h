@@ -1,7 +1,7 @@
 #pragma once
 
-#include "peximage/platform/codecs/jpeg/JpegCoefficients.h"
-#include "peximage/platform/codecs/jpeg/JpegTables.h"
+#include "peximage/platform/codecs/jpeg/encode/ForwardTransform.h"
+#include "peximage/platform/codecs/jpeg/encode/Tables.h"
 #include "peximage/platform/raster/kernels/JpegQuantize.h"
 
 #include <cstddef>

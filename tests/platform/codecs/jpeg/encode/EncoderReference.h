@@ -1,6 +1,6 @@
 #pragma once
 
-#include "peximage/platform/codecs/jpeg/JpegInput.h"
+#include "peximage/platform/codecs/jpeg/encode/EncoderInput.h"
 
 #include <cstddef>
 #include <cstdint>
@@ -30,7 +30,7 @@ Picture gradient(int width, int height, bool grey);
 Picture mixed(int width, int height, bool grey);
 
 /// Reads the rows in place; the picture has to outlive the input.
-JpegInput inputOf(const Picture& picture);
+jpeg::EncoderInput inputOf(const Picture& picture);
 
 /// Written by libjpeg-turbo with quantisation tables worked out here, chroma of full size from quality 0.9.
 std::vector<std::uint8_t> reference(const Picture& picture, double quality);

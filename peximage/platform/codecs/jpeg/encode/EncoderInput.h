@@ -4,10 +4,10 @@
 #include <functional>
 #include <vector>
 
-namespace pex {
+namespace pex::jpeg {
 
 /// Where a JPEG encoder gets its rows from.
-struct JpegInput {
+struct EncoderInput {
     int width = 0, height = 0;
     /// Rows of one byte a pixel; else of R G B x, four bytes a pixel.
     bool grey = false;
@@ -18,4 +18,4 @@ struct JpegInput {
     std::vector<std::uint8_t> iccProfile;
 };
 
-} // namespace pex
+} // namespace pex::jpeg

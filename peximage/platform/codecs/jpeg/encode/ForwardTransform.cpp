@@ -1,4 +1,4 @@
-#include "peximage/platform/codecs/jpeg/JpegCoefficients.h"
+#include "peximage/platform/codecs/jpeg/encode/ForwardTransform.h"
 
 #include "peximage/platform/raster/Strips.h"
 #include "peximage/platform/raster/kernels/JpegColour.h"
@@ -53,7 +53,7 @@ void fillBlock(std::int16_t* block, const std::int16_t* neighbour) {
 /// Makes one row of minimum coded units at a time; an object serves one thread.
 class HalfChromaTransform {
   public:
-    HalfChromaTransform(const JpegInput& input, const Coefficients& to)
+    HalfChromaTransform(const EncoderInput& input, const Coefficients& to)
         : input_(input),
           to_(to),
           scratch_(static_cast<std::size_t>(input.width) * 4),
@@ -107,7 +107,7 @@ class HalfChromaTransform {
         if (real < plane.blocksWide) fillBlock(plane.block(real, blockRow), plane.block(real - 1, blockRow));
     }
 
-    const JpegInput& input_;
+    const EncoderInput& input_;
     const Coefficients& to_;
     std::vector<std::uint8_t> scratch_;
     Strip luma_, cbPair_, crPair_, cb_, cr_;
@@ -115,7 +115,7 @@ class HalfChromaTransform {
 
 class FullChromaTransform {
   public:
-    FullChromaTransform(const JpegInput& input, const Coefficients& to)
+    FullChromaTransform(const EncoderInput& input, const Coefficients& to)
         : input_(input),
           to_(to),
           scratch_(static_cast<std::size_t>(input.width) * 4),
@@ -137,7 +137,7 @@ class FullChromaTransform {
     }
 
   private:
-    const JpegInput& input_;
+    const EncoderInput& input_;
     const Coefficients& to_;
     std::vector<std::uint8_t> scratch_;
     Strip cb_, cr_;
@@ -145,7 +145,7 @@ class FullChromaTransform {
 
 class GreyTransform {
   public:
-    GreyTransform(const JpegInput& input, const Coefficients& to)
+    GreyTransform(const EncoderInput& input, const Coefficients& to)
         : input_(input), to_(to), scratch_(static_cast<std::size_t>(input.width)), luma_(input.width, 8) {}
 
     void run(int blockRow) {
@@ -159,14 +159,14 @@ class GreyTransform {
     }
 
   private:
-    const JpegInput& input_;
+    const EncoderInput& input_;
     const Coefficients& to_;
     std::vector<std::uint8_t> scratch_;
     Strip luma_;
 };
 
 template <class Transform>
-void runOnAllCores(const JpegInput& input, const Coefficients& to, int rows) {
+void runOnAllCores(const EncoderInput& input, const Coefficients& to, int rows) {
     constexpr int rowsAtOnce = 4;
     forEachStrip(
         rows,
@@ -194,7 +194,7 @@ bool allocate(std::initializer_list<CoefficientPlane*> planes) {
 
 } // namespace
 
-Coefficients transform(const JpegInput& input) {
+Coefficients transform(const EncoderInput& input) {
     Coefficients planes;
     if (input.grey) {
         planes.luma = {ceilDiv(input.width, 8), ceilDiv(input.height, 8), {}};
@@ -209,7 +209,7 @@ Coefficients transform(const JpegInput& input) {
     return planes;
 }
 
-Coefficients transformFullChroma(const JpegInput& input) {
+Coefficients transformFullChroma(const EncoderInput& input) {
     Coefficients planes;
     planes.cb = planes.cr = {ceilDiv(input.width, 8), ceilDiv(input.height, 8), {}};
     if (allocate({&planes.cb, &planes.cr}))

@@ -1,4 +1,4 @@
-#include "peximage/platform/codecs/jpeg/JpegStuffer.h"
+#include "peximage/platform/codecs/jpeg/encode/Stuffer.h"
 
 #include "peximage/platform/codecs/BigEndian.h"
 

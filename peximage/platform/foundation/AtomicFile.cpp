@@ -1,11 +1,19 @@
 #include "peximage/platform/foundation/AtomicFile.h"
 
+#include "peximage/platform/foundation/Folders.h"
 #include "peximage/platform/foundation/WriteAll.h"
 
+#include <array>
 #include <atomic>
 #include <cerrno>
 #include <cstdio>
+#include <ctime>
 #include <fcntl.h>
+#include <filesystem>
+#include <mutex>
+#include <new>
+#include <set>
+#include <sys/random.h>
 #include <sys/stat.h>
 #include <unistd.h>
 #include <utility>
@@ -13,12 +21,55 @@
 namespace pex {
 namespace {
 
-/// Unique among all threads and processes that write into the folder.
+namespace fs = std::filesystem;
+
+constexpr std::string_view temporaryStart = ".pex-", temporaryEnd = ".tmp";
+constexpr mode_t permissionBits = 0777;
+
+/// The temporary files that this process has right now.
+struct Pending {
+    std::mutex mutex;
+    std::set<std::string> names;
+};
+
+Pending& pending() {
+    static auto& instance = *new Pending; // never freed: threads may save while the process ends
+    return instance;
+}
+
+/// Nobody can foresee it and lie in wait there, and no two machines that share a folder choose the same.
+/// Empty when the system has no random numbers.
 std::string temporaryName(const std::string& path) {
-    static std::atomic<unsigned> counter{0};
-    const std::size_t slash = path.rfind('/');
-    const std::string folder = slash == std::string::npos ? std::string() : path.substr(0, slash + 1);
-    return folder + ".pex-" + std::to_string(::getpid()) + "-" + std::to_string(counter++) + ".tmp";
+    static constexpr char digits[] = "0123456789abcdef";
+    std::array<unsigned char, 12> random;
+    if (::getrandom(random.data(), random.size(), 0) != static_cast<ssize_t>(random.size())) return {};
+    std::string name = path.substr(0, path.rfind('/') + 1); // npos + 1 is 0
+    name += temporaryStart;
+    for (const unsigned char byte : random)
+        name += {digits[byte >> 4], digits[byte & 15]};
+    return name += temporaryEnd;
+}
+
+/// Where the links lead to, be it there already or not.
+std::string withoutLinks(std::string path) {
+    constexpr int mostLinks = 40; // as many as the system follows
+    for (int i = 0; i < mostLinks; ++i) {
+        std::error_code isNoLink;
+        const fs::path target = fs::read_symlink(path, isNoLink);
+        if (isNoLink) break;
+        path = (fs::path(path).parent_path() / target).string();
+    }
+    return path;
+}
+
+/// Owner, group and permissions of the file that is replaced. A group that cannot be kept may do no more than
+/// everybody: those in the new one had no part in the old.
+void takeOver(const struct stat& replaced, int descriptor) {
+    mode_t mode = replaced.st_mode & permissionBits;
+    const bool keepsGroup = ::fchown(descriptor, replaced.st_uid, replaced.st_gid) == 0 ||
+                            ::fchown(descriptor, static_cast<uid_t>(-1), replaced.st_gid) == 0;
+    if (!keepsGroup) mode &= ~mode_t{S_IRWXG} | (mode & S_IRWXO) << 3;
+    (void)::fchmod(descriptor, mode); // a file system without permissions has nothing to keep
 }
 
 std::atomic<AtomicFile::Observer> stepObserver{nullptr};
@@ -32,50 +83,122 @@ void reached(AtomicFile::Step step) {
 void AtomicFile::setObserver(Observer observer) { stepObserver = observer; }
 
 AtomicFile::AtomicFile(std::string path) : path_(std::move(path)) {
-    struct stat existing {};
-    const bool replaces = ::stat(path_.c_str(), &existing) == 0;
-    if (replaces && !S_ISREG(existing.st_mode)) return; // a folder or a device is never renamed over
-    for (int attempt = 0; attempt < 16 && descriptor_ < 0; ++attempt) {
-        temporary_ = temporaryName(path_);
-        descriptor_ = ::open(temporary_.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666);
-        if (descriptor_ < 0 && errno != EEXIST) break;
+    try {
+        open();
+    } catch (const std::bad_alloc&) {
+        errno = ENOMEM;
+        fail();
     }
-    if (descriptor_ < 0) temporary_.clear();
-    // A save does not widen or narrow who may read the file.
-    else if (replaces)
-        (void)::fchmod(descriptor_, existing.st_mode & 07777);
     if (descriptor_ >= 0) reached(Step::created);
 }
 
 AtomicFile::~AtomicFile() { discard(); }
 
-bool AtomicFile::write(std::span<const std::uint8_t> bytes) {
-    if (descriptor_ >= 0 && !writeAll(descriptor_, bytes)) discard();
-    if (descriptor_ >= 0) reached(Step::written);
+void AtomicFile::open() {
+    struct stat replaced {};
+    const bool replaces = ::stat(path_.c_str(), &replaced) == 0;
+    if (!replaces && errno != ENOENT) return fail();
+    if (replaces && !S_ISREG(replaced.st_mode)) {
+        const bool isFolder = S_ISDIR(replaced.st_mode);
+        failure_ = {isFolder ? ReasonCode::isFolder : ReasonCode::notRegularFile,
+                    isFolder ? "is a folder" : "is no regular file"};
+        return;
+    }
+    path_ = withoutLinks(std::move(path_));
+    if (!create(replaces ? replaced.st_mode & S_IRWXU : 0666)) return fail();
+    if (replaces) takeOver(replaced, descriptor_);
+}
+
+/// False with errno set.
+bool AtomicFile::create(unsigned mode) {
+    constexpr int flags = O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC;
+    const std::string folder = fs::path(path_).parent_path().string();
+    if (!folder.empty() && !makeFolders(folder)) return false;
+    const std::lock_guard lock(pending().mutex);
+    for (int attempt = 0; attempt < 16 && descriptor_ < 0; ++attempt) {
+        std::string name = temporaryName(path_);
+        if (name.empty()) return false;
+        const auto entry = pending().names.insert(name).first;
+        descriptor_ = ::open(name.c_str(), flags, mode);
+        if (descriptor_ >= 0)
+            temporary_ = std::move(name);
+        else
+            pending().names.erase(entry);
+        if (descriptor_ < 0 && errno != EEXIST) return false;
+    }
     return descriptor_ >= 0;
 }
 
-bool AtomicFile::commit(Flush flush) {
-    if (descriptor_ < 0) return false;
-    const bool flushed = flush == Flush::no || ::fsync(descriptor_) == 0;
-    const bool closed = ::close(std::exchange(descriptor_, -1)) == 0;
-    if (flushed) reached(Step::flushed);
-    if (flushed && closed && std::rename(temporary_.c_str(), path_.c_str()) == 0) {
-        temporary_.clear();
-        reached(Step::renamed);
-        return true;
-    }
+/// Keeps what errno says, for this call and all later ones.
+void AtomicFile::fail() {
+    giveWritingReason(errno);
+    failure_ = lastReason();
     discard();
-    return false;
+}
+
+bool AtomicFile::write(std::span<const std::uint8_t> bytes) {
+    if (descriptor_ >= 0 && !writeAll(descriptor_, bytes)) fail();
+    if (descriptor_ < 0) {
+        giveReason(failure_);
+        return false;
+    }
+    reached(Step::written);
+    return true;
+}
+
+bool AtomicFile::commit(Flush flush) {
+    if (descriptor_ < 0) {
+        giveReason(failure_);
+        return false;
+    }
+    const bool flushed = flush == Flush::no || ::fsync(descriptor_) == 0;
+    if (flushed) reached(Step::flushed);
+    std::unique_lock lock(pending().mutex);
+    if (!flushed || ::close(std::exchange(descriptor_, -1)) != 0 ||
+        std::rename(temporary_.c_str(), path_.c_str()) != 0) {
+        lock.unlock();
+        fail();
+        return false;
+    }
+    pending().names.erase(std::exchange(temporary_, {}));
+    lock.unlock();
+    reached(Step::renamed);
+    return true;
 }
 
 void AtomicFile::discard() {
-    if (descriptor_ >= 0)
-        ::close(std::exchange(descriptor_, -1));
-    else if (temporary_.empty())
-        return;
+    if (temporary_.empty()) return;
+    const std::lock_guard lock(pending().mutex);
+    if (descriptor_ >= 0) ::close(std::exchange(descriptor_, -1));
     ::unlink(temporary_.c_str());
-    temporary_.clear();
+    pending().names.erase(std::exchange(temporary_, {}));
+}
+
+bool AtomicFile::save(const std::string& path, std::span<const std::uint8_t> bytes, Flush flush) {
+    AtomicFile file(path);
+    return file.write(bytes) && file.commit(flush);
+}
+
+bool AtomicFile::isTemporary(std::string_view name) {
+    return name.starts_with(temporaryStart) && name.ends_with(temporaryEnd);
+}
+
+void AtomicFile::removeStale(const std::string& folder) {
+    std::error_code error, ignored;
+    for (fs::directory_iterator entry(folder, error), end; !error && entry != end; entry.increment(error)) {
+        struct stat info {};
+        if (!isTemporary(entry->path().filename().string()) || ::lstat(entry->path().c_str(), &info) != 0)
+            continue;
+        const auto age = std::chrono::seconds(std::time(nullptr) - info.st_mtim.tv_sec);
+        // A date far in the future comes from a clock that was set back.
+        if (S_ISREG(info.st_mode) && std::chrono::abs(age) > longestSave) fs::remove(entry->path(), ignored);
+    }
+}
+
+void AtomicFile::endAllSaves() {
+    pending().mutex.lock(); // for good
+    for (const std::string& name : pending().names)
+        ::unlink(name.c_str());
 }
 
 } // namespace pex

@@ -1,15 +1,23 @@
 #pragma once
 
 #include "peximage/platform/Export.h"
+#include "peximage/platform/foundation/Reason.h"
 
+#include <chrono>
 #include <cstdint>
 #include <span>
 #include <string>
+#include <string_view>
 
 namespace pex {
 
 /// A file that appears whole or not at all: bytes go to a temporary file in the destination's folder, and
 /// only `commit` renames it over the destination. What was not committed is removed with the object.
+///
+/// Folders on the way are made. A destination that is a link keeps being one: the file it leads to is
+/// replaced. The new file has the owner, group and permissions of the one it replaces, from the start, as far
+/// as the system lets the caller give them. Nothing but a regular file is ever replaced. What fails gives its
+/// reason (`lastReason`). One object belongs to one thread.
 class PEX_EXPORT AtomicFile {
   public:
     explicit AtomicFile(std::string path);
@@ -24,7 +32,21 @@ class PEX_EXPORT AtomicFile {
     enum class Flush { yes, no };
     /// Renames, after flushing to disk where that is asked for. False when any step failed; the destination
     /// is then as it was.
-    bool commit(Flush flush = Flush::yes);
+    bool commit(Flush flush);
+
+    /// All of it in one call.
+    static bool save(const std::string& path, std::span<const std::uint8_t> bytes, Flush flush);
+
+    /// Whether a file of that name is, or was, one on its way to another name.
+    static bool isTemporary(std::string_view name);
+    /// No save takes that long: a temporary file this old was left behind by a process that was killed.
+    static constexpr std::chrono::hours longestSave{1};
+    /// Removes such files from a folder; folders inside it are not looked into.
+    static void removeStale(const std::string& folder);
+
+    /// For a process that ends while other threads may be saving: removes all temporary files. A thread that
+    /// wants to begin or commit a save then waits for ever, so the caller has to end the process.
+    static void endAllSaves();
 
     /// Where a save can be interrupted, in order.
     enum class Step { created, written, flushed, renamed };
@@ -34,11 +56,15 @@ class PEX_EXPORT AtomicFile {
     static void setObserver(Observer observer);
 
   private:
+    void open();
+    bool create(unsigned mode);
+    void fail();
     void discard();
 
     std::string path_;
     std::string temporary_;
     int descriptor_ = -1;
+    Reason failure_;
 };
 
 } // namespace pex

@@ -83,8 +83,7 @@ std::string_view Data::text() const { return {reinterpret_cast<const char*>(data
 bool Data::write(const URL& url, Writing writing) const {
     if (!url.isFileURL()) return false;
     if (writing == Writing::inPlace) return writeInPlace(url.path(), bytes());
-    AtomicFile file(url.path());
-    return file.write(bytes()) && file.commit(AtomicFile::Flush::no);
+    return AtomicFile::save(url.path(), bytes(), AtomicFile::Flush::no);
 }
 
 bool operator==(const Data& a, const Data& b) {

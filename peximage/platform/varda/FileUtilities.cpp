@@ -1,5 +1,6 @@
 #include "peximage/platform/varda/FileUtilities.h"
 
+#include "peximage/platform/foundation/Folders.h"
 #include "peximage/platform/foundation/UserFolders.h"
 
 #include <algorithm>
@@ -9,12 +10,7 @@
 namespace pex {
 namespace fs = std::filesystem;
 
-bool fu_createFolder(const URL& url) {
-    if (!url.isFileURL()) return false;
-    std::error_code error;
-    fs::create_directories(url.path(), error);
-    return fs::is_directory(url.path(), error);
-}
+bool fu_createFolder(const URL& url) { return url.isFileURL() && makeFolders(url.path()); }
 
 bool fu_fileExists(const URL& url, std::optional<double> minSizeInKB) {
     std::error_code error;

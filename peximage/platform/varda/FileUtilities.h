@@ -9,7 +9,8 @@
 
 namespace pex {
 
-/// Makes the folder with its parents. True when it is there afterwards.
+/// Makes the folder with its parents; those in the user's data and caches folders are for the user alone.
+/// True when it is there afterwards.
 PEX_EXPORT bool fu_createFolder(const URL& url);
 
 /// True when a regular file is there (a link to one counts) that holds at least `minSizeInKB` × 1000 bytes;

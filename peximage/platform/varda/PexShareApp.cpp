@@ -49,8 +49,8 @@ bool copyFile(const URL& from, const URL& to) {
     if (source < 0) return false;
     struct stat info {};
     AtomicFile target(to.path());
-    const bool copied =
-        ::fstat(source, &info) == 0 && S_ISREG(info.st_mode) && copyAll(source, target) && target.commit();
+    const bool copied = ::fstat(source, &info) == 0 && S_ISREG(info.st_mode) && copyAll(source, target) &&
+                        target.commit(AtomicFile::Flush::yes);
     ::close(source);
     return copied;
 }
@@ -59,7 +59,8 @@ bool copyFile(const URL& from, const URL& to) {
 
 Task<std::optional<std::string>> ingestInto(std::optional<URL> folder, URL file) {
     const std::string id = newIdentifier(file);
-    if (!folder || !file.isFileURL() || !fu_createFolder(*folder)) co_return std::nullopt;
+    if (!folder || !file.isFileURL()) co_return std::nullopt;
+    AtomicFile::removeStale(folder->path());
     if (!copyFile(file, folder->appendingPathComponent(id))) co_return std::nullopt;
     co_return id;
 }

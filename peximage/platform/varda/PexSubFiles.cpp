@@ -21,8 +21,7 @@ Task<std::optional<Data>> PexSubFiles::data(const ForId& item) const {
 }
 
 bool PexSubFiles::setData(const Data& data, std::string_view forId) const {
-    const URL file = fileFor(forId);
-    return fu_createFolder(file.deletingLastPathComponent()) && data.write(file, Data::Writing::atomically);
+    return data.write(fileFor(forId), Data::Writing::atomically);
 }
 
 bool PexSubFiles::remove(std::string_view forId) const { return fu_deleteFile(fileFor(forId)); }

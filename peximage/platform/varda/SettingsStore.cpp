@@ -26,9 +26,7 @@ std::optional<std::string> contents(const std::optional<URL>& file) {
 }
 
 bool replace(const std::optional<URL>& file, std::string_view text) {
-    if (!file || !fu_createFolder(file->deletingLastPathComponent())) return false;
-    AtomicFile target(file->path());
-    return target.write({reinterpret_cast<const std::uint8_t*>(text.data()), text.size()}) && target.commit();
+    return file && AtomicFile::save(file->path(), Data(text).bytes(), AtomicFile::Flush::yes);
 }
 
 } // namespace

@@ -1,9 +1,12 @@
 #include "peximage/platform/foundation/AtomicFile.h"
 #include "peximage/platform/foundation/Data.h"
 #include "peximage/platform/varda/FileUtilities.h"
-#include "tests/support/TempFolder.h"
+#include "tests/support/DataFolder.h"
+#include "tests/support/InChild.h"
 
 #include <gtest/gtest.h>
+
+#include <unistd.h>
 
 using namespace pex;
 namespace fs = std::filesystem;
@@ -43,35 +46,103 @@ TEST(Data, AFullDiskFailsAndKeepsTheDevice) {
     EXPECT_TRUE(fs::is_character_file("/dev/full"));
 }
 
+constexpr auto ownerOnly = fs::perms::owner_read | fs::perms::owner_write;
+
+/// The files in the folder that are on their way.
+std::vector<fs::path> temporaries(const fs::path& folder) {
+    std::vector<fs::path> found;
+    for (const auto& entry : fs::directory_iterator(folder))
+        if (AtomicFile::isTemporary(entry.path().filename().string())) found.push_back(entry.path());
+    return found;
+}
+
 TEST(AtomicFile, OnlyCommitChangesTheDestination) {
     const TempFolder folder;
-    const URL url = folder.url("doc");
-    ASSERT_TRUE(Data("old").write(url, Data::Writing::inPlace));
-    fs::permissions(url.path(), fs::perms::owner_read | fs::perms::owner_write);
+    const URL url = folder.url("new/folder/doc");
+    ASSERT_TRUE(AtomicFile::save(url.path(), Data("old").bytes(), AtomicFile::Flush::no));
+    fs::permissions(url.path(), ownerOnly);
+    const fs::path parent = fs::path(url.path()).parent_path();
     {
         AtomicFile file(url.path());
         EXPECT_TRUE(file.write(Data("new, but never finished").bytes()));
         EXPECT_EQ(Data::contentsOf(url)->text(), "old");
+        EXPECT_EQ(fs::status(temporaries(parent).at(0)).permissions(), ownerOnly) << "private from the start";
     }
     EXPECT_EQ(Data::contentsOf(url)->text(), "old");
-    EXPECT_EQ(folder.count(), 1);
+    EXPECT_TRUE(temporaries(parent).empty());
 
     AtomicFile file(url.path());
     EXPECT_TRUE(file.write(Data("n").bytes()));
     EXPECT_TRUE(file.write(Data("ew").bytes()));
-    EXPECT_TRUE(file.commit());
-    EXPECT_FALSE(file.commit());
+    EXPECT_TRUE(file.commit(AtomicFile::Flush::yes));
+    EXPECT_FALSE(file.commit(AtomicFile::Flush::yes));
     EXPECT_EQ(Data::contentsOf(url)->text(), "new");
-    EXPECT_EQ(fs::status(url.path()).permissions(), fs::perms::owner_read | fs::perms::owner_write);
+    EXPECT_EQ(fs::status(url.path()).permissions(), ownerOnly);
 }
 
-TEST(AtomicFile, FailsWithoutAFolderOrOverOne) {
+TEST(AtomicFile, ReplacesWhatALinkLeadsTo) {
     const TempFolder folder;
-    EXPECT_FALSE(Data("x").write(folder.url("no/such/folder"), Data::Writing::atomically));
     fs::create_directory(folder.path() / "d");
-    EXPECT_FALSE(Data("x").write(folder.url("d"), Data::Writing::atomically));
-    EXPECT_FALSE(Data("x").write(folder.url("d"), Data::Writing::inPlace));
-    EXPECT_EQ(folder.count(), 1);
+    ASSERT_TRUE(Data("old").write(folder.url("d/there"), Data::Writing::inPlace));
+    for (const std::string name : {"there", "missing"}) {
+        fs::create_symlink("d/" + name, folder.path() / ("to " + name));
+        fs::create_symlink("to " + name, folder.path() / name);
+        EXPECT_TRUE(Data("new").write(folder.url(name), Data::Writing::atomically)) << lastReason().message;
+        EXPECT_TRUE(fs::is_symlink(folder.path() / name) && fs::is_symlink(folder.path() / ("to " + name)));
+        EXPECT_EQ(Data::contentsOf(folder.url("d/" + name))->text(), "new");
+    }
+}
+
+TEST(AtomicFile, TellsWhyItCannotSave) {
+    const TempFolder folder;
+    fs::create_directory(folder.path() / "d");
+    fs::create_symlink("loop", folder.path() / "loop");
+    ASSERT_TRUE(Data("x").write(folder.url("f"), Data::Writing::inPlace));
+    const struct {
+        std::string path;
+        ReasonCode code;
+    } cases[] = {{"d", ReasonCode::isFolder},
+                 {"f/inside", ReasonCode::noSuchFile},
+                 {"loop", ReasonCode::cannotWrite},
+                 {std::string(300, 'n'), ReasonCode::cannotWrite},
+                 {"../../dev/full", ReasonCode::notRegularFile},
+                 {"", ReasonCode::isFolder}};
+    for (const auto& [path, code] : cases) {
+        AtomicFile file((folder.path() / path).string());
+        EXPECT_FALSE(file.write(Data("x").bytes())) << path;
+        giveReason(ReasonCode::cancelled, "something else");
+        EXPECT_FALSE(file.commit(AtomicFile::Flush::no)) << path;
+        EXPECT_EQ(lastReason().code, code) << path << ": " << lastReason().message;
+    }
+    EXPECT_EQ(folder.count(), 3);
+}
+
+TEST(AtomicFile, WhatKilledSavesLeftIsRemovedByAge) {
+    const TempFolder folder;
+    const auto now = fs::file_time_type::clock::now();
+    const std::string names[] = {".pex-left.tmp", ".pex-future.tmp", ".pex-young.tmp", "old.tmp"};
+    const std::chrono::hours ages[] = {
+        std::chrono::hours(2), std::chrono::hours(-2), {}, std::chrono::hours(2)};
+    for (std::size_t i = 0; i < std::size(names); ++i) {
+        ASSERT_TRUE(Data("x").write(folder.url(names[i]), Data::Writing::inPlace));
+        fs::last_write_time(folder.path() / names[i], now - ages[i]);
+    }
+    AtomicFile::removeStale(folder.path().string());
+    EXPECT_EQ(temporaries(folder.path()), std::vector{folder.path() / ".pex-young.tmp"});
+    EXPECT_EQ(folder.count(), 2);
+}
+
+TEST(AtomicFile, AProcessThatEndsLeavesNothing) {
+    const TempFolder folder;
+    const int status = inChild([&] {
+        AtomicFile file(folder.url("f").path());
+        const bool written = file.write(Data("x").bytes()) && temporaries(folder.path()).size() == 1;
+        AtomicFile::endAllSaves();
+        ::_exit(written ? 0 : 1);
+        return 2;
+    });
+    EXPECT_EQ(status, 0);
+    EXPECT_EQ(folder.count(), 0);
 }
 
 TEST(FileUtilities, MakeFindAndDelete) {
@@ -90,6 +161,18 @@ TEST(FileUtilities, MakeFindAndDelete) {
     EXPECT_TRUE(fu_deleteFile(folder.url("a/f")));
     EXPECT_TRUE(fu_deleteFile(folder.url("a/f")));
     EXPECT_FALSE(fu_fileExists(folder.url("a/f")));
+    EXPECT_FALSE(Data("x").write(folder.url("a/b"), Data::Writing::inPlace));
+}
+
+TEST(FileUtilities, FoldersForTheUsersDataAreTheUsersAlone) {
+    const DataFolder data;
+    const TempFolder elsewhere;
+    fs::remove(data.path());
+    EXPECT_TRUE(fu_createFolder(data.url("PexImage/app")));
+    EXPECT_TRUE(fu_createFolder(elsewhere.url("d")));
+    for (const auto& folder : {data.path(), data.path() / "PexImage", data.path() / "PexImage/app"})
+        EXPECT_EQ(fs::status(folder).permissions(), fs::perms::owner_all) << folder;
+    EXPECT_NE(fs::status(elsewhere.path() / "d").permissions(), fs::perms::owner_all);
 }
 
 } // namespace

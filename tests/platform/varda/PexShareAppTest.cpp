@@ -45,6 +45,9 @@ TEST(PexShareApp, StoresOnlyFilesThatCanBeRead) {
     EXPECT_FALSE(ingest(store, URL::fromPath(data.path().string())));
     EXPECT_FALSE(ingest(store, *URL::parse("https://host/a.jpg")));
     EXPECT_FALSE(ingest(PexShareApp(data.url("plain/store")), data.url("plain")));
+    writeFile(data.path() / "store/.pex-left.tmp", "by a killed process");
+    std::filesystem::last_write_time(data.path() / "store/.pex-left.tmp", {});
+    EXPECT_FALSE(ingest(store, data.url("missing")));
     EXPECT_EQ(std::filesystem::is_empty(data.path() / "store"), true);
     for (const char* name : {"plain", "odd.j pg;"}) {
         const auto id = ingest(store, data.url(name));

@@ -165,7 +165,7 @@ Scan Encoder::scan(double quality) {
 
 std::vector<std::uint8_t> Encoder::header(double quality) {
     const FrameHeader frame{input_.width, input_.height, input_.grey, hasFullChroma(quality)};
-    return fileHeader(frame, quantTables(quality), input_.iccProfile);
+    return fileHeader(frame, quantTables(quality), input_.metadata, input_.iccProfile);
 }
 
 } // namespace pex::jpeg

@@ -76,9 +76,10 @@ void putScan(Bytes& out, bool grey) {
 } // namespace
 
 std::vector<std::uint8_t> fileHeader(const FrameHeader& frame, const QuantTables& tables,
-                                     const Bytes& iccProfile) {
+                                     const Bytes& metadata, const Bytes& iccProfile) {
     Bytes out{0xFF, startOfImage};
     putSegment(out, jfif, {'J', 'F', 'I', 'F', 0, 1, 1, 0, 0, 1, 0, 1, 0, 0});
+    out.insert(out.end(), metadata.begin(), metadata.end());
     putProfile(out, iccProfile);
     putQuantTable(out, 0, tables.luma);
     if (!frame.grey) putQuantTable(out, 1, tables.chroma);

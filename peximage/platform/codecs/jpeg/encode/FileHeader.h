@@ -15,8 +15,10 @@ struct FrameHeader {
 };
 
 /// Everything of a baseline file before the coded data: a JFIF segment without a density (bytes 13 to 17 hold
-/// it), the colour profile in as many segments as it takes, tables, frame and scan.
+/// it), whole segments of metadata as they are given, the colour profile in as many segments as it takes,
+/// tables, frame and scan.
 std::vector<std::uint8_t> fileHeader(const FrameHeader& frame, const QuantTables& tables,
+                                     const std::vector<std::uint8_t>& metadata,
                                      const std::vector<std::uint8_t>& iccProfile);
 
 } // namespace pex::jpeg

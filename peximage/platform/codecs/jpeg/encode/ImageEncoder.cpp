@@ -4,13 +4,14 @@
 
 namespace pex {
 
-std::shared_ptr<jpeg::Encoder> jpeg::encoderOf(const CGImage& image) {
+std::shared_ptr<jpeg::Encoder> jpeg::encoderOf(const CGImage& image, std::vector<std::uint8_t> metadata) {
     const std::optional<PixelView> pixels = image.pixels();
     if (!pixels) return nullptr;
     jpeg::EncoderInput input;
     input.width = pixels->width;
     input.height = pixels->height;
     input.grey = pixels->layout == PixelLayout::grey;
+    input.metadata = std::move(metadata);
     if (input.grey || pixels->layout == PixelLayout::skipLast) {
         input.row = [image, view = *pixels](int y, std::uint8_t*) { return view.row(y); };
     } else {

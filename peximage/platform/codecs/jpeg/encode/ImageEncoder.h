@@ -8,9 +8,9 @@ namespace pex {
 namespace jpeg {
 
 /// An encoder for the image: grey pictures as one component, others in colour, transparency laid over white,
-/// a profile that is not standard embedded. Null when the pixels cannot be had or are too many for the
-/// format.
-std::shared_ptr<Encoder> encoderOf(const CGImage& image);
+/// a profile that is not standard embedded, whole segments of metadata behind the JFIF one. Null when the
+/// pixels cannot be had or are too many for the format.
+std::shared_ptr<Encoder> encoderOf(const CGImage& image, std::vector<std::uint8_t> metadata = {});
 
 } // namespace jpeg
 

@@ -26,13 +26,6 @@ struct JpegFile {
     std::shared_ptr<const ColorConversion> fromCmyk;
 };
 
-PixelSize scaled(PixelSize size, int eighths) {
-    const auto side = [eighths](int full) {
-        return static_cast<int>((std::int64_t{full} * eighths + 7) / 8);
-    };
-    return {side(size.width), side(size.height)};
-}
-
 /// C M Y K to R G B x in place.
 void convertInk(const JpegFile& file, std::uint8_t* row, int pixels) {
     if (file.inkInverted) {
@@ -56,8 +49,8 @@ void convertInk(const JpegFile& file, std::uint8_t* row, int pixels) {
 class JpegRows final : public RowReader {
   public:
     /// Null when the decoder refuses the file after all.
-    static std::unique_ptr<JpegRows> make(const JpegFile& file, int eighths) {
-        std::unique_ptr<JpegRows> rows(new JpegRows(file, eighths));
+    static std::unique_ptr<JpegRows> make(const JpegFile& file) {
+        std::unique_ptr<JpegRows> rows(new JpegRows(file));
         return rows->start(JpegDecompressor::Codes::fast) ? std::move(rows) : nullptr;
     }
 
@@ -81,12 +74,11 @@ class JpegRows final : public RowReader {
     }
 
   private:
-    JpegRows(const JpegFile& file, int eighths) : file_(file), eighths_(static_cast<unsigned>(eighths)) {}
+    explicit JpegRows(const JpegFile& file) : file_(file) {}
 
     bool start(JpegDecompressor::Codes codes) {
         decoder_ = std::make_unique<JpegDecompressor>(CGDataProvider(file_.bytes));
-        return decoder_->readHeader(file_.maxMetadataBytes) &&
-               decoder_->start(eighths_, file_.decodedSpace, codes);
+        return decoder_->readHeader(file_.maxMetadataBytes) && decoder_->start(8, file_.decodedSpace, codes);
     }
 
     bool decode(JSAMPROW* rows, int count) {
@@ -108,7 +100,6 @@ class JpegRows final : public RowReader {
     }
 
     JpegFile file_;
-    unsigned eighths_;
     std::unique_ptr<JpegDecompressor> decoder_;
     int rowsDone_ = 0;
 };
@@ -122,23 +113,9 @@ class JpegSource final : public PixelSource {
     PixelLayout layout() const override {
         return file_.decodedSpace == JCS_GRAYSCALE ? PixelLayout::grey : PixelLayout::skipLast;
     }
-    PixelSize reducedSize(PixelSize minimum) const override {
-        return scaled(file_.size, eighthsFor(minimum));
-    }
-    std::unique_ptr<RowReader> rows(PixelSize size) const override {
-        return JpegRows::make(file_, eighthsFor(size));
-    }
+    std::unique_ptr<RowReader> rows(PixelSize) const override { return JpegRows::make(file_); }
 
   private:
-    /// The codec decodes fast at a half, a quarter and an eighth: it keeps a block's lowest frequencies.
-    int eighthsFor(PixelSize minimum) const {
-        for (const int eighths : {1, 2, 4}) {
-            const PixelSize reduced = scaled(file_.size, eighths);
-            if (reduced.width >= minimum.width && reduced.height >= minimum.height) return eighths;
-        }
-        return 8;
-    }
-
     JpegFile file_;
 };
 

@@ -115,6 +115,34 @@ TEST(JpegReader, OrientationIsAppliedOnceAndNotSavedAgain) {
               (CGSize{64, 32}));
 }
 
+TEST(JpegReader, ResizedBeforeItsPixelsAreTouchedOrAfterItIsTheSame) {
+    const auto noise = [](int x, int y, int c) {
+        return static_cast<std::uint8_t>((x * 7919 + y * 104729 + c * 31) >> 3);
+    };
+    for (const std::uint8_t orientation : {1, 6}) {
+        for (const bool progressive : {false, true}) {
+            Recipe recipe{.exif = exifWithOrientation(orientation)};
+            if (progressive) recipe.settings = [](auto& info) { jpeg_simple_progression(&info); };
+            const Data file(makeJpeg(200, 120, recipe, noise));
+            for (const double side : {100, 66, 40, 12, 3}) {
+                const auto touched = PexImage::make(file, {});
+                ASSERT_TRUE(touched->cgImage->pixels());
+                const auto expected = touched->resize({.withMaxSide = side}),
+                           fresh = PexImage::make(file, {})->resize({.withMaxSide = side});
+                ASSERT_EQ(fresh->size, expected->size);
+                for (int i = 0; i < static_cast<int>(fresh->size.width * fresh->size.height); ++i) {
+                    const int x = i % static_cast<int>(fresh->size.width),
+                              y = i / static_cast<int>(fresh->size.width);
+                    const Pixel is = pixelAt(*fresh->cgImage, x, y),
+                                shouldBe = pixelAt(*expected->cgImage, x, y);
+                    for (std::size_t c = 0; c < 4; ++c)
+                        ASSERT_NEAR(is[c], shouldBe[c], 1) << side << " at " << x << ", " << y;
+                }
+            }
+        }
+    }
+}
+
 TEST(JpegReader, ProfilesStayWithThePicture) {
     const auto icc = linearProfile();
     const auto image = PexImage::make(Data(makeJpeg(64, 48, {.icc = icc}, smooth)), {});

@@ -348,6 +348,19 @@ TEST_F(StoredCache, SubclassesChangeTheOperations) {
     EXPECT_EQ(cache->retrieveImage("a")->size, (CGSize{4, 4}));
 }
 
+TEST(StoredCacheThreads, WhatIsStoredIsThereWhenTheProcessHasEnded) {
+    const CachesFolder caches;
+    const int status = inChild([]() -> int {
+        const auto cache = PexImageStoredCache::make(
+            {.name = "Thumbs", .removeItemsAfterDays = forever, .mode = PexImageStoredCache::Mode::png});
+        for (const char* id : {"a", "b", "c", "d", "e", "f"})
+            cache->store(image(200, 150), id);
+        std::exit(42);
+    });
+    EXPECT_EQ(status, 42);
+    EXPECT_EQ(std::distance(fs::directory_iterator(caches.path() / "Thumbs"), {}), 6);
+}
+
 // The library's own background threads take part. Every image has the width that its identifier says.
 TEST(StoredCacheThreads, EightThreadsReadWholeImagesOfTheirOwn) {
     constexpr int threads = 8, operations = 10'000, identifiers = 12;
@@ -394,8 +407,7 @@ TEST(StoredCacheThreads, EightThreadsReadWholeImagesOfTheirOwn) {
         worker.join();
     EXPECT_EQ(wrong, 0);
     EXPECT_GT(found, operations / 4);
-    while (cache.use_count() > 1) // stores that are still on their way hold the cache
-        std::this_thread::yield();
+    Queue::wait();
     for (const std::string& id : cache->identifiers())
         EXPECT_TRUE(cache->retrieveImage(id)) << id;
 }

@@ -4,6 +4,15 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+/// Which allows no threads in forked processes.
+#if defined(__SANITIZE_THREAD__)
+constexpr bool underThreadSanitizer = true;
+#elif defined(__has_feature)
+constexpr bool underThreadSanitizer = __has_feature(thread_sanitizer);
+#else
+constexpr bool underThreadSanitizer = false;
+#endif
+
 /// Starts a child process that runs `work` and exits with what it returns, without any clean-up.
 inline pid_t startChild(const std::function<int()>& work) {
     const pid_t child = ::fork();

@@ -1,11 +1,24 @@
 #include "peximage/platform/foundation/Background.h"
 
-#include "peximage/platform/foundation/Workers.h"
+#include "peximage/platform/foundation/ThreadPool.h"
+
+#include <algorithm>
+#include <thread>
 
 namespace pex {
+namespace {
+
+/// Never freed: coroutines may go on while the process ends.
+ThreadPool& pool() {
+    static ThreadPool& instance =
+        *new ThreadPool(std::max(2, static_cast<int>(std::thread::hardware_concurrency())));
+    return instance;
+}
+
+} // namespace
 
 void Background::await_suspend(std::coroutine_handle<> suspended) const {
-    Workers::run([suspended] { suspended.resume(); });
+    pool().run([suspended] { suspended.resume(); });
 }
 
 } // namespace pex

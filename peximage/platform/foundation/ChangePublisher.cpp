@@ -1,5 +1,7 @@
 #include "peximage/platform/foundation/ChangePublisher.h"
 
+#include "peximage/platform/foundation/ForkSafe.h"
+
 #include <algorithm>
 #include <atomic>
 #include <mutex>
@@ -18,7 +20,7 @@ struct ChangePublisher::State {
     };
     using Entries = std::vector<std::shared_ptr<Entry>>;
 
-    std::mutex mutex;
+    ForkSafeMutex mutex;
     std::uint64_t lastTicket = 0;
     Entries entries;
 

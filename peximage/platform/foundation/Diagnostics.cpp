@@ -1,5 +1,7 @@
 #include "peximage/platform/foundation/Diagnostics.h"
 
+#include "peximage/platform/foundation/ForkSafe.h"
+
 #include <atomic>
 #include <cstdio>
 #include <mutex>
@@ -15,7 +17,7 @@ void printToStandardOutput(std::string_view line) {
 }
 
 struct Sink {
-    std::mutex mutex;
+    LongHeldMutex mutex; // held during the call
     std::function<void(std::string_view)> call = printToStandardOutput;
 };
 
@@ -37,8 +39,9 @@ bool enabled() { return hasSink.load(std::memory_order_relaxed); }
 
 void setSink(std::function<void(std::string_view)> call) {
     const std::lock_guard lock(sink().mutex);
+    const ForkPass pass;
     hasSink = static_cast<bool>(call);
-    sink().call = std::move(call);
+    sink().call.swap(call);
 }
 
 void resetSink() { setSink(printToStandardOutput); }

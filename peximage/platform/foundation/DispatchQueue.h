@@ -8,7 +8,8 @@
 
 namespace pex {
 
-/// A serial queue: blocks handed to it run one after the other, in the order they came in.
+/// A serial queue: blocks handed to it run one after the other, in the order they came in. A forked child has
+/// none of its parent's blocks.
 class PEX_EXPORT DispatchQueue {
   public:
     /// The label tells people which queue it is.
@@ -18,9 +19,11 @@ class PEX_EXPORT DispatchQueue {
     DispatchQueue(const DispatchQueue&) = delete;
     DispatchQueue& operator=(const DispatchQueue&) = delete;
 
-    /// Runs the block and returns when it is done. From within a block of this queue it runs at once.
+    /// Runs the block on this thread and returns when it is done; throws what it throws. From within a block
+    /// of this queue it runs at once.
     void sync(const std::function<void()>& block);
     /// Queues the block for the queue's own thread, which is started by the first such block, and returns.
+    /// What the block throws is dropped. Where no thread can be had, those who use the queue run it.
     void async(std::function<void()> block);
 
     const std::string& label() const { return label_; }

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "peximage/platform/foundation/ForkSafe.h"
+
 #include <mutex>
 #include <utility>
 
@@ -20,7 +22,7 @@ class Guarded {
     }
 
   private:
-    mutable std::mutex mutex_;
+    mutable ForkSafeMutex mutex_;
     T value_{};
 };
 

@@ -1,5 +1,7 @@
 #include "peximage/platform/foundation/Module.h"
 
+#include "peximage/platform/foundation/ForkSafe.h"
+
 #include <dlfcn.h>
 #include <filesystem>
 #include <map>
@@ -46,7 +48,7 @@ const ModuleEntry* open(std::string_view name) {
 bool hasModule(std::string_view name) { return !find(name).empty(); }
 
 const void* moduleInterface(std::string_view name, int version) {
-    static std::mutex mutex;
+    static ForkSafeMutex mutex; // a fork in the middle of loading would leave half a module
     static std::map<std::string, const ModuleEntry*, std::less<>> loaded;
     const std::lock_guard lock(mutex);
     auto found = loaded.find(name);

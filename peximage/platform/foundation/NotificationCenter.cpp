@@ -1,5 +1,6 @@
 #include "peximage/platform/foundation/NotificationCenter.h"
 
+#include <mutex>
 #include <utility>
 
 namespace pex {

@@ -1,12 +1,12 @@
 #pragma once
 
 #include "peximage/platform/Export.h"
+#include "peximage/platform/foundation/ForkSafe.h"
 
 #include <any>
 #include <functional>
 #include <map>
 #include <memory>
-#include <mutex>
 #include <optional>
 #include <string>
 #include <vector>
@@ -41,7 +41,7 @@ class PEX_EXPORT NotificationCenter {
   private:
     using Observers = std::vector<std::shared_ptr<const Observer>>;
 
-    mutable std::mutex mutex_;
+    mutable ForkSafeMutex mutex_;
     std::map<std::string, Observers> observers_;
 };
 

@@ -1,5 +1,7 @@
 #include "peximage/platform/foundation/Reason.h"
 
+#include "peximage/platform/foundation/ReasonWatch.h"
+
 #include <cerrno>
 #include <new>
 #include <system_error>
@@ -11,6 +13,8 @@ Reason& reasonOfThread() {
     thread_local Reason reason;
     return reason;
 }
+
+constinit thread_local unsigned givenToThread = 0;
 
 /// What reading and writing have in common; the fallback for everything else.
 ReasonCode codeOf(int systemError, ReasonCode fallback) {
@@ -52,11 +56,23 @@ const Reason& lastReason() { return reasonOfThread(); }
 
 void giveReason(ReasonCode code, std::string_view message) noexcept {
     Reason& reason = reasonOfThread();
+    ++givenToThread;
     reason.code = code;
     try {
         reason.message = message;
     } catch (const std::bad_alloc&) {
         reason.message.clear();
+    }
+}
+
+unsigned reasonsGiven() noexcept { return givenToThread; }
+
+void copyReason(const Reason& from, Reason& to) noexcept {
+    to.code = from.code;
+    try {
+        to.message = from.message;
+    } catch (const std::bad_alloc&) {
+        to.message.clear();
     }
 }
 

@@ -1,13 +1,16 @@
 #include "peximage/platform/foundation/Workers.h"
 
+#include "peximage/platform/foundation/ForkSafe.h"
+#include "peximage/platform/foundation/ReasonWatch.h"
+
 #include <algorithm>
 #include <atomic>
 #include <condition_variable>
 #include <deque>
 #include <exception>
+#include <list>
 #include <mutex>
 #include <new>
-#include <system_error>
 #include <thread>
 #include <tuple>
 #include <utility>
@@ -33,6 +36,7 @@ struct Job {
     int slots = 1; // the caller has the first
     std::atomic<int> helpers{0};
     std::exception_ptr error{};
+    Reason reason{}; // what a helper was told
 
     void takePart(int slot) {
         for (int index = 0, end = 0; index < count; ++index) {
@@ -61,7 +65,7 @@ void awhile(const Condition& condition) {
         std::this_thread::yield();
 }
 
-class Pool {
+class Pool : private ForkAware {
   public:
     /// Never destroyed: its threads may outlive every static object.
     static Pool& shared() {
@@ -73,7 +77,10 @@ class Pool {
         {
             const std::lock_guard lock(mutex_);
             startThreads(std::min(job.count, Workers::count()) - 1);
-            jobs_.push_back(&job);
+            try {
+                jobs_.push_back(&job);
+            } catch (const std::bad_alloc&) { // nobody will help
+            }
             ++changes_;
         }
         changed_.notify_all();
@@ -86,6 +93,7 @@ class Pool {
         done_.wait(lock, [&] { return job.helpers == 0; });
         if (!error) error = job.error;
         lock.unlock();
+        if (job.reason) giveReason(job.reason);
         if (error) std::rethrow_exception(error);
     }
 
@@ -95,7 +103,11 @@ class Pool {
             const std::lock_guard lock(mutex_);
             startThreads(1);
             if (threads_ == 0) return false;
-            tasks_.push_back(std::move(task));
+            try {
+                tasks_.push_back(std::move(task));
+            } catch (const std::bad_alloc&) {
+                return false;
+            }
             ++changes_;
         }
         changed_.notify_one();
@@ -118,7 +130,7 @@ class Pool {
         try {
             for (; threads_ < wanted; ++threads_)
                 std::thread([this] { work(); }).detach();
-        } catch (const std::system_error&) {
+        } catch (const std::exception&) { // also without memory for one
         }
     }
 
@@ -156,13 +168,22 @@ class Pool {
             } else if (Job* job = openJob()) {
                 help(*job, lock);
             } else if (!tasks_.empty()) {
-                const std::function<void()> task = std::move(tasks_.front());
-                tasks_.pop_front();
-                lock.unlock();
-                task();
-                lock.lock();
+                runTask(lock);
             }
         }
+    }
+
+    void runTask(std::unique_lock<std::mutex>& lock) {
+        {
+            const std::function<void()> task = std::move(tasks_.front());
+            tasks_.pop_front();
+            lock.unlock();
+            try {
+                task();
+            } catch (...) { // nobody is there to take it
+            }
+        }
+        lock.lock();
     }
 
     /// With the lock held; the hook is called without it. Returns when something was handed over.
@@ -181,22 +202,36 @@ class Pool {
         const int slot = job.slots++;
         ++job.helpers;
         lock.unlock();
+        const ReasonWatch watch;
         std::exception_ptr error = partake(job, slot);
         lock.lock();
         if (error) job.error = std::move(error);
+        if (watch.hasSeen()) copyReason(lastReason(), job.reason);
         if (--job.helpers == 0) done_.notify_all();
     }
 
-    std::mutex mutex_;
+    /// The calls and tasks were those of other threads.
+    void startOverInChild() override {
+        ::new (&changed_) std::condition_variable;
+        ::new (&done_) std::condition_variable;
+        threads_ = 0;
+        jobs_.clear();
+        inherited_.push_back(std::exchange(tasks_, {}));
+    }
+
     std::condition_variable changed_, done_;
     std::atomic<unsigned> changes_{0}; // counts what was handed over
     std::vector<Job*> jobs_;
     std::deque<std::function<void()>> tasks_;
+    std::list<std::deque<std::function<void()>>> inherited_; // a parent's, not the child's to destroy
     int threads_ = 0;
     std::chrono::milliseconds quiet_{std::chrono::hours(1)};
     std::function<void()> idleHook_;
     unsigned idleSince_ = 0; // changes_ when the hook was called last
 };
+
+/// Made while the library is loaded: a fork should not find a thread in the middle of making it.
+[[maybe_unused]] const Pool& madeEarly = Pool::shared();
 
 } // namespace
 

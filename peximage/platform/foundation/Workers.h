@@ -6,8 +6,8 @@
 namespace pex {
 
 /// Fork and join over the processor's cores. The worker threads start when they are first needed and sleep
-/// between two calls; a program that never works in parallel has none. Any thread, also from within such
-/// work.
+/// between two calls; a program that never works in parallel has none, and a forked child starts its own. Any
+/// thread, also from within such work.
 class Workers {
   public:
     /// How many threads work on one call at once, the caller among them: the number of cores, or the limit.
@@ -16,10 +16,12 @@ class Workers {
     /// Calls `work(index, slot)` for every index from 0 to `count` − 1 and returns when all are done. The
     /// caller takes part. `slot`, from 0 to `Workers::count()` − 1, belongs to one thread during the call, so
     /// that each can have memory of its own. What one of the calls throws, the caller throws, when all that
-    /// were begun have ended; few more are begun then.
+    /// were begun have ended; few more are begun then. A reason that one of them was given is left to the
+    /// caller. The work must not fork.
     static void forEach(int count, const std::function<void(int index, int slot)>& work);
 
-    /// Runs the task on one of the workers, soon; on the caller's thread when no other can be had.
+    /// Runs the task on one of the workers, soon; on the caller's thread when no other can be had. It must
+    /// not wait for other tasks, and what it throws is dropped.
     static void run(std::function<void()> task);
 
     /// Has a worker call the hook when none of them has had work for so long, once after each busy time: the

@@ -1,5 +1,6 @@
 #include "peximage/platform/raster/CGImage.h"
 
+#include "peximage/platform/foundation/ForkSafe.h"
 #include "peximage/platform/foundation/OutOfMemory.h"
 #include "peximage/platform/raster/PixelSource.h"
 
@@ -22,7 +23,7 @@ struct CGImage::Store {
     PixelLayout layout;
     CGColorSpace colorSpace;
 
-    std::mutex mutex;
+    LongHeldMutex mutex;                       // also while the pixels are decoded
     std::shared_ptr<const PixelSource> source; // until the pixels are there
     PixelBuffer buffer;
     std::ptrdiff_t bytesPerRow = 0;
@@ -36,12 +37,14 @@ struct CGImage::Store {
         const std::size_t stride = rowBytes(size.width, layout);
         PixelBuffer fresh = PixelBuffer::make(stride * static_cast<std::size_t>(size.height));
         if (!fresh) return;
-        bytesPerRow = static_cast<std::ptrdiff_t>(stride);
+        const auto rows = static_cast<std::ptrdiff_t>(stride);
         const auto whole = absentWithoutMemory([&] {
-            return std::optional(
-                source->decode({fresh.data(), size.width, size.height, bytesPerRow, layout}));
+            return std::optional(source->decode({fresh.data(), size.width, size.height, rows, layout}));
         });
         if (!whole) return;
+        const std::shared_ptr<const PixelSource> decoded = source; // freed when the pass is back
+        const ForkPass pass;
+        bytesPerRow = rows;
         incomplete = !*whole;
         buffer = std::move(fresh);
         source.reset();

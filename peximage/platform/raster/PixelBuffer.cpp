@@ -1,5 +1,6 @@
 #include "peximage/platform/raster/PixelBuffer.h"
 
+#include "peximage/platform/foundation/ForkSafe.h"
 #include "peximage/platform/foundation/Workers.h"
 
 #include <atomic>
@@ -89,7 +90,7 @@ class Pool {
             std::free(block.first);
     }
 
-    std::mutex mutex_;
+    ForkSafeMutex mutex_;
     std::vector<std::pair<void*, std::size_t>> blocks_;
     std::size_t kept_ = 0;
     std::size_t bound_ = std::size_t{64} << 20;
@@ -104,6 +105,9 @@ Pool& pool() {
     }();
     return *instance;
 }
+
+/// Made while the library is loaded: a fork should not find a thread in the middle of making it.
+[[maybe_unused]] const Pool& madeEarly = pool();
 
 void* allocateLarge(std::size_t bytes) {
     if (void* recycled = pool().take(bytes)) return recycled;

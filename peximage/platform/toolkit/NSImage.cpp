@@ -2,6 +2,7 @@
 
 #include "peximage/platform/codecs/CGImageSource.h"
 #include "peximage/platform/codecs/ImageLimits.h"
+#include "peximage/platform/foundation/ForkSafe.h"
 #include "peximage/platform/raster/OrientedSource.h"
 #include "peximage/platform/toolkit/NSScreen.h"
 
@@ -33,7 +34,7 @@ std::shared_ptr<CGContext> contextOf(double width, double height) {
 }
 
 struct ImageFolders {
-    std::mutex mutex;
+    ForkSafeMutex mutex;
     std::vector<URL> folders;
 };
 

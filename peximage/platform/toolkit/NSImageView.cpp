@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <mutex>
 #include <utility>
 
 namespace pex {
@@ -15,10 +16,18 @@ std::shared_ptr<NSImageView> NSImageView::make(const CGRect& frame) {
     return std::shared_ptr<NSImageView>(new NSImageView(frame));
 }
 
+CGRect NSImageView::frame() const {
+    const std::lock_guard lock(mutex_);
+    return frame_;
+}
+
 void NSImageView::setFrame(const CGRect& frame) {
-    const bool resized = frame.size != frame_.size;
-    frame_ = frame;
-    if (resized) setNeedsDisplay(frame_);
+    const bool resized = frame.size != this->frame().size;
+    {
+        const std::lock_guard lock(mutex_);
+        frame_ = frame;
+    }
+    if (resized) setNeedsDisplay(frame);
 }
 
 std::shared_ptr<NSImage> NSImageView::image() const {
@@ -31,7 +40,7 @@ void NSImageView::setImage(std::shared_ptr<NSImage> image) {
         const std::lock_guard lock(mutex_);
         image_.swap(image);
     }
-    setNeedsDisplay(frame_);
+    setNeedsDisplay(frame());
 }
 
 void NSImageView::setWantsLayer(bool wants) {
@@ -40,15 +49,14 @@ void NSImageView::setWantsLayer(bool wants) {
 
 std::optional<CGRect> NSImageView::imageRect() const {
     const std::shared_ptr<NSImage> shown = image();
-    const CGSize size = shown ? shown->size() : CGSize{0, 0};
-    if (!(size.width > 0 && size.height > 0 && frame_.size.width > 0 && frame_.size.height > 0))
-        return std::nullopt;
-    double scale = std::min(frame_.size.width / size.width, frame_.size.height / size.height);
+    const CGSize size = shown ? shown->size() : CGSize{0, 0}, room = frame().size;
+    if (!(size.width > 0 && size.height > 0 && room.width > 0 && room.height > 0)) return std::nullopt;
+    double scale = std::min(room.width / size.width, room.height / size.height);
     if (imageScaling == ImageScaling::proportionallyDown) scale = std::min(scale, 1.0);
     scale *= magnification;
     const CGSize drawn{size.width * scale, size.height * scale};
-    return CGRect{(frame_.size.width - drawn.width) / 2 + imageOffset.x,
-                  (frame_.size.height - drawn.height) / 2 + imageOffset.y, drawn.width, drawn.height};
+    return CGRect{(room.width - drawn.width) / 2 + imageOffset.x,
+                  (room.height - drawn.height) / 2 + imageOffset.y, drawn.width, drawn.height};
 }
 
 void NSImageView::setNeedsDisplay(const CGRect& rect) {
@@ -103,7 +111,7 @@ void NSImageView::drawFramed(CGContext& context) const {
                                               context.colorSpace(), pixels)
                             : nullptr;
     if (!own) return;
-    const double sx = width / frame_.size.width, sy = height / frame_.size.height;
+    const double sx = width / bounds().size.width, sy = height / bounds().size.height;
     own->scaleBy(sx, sy);
     drawContent(*own);
     const double scale = std::min(sx, sy);

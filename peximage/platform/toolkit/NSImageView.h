@@ -1,6 +1,7 @@
 #pragma once
 
 #include "peximage/platform/Export.h"
+#include "peximage/platform/foundation/ForkSafe.h"
 #include "peximage/platform/geometry/CGRect.h"
 #include "peximage/platform/raster/CGContext.h"
 #include "peximage/platform/toolkit/CALayer.h"
@@ -8,20 +9,20 @@
 
 #include <functional>
 #include <memory>
-#include <mutex>
 #include <optional>
 
 namespace pex {
 
 /// A view that shows an image, whole and centred, no larger than its size in points unless it is magnified.
-/// Drawing belongs to the main thread; the content may be read and replaced on any.
+/// Drawing and what concerns it belong to the main thread; the content may be read and replaced, and the
+/// frame be read, on any.
 class PEX_EXPORT NSImageView : public std::enable_shared_from_this<NSImageView> {
   public:
     /// Where the view lies in what holds it, in points.
     static std::shared_ptr<NSImageView> make(const CGRect& frame);
     virtual ~NSImageView() = default;
 
-    CGRect frame() const { return frame_; }
+    CGRect frame() const;
     /// A view of another size is to be drawn anew.
     void setFrame(const CGRect& frame);
 
@@ -64,13 +65,13 @@ class PEX_EXPORT NSImageView : public std::enable_shared_from_this<NSImageView> 
     explicit NSImageView(const CGRect& frame) : frame_(frame) {}
 
   private:
-    CGRect bounds() const { return {{0, 0}, frame_.size}; }
+    CGRect bounds() const { return {{0, 0}, frame().size}; }
     void drawContent(CGContext& context) const;
     void drawFramed(CGContext& context) const;
 
-    CGRect frame_;
     std::optional<CALayer> layer_;
-    mutable std::mutex mutex_; // guards what follows
+    mutable ForkSafeMutex mutex_; // guards what follows
+    CGRect frame_;
     std::shared_ptr<NSImage> image_;
     std::function<void(const CGRect& rect)> displayRequest_;
 };

@@ -1,5 +1,7 @@
 #include "peximage/platform/toolkit/NSScreen.h"
 
+#include "peximage/platform/foundation/ForkSafe.h"
+
 #include <cmath>
 #include <mutex>
 #include <utility>
@@ -7,7 +9,7 @@
 namespace pex {
 namespace {
 
-std::mutex screensMutex;
+ForkSafeMutex screensMutex;
 
 std::vector<NSScreen>& declaredScreens() {
     static std::vector<NSScreen> screens;

@@ -1,5 +1,7 @@
 #include "peximage/platform/varda/PerfAn.h"
 
+#include "peximage/platform/foundation/ForkSafe.h"
+
 #include <algorithm>
 #include <chrono>
 #include <mutex>
@@ -16,7 +18,7 @@ struct Stretch {
 
 thread_local std::vector<Stretch> openStretches;
 
-std::mutex measuresMutex;
+ForkSafeMutex measuresMutex;
 
 std::vector<PerfAn::Measure>& allMeasures() {
     static std::vector<PerfAn::Measure> measures;

@@ -1,5 +1,6 @@
 #include "peximage/platform/varda/PexCache.h"
 
+#include <mutex>
 #include <utility>
 
 namespace pex {

@@ -1,11 +1,11 @@
 #pragma once
 
 #include "peximage/platform/Export.h"
+#include "peximage/platform/foundation/ForkSafe.h"
 
 #include <any>
 #include <cstddef>
 #include <list>
-#include <mutex>
 #include <string>
 #include <unordered_map>
 
@@ -42,7 +42,7 @@ class PEX_EXPORT PexCache {
     void moveToDropped(Entries::iterator entry, Entries& dropped);
     void trim(Entries& dropped);
 
-    mutable std::mutex mutex_;
+    mutable ForkSafeMutex mutex_;
     std::size_t maxBytes_;
     std::size_t bytes_ = 0;
     Entries entries_; // the one used last comes first

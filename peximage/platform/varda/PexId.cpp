@@ -8,7 +8,8 @@
 #include <charconv>
 #include <chrono>
 #include <cstdint>
-#include <random>
+#include <pthread.h>
+#include <unistd.h>
 
 namespace pex {
 namespace {
@@ -18,14 +19,26 @@ std::string hex(std::uint64_t value) {
     return {digits, std::to_chars(digits, digits + sizeof digits, value, 16).ptr};
 }
 
+std::uint64_t randomStart() {
+    std::uint64_t start = 0;
+    if (::getentropy(&start, sizeof start) == 0) return start;
+    return static_cast<std::uint64_t>(std::chrono::steady_clock::now().time_since_epoch().count()) ^
+           (static_cast<std::uint64_t>(::getpid()) << 32);
+}
+
+/// A forked child goes on from a place of its own.
+std::atomic<std::uint64_t>& randomState() {
+    static std::atomic<std::uint64_t> state{[] {
+        ::pthread_atfork(nullptr, nullptr, [] { randomState() = randomStart(); });
+        return randomStart();
+    }()};
+    return state;
+}
+
 /// SplitMix64 over a counter that starts at a random place: distinct values in one process, and without the
 /// cost of asking the system for randomness each time.
 std::uint64_t nextRandom() {
-    static std::atomic<std::uint64_t> state{[] {
-        std::random_device device;
-        return (std::uint64_t{device()} << 32) | device();
-    }()};
-    std::uint64_t z = state.fetch_add(0x9E3779B97F4A7C15U, std::memory_order_relaxed);
+    std::uint64_t z = randomState().fetch_add(0x9E3779B97F4A7C15U, std::memory_order_relaxed);
     z = (z ^ (z >> 30)) * 0xBF58476D1CE4E5B9U;
     z = (z ^ (z >> 27)) * 0x94D049BB133111EBU;
     return z ^ (z >> 31);

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "peximage/platform/foundation/ForkSafe.h"
+
 #include <cstddef>
 #include <deque>
 #include <mutex>
@@ -30,6 +32,7 @@ class PexPrecalc {
 
   private:
     void remember(const std::string& key, const Value& value) {
+        const ForkPass pass;
         if (order_.size() == listBound_) {
             values_.erase(order_.front());
             order_.pop_front();
@@ -40,7 +43,7 @@ class PexPrecalc {
 
     std::size_t listBound_;
     bool threadSafe_;
-    std::mutex mutex_;
+    LongHeldMutex mutex_; // also while a value is computed
     std::deque<std::string> order_;
     std::unordered_map<std::string, Value> values_;
 };

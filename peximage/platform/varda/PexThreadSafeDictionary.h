@@ -1,5 +1,6 @@
 #pragma once
 
+#include "peximage/platform/foundation/ForkSafe.h"
 #include "peximage/platform/varda/Queue.h"
 
 #include <functional>
@@ -40,7 +41,7 @@ class PexThreadSafeDictionary {
     }
 
   private:
-    mutable std::mutex mutex_;
+    mutable ForkSafeMutex mutex_;
     std::map<Key, Value> values_;
     ChangeCallback changed_;
 };

@@ -1,8 +1,13 @@
 #include "peximage/platform/varda/XMain.h"
 
-#include <condition_variable>
+#include "peximage/platform/foundation/ForkSafe.h"
+
+#include <atomic>
 #include <deque>
+#include <future>
+#include <memory>
 #include <mutex>
+#include <pthread.h>
 #include <thread>
 #include <utility>
 
@@ -10,11 +15,17 @@ namespace pex {
 namespace {
 
 struct MainQueue {
-    std::mutex mutex;
-    std::condition_variable changed;
+    ForkSafeMutex mutex; // guards what follows
     std::thread::id mainThread = std::this_thread::get_id();
-    std::deque<std::function<void()>> blocks;
+    std::deque<std::function<void()>> blocks, inherited;
+
+    std::atomic<unsigned> added{0}; // blocks so far
+
+    LongHeldMutex wakeUpMutex; // held during the call
     std::function<void()> wakeUp;
+
+    MainQueue() { ::pthread_atfork(nullptr, nullptr, startOverInChild); }
+    static void startOverInChild();
 };
 
 MainQueue& queue() {
@@ -23,11 +34,25 @@ MainQueue& queue() {
     return instance;
 }
 
+/// The only thread there is becomes the main one. A parent's blocks are not the child's to run, nor to
+/// destroy: what they hold may be locked.
+void MainQueue::startOverInChild() {
+    MainQueue& main = queue();
+    main.mainThread = std::this_thread::get_id();
+    for (auto& block : main.blocks)
+        main.inherited.push_back(std::move(block));
+    main.blocks.clear();
+}
+
 void enqueue(std::function<void()> block) {
     MainQueue& main = queue();
-    const std::lock_guard lock(main.mutex);
-    main.blocks.push_back(std::move(block));
-    main.changed.notify_all();
+    {
+        const std::lock_guard lock(main.mutex);
+        main.blocks.push_back(std::move(block));
+    }
+    ++main.added;
+    main.added.notify_all();
+    const std::lock_guard lock(main.wakeUpMutex);
     if (main.wakeUp) main.wakeUp();
 }
 
@@ -39,6 +64,19 @@ std::function<void()> takeBlock() {
     std::function<void()> block = std::move(main.blocks.front());
     main.blocks.pop_front();
     return block;
+}
+
+std::size_t countBlocks() {
+    const std::lock_guard lock(queue().mutex);
+    return queue().blocks.size();
+}
+
+/// Runs a block that was queued, so that the event loop goes on.
+void runQueued(const std::function<void()>& block) noexcept {
+    try {
+        block();
+    } catch (...) { // nobody is there to take it
+    }
 }
 
 } // namespace
@@ -56,6 +94,7 @@ bool XMain::isMain() {
 }
 
 void XMain::execute(std::function<void()> block) {
+    if (!block) return;
     if (isMain())
         block();
     else
@@ -63,51 +102,46 @@ void XMain::execute(std::function<void()> block) {
 }
 
 void XMain::sync(const std::function<void()>& block) {
+    if (!block) return;
     if (isMain()) return block();
-    std::mutex mutex;
-    std::condition_variable ran;
-    bool done = false;
-    enqueue([&] {
-        block();
-        const std::lock_guard lock(mutex);
-        done = true;
-        ran.notify_one();
+    const auto ran = std::make_shared<std::promise<void>>(); // this thread may leave while it is being set
+    enqueue([&block, ran] {
+        try {
+            block();
+            ran->set_value();
+        } catch (...) {
+            ran->set_exception(std::current_exception());
+        }
     });
-    std::unique_lock lock(mutex);
-    ran.wait(lock, [&] { return done; });
+    ran->get_future().get();
 }
 
 std::size_t XMain::drain() {
     if (!isMain()) return 0;
-    std::size_t waiting = 0;
-    {
-        const std::lock_guard lock(queue().mutex);
-        waiting = queue().blocks.size();
-    }
+    const std::size_t waiting = countBlocks();
     // One at a time, so that a block which drains the queue itself keeps the order.
     std::size_t ran = 0;
     for (; ran < waiting; ++ran) {
         const std::function<void()> block = takeBlock();
         if (!block) break;
-        block();
+        runQueued(block);
     }
     return ran;
 }
 
 void XMain::waitAndDrain() {
     if (!isMain()) return;
-    {
-        MainQueue& main = queue();
-        std::unique_lock lock(main.mutex);
-        main.changed.wait(lock, [&] { return !main.blocks.empty(); });
-    }
+    std::atomic<unsigned>& added = queue().added;
+    for (unsigned seen = added; countBlocks() == 0; seen = added)
+        added.wait(seen);
     drain();
 }
 
 void XMain::setWakeUp(std::function<void()> wakeUp) {
     MainQueue& main = queue();
-    const std::lock_guard lock(main.mutex);
-    main.wakeUp = std::move(wakeUp);
+    const std::lock_guard lock(main.wakeUpMutex);
+    const ForkPass pass;
+    main.wakeUp.swap(wakeUp);
 }
 
 } // namespace pex

@@ -1,12 +1,18 @@
+#include "peximage/platform/foundation/Background.h"
 #include "peximage/platform/foundation/DispatchQueue.h"
 #include "peximage/platform/foundation/Task.h"
 #include "peximage/platform/varda/PexId.h"
 #include "peximage/platform/varda/PexPrecalc.h"
+#include "tests/support/InChild.h"
+#include "tests/support/NoThreads.h"
 
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <exception>
+#include <new>
 #include <set>
+#include <stdexcept>
 #include <string>
 #include <thread>
 #include <vector>
@@ -46,6 +52,17 @@ TEST(DispatchQueue, ManyThreadsTakeTurnsAndMayNest) {
     EXPECT_EQ(counter, 4000);
 }
 
+TEST(DispatchQueue, ABlockThatThrowsHoldsNobodyUp) {
+    DispatchQueue queue;
+    queue.async([] { throw std::runtime_error("which is dropped"); });
+    EXPECT_THROW(queue.sync([] { throw std::runtime_error("which comes back"); }), std::runtime_error);
+    queue.sync({});
+    queue.async({});
+    int ran = 0;
+    queue.sync([&] { ++ran; });
+    EXPECT_EQ(ran, 1);
+}
+
 /// Resumes the coroutine on another thread.
 struct Hop {
     bool await_ready() const { return false; }
@@ -77,6 +94,63 @@ TEST(Task, StartsWhenAskedAndComesBackFromOtherThreads) {
     }
     { const auto neverStarted = chain(1, started); }
     EXPECT_EQ(started, 2000);
+}
+
+/// Waits within itself, on a thread of the pool, for another one of the pool.
+Task<int> nested(int depth) {
+    co_await onBackground();
+    co_return depth == 0 ? 1 : 1 + nested(depth - 1).get();
+}
+
+TEST(Task, CanBeWaitedForOnABackgroundThread) {
+    EXPECT_EQ(nested(40).get(), 41); // deeper than the pool has threads
+    const int status = inChild([] {
+        allowNoMoreThreads();
+        return nested(5).get();
+    });
+    EXPECT_EQ(status, 6);
+}
+
+template <class T>
+Task<T> refuses(T result) {
+    co_await onBackground();
+    giveReason(ReasonCode::damaged, "on another thread");
+    co_return result;
+}
+
+template <class T>
+Task<T> passesOn(T result) {
+    T got = co_await refuses<T>(std::move(result));
+    co_return lastReason().code == ReasonCode::damaged ? std::move(got) : T{};
+}
+
+/// What this thread knows after it got the result.
+template <class T>
+ReasonCode reasonAfter(Task<T> task) {
+    giveReason(ReasonCode::none, "");
+    (void)task.get();
+    return lastReason().code;
+}
+
+TEST(Task, TellsWhyThereIsNoResultWhereItIsTaken) {
+    EXPECT_EQ(reasonAfter(refuses(false)), ReasonCode::damaged);
+    EXPECT_EQ(reasonAfter(refuses(std::shared_ptr<int>())), ReasonCode::damaged);
+    EXPECT_EQ(reasonAfter(passesOn(std::optional<int>())), ReasonCode::damaged);
+    EXPECT_EQ(reasonAfter(refuses(true)), ReasonCode::none);
+}
+
+Task<bool> throws(std::exception_ptr what) {
+    co_await onBackground();
+    std::rethrow_exception(what);
+}
+
+TEST(Task, WhatItThrowsIsThrownWhereItsResultIsTaken) {
+    EXPECT_THROW(throws(std::make_exception_ptr(std::runtime_error(""))).get(), std::runtime_error);
+    EXPECT_FALSE(throws(std::make_exception_ptr(std::bad_alloc())).get());
+    EXPECT_EQ(lastReason().code, ReasonCode::outOfMemory);
+    Task<bool> task = refuses(true);
+    const Task<bool> taken = std::move(task);
+    EXPECT_FALSE(task.get()) << "there is nothing to wait for";
 }
 
 TEST(PexId, DiffersOverThreads) {

@@ -1,5 +1,6 @@
 #include "peximage/platform/foundation/Workers.h"
 
+#include "peximage/platform/foundation/Reason.h"
 #include "peximage/platform/raster/PixelBuffer.h"
 
 #include <gtest/gtest.h>
@@ -66,6 +67,22 @@ TEST(Workers, WhatTheWorkThrowsReachesTheCallerAndThePoolGoesOn) {
                  std::runtime_error);
     EXPECT_GE(begun, 1);
     EXPECT_EQ(visits(100), std::vector<int>(100, 1));
+}
+
+TEST(Workers, TheReasonThatAHelperWasGivenReachesTheCaller) {
+    const Workers::Limit limit(2);
+    giveReason(ReasonCode::none, "");
+    const auto caller = std::this_thread::get_id();
+    std::atomic<bool> helped = false;
+    Workers::forEach(2, [&](int, int) {
+        if (std::this_thread::get_id() != caller) {
+            giveReason(ReasonCode::damaged, "seen by a helper");
+            helped = true;
+        }
+        while (!helped)
+            std::this_thread::yield();
+    });
+    EXPECT_EQ(lastReason().message, "seen by a helper");
 }
 
 TEST(Workers, TasksRunOnOtherThreads) {

@@ -9,20 +9,14 @@
 #include <atomic>
 #include <cstdlib>
 #include <latch>
+#include <stdexcept>
 #include <string>
+#include <sys/mman.h>
 #include <thread>
 #include <vector>
 
 namespace pex {
 namespace {
-
-#if defined(__SANITIZE_THREAD__)
-constexpr bool underThreadSanitizer = true;
-#elif defined(__has_feature)
-constexpr bool underThreadSanitizer = __has_feature(thread_sanitizer);
-#else
-constexpr bool underThreadSanitizer = false;
-#endif
 
 constexpr int moreThanThreads = 16;
 
@@ -118,9 +112,10 @@ struct LateCaller {
 
 // A forked process has none of its parent's threads, and ends through `exit` as any program does.
 TEST(Queue, AProcessEndsWithWorkQueuedRunningAndStuck) {
-    if (underThreadSanitizer) GTEST_SKIP() << "it allows no threads in forked processes";
+    if (underThreadSanitizer) GTEST_SKIP();
     for (const bool exitFromWork : {false, true}) {
         const int status = inChild([exitFromWork]() -> int {
+            Queue::setPatienceAtExit(0.2);
             static const LateCaller late;
             std::latch running(1);
             static std::latch never(1);
@@ -136,6 +131,41 @@ TEST(Queue, AProcessEndsWithWorkQueuedRunningAndStuck) {
         });
         EXPECT_EQ(status, 42) << exitFromWork;
     }
+}
+
+TEST(Queue, WhatWasHandedOverIsDoneBeforeTheProcessEnds) {
+    if (underThreadSanitizer) GTEST_SKIP();
+    auto* const done = static_cast<std::atomic<int>*>(
+        ::mmap(nullptr, sizeof(std::atomic<int>), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0));
+    const int status = inChild([&]() -> int {
+        for (int i = 0; i < 100; ++i)
+            Queue::execute(false, [done] {
+                Queue::execute(false, [done] { ++*done; });
+                ++*done;
+            });
+        std::exit(42);
+    });
+    EXPECT_EQ(status, 42);
+    EXPECT_EQ(*done, 200);
+    ::munmap(done, sizeof *done);
+}
+
+TEST(Queue, CanBeWaitedFor) {
+    std::atomic<int> done{0};
+    std::atomic<bool> waitedWithin{true};
+    for (int i = 0; i < 100; ++i)
+        Queue::execute(false, [&] {
+            Queue::execute(false, [&] { ++done; });
+            waitedWithin = Queue::wait();
+            throw std::runtime_error("which is dropped");
+        });
+    EXPECT_TRUE(Queue::wait());
+    EXPECT_EQ(done, 100);
+    EXPECT_FALSE(waitedWithin) << "work does not wait for itself";
+    auto held = Queue::hold();
+    EXPECT_FALSE(Queue::wait(0));
+    held.reset();
+    EXPECT_TRUE(Queue::wait(0));
 }
 
 TEST(CacheFolder, IsTheUsersUnlessTheApplicationChoosesAnother) {

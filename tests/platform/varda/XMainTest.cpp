@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <stdexcept>
 #include <string>
 #include <thread>
 
@@ -55,6 +56,22 @@ TEST_F(XMainTest, SyncWaitsUntilTheBlockRan) {
     other.join();
     EXPECT_TRUE(ranOnMain);
     EXPECT_TRUE(returned);
+}
+
+TEST_F(XMainTest, WhatABlockThrowsReachesWhoWaitsForIt) {
+    std::atomic<bool> isDone{false};
+    std::thread other([&] {
+        XMain::execute([] { throw std::runtime_error("which is dropped"); });
+        EXPECT_THROW(XMain::sync([] { throw std::runtime_error("which comes back"); }), std::runtime_error);
+        XMain::sync({});
+        XMain::execute({});
+        isDone = true;
+    });
+    while (!isDone) {
+        XMain::drain();
+        std::this_thread::yield();
+    }
+    other.join();
 }
 
 } // namespace

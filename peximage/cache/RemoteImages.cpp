@@ -1,6 +1,7 @@
 #include "peximage/cache/RemoteImages.h"
 
 #include "peximage/helpers/PexImageHelperSavers.h"
+#include "peximage/platform/codecs/CGImageSource.h"
 #include "peximage/platform/foundation/Background.h"
 #include "peximage/platform/foundation/Network.h"
 #include "peximage/platform/varda/FileUtilities.h"
@@ -12,14 +13,18 @@
 namespace pex {
 namespace {
 
-using WhyNot = std::function<void(const std::string& why)>;
-
-/// Null when there is none; then `whyNot`, where it is set, was told the reason.
-std::shared_ptr<PexImage> imageAt(const URL& url, const WhyNot& whyNot = {}) {
-    const NetworkReply reply = readAddress(url);
+/// Null when there is none.
+std::shared_ptr<PexImage> imageIn(const NetworkReply& reply) {
+    if (!reply.data) giveReason(reply.reason);
     const auto image = reply.data ? NSImage::make(*reply.data) : nullptr;
-    if (!image && whyNot) whyNot(reply.data ? "not an image" : reply.problem);
+    if (reply.data && !image) giveReason(ReasonCode::notAnImage, "not an image");
     return image ? PexImage::make(image, PexImage::DontCreateAuxiliaryVars{}) : nullptr;
+}
+
+template <class Origin>
+bool isWhole(const Origin& fileOrBytes) {
+    std::optional<CGImageSource> source = CGImageSource::make(fileOrBytes);
+    return source && !source->isIncomplete();
 }
 
 /// The same folder for as long as the process runs. Absent when the user has none for caches.
@@ -39,14 +44,28 @@ std::optional<URL> downloadCacheFile(const URL& url) {
     return folder->appendingPathComponent(*name + ".jpg");
 }
 
-void loadOrFetch(const PexImage::CachedImageRequest& request, const std::optional<URL>& file) {
-    if (const auto kept = file ? PexImage::make(*file, PexImage::NoTimeOut{}) : nullptr)
-        return request.callback(kept);
-    const std::shared_ptr<PexImage> image = imageAt(request.url, request.failed);
-    // An object of its own for saving: the callback's receiver may use the other one at the same time.
-    const auto kept = image && image->cgImage && file ? PexImage::make(*image->cgImage) : nullptr;
+void handOver(const PexImage::CachedImageRequest& request, const std::shared_ptr<PexImage>& image) {
+    if (!image && request.failed) request.failed(Reason(lastReason()).message);
     request.callback(image);
+}
+
+void arrive(const PexImage::CachedImageRequest& request, const std::optional<URL>& file,
+            const NetworkReply& reply) {
+    const std::shared_ptr<PexImage> image = imageIn(reply);
+    // An object of its own for saving: the callback's receiver may use the other one at the same time.
+    const bool isKept = image && image->cgImage && file && isWhole(*reply.data);
+    const auto kept = isKept ? PexImage::make(*image->cgImage) : nullptr;
+    handOver(request, image);
     if (kept) PexImageHelper::saveToJpeg(kept, {.quality = 0.75, .url = *file});
+}
+
+void loadOrFetch(const PexImage::CachedImageRequest& request, const std::optional<URL>& file) {
+    if (const auto kept = file && isWhole(*file) ? PexImage::make(*file, PexImage::NoTimeOut{}) : nullptr)
+        return request.callback(kept);
+    readAddressInBackground(
+        request.url, {.stop = request.stop}, [request, file, held = Queue::hold()](NetworkReply reply) {
+            Queue::execute(false, [=, reply = std::move(reply)] { arrive(request, file, reply); });
+        });
 }
 
 Task<std::shared_ptr<PexImage>> loadInBackground(URL file) {
@@ -55,16 +74,20 @@ Task<std::shared_ptr<PexImage>> loadInBackground(URL file) {
 }
 
 std::shared_ptr<PexImage> decoded(const Data& bytes) {
-    return PexImage::make(bytes, PexImage::DontCreateAuxiliaryVars{});
+    auto image = PexImage::make(bytes, PexImage::DontCreateAuxiliaryVars{});
+    if (!image) giveReason(ReasonCode::notAnImage, "not an image");
+    return image;
 }
 
 } // namespace
 
-std::shared_ptr<PexImage> PexImage::make(const HttpUrl& source) { return imageAt(source.httpUrl); }
+std::shared_ptr<PexImage> PexImage::make(const HttpUrl& source) {
+    return imageIn(readAddress(source.httpUrl));
+}
 
 std::shared_ptr<PexImage> PexImage::make(const HttpUrlText& source) {
     const std::optional<URL> url = URL::parse(source.httpUrl);
-    return url ? imageAt(*url) : nullptr;
+    return url ? make({.httpUrl = *url}) : nullptr;
 }
 
 void PexImage::getCachedImage(CachedImageRequest request) {
@@ -84,13 +107,18 @@ Task<std::shared_ptr<PexImage>> PexImage::make(InSubFiles source) {
 
 void asyncDownload(const std::shared_ptr<PexResourceDownloader>& downloader, ImageDownload request) {
     if (!request.completion) return;
+    if (!downloader)
+        return Queue::execute(false, [completion = std::move(request.completion)] {
+            giveReason(ReasonCode::badArgument, "no downloader");
+            completion(nullptr);
+        });
     const auto finish = [downloader, url = request.url,
                          completion = std::move(request.completion)](const Data& bytes) {
-        auto image = decoded(bytes);
-        if (!image && !bytes.empty()) downloader->forget(url);
+        auto image = bytes.empty() ? nullptr : decoded(bytes);
+        if (!bytes.empty() && !(image && isWhole(bytes))) downloader->forget(url);
         completion(std::move(image));
     };
-    downloader->asyncDownload({request.url, request.timeOut, request.useDiskCache, finish});
+    downloader->asyncDownload({request.url, request.timeOut, request.useDiskCache, finish, request.stop});
 }
 
 Task<std::shared_ptr<PexImage>> getImage(QuarnData store, QuarnData::WithId item) {

@@ -10,6 +10,7 @@
 #include <functional>
 #include <memory>
 #include <optional>
+#include <stop_token>
 
 namespace pex {
 
@@ -18,10 +19,14 @@ struct ImageDownload {
     /// In seconds; absent: the downloader's own.
     std::optional<double> timeOut = {};
     bool useDiskCache = true;
-    /// Called once, later, on a background thread; null when there is no image.
+    /// Called once, later, on a background thread; null when there is no image, and then `lastReason()` there
+    /// tells why.
     std::function<void(std::shared_ptr<PexImage> image)> completion;
+    /// Ends the transfer, soon, when it is asked to stop.
+    std::stop_token stop = {};
 };
-/// Fetches an image through a downloader, which must not be null. A copy on disk that is no image is dropped.
+/// Fetches an image through a downloader; without one there is none. A copy on disk that is no image, or ends
+/// before the picture does, is dropped.
 PEX_EXPORT void asyncDownload(const std::shared_ptr<PexResourceDownloader>& downloader,
                               ImageDownload request);
 

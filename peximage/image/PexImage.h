@@ -19,6 +19,7 @@
 #include <functional>
 #include <memory>
 #include <optional>
+#include <stop_token>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -145,14 +146,19 @@ class PEX_EXPORT PexImage : public std::enable_shared_from_this<PexImage> {
 
     struct CachedImageRequest {
         URL url;
-        /// Called once, later, on a background thread; null when there is no image.
+        /// Called once, later, on a background thread; null when there is no image, and then `lastReason()`
+        /// on that thread tells why.
         std::function<void(std::shared_ptr<PexImage> image)> callback;
         /// Where there is none, called just before with the reason in words: "the server answered 404".
         std::function<void(const std::string& why)> failed = {};
+        /// Ends the transfer, soon, when it is asked to stop; there is no image then.
+        std::stop_token stop = {};
     };
     /// The image at an address, through a cache on disk that is never refreshed: JPEG files of quality 0.75
-    /// in the folder "PexImageCache" of the user's caches folder, which is asked for once. Addresses with the
-    /// same path have one file, whatever their host and query.
+    /// in the folder "PexImageCache" of the user's caches folder, which is asked for once. Files are known by
+    /// the path of the address alone: "http://a.example/cover.png" and "https://b.example/cover.png?size=2"
+    /// have one file, and whichever was fetched first answers for both. A picture that ends early is handed
+    /// over but not kept, and a file that does counts as missing.
     static void getCachedImage(CachedImageRequest request);
 
     struct From {

@@ -3,9 +3,12 @@
 #include "peximage/platform/foundation/Guarded.h"
 #include "peximage/platform/foundation/Module.h"
 #include "peximage/platform/foundation/NetModule.h"
+#include "peximage/platform/foundation/OutOfMemory.h"
+#include "peximage/platform/foundation/ReasonWatch.h"
 
 #include <algorithm>
 #include <cmath>
+#include <memory>
 #include <new>
 #include <vector>
 
@@ -14,25 +17,20 @@ namespace {
 
 Guarded<NetworkLimits> limitsInForce;
 
-constexpr const char* withoutNetwork = "built without network access";
+NetworkReply failure(ReasonCode code, std::string why) { return {std::nullopt, {code, std::move(why)}}; }
 
-/// What arrives, up to a bound.
-struct Arriving {
-    std::size_t maxBytes;
-    std::vector<std::uint8_t> bytes{};
-    bool tooMany = false;
+NetworkReply withoutNetwork() { return failure(ReasonCode::missingModule, "built without network access"); }
 
-    bool take(const std::uint8_t* more, std::size_t size) {
-        tooMany = size > maxBytes - bytes.size();
-        if (tooMany) return false;
-        try {
-            bytes.insert(bytes.end(), more, more + size);
-        } catch (const std::bad_alloc&) {
-            return false;
-        }
-        return true;
+NetworkReply outOfMemory() { return failure(ReasonCode::outOfMemory, "out of memory"); }
+
+template <class Reading>
+NetworkReply orOutOfMemory(const Reading& read) {
+    try {
+        return read();
+    } catch (const std::bad_alloc&) {
+        return outOfMemory();
     }
-};
+}
 
 /// Longer than anyone waits; what is longer would not fit the transfer's own counters.
 double inBounds(double seconds) {
@@ -41,14 +39,116 @@ double inBounds(double seconds) {
 }
 
 NetModule::Patience patience(const NetworkLimits& limits, std::optional<double> whole) {
-    return {inBounds(limits.connectSeconds), std::max(limits.stallSeconds, 1), whole ? inBounds(*whole) : 0};
+    return {inBounds(limits.connectSeconds), std::max(limits.stallSeconds, 1),
+            inBounds(whole.value_or(limits.wholeSeconds))};
 }
 
 NetworkReply readFile(const URL& url, std::size_t maxBytes) {
+    const ReasonWatch watch;
     NetworkReply reply{Data::contentsOf(url, maxBytes), {}};
-    if (!reply.data) reply.problem = "no such file, or it cannot be read";
+    if (!reply.data)
+        reply.reason = watch.hasSeen() ? lastReason()
+                                       : Reason{ReasonCode::cannotRead, "no such file, or it cannot be read"};
     return reply;
 }
+
+ReasonCode codeOf(NetModule::Ending ending) {
+    switch (ending) {
+    case NetModule::Ending::timedOut:
+        return ReasonCode::timedOut;
+    case NetModule::Ending::cancelled:
+        return ReasonCode::cancelled;
+    default:
+        return ReasonCode::networkFailed;
+    }
+}
+
+/// A transfer and what it needs as long as it goes on.
+class Transfer {
+  public:
+    Transfer(const NetModule& net, const URL& url, const NetworkOptions& options)
+        : net_(net),
+          address_(url.absoluteString()),
+          limits_(NetworkLimits::current()),
+          stop_(options.stop),
+          wanted_{address_.c_str(),
+                  patience(limits_, options.timeOutSeconds),
+                  nullptr,
+                  this,
+                  take,
+                  isCancelled,
+                  ended} {}
+    /// Null without memory for it.
+    static std::unique_ptr<Transfer> make(const NetModule& net, const URL& url,
+                                          const NetworkOptions& options) {
+        return absentWithoutMemory([&] { return std::make_unique<Transfer>(net, url, options); });
+    }
+    Transfer(const Transfer&) = delete;
+    Transfer& operator=(const Transfer&) = delete;
+
+    void post(NetworkFile file) {
+        file_ = std::move(file);
+        posted_ = {file_.data.data(), file_.data.size(), file_.name.c_str(), file_.mimeType.c_str()};
+        wanted_.posted = &posted_;
+    }
+
+    NetworkReply perform() { return reply(net_.perform(&wanted_)); }
+
+    /// In the background, where that is possible.
+    static void begin(std::unique_ptr<Transfer> transfer, NetworkReceiver receiver) {
+        transfer->receiver_ = std::move(receiver);
+        transfer->whenStopped_.emplace(transfer->stop_, transfer->net_.lookForCancelled);
+        if (transfer->net_.begin(&transfer->wanted_))
+            (void)transfer.release(); // it is freed when it has ended
+        else
+            transfer->receiver_(transfer->perform());
+    }
+
+  private:
+    static bool take(void* self, const std::uint8_t* bytes, std::size_t size) {
+        return static_cast<Transfer*>(self)->take(bytes, size);
+    }
+    static bool isCancelled(void* self) { return static_cast<const Transfer*>(self)->stop_.stop_requested(); }
+    static void ended(void* self, const NetModule::Outcome* outcome) {
+        const std::unique_ptr<Transfer> transfer(static_cast<Transfer*>(self));
+        try {
+            transfer->receiver_(transfer->reply(*outcome));
+        } catch (...) { // nobody is there to take it
+        }
+    }
+
+    bool take(const std::uint8_t* bytes, std::size_t size) {
+        if (wanted_.posted != nullptr) return true; // an answer that nobody wants
+        const bool fits = size <= limits_.maxBytes - bytes_.size();
+        refused_ = fits ? ReasonCode::none : ReasonCode::overLimit;
+        try {
+            if (fits) bytes_.insert(bytes_.end(), bytes, bytes + size);
+        } catch (const std::bad_alloc&) {
+            refused_ = ReasonCode::outOfMemory;
+        }
+        return refused_ == ReasonCode::none;
+    }
+
+    NetworkReply reply(const NetModule::Outcome& outcome) {
+        if (outcome.ending == NetModule::Ending::success) return {Data(std::move(bytes_)), {}};
+        if (refused_ == ReasonCode::outOfMemory) return outOfMemory();
+        if (refused_ == ReasonCode::overLimit)
+            return failure(refused_, "larger than " + std::to_string(limits_.maxBytes) + " bytes");
+        return failure(codeOf(outcome.ending), outcome.text);
+    }
+
+    const NetModule& net_;
+    const std::string address_;
+    const NetworkLimits limits_;
+    const std::stop_token stop_;
+    NetworkFile file_;
+    NetModule::File posted_{};
+    NetModule::Transfer wanted_;
+    std::vector<std::uint8_t> bytes_;
+    ReasonCode refused_ = ReasonCode::none;
+    NetworkReceiver receiver_;
+    std::optional<std::stop_callback<void (*)()>> whenStopped_;
+};
 
 } // namespace
 
@@ -56,32 +156,31 @@ NetworkLimits NetworkLimits::current() { return limitsInForce.get(); }
 
 void NetworkLimits::setCurrent(const NetworkLimits& limits) { limitsInForce.set(limits); }
 
-NetworkReply readAddress(const URL& url, std::optional<double> timeOutSeconds) {
-    const NetworkLimits limits = NetworkLimits::current();
-    if (url.isFileURL()) return readFile(url, limits.maxBytes);
-    const auto* net = loadModule<NetModule>(NetModule::name);
-    if (net == nullptr) return {std::nullopt, withoutNetwork};
-    Arriving arriving{limits.maxBytes};
-    const NetModule::Receiver receiver{&arriving, [](void* to, const std::uint8_t* bytes, std::size_t size) {
-                                           return static_cast<Arriving*>(to)->take(bytes, size);
-                                       }};
-    const NetModule::Patience bounds = patience(limits, timeOutSeconds);
-    NetModule::Problem problem{};
-    if (net->get(url.absoluteString().c_str(), &bounds, &receiver, &problem))
-        return {Data(std::move(arriving.bytes)), {}};
-    if (arriving.tooMany) return {std::nullopt, "larger than " + std::to_string(limits.maxBytes) + " bytes"};
-    return {std::nullopt, problem.text};
+NetworkReply readAddress(const URL& url, const NetworkOptions& options) {
+    NetworkReply reply = orOutOfMemory([&] {
+        if (url.isFileURL()) return readFile(url, NetworkLimits::current().maxBytes);
+        const auto* net = loadModule<NetModule>(NetModule::name);
+        return net != nullptr ? Transfer(*net, url, options).perform() : withoutNetwork();
+    });
+    if (!reply.data) giveReason(reply.reason);
+    return reply;
 }
 
-std::string postFile(const URL& to, const NetworkFile& file) {
+void readAddressInBackground(const URL& url, const NetworkOptions& options, NetworkReceiver receiver) {
+    const auto* net = url.isFileURL() ? nullptr : loadModule<NetModule>(NetModule::name);
+    auto transfer = net != nullptr ? Transfer::make(*net, url, options) : nullptr;
+    if (transfer)
+        Transfer::begin(std::move(transfer), std::move(receiver));
+    else
+        receiver(readAddress(url, options));
+}
+
+void postFileInBackground(const URL& to, NetworkFile file, NetworkReceiver receiver) {
     const auto* net = loadModule<NetModule>(NetModule::name);
-    if (net == nullptr) return withoutNetwork;
-    const NetModule::Patience bounds = patience(NetworkLimits::current(), {});
-    const NetModule::File posted{file.data.data(), file.data.size(), file.name.c_str(),
-                                 file.mimeType.c_str()};
-    NetModule::Problem problem{};
-    if (net->post(to.absoluteString().c_str(), &bounds, &posted, &problem)) return {};
-    return problem.text;
+    auto transfer = net != nullptr ? Transfer::make(*net, to, {}) : nullptr;
+    if (!transfer) return receiver(net != nullptr ? outOfMemory() : withoutNetwork());
+    transfer->post(std::move(file));
+    Transfer::begin(std::move(transfer), std::move(receiver));
 }
 
 } // namespace pex

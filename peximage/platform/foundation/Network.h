@@ -2,10 +2,13 @@
 
 #include "peximage/platform/Export.h"
 #include "peximage/platform/foundation/Data.h"
+#include "peximage/platform/foundation/Reason.h"
 #include "peximage/platform/foundation/URL.h"
 
 #include <cstddef>
+#include <functional>
 #include <optional>
+#include <stop_token>
 #include <string>
 
 namespace pex {
@@ -16,6 +19,8 @@ struct PEX_EXPORT NetworkLimits {
     double connectSeconds = 15;
     /// How long a transfer may crawl at less than 100 bytes a second, and a server think about its answer.
     int stallSeconds = 30;
+    /// How long a transfer may take as a whole, where it is given no time of its own.
+    double wholeSeconds = 600;
     /// The most bytes that are read from one address. Default 256 MB.
     std::size_t maxBytes = std::size_t{256} << 20;
 
@@ -27,14 +32,28 @@ struct PEX_EXPORT NetworkLimits {
 struct NetworkReply {
     /// Absent when it failed.
     std::optional<Data> data;
-    /// Then why, in words for people: "the server answered 404".
-    std::string problem;
+    /// Then why: "the server answered 404". Addresses are not part of it.
+    Reason reason;
 };
+
+struct NetworkOptions {
+    /// For the whole transfer, waiting for its turn included; absent: `NetworkLimits::wholeSeconds`.
+    std::optional<double> timeOutSeconds = {};
+    /// Ends the transfer when it is asked to stop.
+    std::stop_token stop = {};
+};
+
+using NetworkReceiver = std::function<void(NetworkReply reply)>;
 
 /// Reads all that is at an address, on the calling thread: http, https (certificates are checked) and file
 /// addresses. At most 10 redirects, to http and https only. Only an answer of 2xx counts, and only when it
-/// arrives whole. A transfer may take `timeOutSeconds` at most; absent: as long as it moves.
-PEX_EXPORT NetworkReply readAddress(const URL& url, std::optional<double> timeOutSeconds = {});
+/// arrives whole.
+PEX_EXPORT NetworkReply readAddress(const URL& url, const NetworkOptions& options = {});
+/// The same without waiting: any number of transfers go on at the same time, on a thread of their own, which
+/// calls the receiver, once, and must not be held up by it. Files are read at once, and so is everything when
+/// there is no such thread.
+PEX_EXPORT void readAddressInBackground(const URL& url, const NetworkOptions& options,
+                                        NetworkReceiver receiver);
 
 /// A file for a server.
 struct NetworkFile {
@@ -43,8 +62,8 @@ struct NetworkFile {
     std::string mimeType;
 };
 
-/// Posts the file as a form (multipart/form-data) whose one field is named "file", on the calling thread.
-/// Empty when the server answered with 2xx, else why it did not work. Redirects are not followed.
-PEX_EXPORT std::string postFile(const URL& to, const NetworkFile& file);
+/// Posts the file as a form (multipart/form-data) whose one field is named "file", as the above reads. The
+/// reply has (empty) data when the server answered with 2xx. Redirects are not followed.
+PEX_EXPORT void postFileInBackground(const URL& to, NetworkFile file, NetworkReceiver receiver);
 
 } // namespace pex

@@ -2,8 +2,9 @@
 
 #include "peximage/platform/foundation/Guarded.h"
 #include "peximage/platform/foundation/Network.h"
-#include "peximage/platform/varda/OnQueue.h"
+#include "peximage/platform/varda/Queue.h"
 
+#include <coroutine>
 #include <utility>
 
 namespace pex {
@@ -20,12 +21,30 @@ bool isThisMachine(const URL& url) {
     return host == "localhost" || host == "127.0.0.1" || host == "[::1]";
 }
 
+/// Awaiting it posts the file; the coroutine goes on with the reply on a thread of the background queue.
+struct Posting {
+    URL to;
+    NetworkFile file;
+    NetworkReply reply;
+
+    bool await_ready() const noexcept { return false; }
+    void await_suspend(std::coroutine_handle<> suspended) {
+        postFileInBackground(to, std::move(file),
+                             [this, suspended, held = Queue::hold()](NetworkReply arrived) {
+                                 reply = std::move(arrived);
+                                 Queue::execute(false, [suspended] { suspended.resume(); });
+                             });
+    }
+    NetworkReply await_resume() { return std::move(reply); }
+};
+
 } // namespace
 
 Task<bool> PexNet::upload(Upload what) {
-    co_await OnQueue{};
-    const NetworkFile file{std::move(what.data), std::move(what.withFileName), std::move(what.mimetype)};
-    co_return postFile(what.to, file).empty();
+    NetworkFile file{std::move(what.data), std::move(what.withFileName), std::move(what.mimetype)};
+    const NetworkReply reply = co_await Posting{std::move(what.to), std::move(file), {}};
+    if (!reply.data) giveReason(reply.reason);
+    co_return reply.data.has_value();
 }
 
 bool PexNet::setServer(std::optional<URL> server) {

@@ -1,13 +1,19 @@
 #include "peximage/platform/varda/PexResourceDownloader.h"
 
+#include "peximage/platform/foundation/AtomicFile.h"
 #include "peximage/platform/foundation/Network.h"
 #include "peximage/platform/varda/FileUtilities.h"
 #include "peximage/platform/varda/PexId.h"
 #include "peximage/platform/varda/Queue.h"
 
+#include <libdeflate.h>
+
 #include <algorithm>
+#include <array>
 #include <chrono>
+#include <cstring>
 #include <filesystem>
+#include <span>
 #include <system_error>
 #include <utility>
 #include <vector>
@@ -29,11 +35,43 @@ std::optional<URL> copyOf(const URL& url) {
     return name ? std::optional(folder->appendingPathComponent(*name)) : std::nullopt;
 }
 
+/// At the end of a copy: a mark and the check sum of all before it, by which a damaged one is known.
+struct Seal {
+    std::array<char, 4> mark{'p', 'e', 'x', '1'};
+    std::uint32_t checkSum = 0;
+
+    friend bool operator==(const Seal&, const Seal&) = default;
+};
+
+Seal sealOf(std::span<const std::uint8_t> bytes) {
+    return {.checkSum = libdeflate_crc32(0, bytes.data(), bytes.size())};
+}
+
+bool writeSealed(const Data& bytes, const URL& copy) {
+    const Seal seal = sealOf(bytes.bytes());
+    AtomicFile file(copy.path());
+    return file.write(bytes.bytes()) &&
+           file.write({reinterpret_cast<const std::uint8_t*>(&seal), sizeof seal}) &&
+           file.commit(AtomicFile::Flush::no);
+}
+
+/// Absent when there is no such file, or it is not as it was written.
+std::optional<Data> readSealed(const URL& copy) {
+    const std::size_t most = NetworkLimits::current().maxBytes;
+    const std::optional<Data> file = Data::contentsOf(copy, std::max(most, most + sizeof(Seal)));
+    if (!file || file->size() < sizeof(Seal)) return std::nullopt;
+    const auto content = file->bytes().first(file->size() - sizeof(Seal));
+    Seal seal;
+    std::memcpy(&seal, content.data() + content.size(), sizeof seal);
+    if (seal != sealOf(content)) return std::nullopt;
+    return Data(std::vector(content.begin(), content.end()));
+}
+
 std::optional<Data> freshBytes(const URL& copy) {
     const std::optional<Time> made = fu_modificationDate(copy);
     const std::chrono::hours freshFor{24 * PexResourceDownloader::freshDays};
     if (!made || std::chrono::system_clock::now() - *made > freshFor) return std::nullopt;
-    return Data::contentsOf(copy, NetworkLimits::current().maxBytes);
+    return readSealed(copy);
 }
 
 struct Copy {
@@ -68,7 +106,14 @@ void trimCopies(const URL& folder) {
 
 void keepCopy(const URL& copy, const Data& bytes) {
     const URL folder = copy.deletingLastPathComponent();
-    if (fu_createFolder(folder) && bytes.write(copy, Data::Writing::atomically)) trimCopies(folder);
+    if (fu_createFolder(folder) && writeSealed(bytes, copy)) trimCopies(folder);
+}
+
+void finish(const PexResourceDownloader::Request& request, const std::optional<URL>& copy,
+            const NetworkReply& reply) {
+    if (reply.data && copy) keepCopy(*copy, *reply.data);
+    if (!reply.data) giveReason(reply.reason);
+    request.completion(reply.data.value_or(Data()));
 }
 
 void download(const PexResourceDownloader::Request& request) {
@@ -76,10 +121,11 @@ void download(const PexResourceDownloader::Request& request) {
     const std::optional<URL> copy = request.useDiskCache && !local ? copyOf(request.url) : std::nullopt;
     if (const std::optional<Data> kept = copy ? freshBytes(*copy) : std::nullopt)
         return request.completion(*kept);
-    const double timeOut = request.timeOut.value_or(PexResourceDownloader::defaultTimeOut);
-    const NetworkReply reply = readAddress(request.url, timeOut);
-    if (reply.data && copy) keepCopy(*copy, *reply.data);
-    request.completion(reply.data.value_or(Data()));
+    const NetworkOptions options{request.timeOut.value_or(PexResourceDownloader::defaultTimeOut),
+                                 request.stop};
+    readAddressInBackground(request.url, options, [request, copy, held = Queue::hold()](NetworkReply reply) {
+        Queue::execute(false, [=, reply = std::move(reply)] { finish(request, copy, reply); });
+    });
 }
 
 } // namespace

@@ -8,12 +8,13 @@
 #include <functional>
 #include <memory>
 #include <optional>
+#include <stop_token>
 
 namespace pex {
 
 /// Fetches what is at addresses in the background, and keeps copies on disk for all downloaders of the user,
-/// in the folder "PexResourceDownloader" of the caches folder. Shared by reference, by `make`. Safe from any
-/// thread.
+/// in the folder "PexResourceDownloader" of the caches folder. A copy that is damaged counts as missing. Any
+/// number of transfers go on at the same time. Shared by reference, by `make`. Safe from any thread.
 class PEX_EXPORT PexResourceDownloader {
   public:
     static constexpr double defaultTimeOut = 60;
@@ -31,8 +32,10 @@ class PEX_EXPORT PexResourceDownloader {
         std::optional<double> timeOut = {};
         bool useDiskCache = true;
         /// Called once, later, on a background thread, with the bytes at the address: at most
-        /// `NetworkLimits::maxBytes`; none when it failed.
+        /// `NetworkLimits::maxBytes`; none when it failed, and then `lastReason()` there tells why.
         std::function<void(const Data& bytes)> completion;
+        /// Ends the transfer, soon, when it is asked to stop.
+        std::stop_token stop = {};
     };
     virtual void asyncDownload(Request request);
 

@@ -8,13 +8,19 @@
 #include <libdeflate.h>
 
 #include <fstream>
+#include <future>
+#include <stop_token>
+#include <thread>
 #include <vector>
 
 namespace {
 
 using pex::NetworkLimits;
+using pex::NetworkOptions;
 using pex::NetworkReply;
 using pex::readAddress;
+using pex::ReasonCode;
+using pex::URL;
 
 /// Limits for one test.
 class Limits {
@@ -34,13 +40,20 @@ std::string gzipped(const std::string& text) {
     return {bytes.data(), size};
 }
 
+std::future<NetworkReply> inBackground(const URL& url, const NetworkOptions& options = {}) {
+    const auto arrived = std::make_shared<std::promise<NetworkReply>>();
+    pex::readAddressInBackground(url, options,
+                                 [arrived](NetworkReply reply) { arrived->set_value(std::move(reply)); });
+    return arrived->get_future();
+}
+
 void redirect(const HttpServer::Exchange& exchange, const std::string& to) {
     exchange.answer("302 Found", "", "Location: " + to + "\r\n");
 }
 
 /// What a server does by the path that is asked for.
 void serve(const HttpServer::Exchange& exchange) {
-    const std::string& path = exchange.target;
+    const std::string path = exchange.target.substr(0, exchange.target.find("?key"));
     if (path == "/plain?q=1") return exchange.answer("200 OK", "plain");
     if (path == "/empty") return exchange.answer("200 OK", "");
     if (path == "/packed")
@@ -88,29 +101,68 @@ TEST(NetworkTest, ReadsWhatServersSend) {
     for (const auto& [path, content] : cases) {
         const NetworkReply reply = readAddress(server.url(path));
         EXPECT_EQ(textOf(reply), content) << path;
-        EXPECT_EQ(reply.problem, "") << path;
+        EXPECT_FALSE(reply.reason) << path;
     }
 }
+
+struct Refusal {
+    const char* path;
+    ReasonCode code;
+    const char* words = nullptr; // null: whatever the transfer library says
+};
+
+const std::vector<Refusal> refusals{{"/missing", ReasonCode::networkFailed, "the server answered 404"},
+                                    {"/broken", ReasonCode::networkFailed, "the server answered 500"},
+                                    {"/unchanged", ReasonCode::networkFailed, "the server answered 304"},
+                                    {"/bomb", ReasonCode::overLimit, "larger than 1000000 bytes"},
+                                    {"/endless", ReasonCode::overLimit, "larger than 1000000 bytes"},
+                                    {"/loop", ReasonCode::networkFailed},
+                                    {"/to-file", ReasonCode::networkFailed},
+                                    {"/to-ftp", ReasonCode::networkFailed},
+                                    {"/short", ReasonCode::networkFailed},
+                                    {"/garbage", ReasonCode::networkFailed},
+                                    {"/reset", ReasonCode::networkFailed},
+                                    {"/hang", ReasonCode::timedOut},
+                                    {"/stall", ReasonCode::timedOut}};
 
 TEST(NetworkTest, TellsWhyAnAddressCannotBeRead) {
     const Limits limits({.connectSeconds = 5, .stallSeconds = 1, .maxBytes = 1'000'000});
     const HttpServer server(serve);
-    const std::vector<std::pair<std::string, std::string>> cases{
-        {"/missing", "the server answered 404"},   {"/broken", "the server answered 500"},
-        {"/unchanged", "the server answered 304"}, {"/bomb", "larger than 1000000 bytes"},
-        {"/endless", "larger than 1000000 bytes"},
+    const std::string host = "http://me:secret@" + server.address("").substr(std::string("http://").size());
+    std::vector<std::future<NetworkReply>> begun;
+    for (const Refusal& c : refusals)
+        begun.push_back(inBackground(*URL::parse(host + c.path + "?key=secret")));
+    const auto check = [](const NetworkReply& reply, const Refusal& c) {
+        EXPECT_FALSE(reply.data) << c.path;
+        EXPECT_EQ(reply.reason.code, c.code) << c.path << ": " << reply.reason.message;
+        EXPECT_NE(reply.reason.message, "") << c.path;
+        EXPECT_EQ(reply.reason.message.find("secret"), std::string::npos) << reply.reason.message;
+        EXPECT_EQ(reply.reason.message, c.words != nullptr ? c.words : reply.reason.message);
     };
-    for (const auto& [path, problem] : cases) {
-        const NetworkReply reply = readAddress(server.url(path));
-        EXPECT_FALSE(reply.data) << path;
-        EXPECT_EQ(reply.problem, problem) << path;
+    for (std::size_t i = 0; i < refusals.size(); ++i)
+        check(begun[i].get(), refusals[i]);
+    for (const Refusal& c : refusals) {
+        check(readAddress(*URL::parse(host + c.path + "?key=secret"), {.timeOutSeconds = 2}), c);
+        EXPECT_EQ(pex::lastReason().code, c.code) << c.path;
     }
-    for (const char* path :
-         {"/loop", "/to-file", "/to-ftp", "/short", "/garbage", "/reset", "/hang", "/stall"}) {
-        const NetworkReply reply = readAddress(server.url(path));
-        EXPECT_FALSE(reply.data) << path;
-        EXPECT_NE(reply.problem, "") << path;
-    }
+}
+
+TEST(NetworkTest, ServersThatDoNotAnswerHoldNobodyUp) {
+    constexpr int silent = 40; // more than are asked of one server at the same time
+    const HttpServer server(serve), other(serve);
+    std::stop_source stop;
+    std::vector<std::future<NetworkReply>> hanging;
+    for (int i = 0; i < silent; ++i)
+        hanging.push_back(inBackground(server.url("/hang"), {.stop = stop.get_token()}));
+    EXPECT_EQ(textOf(inBackground(other.url("/plain?q=1")).get()), "plain");
+    const auto late = inBackground(server.url("/hang"), {.timeOutSeconds = 0.2}).get();
+    EXPECT_EQ(late.reason.code, ReasonCode::timedOut) << "also of what waits for its turn";
+    std::jthread stopsReading([&] { stop.request_stop(); });
+    EXPECT_EQ(readAddress(server.url("/hang"), {.stop = stop.get_token()}).reason.code,
+              ReasonCode::cancelled);
+    for (auto& one : hanging)
+        EXPECT_EQ(one.get().reason.code, ReasonCode::cancelled);
+    EXPECT_EQ(textOf(inBackground(server.url("/plain?q=1")).get()), "plain");
 }
 
 TEST(NetworkTest, FollowsTenRedirectsAndNoMore) {
@@ -125,8 +177,9 @@ TEST(NetworkTest, FollowsTenRedirectsAndNoMore) {
 
 TEST(NetworkTest, GivesUpWhenTheTimeIsOver) {
     const HttpServer server(serve); // its other limits would wait for half a minute
-    EXPECT_FALSE(readAddress(server.url("/hang"), 0.2).data);
-    EXPECT_FALSE(readAddress(server.url("/stall"), 0.2).data);
+    EXPECT_FALSE(readAddress(server.url("/hang"), {.timeOutSeconds = 0.2}).data);
+    const Limits limits({.wholeSeconds = 0.2});
+    EXPECT_FALSE(readAddress(server.url("/stall")).data);
 }
 
 TEST(NetworkTest, ReadsFilesAndNoOtherKindOfAddress) {
@@ -137,17 +190,17 @@ TEST(NetworkTest, ReadsFilesAndNoOtherKindOfAddress) {
     EXPECT_FALSE(readAddress(pex::URL::fromPath("/dev/zero")).data);
     for (const char* address : {"ftp://127.0.0.1/a", "gopher://127.0.0.1/a", "http://",
                                 "http://127.0.0.1:99999/", "https://127.0.0.1:1/a", "x:y"}) {
-        const NetworkReply reply = readAddress(*pex::URL::parse(address));
+        const NetworkReply reply = readAddress(*URL::parse(address));
         EXPECT_FALSE(reply.data) << address;
-        EXPECT_NE(reply.problem, "") << address;
+        EXPECT_TRUE(reply.reason) << address;
     }
 }
 
 TEST(NetworkTest, OnlyCertificatesThatAreKnownCount) {
     const SelfSignedServer server;
-    const NetworkReply reply = readAddress(*pex::URL::parse(server.address()));
+    const NetworkReply reply = readAddress(*URL::parse(server.address()));
     EXPECT_FALSE(reply.data);
-    EXPECT_NE(reply.problem.find("certificate"), std::string::npos) << reply.problem;
+    EXPECT_NE(reply.reason.message.find("certificate"), std::string::npos) << reply.reason.message;
     EXPECT_FALSE(server.wasTrusted());
 }
 

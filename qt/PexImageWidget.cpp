@@ -1,5 +1,7 @@
 #include "qt/PexImageWidget.h"
 
+#include "peximage/platform/varda/XMain.h"
+
 #include <QImage>
 #include <QPainter>
 #include <QPointer>
@@ -10,10 +12,12 @@ namespace pex {
 
 PexImageWidget::PexImageWidget(std::shared_ptr<PexImageView> view, QWidget* parent)
     : QWidget(parent), view_(std::move(view)) {
+    if (!view_) view_ = PexImageView::make({.frame = {}});
+    // Asked for on any thread. Only on the main one, where the widget ends, is it known whether it still is.
     view_->setDisplayRequest([widget = QPointer<QWidget>(this)](const CGRect&) {
-        if (widget)
-            QMetaObject::invokeMethod(
-                widget, [widget] { widget->update(); }, Qt::AutoConnection);
+        XMain::execute([widget] {
+            if (widget) widget->update();
+        });
     });
 }
 

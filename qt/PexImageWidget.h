@@ -13,7 +13,7 @@ class PexImageWidget : public QWidget {
     Q_OBJECT
 
   public:
-    /// The view must not be null; its frame becomes that of the widget.
+    /// The view's frame becomes that of the widget; null stands for an empty view.
     explicit PexImageWidget(std::shared_ptr<PexImageView> view, QWidget* parent = nullptr);
     ~PexImageWidget() override;
 

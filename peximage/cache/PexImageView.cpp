@@ -75,19 +75,19 @@ std::shared_ptr<PexImageView> PexImageView::make(const Coder& options) {
 void PexImageView::setRadius(double radius) {
     if (radius == radius_) return;
     radius_ = radius;
-    setup();
+    showChange();
 }
 
 void PexImageView::setBorder(double border) {
     if (border == border_) return;
     border_ = border;
-    setup();
+    showChange();
 }
 
 void PexImageView::setBorderColor(const NSColor& color) {
     if (color == borderColor_) return;
     borderColor_ = color;
-    setup();
+    showChange();
 }
 
 bool PexImageView::setValue(const Value& value, std::string_view forKey) {
@@ -116,7 +116,9 @@ void PexImageView::setup() {
     if (CALayer* const own = layer()) *own = {radius_, border_, borderColor_.cgColor()};
 }
 
-void PexImageView::update() {
+void PexImageView::update() { showChange(); }
+
+void PexImageView::showChange() {
     setup();
     setNeedsDisplay(frame());
 }

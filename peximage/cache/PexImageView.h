@@ -25,7 +25,7 @@ class PexImage;
 /// the way is forgotten.
 class PEX_EXPORT PexImageView : public NSImageView {
   public:
-    /// Fetches this view's images; never null.
+    /// Fetches this view's images; without one none are.
     std::shared_ptr<PexResourceDownloader> imageDownloader = PexResourceDownloader::make();
 
     struct Frame {
@@ -40,7 +40,7 @@ class PEX_EXPORT PexImageView : public NSImageView {
     /// Null when the text is no such document.
     static std::shared_ptr<PexImageView> make(const Coder& options);
 
-    // In points; another value than before runs `setup()`.
+    // In points; another value than before runs `setup()` and has the view drawn anew.
 
     double radius() const { return radius_; }
     void setRadius(double radius);
@@ -91,13 +91,15 @@ class PEX_EXPORT PexImageView : public NSImageView {
     explicit PexImageView(const CGRect& frame) : NSImageView(frame) {}
 
   private:
+    void showChange();
+
     double radius_ = 6;
     double border_ = 0;
     NSColor borderColor_{0.5, 0.5, 0.5, 0};
 };
 
-/// Shows the image's platform image in the view, on the main thread. An absent image changes nothing; the
-/// view must not be null.
+/// Shows the image's platform image in the view, on the main thread. An absent image changes nothing, nor
+/// does one for a null view.
 PEX_EXPORT void setImage(const std::shared_ptr<NSImageView>& view, const std::shared_ptr<PexImage>& image);
 /// Shows the application's image of a name, looked up now, on the main thread; one that it does not have
 /// clears the view.

@@ -17,7 +17,7 @@ struct PEX_EXPORT PexNotify {
         std::string keyword;
         /// Null when none is named.
         const void* sender = nullptr;
-        /// Not null.
+        /// Null: observers receive none.
         std::shared_ptr<PexImage> image;
     };
     /// Returns when all who wait for the keyword have been called, on this thread.

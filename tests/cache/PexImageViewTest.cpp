@@ -2,8 +2,8 @@
 
 #include "peximage/image/PexImage.h"
 #include "peximage/platform/codecs/CGImageDestination.h"
+#include "peximage/platform/varda/Queue.h"
 #include "peximage/platform/varda/XMain.h"
-#include "tests/support/JoinedQueue.h"
 #include "tests/support/Pictures.h"
 
 #include <gtest/gtest.h>
@@ -86,9 +86,13 @@ TEST(PexImageViewTest, OnlyAChangeSetsItUpAnew) {
     EXPECT_FALSE(view.value("size"));
 
     CGRect asked{};
-    view.setDisplayRequest([&](const CGRect& rect) { asked = rect; });
+    int requests = 0;
+    view.setDisplayRequest([&](const CGRect& rect) { asked = rect, ++requests; });
     view.update();
-    EXPECT_EQ(view.setups, 6);
+    view.setRadius(1), view.setBorder(1), view.setBorderColor(NSColor(0, 0, 1));
+    view.setRadius(1), view.setBorder(1), view.setBorderColor(NSColor(0, 0, 1));
+    EXPECT_EQ(view.setups, 9);
+    EXPECT_EQ(requests, 4);
     EXPECT_EQ(asked.size, (pex::CGSize{10, 10}));
 }
 
@@ -198,12 +202,11 @@ class RemoteContent : public testing::Test {
         PexImageView::imageCache().removeAll();
     }
     void arrive() {
-        queue.finish();
+        pex::Queue::wait();
         pex::XMain::drain();
     }
     double widthShown() const { return view->image() ? view->image()->size().width : 0; }
 
-    JoinedQueue queue;
     std::shared_ptr<Shelf> shelf = std::make_shared<Shelf>();
     std::shared_ptr<PexImageView> view = makeView();
     const std::optional<URL> there = URL::parse("https://a.example/12x8.png"),
@@ -272,6 +275,11 @@ TEST_F(RemoteContent, ViewsTakeImagesAndNames) {
     EXPECT_EQ(simple->image(), five->image);
     pex::set(simple, "no such name");
     EXPECT_FALSE(simple->image());
+    pex::setImage(std::shared_ptr<NSImageView>(), three); // nothing happens
+    view->imageDownloader = nullptr;
+    view->setImage(missing, {});
+    arrive();
+    EXPECT_FALSE(view->image());
 }
 
 } // namespace

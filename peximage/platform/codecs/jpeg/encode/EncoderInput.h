@@ -14,10 +14,10 @@ struct EncoderInput {
     /// Row y, counted from the top: in place, or converted into `scratch`, which holds one row. Called from
     /// several threads at once, and a second time for rows whose full chroma is needed.
     std::function<const std::uint8_t*(int y, std::uint8_t* scratch)> row;
-    /// Whole segments, which come right behind the JFIF one.
-    std::vector<std::uint8_t> metadata;
     /// Embedded when not empty.
     std::vector<std::uint8_t> iccProfile;
+    /// Whole segments, which come right behind the JFIF one.
+    std::vector<std::uint8_t> metadata = {};
 };
 
 } // namespace pex::jpeg

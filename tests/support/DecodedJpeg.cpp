@@ -1,56 +1,94 @@
 #include "tests/support/DecodedJpeg.h"
 
 #include "peximage/platform/codecs/CGImageSource.h"
+#include "peximage/platform/codecs/jpeg/decode/JpegDecompressor.h"
+#include "peximage/platform/codecs/jpeg/decode/RowDecoder.h"
 
 #include <gtest/gtest.h>
 
 #include <algorithm>
 #include <optional>
 
-namespace {
-
 using pex::Data;
 using pex::JpegDecompressor;
 using Bytes = std::vector<std::uint8_t>;
 
-DecodedJpeg read(const Bytes& file) {
+namespace {
+
+struct Header {
+    explicit Header(const Bytes& bytes) : file(bytes), decompressor(pex::CGDataProvider(file)) {
+        isGood = decompressor.readHeader(1 << 20);
+        isGrey = info().jpeg_color_space == JCS_GRAYSCALE;
+        rowBytes = std::size_t{info().image_width} * (isGrey ? 1 : 4);
+    }
+    const jpeg_decompress_struct& info() const { return decompressor.info(); }
+
+    Data file;
+    JpegDecompressor decompressor;
+    bool isGood, isGrey;
+    std::size_t rowBytes;
+};
+
+} // namespace
+
+DecodedJpeg decodeByLibrary(const Bytes& file) {
+    Header header(file);
+    DecodedJpeg decoded;
+    if (!header.isGood || !header.decompressor.start(header.isGrey ? JCS_GRAYSCALE : JCS_EXT_RGBX))
+        return decoded;
+    for (unsigned y = 0; y < header.info().image_height; ++y) {
+        Bytes row(header.rowBytes);
+        JSAMPROW pointer = row.data();
+        if (!header.decompressor.readRows(&pointer, 1)) break;
+        decoded.rows.push_back(std::move(row));
+    }
+    decoded.isDamaged = header.decompressor.isDamaged();
+    return decoded;
+}
+
+DecodedJpeg decodeByOurs(const Bytes& file) {
+    const Header header(file);
+    DecodedJpeg decoded;
+    const auto decoder = header.isGood ? pex::jpeg::RowDecoder::make(header.info(), header.file) : nullptr;
+    for (unsigned y = 0; decoder && y < header.info().image_height; ++y) {
+        Bytes row(header.rowBytes);
+        if (decoder->read({row.data(), static_cast<int>(header.info().image_width), 1, 0,
+                           header.isGrey ? pex::PixelLayout::grey : pex::PixelLayout::skipLast}) == 0)
+            break;
+        decoded.rows.push_back(std::move(row));
+    }
+    return decoded;
+}
+
+DecodedJpeg decodeForUsers(const Bytes& file) {
     DecodedJpeg decoded;
     const auto source = pex::CGImageSource::make(Data(file));
     const auto image = source ? source->createImage() : std::nullopt;
     const auto pixels = image ? image->pixels() : std::nullopt;
     if (!pixels) return decoded;
     for (int y = 0; y < pixels->height; ++y)
-        decoded.rows.emplace_back(pixels->row(y), pixels->row(y) + std::ptrdiff_t{pixels->width} * 4);
+        decoded.rows.emplace_back(pixels->row(y), pixels->row(y) + std::ptrdiff_t{pixels->width} *
+                                                                       pex::bytesPerPixel(pixels->layout));
     decoded.isDamaged = image->isIncomplete();
     return decoded;
 }
 
-} // namespace
-
-DecodedJpeg decodeJpeg(const Bytes& file, unsigned eighths, JpegDecompressor::Codes codes,
-                       J_COLOR_SPACE space) {
-    JpegDecompressor decoder{pex::CGDataProvider(Data(file))};
-    DecodedJpeg decoded;
-    if (!decoder.readHeader(1 << 20) || !decoder.start(eighths, space, codes)) return decoded;
-    for (unsigned y = 0; y < decoder.info().output_height; ++y) {
-        Bytes row(std::size_t{decoder.info().output_width} * 4);
-        JSAMPROW pointer = row.data();
-        if (!decoder.readRows(&pointer, 1)) break;
-        decoded.rows.push_back(std::move(row));
-    }
-    decoded.isDamaged = decoder.isDamaged();
-    decoded.isForLibrary = decoder.isForLibrary();
-    return decoded;
+void expectSame(const Bytes& file, const std::string& what) {
+    const DecodedJpeg ours = decodeByOurs(file), theirs = decodeByLibrary(file);
+    ASSERT_FALSE(theirs.rows.empty()) << what;
+    EXPECT_EQ(ours.rows, theirs.rows) << what;
 }
 
-void expectSame(const Bytes& file, const std::string& what, J_COLOR_SPACE space) {
-    for (const unsigned eighths : {8U, 4U, 2U, 1U}) {
-        const DecodedJpeg ours = decodeJpeg(file, eighths, JpegDecompressor::Codes::fast, space);
-        const DecodedJpeg theirs = decodeJpeg(file, eighths, JpegDecompressor::Codes::library, space);
-        ASSERT_FALSE(theirs.rows.empty()) << what;
-        EXPECT_FALSE(ours.isForLibrary) << what << " at " << eighths;
-        EXPECT_EQ(ours.rows, theirs.rows) << what << " at " << eighths;
+bool expectSameOfDamaged(const Bytes& file, const std::string& what) {
+    const DecodedJpeg theirs = decodeByLibrary(file), ours = decodeForUsers(file);
+    if (theirs.rows.empty()) return false;
+    EXPECT_EQ(ours.isDamaged, theirs.isDamaged) << what;
+    EXPECT_GE(ours.rows.size(), theirs.rows.size()) << what;
+    for (std::size_t y = 0; y < std::min(ours.rows.size(), theirs.rows.size()); ++y) {
+        EXPECT_EQ(ours.rows[y], theirs.rows[y]) << what << ", row " << y;
+        if (ours.rows[y] != theirs.rows[y]) break;
     }
+    return theirs.isDamaged;
 }
 
 std::vector<std::uint8_t> damaged(std::vector<std::uint8_t> file, std::size_t header, std::mt19937& random) {
@@ -64,18 +102,6 @@ std::vector<std::uint8_t> damaged(std::vector<std::uint8_t> file, std::size_t he
     return file;
 }
 
-bool expectSameOfDamaged(const Bytes& file, const std::string& what) {
-    const DecodedJpeg theirs = decodeJpeg(file, 8, JpegDecompressor::Codes::library), ours = read(file);
-    if (theirs.rows.empty()) return false;
-    EXPECT_EQ(ours.isDamaged, theirs.isDamaged) << what;
-    EXPECT_GE(ours.rows.size(), theirs.rows.size()) << what;
-    for (std::size_t y = 0; y < std::min(ours.rows.size(), theirs.rows.size()); ++y) {
-        EXPECT_EQ(ours.rows[y], theirs.rows[y]) << what << ", row " << y;
-        if (ours.rows[y] != theirs.rows[y]) break;
-    }
-    return theirs.isDamaged;
-}
-
 std::uint8_t noise(int x, int y, int c) {
     unsigned hash = static_cast<unsigned>(x) * 73856093U ^ static_cast<unsigned>(y) * 19349663U ^
                     static_cast<unsigned>(c) * 83492791U;
@@ -84,3 +110,4 @@ std::uint8_t noise(int x, int y, int c) {
 }
 std::uint8_t extremes(int x, int y, int c) { return noise(x, y, c) < 128 ? 0 : 255; }
 std::uint8_t smooth(int x, int y, int c) { return static_cast<std::uint8_t>(40 + x / 3 + y / 5 + c * 30); }
+std::uint8_t flat(int, int, int) { return 70; }

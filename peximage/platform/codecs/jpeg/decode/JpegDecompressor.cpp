@@ -10,8 +10,9 @@ namespace pex {
 namespace {
 
 /// A progressive file may repeat scans without end; each costs a pass over all coefficients. Real files have
-/// about ten.
-constexpr int maxScans = 100;
+/// about ten, small ones may have as many as there are bits to tell.
+constexpr int mostScans = 3000, scansOfLargeFile = 100;
+constexpr std::int64_t mostPixelsOfScans = 4'000'000'000;
 
 constexpr int exifMarker = JPEG_APP0 + 1;
 constexpr int iccMarker = JPEG_APP0 + 2;
@@ -82,8 +83,11 @@ void JpegDecompressor::skipSource(j_decompress_ptr info, long count) {
 }
 
 void JpegDecompressor::watchScans(j_common_ptr info) {
-    if (info->is_decompressor && reinterpret_cast<j_decompress_ptr>(info)->input_scan_number > maxScans)
-        ERREXIT(info, JERR_BAD_PROGRESSION);
+    if (!info->is_decompressor) return;
+    const auto& decoder = *reinterpret_cast<j_decompress_ptr>(info);
+    const std::int64_t pixels = std::int64_t{decoder.image_width} * decoder.image_height;
+    const auto most = std::clamp<std::int64_t>(mostPixelsOfScans / pixels, scansOfLargeFile, mostScans);
+    if (decoder.input_scan_number > most) ERREXIT(info, JERR_BAD_PROGRESSION);
 }
 
 template <class Call>
@@ -110,19 +114,9 @@ bool JpegDecompressor::readHeader(std::size_t maxMetadataBytes) {
     return good && found;
 }
 
-bool JpegDecompressor::start(unsigned eighths, J_COLOR_SPACE colorSpace, Codes codes) {
-    info_.scale_num = eighths;
-    info_.scale_denom = 8;
+bool JpegDecompressor::start(J_COLOR_SPACE colorSpace) {
     info_.out_color_space = colorSpace;
-    const Data& memory = source_.bytes.data();
-    const bool fast = codes == Codes::fast && !memory.empty();
-    if (!guarded([&] { jpeg_calc_output_dimensions(&info_); })) return false;
-    if (fast) progressive_ = JpegProgressiveBlocks::decode(&info_);
-    if (progressive_) progressive_->prepare(&info_);
-    if (!guarded([&] { jpeg_start_decompress(&info_); })) return false;
-    if (progressive_) return guarded([&] { JpegProgressiveBlocks::startOutput(&info_); });
-    if (fast) ahead_ = JpegCodesAhead::takeOver(&info_, memory);
-    return true;
+    return guarded([&] { jpeg_start_decompress(&info_); });
 }
 
 bool JpegDecompressor::readRows(JSAMPROW* rows, unsigned count) {

@@ -1,13 +1,11 @@
 #pragma once
 
 #include "peximage/platform/codecs/CGDataProvider.h"
-#include "peximage/platform/codecs/jpeg/decode/JpegCodesAhead.h"
-#include "peximage/platform/codecs/jpeg/decode/JpegProgressiveBlocks.h"
+#include "peximage/platform/codecs/jpeg/decode/CodecLibrary.h"
 
 #include <array>
 #include <csetjmp>
 #include <cstdint>
-#include <memory>
 #include <vector>
 
 namespace pex {
@@ -24,19 +22,12 @@ class JpegDecompressor {
     /// Reads up to the first scan, keeping profile and EXIF segments of at most `maxMetadataBytes` together.
     /// False when this is no JPEG that can be decoded.
     bool readHeader(std::size_t maxMetadataBytes);
-    /// Who decodes the Huffman codes: the codec library, or where that can be our own, faster decoder.
-    enum class Codes { library, fast };
-    /// Begins to decode at `eighths`/8 of the size, as colours of `colorSpace`.
-    bool start(unsigned eighths, J_COLOR_SPACE colorSpace, Codes codes);
+    /// Begins to decode, as colours of `colorSpace`.
+    bool start(J_COLOR_SPACE colorSpace);
     /// Decodes the next rows; less than `count` only when the file broke off. Never fails before the first
     /// error.
     bool readRows(JSAMPROW* rows, unsigned count);
 
-    /// True when the fast decoder of codes came to something that is for the library to judge: reading
-    /// failed, and is to be done over with `Codes::library`. The rows that came are good.
-    bool isForLibrary() const {
-        return (ahead_ && ahead_->gaveUp()) || (progressive_ && progressive_->gaveUp());
-    }
     /// True when the file turned out damaged or cut short; what was decoded until then is good.
     bool isDamaged() const { return damaged_ || info_.err->num_warnings > 0; }
     const jpeg_decompress_struct& info() const { return info_; }
@@ -74,8 +65,6 @@ class JpegDecompressor {
     Errors errors_{};
     Source source_;
     jpeg_progress_mgr progress_{};
-    std::unique_ptr<JpegCodesAhead> ahead_;
-    std::unique_ptr<JpegProgressiveBlocks> progressive_;
     bool damaged_ = false;
 };
 

@@ -2,6 +2,7 @@
 
 #include "peximage/platform/codecs/ExifBlock.h"
 #include "peximage/platform/codecs/jpeg/decode/JpegDecompressor.h"
+#include "peximage/platform/codecs/jpeg/decode/RowDecoder.h"
 #include "peximage/platform/raster/ColorConversion.h"
 
 #include <algorithm>
@@ -51,17 +52,45 @@ class JpegRows final : public RowReader {
     /// Null when the decoder refuses the file after all.
     static std::unique_ptr<JpegRows> make(const JpegFile& file) {
         std::unique_ptr<JpegRows> rows(new JpegRows(file));
-        return rows->start(JpegDecompressor::Codes::fast) ? std::move(rows) : nullptr;
+        return rows->start() ? std::move(rows) : nullptr;
     }
 
     bool read(MutablePixelView rows) override {
+        int done = 0;
+        if (own_) {
+            done = own_->read(rows);
+            rowsDone_ += done;
+            if (done == rows.height) return true;
+            own_.reset();
+            if (!startLibrary() || !skipDone()) damaged_ = true;
+        }
+        return readByLibrary(rows.part(0, done, rows.width, rows.height - done));
+    }
+
+  private:
+    explicit JpegRows(const JpegFile& file) : file_(file) {}
+
+    bool start() {
+        library_ = std::make_unique<JpegDecompressor>(CGDataProvider(file_.bytes));
+        if (!library_->readHeader(file_.maxMetadataBytes)) return false;
+        if (!library_->isDamaged()) own_ = jpeg::RowDecoder::make(library_->info(), file_.bytes);
+        return own_ || library_->start(file_.decodedSpace);
+    }
+
+    bool startLibrary() {
+        library_ = std::make_unique<JpegDecompressor>(CGDataProvider(file_.bytes));
+        return library_->readHeader(file_.maxMetadataBytes) && library_->start(file_.decodedSpace);
+    }
+
+    bool readByLibrary(MutablePixelView rows) {
         constexpr int batch = 16;
         for (int y = 0; y < rows.height; y += batch) {
             const MutablePixelView part = rows.part(0, y, rows.width, std::min(batch, rows.height - y));
             JSAMPROW pointers[batch];
             for (int i = 0; i < part.height; ++i)
                 pointers[i] = part.row(i);
-            if (!decode(pointers, part.height)) {
+            if (damaged_ || !library_->readRows(pointers, static_cast<unsigned>(part.height))) {
+                damaged_ = true;
                 fillMissing(rows.part(0, y, rows.width, rows.height - y));
                 return false;
             }
@@ -70,38 +99,24 @@ class JpegRows final : public RowReader {
                     convertInk(file_, part.row(i), part.width);
             }
         }
-        return !decoder_->isDamaged();
+        return !library_->isDamaged();
     }
 
-  private:
-    explicit JpegRows(const JpegFile& file) : file_(file) {}
-
-    bool start(JpegDecompressor::Codes codes) {
-        decoder_ = std::make_unique<JpegDecompressor>(CGDataProvider(file_.bytes));
-        return decoder_->readHeader(file_.maxMetadataBytes) && decoder_->start(8, file_.decodedSpace, codes);
-    }
-
-    bool decode(JSAMPROW* rows, int count) {
-        const bool good = decoder_->readRows(rows, static_cast<unsigned>(count));
-        if (!good && decoder_->isForLibrary()) return startOver() && decode(rows, count);
-        if (good) rowsDone_ += count;
-        return good;
-    }
-
-    /// Lets the library decode what it decoded before, up to the same row.
-    bool startOver() {
-        if (!start(JpegDecompressor::Codes::library)) return false;
-        std::vector<JSAMPLE> row(std::size_t{decoder_->info().output_width} * 4);
+    /// Goes to the row that is due.
+    bool skipDone() {
+        std::vector<JSAMPLE> row(std::size_t{library_->info().output_width} * 4);
         JSAMPROW pointer = row.data();
         for (int y = 0; y < rowsDone_; ++y) {
-            if (!decoder_->readRows(&pointer, 1)) return false;
+            if (!library_->readRows(&pointer, 1)) return false;
         }
         return true;
     }
 
     JpegFile file_;
-    std::unique_ptr<JpegDecompressor> decoder_;
-    int rowsDone_ = 0;
+    std::unique_ptr<jpeg::RowDecoder> own_; // until it comes to damage
+    std::unique_ptr<JpegDecompressor> library_;
+    int rowsDone_ = 0; // by our own decoder
+    bool damaged_ = false;
 };
 
 class JpegSource final : public PixelSource {

@@ -1,9 +1,9 @@
-#include "peximage/platform/codecs/jpeg/decode/JpegHuffmanTable.h"
+#include "peximage/platform/codecs/jpeg/decode/HuffmanDecoder.h"
 
 #include <algorithm>
 #include <iterator>
 
-namespace pex {
+namespace pex::jpeg {
 namespace {
 
 constexpr unsigned longestCode = 16;
@@ -17,15 +17,15 @@ int numberIn(std::uint64_t bits, unsigned size) {
 }
 
 /// `bits` begin with the code.
-JpegHuffmanTable::Entry entryOf(std::uint64_t bits, unsigned codeBits, unsigned symbol) {
+HuffmanDecoder::Entry entryOf(std::uint64_t bits, unsigned codeBits, unsigned symbol) {
     const unsigned zeros = symbol >> 4, size = symbol & 15;
-    if (size == 0 && zeros != 15) return {codeBits, JpegHuffmanTable::endOfBlock, static_cast<int>(zeros)};
+    if (size == 0 && zeros != 15) return {codeBits, HuffmanDecoder::endOfBlock, static_cast<int>(zeros)};
     return {codeBits + size, zeros + 1, numberIn(bits << codeBits, size)};
 }
 
 } // namespace
 
-bool JpegHuffmanTable::isUsual(const JHUFF_TBL& table, Use use) {
+bool HuffmanDecoder::isUsual(const JHUFF_TBL& table, Use use) {
     int codes = 0, free = 1; // codes of a length that no shorter code begins
     for (int length = 1; length <= static_cast<int>(longestCode); ++length) {
         codes += table.bits[length];
@@ -38,7 +38,7 @@ bool JpegHuffmanTable::isUsual(const JHUFF_TBL& table, Use use) {
     });
 }
 
-JpegHuffmanTable::JpegHuffmanTable(const JHUFF_TBL& table) {
+HuffmanDecoder::HuffmanDecoder(const JHUFF_TBL& table) {
     entries_.fill({0, tooLong, 0});
     std::copy(std::begin(table.huffval), std::end(table.huffval), symbols_.begin());
     std::uint32_t code = 0;
@@ -51,7 +51,7 @@ JpegHuffmanTable::JpegHuffmanTable(const JHUFF_TBL& table) {
     }
 }
 
-void JpegHuffmanTable::addCode(std::uint64_t code, unsigned codeBits, unsigned symbol) {
+void HuffmanDecoder::addCode(std::uint64_t code, unsigned codeBits, unsigned symbol) {
     const unsigned size = symbol & 15, bits = codeBits + size;
     if (bits > lookupBits) return;
     const std::size_t places = std::size_t{1} << (lookupBits - bits);
@@ -60,7 +60,7 @@ void JpegHuffmanTable::addCode(std::uint64_t code, unsigned codeBits, unsigned s
         to = std::fill_n(to, places, entryOf((code << size | number) << (64 - bits), codeBits, symbol));
 }
 
-JpegHuffmanTable::Entry JpegHuffmanTable::decode(std::uint64_t bits) const {
+HuffmanDecoder::Entry HuffmanDecoder::decode(std::uint64_t bits) const {
     const std::uint64_t first = bits >> (64 - longestCode);
     for (unsigned length = 1; length <= longestCode; ++length) {
         if (first >= endOfCodes_[length]) continue;
@@ -70,4 +70,4 @@ JpegHuffmanTable::Entry JpegHuffmanTable::decode(std::uint64_t bits) const {
     return {0, noCode, 0};
 }
 
-} // namespace pex
+} // namespace pex::jpeg

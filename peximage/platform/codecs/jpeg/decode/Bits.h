@@ -4,14 +4,14 @@
 #include <cstdint>
 #include <cstring>
 
-namespace pex {
+namespace pex::jpeg {
 
 /// Bits in the order of a scan, from bytes without stuffing. Bytes behind the end can be read, too, for as
 /// long as an MCU takes.
-class JpegBits {
+class Bits {
   public:
-    JpegBits() = default;
-    JpegBits(const std::uint8_t* next, const std::uint8_t* end) : next_(next), end_(end) {}
+    Bits() = default;
+    Bits(const std::uint8_t* next, const std::uint8_t* end) : next_(next), end_(end) {}
 
     static constexpr unsigned ready = 56;
     /// Makes at least so many bits ready; behind the end they mean nothing.
@@ -42,4 +42,4 @@ class JpegBits {
     int count_ = 0;
 };
 
-} // namespace pex
+} // namespace pex::jpeg

@@ -1,6 +1,6 @@
-#include "peximage/platform/codecs/jpeg/decode/JpegProgression.h"
+#include "peximage/platform/codecs/jpeg/decode/Progression.h"
 
-#include "peximage/platform/codecs/jpeg/decode/JpegStuffing.h"
+#include "peximage/platform/codecs/jpeg/decode/Stuffing.h"
 
 #include <algorithm>
 #include <array>
@@ -8,11 +8,8 @@
 #include <span>
 #include <utility>
 
-namespace pex {
+namespace pex::jpeg {
 namespace {
-
-/// Real files have about ten.
-constexpr std::size_t mostScans = 100;
 
 constexpr unsigned mostLowBit = 13;
 
@@ -28,28 +25,28 @@ enum Marker : int {
 };
 
 using Bytes = std::span<const std::uint8_t>;
-using Use = JpegHuffmanTable::Use;
+using Use = HuffmanDecoder::Use;
 
 /// Reads what stands between the scans, and the scans.
 class Reader {
   public:
-    explicit Reader(j_decompress_ptr info)
-        : info_(info), next_(info->src->next_input_byte), end_(next_ + info->src->bytes_in_buffer) {
+    explicit Reader(const jpeg_decompress_struct& info)
+        : info_(info), next_(info.src->next_input_byte), end_(next_ + info.src->bytes_in_buffer) {
         for (std::size_t i = 0; i < NUM_HUFF_TBLS; ++i) {
-            if (info->dc_huff_tbl_ptrs[i] != nullptr) dcTables_[i] = *info->dc_huff_tbl_ptrs[i];
-            if (info->ac_huff_tbl_ptrs[i] != nullptr) acTables_[i] = *info->ac_huff_tbl_ptrs[i];
+            if (info.dc_huff_tbl_ptrs[i] != nullptr) dcTables_[i] = *info.dc_huff_tbl_ptrs[i];
+            if (info.ac_huff_tbl_ptrs[i] != nullptr) acTables_[i] = *info.ac_huff_tbl_ptrs[i];
         }
         for (auto& bits : lowBits_)
             bits.fill(unknown);
     }
 
-    bool readAll(JpegProgression& to) {
-        to.bytes = PixelBuffer::make(info_->src->bytes_in_buffer + slack);
+    bool readAll(Progression& to) {
+        to.bytes = PixelBuffer::make(info_.src->bytes_in_buffer + slack);
         if (!to.bytes) return false;
         std::uint8_t* room = to.bytes.data();
         std::optional<Header> header = firstHeader();
-        for (; header && to.scans.size() < mostScans; header = nextHeader()) {
-            std::optional<JpegProgressiveScan> scan = scanOf(*header);
+        for (; header; header = nextHeader()) {
+            std::optional<ProgressiveScan> scan = scanOf(*header);
             if (!scan) return false;
             scan->begin = room;
             scan->end = room = unstuff(next_, end_, room);
@@ -72,12 +69,12 @@ class Reader {
 
     Header firstHeader() const {
         Header header{{},
-                      static_cast<unsigned>(info_->Ss),
-                      static_cast<unsigned>(info_->Se),
-                      static_cast<unsigned>(info_->Ah),
-                      static_cast<unsigned>(info_->Al)};
-        for (int i = 0; i < info_->comps_in_scan; ++i) {
-            const jpeg_component_info& of = *info_->cur_comp_info[i];
+                      static_cast<unsigned>(info_.Ss),
+                      static_cast<unsigned>(info_.Se),
+                      static_cast<unsigned>(info_.Ah),
+                      static_cast<unsigned>(info_.Al)};
+        for (int i = 0; i < info_.comps_in_scan; ++i) {
+            const jpeg_component_info& of = *info_.cur_comp_info[i];
             header.components.push_back({of.component_index, static_cast<std::size_t>(of.dc_tbl_no),
                                          static_cast<std::size_t>(of.ac_tbl_no)});
         }
@@ -135,11 +132,11 @@ class Reader {
         Header header{};
         for (std::size_t i = 0; i < count; ++i) {
             const int id = segment[1 + 2 * i], tables = segment[2 + 2 * i];
-            const auto* const begin = info_->comp_info;
-            const auto* const of = std::find_if(begin, begin + info_->num_components,
+            const auto* const begin = info_.comp_info;
+            const auto* const of = std::find_if(begin, begin + info_.num_components,
                                                 [&](const auto& c) { return c.component_id == id; });
             const int index = static_cast<int>(of - begin);
-            const bool isThere = index < info_->num_components &&
+            const bool isThere = index < info_.num_components &&
                                  std::none_of(header.components.begin(), header.components.end(),
                                               [&](const Component& c) { return c.index >= index; });
             if (!isThere) return std::nullopt;
@@ -155,14 +152,14 @@ class Reader {
     }
 
     /// Absent for what is not what comes next in one of the components.
-    std::optional<JpegProgressiveScan> scanOf(const Header& header) {
+    std::optional<ProgressiveScan> scanOf(const Header& header) {
         const bool isFirst = header.first == 0, refines = header.knownBit != 0;
         const bool isBand =
             isFirst ? header.last == 0
                     : header.first <= header.last && header.last < DCTSIZE2 && header.components.size() == 1;
         if (!isBand || header.lowBit > mostLowBit) return std::nullopt;
         if (refines && header.lowBit + 1 != header.knownBit) return std::nullopt;
-        JpegProgressiveScan scan{{}, header.first, header.last, header.lowBit, refines, {}, nullptr, nullptr};
+        ProgressiveScan scan{{}, header.first, header.last, header.lowBit, refines, {}, nullptr, nullptr};
         for (const Component& component : header.components) {
             auto& bits = lowBits_[static_cast<std::size_t>(component.index)];
             if (!isFirst && bits[0] == unknown) return std::nullopt;
@@ -182,21 +179,21 @@ class Reader {
 
     using Tables = std::array<std::optional<JHUFF_TBL>, NUM_HUFF_TBLS>;
 
-    static bool addTable(const Tables& tables, std::size_t place, Use use, JpegProgressiveScan& scan) {
-        if (place >= tables.size() || !tables[place] || !JpegHuffmanTable::isUsual(*tables[place], use))
+    static bool addTable(const Tables& tables, std::size_t place, Use use, ProgressiveScan& scan) {
+        if (place >= tables.size() || !tables[place] || !HuffmanDecoder::isUsual(*tables[place], use))
             return false;
         scan.tables.emplace_back(*tables[place]);
         return true;
     }
 
     bool isComplete() const {
-        const auto end = lowBits_.begin() + info_->num_components;
+        const auto end = lowBits_.begin() + info_.num_components;
         return std::all_of(lowBits_.begin(), end, [](const auto& bits) {
             return std::all_of(bits.begin(), bits.end(), [](int bit) { return bit == 0; });
         });
     }
 
-    j_decompress_ptr info_;
+    const jpeg_decompress_struct& info_;
     const std::uint8_t *next_, *end_;
     bool atEnd_ = false;
     Tables dcTables_, acTables_;
@@ -206,13 +203,11 @@ class Reader {
 
 } // namespace
 
-JpegProgression JpegProgression::read(j_decompress_ptr info) {
-    // The library takes the tables of quantisation from each component's first scan: it will see one only.
-    const bool isUsual = info->progressive_mode && !info->arith_code && info->data_precision == 8 &&
-                         info->restart_interval == 0 && info->comps_in_scan == info->num_components;
-    JpegProgression progression;
+Progression Progression::read(const jpeg_decompress_struct& info) {
+    Progression progression;
+    const bool isUsual = info.progressive_mode && info.restart_interval == 0;
     if (!isUsual || !Reader(info).readAll(progression)) progression.scans.clear();
     return progression;
 }
 
-} // namespace pex
+} // namespace pex::jpeg

@@ -1,16 +1,12 @@
-#include "peximage/platform/codecs/jpeg/decode/JpegProgressiveCodes.h"
-
-#include "peximage/platform/raster/kernels/JpegDct.h"
+#include "peximage/platform/codecs/jpeg/decode/ProgressiveCodes.h"
 
 #include <bit>
 #include <cstdlib>
-#include <cstring>
 
-namespace pex {
+namespace pex::jpeg {
 namespace {
 
-using kernels::zigzag;
-using Entry = JpegHuffmanTable::Entry;
+using Entry = HuffmanDecoder::Entry;
 
 /// The bits from `begin` up to `end`, at most 64.
 std::uint64_t bitRange(unsigned begin, unsigned end) {
@@ -23,12 +19,12 @@ std::int16_t shifted(unsigned value, unsigned bits) { return static_cast<std::in
 /// The coefficients of a band, block by block. All that changes is kept in registers by whoever has it as a
 /// local variable.
 struct Band {
-    const JpegHuffmanTable& table;
+    const HuffmanDecoder& table;
     const unsigned first, last, lowBit;
-    JpegBits bits;
+    Bits bits;
     unsigned blocksAtEnd; // the next so many have no more coefficients
 
-    bool addBlock(JCOEF* block, std::uint64_t& nonzero) {
+    bool addBlock(Coefficient* block, std::uint64_t& nonzero) {
         if (blocksAtEnd > 0) {
             --blocksAtEnd;
             return true;
@@ -37,13 +33,13 @@ struct Band {
         for (unsigned k = first - 1; k < last;) {
             bits.refill();
             const Entry code = table.take(bits);
-            if (code.step() == JpegHuffmanTable::endOfBlock) {
+            if (code.step() == HuffmanDecoder::endOfBlock) {
                 blocksAtEnd = takeEndOfBlocks(code.value()) - 1;
                 break;
             }
             k += code.step();
             if (k > last) return false;
-            block[zigzag[k]] = shifted(code.value(), lowBit);
+            block[placeInQuad[k]] = shifted(code.value(), lowBit);
             found |= std::uint64_t{code.value() != 0} << k;
         }
         nonzero |= found;
@@ -58,7 +54,7 @@ struct Band {
         return (1U << sizeBits) + more;
     }
 
-    bool refineBlock(JCOEF* block, std::uint64_t& nonzero) {
+    bool refineBlock(Coefficient* block, std::uint64_t& nonzero) {
         const std::uint64_t known = nonzero;
         unsigned k = first;
         if (blocksAtEnd == 0 && !placeCoefficients(block, nonzero, k)) return false;
@@ -70,12 +66,12 @@ struct Band {
 
     /// Coefficients that were zero until now, and corrections of those that they pass; k is the first that
     /// was not come to.
-    bool placeCoefficients(JCOEF* block, std::uint64_t& nonzero, unsigned& k) {
+    bool placeCoefficients(Coefficient* block, std::uint64_t& nonzero, unsigned& k) {
         const std::uint64_t known = nonzero;
         while (k <= last) {
             bits.refill();
             const Entry code = table.take(bits);
-            if (code.step() == JpegHuffmanTable::endOfBlock) {
+            if (code.step() == HuffmanDecoder::endOfBlock) {
                 blocksAtEnd = takeEndOfBlocks(code.value());
                 return true;
             }
@@ -85,7 +81,7 @@ struct Band {
                 correct(block, known & bitRange(k, place));
             }
             if (place > last) return false;
-            block[zigzag[place]] = shifted(code.value(), lowBit);
+            block[placeInQuad[place]] = shifted(code.value(), lowBit);
             nonzero |= std::uint64_t{code.value() != 0} << place;
             k = place + 1;
         }
@@ -101,58 +97,58 @@ struct Band {
     }
 
     /// Takes a bit for each of the coefficients: those of which it is 1 grow by the scan's lowest bit.
-    void correct(JCOEF* block, std::uint64_t places) {
+    void correct(Coefficient* block, std::uint64_t places) {
         for (unsigned ready = 0; places != 0; places &= places - 1, --ready) {
             if (ready == 0) {
                 bits.refill();
-                ready = JpegBits::ready;
+                ready = Bits::ready;
             }
             const int isOne =
                 static_cast<int>(static_cast<std::int64_t>(bits.peek()) >> 63); // all ones, or none
             bits.drop(1);
-            JCOEF& coefficient = block[zigzag[static_cast<std::size_t>(std::countr_zero(places))]];
+            Coefficient& coefficient = block[placeInQuad[static_cast<std::size_t>(std::countr_zero(places))]];
             const int sign = coefficient >> 15, unit = 1 << lowBit;
-            coefficient = static_cast<JCOEF>(coefficient + (((unit ^ sign) - sign) & isOne));
+            coefficient = static_cast<Coefficient>(coefficient + (((unit ^ sign) - sign) & isOne));
         }
     }
 };
 
 } // namespace
 
-JpegProgressiveCodes::JpegProgressiveCodes(const JpegProgressiveScan& scan)
+ProgressiveCodes::ProgressiveCodes(const ProgressiveScan& scan)
     : scan_(scan), bits_(scan.begin, scan.end), lastDc_(scan.components.size()) {}
 
-bool JpegProgressiveCodes::isAtEnd() const {
+bool ProgressiveCodes::isAtEnd() const {
     constexpr int mostPadding = 7;
     return blocksAtEnd_ == 0 && bits_.left() >= 0 && bits_.left() <= mostPadding;
 }
 
-bool JpegProgressiveCodes::decodeFirsts(JBLOCKROW blocks, int count, std::size_t i) {
+bool ProgressiveCodes::decodeFirsts(Coefficient* row, int begin, int end, std::size_t i) {
     constexpr int farOut = 1 << 20; // no picture has such a brightness
-    if (!scan_.refines) std::memset(blocks, 0, static_cast<std::size_t>(count) * sizeof(JBLOCK));
-    for (int x = 0; x < count; ++x) {
+    for (int x = begin; x < end; ++x) {
+        Coefficient& first = *blockAt(row, x);
         bits_.refill();
         if (scan_.refines) {
             const auto bit = static_cast<unsigned>(bits_.peek() >> 63);
             bits_.drop(1);
-            blocks[x][0] = static_cast<JCOEF>(blocks[x][0] | shifted(bit, scan_.lowBit));
+            first = static_cast<Coefficient>(first | shifted(bit, scan_.lowBit));
             continue;
         }
         const Entry code = scan_.tables[i].take(bits_);
         int& last = lastDc_[i];
-        last += static_cast<std::int16_t>(code.value());
-        if (code.step() == JpegHuffmanTable::noCode || std::abs(last) > farOut) return false;
-        blocks[x][0] = shifted(static_cast<unsigned>(last), scan_.lowBit);
+        last += static_cast<Coefficient>(code.value());
+        if (code.step() == HuffmanDecoder::noCode || std::abs(last) > farOut) return false;
+        first = shifted(static_cast<unsigned>(last), scan_.lowBit);
     }
     return bits_.left() >= 0;
 }
 
-bool JpegProgressiveCodes::decodeBand(JBLOCKROW blocks, std::uint64_t* nonzero, int count) {
+bool ProgressiveCodes::decodeBand(Coefficient* row, std::uint64_t* nonzero, int count) {
     Band band{scan_.tables[0], scan_.first, scan_.last, scan_.lowBit, bits_, blocksAtEnd_};
     bool isGood = true;
     for (int x = 0; x < count && isGood; ++x) {
-        isGood =
-            scan_.refines ? band.refineBlock(blocks[x], nonzero[x]) : band.addBlock(blocks[x], nonzero[x]);
+        Coefficient* const block = blockAt(row, x);
+        isGood = scan_.refines ? band.refineBlock(block, nonzero[x]) : band.addBlock(block, nonzero[x]);
         isGood = isGood && band.bits.left() >= 0;
     }
     bits_ = band.bits;
@@ -160,4 +156,4 @@ bool JpegProgressiveCodes::decodeBand(JBLOCKROW blocks, std::uint64_t* nonzero, 
     return isGood;
 }
 
-} // namespace pex
+} // namespace pex::jpeg

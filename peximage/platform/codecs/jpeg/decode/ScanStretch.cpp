@@ -1,17 +1,17 @@
-#include "peximage/platform/codecs/jpeg/decode/JpegScanStretch.h"
+#include "peximage/platform/codecs/jpeg/decode/ScanStretch.h"
 
-#include "peximage/platform/codecs/jpeg/decode/JpegStuffing.h"
+#include "peximage/platform/codecs/jpeg/decode/Stuffing.h"
 
 #include <algorithm>
 #include <limits>
 
-namespace pex {
+namespace pex::jpeg {
 namespace {
 
-using Coefficient = JpegScanCodes::Coefficient;
+using Packed = BaselineCodes::Packed;
 
 /// The bytes that an MCU can take.
-constexpr std::size_t longestMcu = D_MAX_BLOCKS_IN_MCU * DCTSIZE2 * JpegHuffmanTable::mostBits / 8;
+constexpr std::size_t longestMcu = D_MAX_BLOCKS_IN_MCU * DCTSIZE2 * HuffmanDecoder::mostBits / 8;
 /// The bytes of the file behind a stretch that hold the rest of its last MCU, whatever is stuffed.
 constexpr std::ptrdiff_t overlap = 2 * longestMcu;
 /// A damaged MCU may lead as far behind the end.
@@ -21,7 +21,7 @@ constexpr std::uint32_t nowhere = std::numeric_limits<std::uint32_t>::max();
 
 std::size_t bytesFor(std::size_t fileBytes) {
     const std::size_t bytes = fileBytes + overlap + slack;
-    return (bytes + sizeof(Coefficient) - 1) / sizeof(Coefficient) * sizeof(Coefficient);
+    return (bytes + sizeof(Packed) - 1) / sizeof(Packed) * sizeof(Packed);
 }
 
 /// Photos of good quality have a coefficient for every five to eight bits. Where there is no room for all
@@ -34,19 +34,18 @@ bool isRestart(const std::uint8_t* marker, const std::uint8_t* end) {
 
 } // namespace
 
-std::size_t JpegScanStretch::memoryFor(std::size_t fileBytes) {
-    return bytesFor(fileBytes) + coefficientsFor(fileBytes) * sizeof(Coefficient);
+std::size_t ScanStretch::memoryFor(std::size_t fileBytes) {
+    return bytesFor(fileBytes) + coefficientsFor(fileBytes) * sizeof(Packed);
 }
 
-JpegScanStretch::JpegScanStretch(std::uint8_t* memory, std::size_t fileBytes)
+ScanStretch::ScanStretch(std::uint8_t* memory, std::size_t fileBytes)
     : bytes_(memory),
-      mcus_(reinterpret_cast<Coefficient*>(memory + bytesFor(fileBytes))),
+      mcus_(reinterpret_cast<Packed*>(memory + bytesFor(fileBytes))),
       endOfMcus_(mcus_ + coefficientsFor(fileBytes)) {
     restarts_.reserve(fileBytes / 2);
 }
 
-void JpegScanStretch::read(const std::uint8_t* begin, const std::uint8_t* end,
-                           const std::uint8_t* endOfFile) {
+void ScanStretch::read(const std::uint8_t* begin, const std::uint8_t* end, const std::uint8_t* endOfFile) {
     restarts_.clear();
     const auto bitsUpTo = [this](const std::uint8_t* to) {
         return static_cast<std::uint32_t>(to - bytes_) * 8;
@@ -62,15 +61,15 @@ void JpegScanStretch::read(const std::uint8_t* begin, const std::uint8_t* end,
     allBits_ = bitsUpTo(to);
 }
 
-JpegBits JpegScanStretch::bitsFrom(std::uint32_t bit, std::uint32_t end) const {
-    JpegBits bits(bytes_ + bit / 8, bytes_ + end / 8);
+Bits ScanStretch::bitsFrom(std::uint32_t bit, std::uint32_t end) const {
+    Bits bits(bytes_ + bit / 8, bytes_ + end / 8);
     bits.refill();
     bits.drop(bit % 8);
     return bits;
 }
 
-void JpegScanStretch::findMcus(const JpegScanCodes& codes, std::uint32_t bit) {
-    Coefficient* to = mcus_;
+void ScanStretch::findMcus(const BaselineCodes& codes, std::uint32_t bit) {
+    Packed* to = mcus_;
     for (const Restart& restart : restarts_) {
         to = findMcus(codes, bit, restart.bit, to);
         bit = std::max(bit, restart.bit);
@@ -80,13 +79,12 @@ void JpegScanStretch::findMcus(const JpegScanCodes& codes, std::uint32_t bit) {
     next_ = mcus_;
 }
 
-Coefficient* JpegScanStretch::findMcus(const JpegScanCodes& codes, std::uint32_t bit, std::uint32_t end,
-                                       Coefficient* to) {
+Packed* ScanStretch::findMcus(const BaselineCodes& codes, std::uint32_t bit, std::uint32_t end, Packed* to) {
     // One head more marks the end of all.
     const auto room = static_cast<std::ptrdiff_t>(codes.longestMcu() + 2 * headLength);
-    JpegBits bits = bitsFrom(bit, end);
+    Bits bits = bitsFrom(bit, end);
     while (bit < std::min(end, bits_) && endOfMcus_ - to >= room) {
-        Coefficient* const behind = codes.writeMcu(bits, to + headLength);
+        Packed* const behind = codes.writeMcu(bits, to + headLength);
         if (behind == nullptr) { // out of step: from here it may not be
             bits.refill();
             bits.drop(1);
@@ -95,7 +93,7 @@ Coefficient* JpegScanStretch::findMcus(const JpegScanCodes& codes, std::uint32_t
         if (behind != nullptr) {
             to[beginBit] = bit;
             to[endBit] = next;
-            to[length] = static_cast<Coefficient>(behind - to);
+            to[length] = static_cast<Packed>(behind - to);
             to = behind;
         }
         bit = next;
@@ -103,13 +101,13 @@ Coefficient* JpegScanStretch::findMcus(const JpegScanCodes& codes, std::uint32_t
     return to;
 }
 
-bool JpegScanStretch::decodeMcu(const JpegScanCodes& codes, std::uint32_t& bit, std::size_t restart,
-                                Coefficient* to) const {
+bool ScanStretch::decodeMcu(const BaselineCodes& codes, std::uint32_t& bit, std::size_t restart,
+                            Packed* to) const {
     const std::uint32_t end = endOfSegment(restart);
-    JpegBits bits = bitsFrom(bit, end);
+    Bits bits = bitsFrom(bit, end);
     if (codes.writeMcu(bits, to) == nullptr) return false;
     bit = static_cast<std::uint32_t>(end - bits.left());
     return true;
 }
 
-} // namespace pex
+} // namespace pex::jpeg

@@ -1,9 +1,9 @@
-#include "peximage/platform/codecs/jpeg/decode/JpegStuffing.h"
+#include "peximage/platform/codecs/jpeg/decode/Stuffing.h"
 
 #include <cstddef>
 #include <cstring>
 
-namespace pex {
+namespace pex::jpeg {
 
 std::uint8_t* unstuff(const std::uint8_t*& from, const std::uint8_t* end, std::uint8_t* to) {
     while (from < end) {
@@ -21,4 +21,4 @@ std::uint8_t* unstuff(const std::uint8_t*& from, const std::uint8_t* end, std::u
     return to;
 }
 
-} // namespace pex
+} // namespace pex::jpeg

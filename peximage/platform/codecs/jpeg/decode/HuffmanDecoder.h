@@ -1,21 +1,17 @@
 #pragma once
 
-#include "peximage/platform/codecs/jpeg/decode/JpegBits.h"
+#include "peximage/platform/codecs/jpeg/decode/Bits.h"
+#include "peximage/platform/codecs/jpeg/decode/CodecLibrary.h"
 
 #include <array>
 #include <cstddef>
 #include <cstdint>
-#include <cstdio>
 
-// clang-format off: it needs what stands before it
-#include <jpeglib.h>
-// clang-format on
-
-namespace pex {
+namespace pex::jpeg {
 
 /// One table of Huffman codes: the next bits of a scan look up the code that they begin with, and the number
 /// that follows it.
-class JpegHuffmanTable {
+class HuffmanDecoder {
   public:
     /// What a code and its number say, in one word, so that the bits of both, which all that follows waits
     /// for, take no unpacking.
@@ -53,16 +49,16 @@ class JpegHuffmanTable {
     /// Whether the codes are possible, and say nothing that pictures of eight bits a sample do not have.
     static bool isUsual(const JHUFF_TBL& table, Use use);
 
-    JpegHuffmanTable() = default;
+    HuffmanDecoder() = default;
     /// From a table that is usual.
-    explicit JpegHuffmanTable(const JHUFF_TBL& table);
+    explicit HuffmanDecoder(const JHUFF_TBL& table);
 
     /// Bits are left-aligned.
     Entry lookup(std::uint64_t bits) const { return entries_[bits >> (64 - lookupBits)]; }
     /// The same for any code; `mostBits` are needed.
     Entry decode(std::uint64_t bits) const;
     /// Takes the next code with its number from bits that are ready.
-    Entry take(JpegBits& bits) const {
+    Entry take(Bits& bits) const {
         Entry code = lookup(bits.peek());
         if (code.step() == tooLong) code = decode(bits.peek());
         bits.drop(code.bits());
@@ -80,4 +76,4 @@ class JpegHuffmanTable {
     std::array<std::int32_t, 17> symbolOffset_{};
 };
 
-} // namespace pex
+} // namespace pex::jpeg

@@ -1,0 +1,193 @@
+// What our decoder makes of a file must be what the codec library makes of it, to the byte.
+
+#include "peximage/platform/codecs/jpeg/decode/CodecLibrary.h"
+#include "peximage/platform/foundation/Workers.h"
+#include "tests/platform/raster/kernels/EveryInstructionSet.h"
+#include "tests/support/DecodedJpeg.h"
+#include "tests/support/JpegFiles.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <array>
+#include <random>
+#include <string>
+#include <utility>
+
+namespace {
+
+using Bytes = std::vector<std::uint8_t>;
+using Script = std::vector<jpeg_scan_info>;
+using Info = jpeg_compress_struct;
+
+/// The factors of the components across and down.
+using Sampling = std::array<std::pair<int, int>, 3>;
+constexpr Sampling samplings[] = {
+    {{{1, 1}, {1, 1}, {1, 1}}}, {{{2, 1}, {1, 1}, {1, 1}}}, {{{2, 2}, {1, 1}, {1, 1}}},
+    {{{1, 2}, {1, 1}, {1, 1}}}, {{{4, 1}, {1, 1}, {1, 1}}}, {{{3, 1}, {1, 1}, {1, 1}}},
+    {{{1, 3}, {1, 1}, {1, 1}}}, {{{2, 4}, {1, 1}, {1, 1}}}, {{{4, 2}, {1, 1}, {1, 1}}},
+    {{{1, 1}, {2, 2}, {2, 2}}}, {{{2, 2}, {1, 2}, {2, 1}}},
+};
+
+void sample(Info& info, const Sampling& sampling) {
+    for (std::size_t c = 0; c < sampling.size(); ++c)
+        std::tie(info.comp_info[c].h_samp_factor, info.comp_info[c].v_samp_factor) = sampling[c];
+}
+
+Recipe progressive(const Script& script) {
+    return {.settings = [=](Info& info) {
+        info.scan_info = script.data();
+        info.num_scans = static_cast<int>(script.size());
+    }};
+}
+
+struct Kind {
+    const char* what;
+    void (*settings)(Info&);
+};
+
+TEST(RowDecoderTest, DecodesAllSamplingsAndSizes) {
+    for (const Sampling& sampling : samplings) {
+        for (const bool isProgressive : {false, true}) {
+            for (const auto& [width, height] :
+                 {std::pair{1, 1}, {4, 3}, {8, 8}, {17, 9}, {33, 40}, {250, 190}}) {
+                for (const int quality : {3, 75, 100}) {
+                    const auto settings = [&](Info& info) {
+                        sample(info, sampling);
+                        jpeg_set_quality(&info, quality, TRUE);
+                        if (isProgressive) jpeg_simple_progression(&info);
+                    };
+                    const std::string what = std::to_string(&sampling - samplings) + ": " +
+                                             std::to_string(width) + 'x' + std::to_string(height) + " q" +
+                                             std::to_string(quality);
+                    for (const auto& picture : {noise, extremes, smooth})
+                        expectSame(makeJpeg(width, height, {.settings = settings}, picture), what);
+                }
+            }
+        }
+    }
+}
+
+TEST(RowDecoderTest, DecodesAllKindsFromSeveralPlacesAtOnce) {
+    const Kind kinds[] = {
+        {"4:2:0", [](Info&) {}},
+        {"4:4:4", [](Info& info) { info.comp_info[0].h_samp_factor = info.comp_info[0].v_samp_factor = 1; }},
+        {"own tables", [](Info& info) { info.optimize_coding = TRUE; }},
+        {"progressive", [](Info& info) { jpeg_simple_progression(&info); }},
+        // Codes that fall into step, but not always with the first block of an MCU.
+        {"one pair of tables for all", [](Info& info) { jpeg_set_colorspace(&info, JCS_RGB); }},
+        {"grey", [](Info& info) { jpeg_set_colorspace(&info, JCS_GRAYSCALE); }},
+        // Whatever the length of a stretch is, one of them ends within a marker of the flat picture.
+        {"grey, a restart after each MCU",
+         [](Info& info) {
+             jpeg_set_colorspace(&info, JCS_GRAYSCALE);
+             info.restart_interval = 1;
+         }},
+        {"a restart after each MCU", [](Info& info) { info.restart_interval = 1; }},
+        {"restarts within rows", [](Info& info) { info.restart_interval = 13; }},
+        {"a restart after some rows", [](Info& info) { info.restart_in_rows = 11; }},
+    };
+    for (const auto& [what, settings] : kinds) {
+        for (const auto& picture : {noise, smooth, flat}) {
+            Bytes file = makeJpeg(900, 700, {.settings = settings}, picture);
+            for (const int threads : {1, 2, 4}) {
+                const pex::Workers::Limit limit(threads);
+                expectSame(file, std::string(what) + " on " + std::to_string(threads));
+            }
+            pex::kernels::onEveryInstructionSet([&] { expectSame(file, what); });
+            const Bytes other = makeJpeg(300, 200, {}, noise);
+            file.insert(file.end(), other.begin(), other.end());
+            expectSame(file, std::string(what) + " with another file behind it");
+        }
+    }
+}
+
+TEST(RowDecoderTest, DecodesAnyOrderOfScans) {
+    const jpeg_scan_info allFirsts{3, {0, 1, 2}, 0, 0, 0, 0}, coarseFirsts{3, {0, 1, 2}, 0, 0, 0, 3};
+    const auto band = [](int component, int first, int last, int known, int low) {
+        return jpeg_scan_info{1, {component}, first, last, known, low};
+    };
+    const Script bands = {allFirsts,           band(2, 1, 63, 0, 0), band(0, 6, 63, 0, 0),
+                          band(0, 1, 5, 0, 0), band(1, 1, 1, 0, 0),  band(1, 2, 63, 0, 0)};
+    Script refined = {coarseFirsts}, oneByOne = {allFirsts};
+    for (int c = 0; c < 3; ++c) {
+        refined.push_back(band(c, 1, 63, 0, 3));
+        for (int k = 1; k <= 63; ++k)
+            oneByOne.push_back(band(c, k, k, 0, 0));
+    }
+    for (int low = 2; low >= 0; --low) {
+        for (int c = 0; c < 3; ++c) {
+            refined.push_back(band(c, 0, 0, low + 1, low));
+            refined.push_back(band(c, 1, 63, low + 1, low));
+        }
+    }
+    for (const Script& script : {bands, refined, oneByOne}) {
+        for (const int threads : {1, 2, 4}) {
+            const pex::Workers::Limit limit(threads);
+            for (const auto& picture : {noise, extremes, smooth})
+                expectSame(makeJpeg(300, 210, progressive(script), picture),
+                           std::to_string(script.size()) + " scans on " + std::to_string(threads));
+        }
+    }
+}
+
+TEST(RowDecoderTest, LeavesUnusualFilesToTheLibrary) {
+    const Script separateFirsts = {{1, {0}, 0, 0, 0, 0},
+                                   {2, {1, 2}, 0, 0, 0, 0},
+                                   {1, {0}, 1, 63, 0, 0},
+                                   {1, {1}, 1, 63, 0, 0},
+                                   {1, {2}, 1, 63, 0, 0}};
+    const Script unfinished = {{3, {0, 1, 2}, 0, 0, 0, 0}, {1, {0}, 1, 63, 0, 2}};
+    const Script inTurns = {{1, {0}, 0, 63, 0, 0}, {1, {1}, 0, 63, 0, 0}, {1, {2}, 0, 63, 0, 0}};
+    const auto restarts = [](Info& info) {
+        jpeg_simple_progression(&info);
+        info.restart_interval = 5;
+    };
+    const auto arithmetic = [](Info& info) { info.arith_code = TRUE; };
+    Bytes endless =
+        makeJpeg(100, 80, {.settings = [](Info& info) { jpeg_simple_progression(&info); }}, noise);
+    endless.resize(endless.size() - 2);
+    Bytes tooManyCodes = makeJpeg(60, 40, {}, noise);
+    Bytes table = {0xFF, 0xC4, 0x01, 0x12, 0x02, 0xFF}; // of 274 bytes: 255 codes of one bit
+    table.resize(table.size() + 15 + 255);
+    tooManyCodes.insert(tooManyCodes.begin() + 2, table.begin(), table.end());
+    expectSame(tooManyCodes, "an impossible table that nobody uses");
+    for (const Bytes& file : {makeJpeg(100, 80, {.settings = restarts}, noise),
+                              makeJpeg(100, 80, {.settings = arithmetic}, noise),
+                              makeJpeg(100, 80, progressive(separateFirsts), noise),
+                              makeJpeg(100, 80, progressive(unfinished), noise),
+                              makeJpeg(100, 80, progressive(inTurns), noise), endless}) {
+        EXPECT_TRUE(decodeByOurs(file).rows.empty());
+        EXPECT_EQ(decodeForUsers(file).rows, decodeByLibrary(file).rows);
+    }
+}
+
+TEST(RowDecoderTest, DamagedFilesGiveWhatTheLibraryMakesOfThem) {
+    std::mt19937 random(7);
+    const Bytes files[] = {
+        makeJpeg(400, 300, {}, noise),
+        makeJpeg(400, 300, {.settings = [](Info& info) { info.restart_interval = 7; }}, smooth),
+        makeJpeg(200, 150, {.settings = [](Info& info) { jpeg_simple_progression(&info); }}, noise),
+    };
+    int damagedFiles = 0, handedOver = 0;
+    for (int round = 0; round < 240; ++round) {
+        const Bytes file = damaged(files[round % 3], 650, random);
+        damagedFiles += expectSameOfDamaged(file, "round " + std::to_string(round));
+        const std::size_t rows = decodeByOurs(file).rows.size();
+        handedOver += rows > 0 && rows < 300;
+    }
+    EXPECT_GT(damagedFiles, 80);
+    EXPECT_GT(handedOver, 40);
+}
+
+TEST(RowDecoderTest, RestartsOutOfTurnAreDamage) {
+    Bytes file = makeJpeg(400, 300, {.settings = [](Info& info) { info.restart_in_rows = 1; }}, noise);
+    const std::uint8_t third[] = {0xFF, 0xD2};
+    auto marker = std::search(file.begin(), file.end(), std::begin(third), std::end(third));
+    ASSERT_NE(marker, file.end());
+    marker[1] = 0xD4;
+    EXPECT_LT(decodeByOurs(file).rows.size(), 300U);
+    EXPECT_TRUE(expectSameOfDamaged(file, "a wrong number"));
+}
+
+} // namespace

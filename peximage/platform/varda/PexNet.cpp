@@ -42,7 +42,8 @@ struct Posting {
 
 Task<bool> PexNet::upload(Upload what) {
     NetworkFile file{std::move(what.data), std::move(what.withFileName), std::move(what.mimetype)};
-    const NetworkReply reply = co_await Posting{std::move(what.to), std::move(file), {}};
+    Posting posting{std::move(what.to), std::move(file), {}}; // gcc 12 destroys an awaited temporary twice
+    const NetworkReply reply = co_await posting;
     if (!reply.data) giveReason(reply.reason);
     co_return reply.data.has_value();
 }

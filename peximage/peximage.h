@@ -25,6 +25,7 @@
 #include "peximage/platform/codecs/CGImageDestination.h"
 #include "peximage/platform/codecs/CGImageSource.h"
 #include "peximage/platform/codecs/ImageLimits.h"
+#include "peximage/platform/codecs/ImageMetadata.h"
 #include "peximage/platform/filters/CIContext.h"
 #include "peximage/platform/foundation/Bundle.h"
 #include "peximage/platform/foundation/Diagnostics.h"

@@ -30,7 +30,7 @@ struct pex::CodecModule::Picture {
     Held<heif_image_handle> handle{};
     Module::Limits limits{};
     Module::Header header{};
-    std::vector<std::uint8_t> profile{}, exif{};
+    std::vector<std::uint8_t> profile{}, exif{}, xmp{};
 };
 
 namespace {
@@ -88,6 +88,22 @@ void readExif(Picture& picture, std::size_t maxBytes) {
         picture.exif.assign(block.begin() + static_cast<std::ptrdiff_t>(skipped), block.end());
 }
 
+void readXmp(Picture& picture, std::size_t maxBytes) {
+    constexpr int most = 16;
+    heif_item_id ids[most] = {};
+    heif_image_handle* handle = picture.handle.get();
+    const int count = heif_image_handle_get_list_of_metadata_block_IDs(handle, "mime", ids, most);
+    for (int i = 0; i < count && picture.xmp.empty(); ++i) {
+        const char* type = heif_image_handle_get_metadata_content_type(handle, ids[i]);
+        const std::size_t size = heif_image_handle_get_metadata_size(handle, ids[i]);
+        const bool isXmp = type != nullptr && std::strcmp(type, "application/rdf+xml") == 0;
+        if (!isXmp || size == 0 || size > maxBytes) continue;
+        picture.xmp.resize(size);
+        if (heif_image_handle_get_metadata(handle, ids[i], picture.xmp.data()).code != heif_error_Ok)
+            picture.xmp.clear();
+    }
+}
+
 /// What the container says of turning is done when decoding, so that EXIF's word on it does not count.
 void readHeader(Picture& picture, std::size_t maxMetadataBytes) {
     heif_image_handle* handle = picture.handle.get();
@@ -100,10 +116,13 @@ void readHeader(Picture& picture, std::size_t maxMetadataBytes) {
                                                                          : Pixels::rgbaStraight;
     readProfile(picture, maxMetadataBytes);
     readExif(picture, maxMetadataBytes);
+    readXmp(picture, maxMetadataBytes);
     header.profile = picture.profile.data();
     header.profileBytes = picture.profile.size();
     header.exif = picture.exif.data();
     header.exifBytes = picture.exif.size();
+    header.xmp = picture.xmp.data();
+    header.xmpBytes = picture.xmp.size();
 }
 
 Picture* open(const Module::Input& input, const Module::Limits& limits, Module::Header* header) {
@@ -211,6 +230,14 @@ heif_error writeBytes(heif_context*, const void* bytes, std::size_t count, void*
     return {heif_error_Ok, heif_suberror_Unspecified, ""};
 }
 
+bool putMetadata(heif_context* file, heif_image_handle* picture, const Module::Encoding& how) {
+    const auto put = [&](auto* add, const std::uint8_t* bytes, std::size_t count) {
+        return count == 0 || add(file, picture, bytes, static_cast<int>(count)).code == heif_error_Ok;
+    };
+    return put(heif_context_add_exif_metadata, how.exif, how.exifBytes) &&
+           put(heif_context_add_XMP_metadata, how.xmp, how.xmpBytes);
+}
+
 bool encode(const Module::Encoding& how, void (*write)(void*, const std::uint8_t*, std::size_t),
             void* context) {
     const bool isAv1 = how.compression == Module::Compression::other;
@@ -229,6 +256,7 @@ bool encode(const Module::Encoding& how, void (*write)(void*, const std::uint8_t
     if (heif_context_encode_image(file.get(), image.get(), found, nullptr, &handle).code != heif_error_Ok)
         return false;
     const Held<heif_image_handle> done(handle);
+    if (!putMetadata(file.get(), handle, how)) return false;
     heif_writer writer{1, writeBytes};
     Sink sink{write, context};
     return heif_context_write(file.get(), &writer, &sink).code == heif_error_Ok;

@@ -31,7 +31,7 @@ struct pex::CodecModule::Picture {
     Module::Input input;
     Module::Header header{};
     bool isAnimated = false;
-    std::vector<std::uint8_t> profile{}, exif{};
+    std::vector<std::uint8_t> profile{}, exif{}, xmp{};
 
     std::vector<std::uint8_t> bytes(std::size_t at, std::size_t count) const {
         std::vector<std::uint8_t> read(at < input.size ? std::min(count, input.size - at) : 0);
@@ -88,6 +88,9 @@ Picture* open(const Module::Input& input, const Module::Limits& limits, Module::
     picture->header.profileBytes = picture->profile.size();
     picture->header.exif = picture->exif.data();
     picture->header.exifBytes = picture->exif.size();
+    picture->xmp = chunk(*picture, "XMP ", limits.metadataBytes);
+    picture->header.xmp = picture->xmp.data();
+    picture->header.xmpBytes = picture->xmp.size();
     *header = picture->header;
     return picture.release();
 }
@@ -167,14 +170,18 @@ bool encode(const Module::Encoding& how, void (*write)(void*, const std::uint8_t
     if (how.width > WEBP_MAX_DIMENSION || how.height > WEBP_MAX_DIMENSION) return false;
     const std::vector<std::uint8_t> file = encodePixels(how);
     if (file.empty()) return false;
-    if (how.profileBytes == 0) {
+    if (how.profileBytes + how.exifBytes + how.xmpBytes == 0) {
         write(context, file.data(), file.size());
         return true;
     }
-    const WebPData picture{file.data(), file.size()}, profile{how.profile, how.profileBytes};
+    const WebPData picture{file.data(), file.size()}, profile{how.profile, how.profileBytes},
+        exif{how.exif, how.exifBytes}, xmp{how.xmp, how.xmpBytes};
     const std::unique_ptr<WebPMux, decltype(&WebPMuxDelete)> mux(WebPMuxCreate(&picture, 0), WebPMuxDelete);
     WebPData whole{};
-    const bool good = mux && WebPMuxSetChunk(mux.get(), "ICCP", &profile, 0) == WEBP_MUX_OK &&
+    const auto put = [&](const char* name, const WebPData& chunk) {
+        return chunk.size == 0 || WebPMuxSetChunk(mux.get(), name, &chunk, 0) == WEBP_MUX_OK;
+    };
+    const bool good = mux && put("ICCP", profile) && put("EXIF", exif) && put("XMP ", xmp) &&
                       WebPMuxAssemble(mux.get(), &whole) == WEBP_MUX_OK;
     if (good) write(context, whole.bytes, whole.size);
     WebPDataClear(&whole);

@@ -2,6 +2,7 @@
 
 #include "peximage/platform/Export.h"
 #include "peximage/platform/codecs/ImageFormat.h"
+#include "peximage/platform/codecs/ImageMetadata.h"
 #include "peximage/platform/foundation/Data.h"
 #include "peximage/platform/raster/CGImage.h"
 
@@ -24,6 +25,9 @@ class PEX_EXPORT CGImageDestination {
         bool keepsAlpha = true;
         /// HEIF without alpha: ten bits a component instead of eight.
         bool tenBits = false;
+        /// Carried over as far as the format can hold it, with orientation, sizes and resolution made those
+        /// of the picture.
+        ImageMetadata metadata = {};
     };
 
     /// Whether this build can write the format.

@@ -9,16 +9,10 @@
 namespace pex {
 namespace {
 
-const ImageCodec* codecFor(const CGDataProvider& bytes) {
-    std::array<std::uint8_t, sniffBytes> first{};
-    const std::size_t count = bytes.read(0, first);
-    return codecForBytes(std::span(first).first(count));
-}
-
 std::optional<OpenedImage> openImage(const CGDataProvider& bytes) {
     const ImageLimits limits = ImageLimits::current();
     if (bytes.size() > limits.maxSourceBytes) return std::nullopt;
-    const ImageCodec* codec = codecFor(bytes);
+    const ImageCodec* codec = codecForBytes(bytes);
     if (!codec) return std::nullopt;
     return absentWithoutMemory([&] { return codec->open(bytes, limits); });
 }
@@ -32,7 +26,7 @@ bool CGImageSource::reads(ImageFormat format) {
 
 std::optional<ImageFormat> CGImageSource::formatOf(const URL& file) {
     const std::optional<CGDataProvider> bytes = CGDataProvider::open(file);
-    const ImageCodec* codec = bytes ? codecFor(*bytes) : nullptr;
+    const ImageCodec* codec = bytes ? codecForBytes(*bytes) : nullptr;
     return codec ? std::optional(codec->format) : std::nullopt;
 }
 
@@ -73,6 +67,10 @@ PropertyDictionary CGImageSource::copyProperties() const {
     if (properties_.dpiHeight) all.set(kCGImagePropertyDPIHeight, *properties_.dpiHeight);
     if (properties_.profileName) all.set(kCGImagePropertyProfileName, *properties_.profileName);
     return all;
+}
+
+ImageMetadata CGImageSource::metadata() const {
+    return file_ ? ImageMetadata::of(*file_) : ImageMetadata::of(data_);
 }
 
 bool CGImageSource::isIncomplete() {

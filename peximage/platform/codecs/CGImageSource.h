@@ -1,6 +1,7 @@
 #pragma once
 
 #include "peximage/platform/Export.h"
+#include "peximage/platform/codecs/ImageMetadata.h"
 #include "peximage/platform/codecs/ImageProperties.h"
 #include "peximage/platform/codecs/PropertyDictionary.h"
 #include "peximage/platform/foundation/Data.h"
@@ -31,6 +32,8 @@ class PEX_EXPORT CGImageSource {
     const ImageProperties& properties() const { return properties_; }
     /// All that the file says of its first image, by the keys of PropertyDictionary.h.
     PropertyDictionary copyProperties() const;
+    /// The blocks that this stands in, as they are, to be carried over to another file; read when asked for.
+    ImageMetadata metadata() const;
     /// How many bytes of the file were read to learn that; all of them for bytes in memory.
     std::size_t bytesRead() const { return bytesRead_; }
 

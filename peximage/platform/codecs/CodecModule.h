@@ -7,7 +7,7 @@ namespace pex {
 
 /// What a module of a picture format offers. Calls for different pictures may run at once.
 struct CodecModule {
-    static constexpr int version = 2;
+    static constexpr int version = 3;
 
     /// Bytes by position, of memory or of a file.
     struct Input {
@@ -31,6 +31,8 @@ struct CodecModule {
         std::size_t profileBytes = 0;
         const std::uint8_t* exif = nullptr;
         std::size_t exifBytes = 0;
+        const std::uint8_t* xmp = nullptr;
+        std::size_t xmpBytes = 0;
     };
 
     struct Limits {
@@ -67,6 +69,11 @@ struct CodecModule {
         const std::uint8_t* profile;
         std::size_t profileBytes;
         int threads;
+        // Null where there is none; a module whose format cannot hold them does not look at them.
+        const std::uint8_t* exif;
+        std::size_t exifBytes;
+        const std::uint8_t* xmp;
+        std::size_t xmpBytes;
     };
     /// Hands the file to `write`, in one piece or several. False when it cannot be made. Null where the
     /// format is only read.

@@ -21,6 +21,12 @@ const ImageCodec* codecForBytes(std::span<const std::uint8_t> firstBytes) {
     return nullptr;
 }
 
+const ImageCodec* codecForBytes(const CGDataProvider& bytes) {
+    std::array<std::uint8_t, sniffBytes> first{};
+    const std::size_t count = bytes.read(0, first);
+    return codecForBytes(std::span(first).first(count));
+}
+
 const ImageCodec* codecForFormat(ImageFormat format) {
     for (const ImageCodec* codec : codecs) {
         if (codec->format == format) return codec;

@@ -3,6 +3,7 @@
 #include "peximage/platform/codecs/CGDataProvider.h"
 #include "peximage/platform/codecs/CGImageDestination.h"
 #include "peximage/platform/codecs/ImageLimits.h"
+#include "peximage/platform/codecs/ImageMetadata.h"
 #include "peximage/platform/codecs/ImageProperties.h"
 #include "peximage/platform/raster/CGImage.h"
 #include "peximage/platform/raster/PixelSource.h"
@@ -36,6 +37,9 @@ struct ImageCodec {
     /// Whether the file breaks off before its first image ends, told without decoding; null where that cannot
     /// be told.
     bool (*breaksOff)(const CGDataProvider& bytes) = nullptr;
+    /// What the file says of its first image; empty when it says nothing or is broken. Null where the
+    /// format's metadata are not read.
+    ImageMetadata (*metadata)(const CGDataProvider& bytes, const ImageLimits& limits) = nullptr;
 
     /// False when its module is missing.
     bool isAvailable() const;
@@ -46,6 +50,7 @@ inline constexpr std::size_t sniffBytes = 32;
 
 /// The codec whose format the first bytes show; null when none does.
 const ImageCodec* codecForBytes(std::span<const std::uint8_t> firstBytes);
+const ImageCodec* codecForBytes(const CGDataProvider& bytes);
 const ImageCodec* codecForFormat(ImageFormat format);
 
 extern const ImageCodec jpegCodec;

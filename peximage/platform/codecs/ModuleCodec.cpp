@@ -205,6 +205,18 @@ std::optional<OpenedImage> openByModule(const char* name, ImageFormat format, co
     return opened;
 }
 
+ImageMetadata metadataByModule(const char* name, const CGDataProvider& bytes, const ImageLimits& limits) {
+    const auto* module = loadModule<CodecModule>(name);
+    if (module == nullptr) return {};
+    const OpenPicture picture(*module, bytes, limits);
+    if (!picture) return {};
+    const CodecModule::Header& header = picture.header();
+    ImageMetadata metadata;
+    metadata.exif = Data(copied(header.exif, header.exifBytes));
+    metadata.xmp = Data(copied(header.xmp, header.xmpBytes));
+    return metadata;
+}
+
 bool breaksOffByModule(const char* name, const CGDataProvider& bytes) {
     const auto* module = loadModule<CodecModule>(name);
     if (module == nullptr) return false;
@@ -236,7 +248,11 @@ std::optional<Data> encodeByModule(const ModuleEncoding& how, const CGImage& ima
                                          options.dpiHeight.value_or(options.dpiWidth.value_or(0)),
                                          profile.data(),
                                          profile.size(),
-                                         Workers::count()};
+                                         Workers::count(),
+                                         options.metadata.exif.data(),
+                                         options.metadata.exif.size(),
+                                         options.metadata.xmp.data(),
+                                         options.metadata.xmp.size()};
     std::vector<std::uint8_t> file;
     if (!module->encode(encoding, append, &file) || file.empty()) return std::nullopt;
     return Data(std::move(file));

@@ -14,6 +14,9 @@ std::optional<OpenedImage> openByModule(const char* name, ImageFormat format, co
 /// Whether the file breaks off before its first image ends, as the module's header says.
 bool breaksOffByModule(const char* name, const CGDataProvider& bytes);
 
+/// The blocks that the module's header gives.
+ImageMetadata metadataByModule(const char* name, const CGDataProvider& bytes, const ImageLimits& limits);
+
 struct ModuleEncoding {
     const char* module;
     CodecModule::Compression compression = CodecModule::Compression::usual;

@@ -1,5 +1,6 @@
 #include "peximage/platform/codecs/FileEnds.h"
 #include "peximage/platform/codecs/ModuleCodec.h"
+#include "peximage/platform/codecs/metadata/TiffMetadata.h"
 
 #include <algorithm>
 #include <array>
@@ -62,17 +63,37 @@ std::optional<Data> encode(const CGImage& image, const CGImageDestination::Optio
     return encodeByModule({Module, Compression}, image, options);
 }
 
+template <const char* const& Module>
+ImageMetadata metadata(const CGDataProvider& bytes, const ImageLimits& limits) {
+    return metadataByModule(Module, bytes, limits);
+}
+
+std::optional<Data> encodeTiff(const CGImage& image, const CGImageDestination::Options& options) {
+    std::optional<Data> file = encode<tiff>(image, options);
+    if (!file || options.metadata.empty()) return file;
+    auto whole = tiffWithMetadata(file->bytes(), options.metadata);
+    return whole ? Data(std::move(*whole)) : file;
+}
+
 bool tiffBreaksOff(const CGDataProvider& bytes) { return breaksOffByModule(tiff, bytes); }
 
 } // namespace
 
 const ImageCodec tiffCodec{ImageFormat::tiff, isTiff, open<tiff, ImageFormat::tiff>,
-                           encode<tiff>,      tiff,   tiffBreaksOff};
+                           encodeTiff,        tiff,   tiffBreaksOff,
+                           readTiffMetadata};
 const ImageCodec webpCodec{ImageFormat::webp, isWebP, open<webp, ImageFormat::webp>,
-                           encode<webp>,      webp,   webpBreaksOff};
+                           encode<webp>,      webp,   webpBreaksOff,
+                           metadata<webp>};
 const ImageCodec gifCodec{ImageFormat::gif, isGif, open<gif, ImageFormat::gif>, nullptr, gif, gifBreaksOff};
-const ImageCodec heifCodec{ImageFormat::heif, isHeif, open<heif, ImageFormat::heif>, encode<heif>, heif};
-const ImageCodec avifCodec{ImageFormat::avif, isAvif, open<heif, ImageFormat::avif>,
-                           encode<heif, CodecModule::Compression::other>, heif};
+const ImageCodec heifCodec{
+    ImageFormat::heif, isHeif, open<heif, ImageFormat::heif>, encode<heif>, heif, nullptr, metadata<heif>};
+const ImageCodec avifCodec{ImageFormat::avif,
+                           isAvif,
+                           open<heif, ImageFormat::avif>,
+                           encode<heif, CodecModule::Compression::other>,
+                           heif,
+                           nullptr,
+                           metadata<heif>};
 
 } // namespace pex

@@ -1,4 +1,5 @@
 #include "peximage/platform/codecs/FileEnds.h"
+#include "peximage/platform/codecs/PngMetadata.h"
 #include "peximage/platform/codecs/PngReader.h"
 #include "peximage/platform/codecs/PngWriter.h"
 
@@ -15,6 +16,7 @@ bool isPng(std::span<const std::uint8_t> bytes) {
 
 } // namespace
 
-const ImageCodec pngCodec{ImageFormat::png, isPng, openPng, encodePng, nullptr, pngBreaksOff};
+const ImageCodec pngCodec{ImageFormat::png, isPng,        openPng,        encodePng,
+                          nullptr,          pngBreaksOff, readPngMetadata};
 
 } // namespace pex

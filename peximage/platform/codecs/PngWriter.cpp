@@ -1,6 +1,7 @@
 #include "peximage/platform/codecs/PngWriter.h"
 
 #include "peximage/platform/codecs/PngFilter.h"
+#include "peximage/platform/codecs/PngMetadata.h"
 #include "peximage/platform/raster/PixelBuffer.h"
 #include "peximage/platform/raster/Strips.h"
 #include "peximage/platform/raster/kernels/ConvertRow.h"
@@ -211,6 +212,8 @@ std::optional<Data> encodePng(const CGImage& image, const CGImageDestination::Op
     putHeader(out, *view, type);
     putColourSpace(out, image.colorSpace(), type);
     putDensity(out, options);
+    for (const PngChunk& chunk : pngMetadataChunks(options.metadata))
+        putChunk(out, chunk.type, chunk.content);
     putData(out, data.bytes());
     putChunk(out, "IEND", {});
     return Data(std::move(out));

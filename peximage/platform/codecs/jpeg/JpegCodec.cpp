@@ -1,4 +1,5 @@
 #include "peximage/platform/codecs/FileEnds.h"
+#include "peximage/platform/codecs/jpeg/JpegMetadata.h"
 #include "peximage/platform/codecs/jpeg/decode/JpegReader.h"
 #include "peximage/platform/codecs/jpeg/encode/ImageEncoder.h"
 
@@ -11,6 +12,7 @@ bool isJpeg(std::span<const std::uint8_t> bytes) {
 
 } // namespace
 
-const ImageCodec jpegCodec{ImageFormat::jpeg, isJpeg, openJpeg, encodeJpeg, nullptr, jpegBreaksOff};
+const ImageCodec jpegCodec{ImageFormat::jpeg, isJpeg,        openJpeg,        encodeJpeg,
+                           nullptr,           jpegBreaksOff, readJpegMetadata};
 
 } // namespace pex

@@ -1,5 +1,6 @@
 #include "peximage/platform/codecs/jpeg/encode/ImageEncoder.h"
 
+#include "peximage/platform/codecs/jpeg/JpegMetadata.h"
 #include "peximage/platform/raster/kernels/FlattenRow.h"
 
 namespace pex {
@@ -28,7 +29,8 @@ std::shared_ptr<jpeg::Encoder> jpeg::encoderOf(const CGImage& image, std::vector
 }
 
 std::optional<Data> encodeJpeg(const CGImage& image, const CGImageDestination::Options& options) {
-    const std::shared_ptr<jpeg::Encoder> encoder = jpeg::encoderOf(image);
+    const std::shared_ptr<jpeg::Encoder> encoder =
+        jpeg::encoderOf(image, jpegMetadataSegments(options.metadata));
     if (!encoder) return std::nullopt;
     std::vector<std::uint8_t> bytes = encoder->encode(options.quality);
     if (bytes.empty()) return std::nullopt;

@@ -1,6 +1,9 @@
 #include "peximage/cache/PexImageCache.h"
 
+#include "peximage/platform/foundation/ForkSafe.h"
+
 #include <algorithm>
+#include <new>
 #include <utility>
 
 namespace pex {
@@ -29,6 +32,7 @@ std::shared_ptr<PexImage> PexImageCache::getImageOrCalc(const ImageOrCalc& reque
     std::shared_ptr<PexImage> image;
     bool found = false;
     const auto lookUp = [&] {
+        const ForkPass pass;
         CachedImage* const entry = find(request.withId);
         if (!entry) return;
         found = true;
@@ -41,7 +45,13 @@ std::shared_ptr<PexImage> PexImageCache::getImageOrCalc(const ImageOrCalc& reque
     if (request.calcClosure) image = request.calcClosure();
     if (image && request.maxSize) image = reduced(*image, *request.maxSize);
     std::vector<std::shared_ptr<CachedImage>> dropped; // freed off the queue, others wait for it
-    workQueue().sync([&] { append(request.withId, image, dropped); });
+    try {
+        workQueue().sync([&] {
+            const ForkPass pass;
+            append(request.withId, image, dropped);
+        });
+    } catch (const std::bad_alloc&) { // then it is not kept
+    }
     return image;
 }
 

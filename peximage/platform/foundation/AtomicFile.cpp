@@ -1,6 +1,7 @@
 #include "peximage/platform/foundation/AtomicFile.h"
 
 #include "peximage/platform/foundation/Folders.h"
+#include "peximage/platform/foundation/ForkSafe.h"
 #include "peximage/platform/foundation/WriteAll.h"
 
 #include <array>
@@ -12,6 +13,7 @@
 #include <filesystem>
 #include <mutex>
 #include <new>
+#include <pthread.h>
 #include <set>
 #include <sys/random.h>
 #include <sys/stat.h>
@@ -28,14 +30,33 @@ constexpr mode_t permissionBits = 0777;
 
 /// The temporary files that this process has right now.
 struct Pending {
-    std::mutex mutex;
+    LongHeldMutex mutex; // also while files are opened, renamed and removed
     std::set<std::string> names;
+
+    Pending() { ::pthread_atfork(nullptr, nullptr, forgetThoseOfTheParent); }
+    static void forgetThoseOfTheParent();
+
+    void add(const std::string& name) {
+        const ForkPass pass;
+        names.insert(name);
+    }
+    /// Leaves errno as it is.
+    void remove(const std::string& name) {
+        const int error = errno;
+        {
+            const ForkPass pass;
+            names.erase(name);
+        }
+        errno = error;
+    }
 };
 
 Pending& pending() {
     static auto& instance = *new Pending; // never freed: threads may save while the process ends
     return instance;
 }
+
+void Pending::forgetThoseOfTheParent() { pending().names.clear(); }
 
 /// Nobody can foresee it and lie in wait there, and no two machines that share a folder choose the same.
 /// Empty when the system has no random numbers.
@@ -118,12 +139,12 @@ bool AtomicFile::create(unsigned mode) {
     for (int attempt = 0; attempt < 16 && descriptor_ < 0; ++attempt) {
         std::string name = temporaryName(path_);
         if (name.empty()) return false;
-        const auto entry = pending().names.insert(name).first;
+        pending().add(name);
         descriptor_ = ::open(name.c_str(), flags, mode);
         if (descriptor_ >= 0)
             temporary_ = std::move(name);
         else
-            pending().names.erase(entry);
+            pending().remove(name);
         if (descriptor_ < 0 && errno != EEXIST) return false;
     }
     return descriptor_ >= 0;
@@ -160,7 +181,7 @@ bool AtomicFile::commit(Flush flush) {
         fail();
         return false;
     }
-    pending().names.erase(std::exchange(temporary_, {}));
+    pending().remove(std::exchange(temporary_, {}));
     lock.unlock();
     reached(Step::renamed);
     return true;
@@ -171,7 +192,7 @@ void AtomicFile::discard() {
     const std::lock_guard lock(pending().mutex);
     if (descriptor_ >= 0) ::close(std::exchange(descriptor_, -1));
     ::unlink(temporary_.c_str());
-    pending().names.erase(std::exchange(temporary_, {}));
+    pending().remove(std::exchange(temporary_, {}));
 }
 
 bool AtomicFile::save(const std::string& path, std::span<const std::uint8_t> bytes, Flush flush) {

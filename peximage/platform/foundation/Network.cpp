@@ -7,15 +7,21 @@
 #include "peximage/platform/foundation/ReasonWatch.h"
 
 #include <algorithm>
+#include <atomic>
 #include <cmath>
 #include <memory>
 #include <new>
+#include <pthread.h>
 #include <vector>
 
 namespace pex {
 namespace {
 
 Guarded<NetworkLimits> limitsInForce;
+
+/// Bytes of all transfers that have not ended. A forked child forgets those of its parent.
+std::atomic<std::size_t> arrivingTogether{0};
+[[maybe_unused]] const int forgetsInChild = ::pthread_atfork(nullptr, nullptr, [] { arrivingTogether = 0; });
 
 NetworkReply failure(ReasonCode code, std::string why) { return {std::nullopt, {code, std::move(why)}}; }
 
@@ -83,6 +89,7 @@ class Transfer {
                                           const NetworkOptions& options) {
         return absentWithoutMemory([&] { return std::make_unique<Transfer>(net, url, options); });
     }
+    ~Transfer() { arrivingTogether -= counted_; }
     Transfer(const Transfer&) = delete;
     Transfer& operator=(const Transfer&) = delete;
 
@@ -106,7 +113,13 @@ class Transfer {
 
   private:
     static bool take(void* self, const std::uint8_t* bytes, std::size_t size) {
-        return static_cast<Transfer*>(self)->take(bytes, size);
+        auto& transfer = *static_cast<Transfer*>(self);
+        try {
+            return transfer.take(bytes, size);
+        } catch (const std::bad_alloc&) {
+            transfer.refused_.code = ReasonCode::outOfMemory;
+            return false;
+        }
     }
     static bool isCancelled(void* self) { return static_cast<const Transfer*>(self)->stop_.stop_requested(); }
     static void ended(void* self, const NetModule::Outcome* outcome) {
@@ -119,21 +132,24 @@ class Transfer {
 
     bool take(const std::uint8_t* bytes, std::size_t size) {
         if (wanted_.posted != nullptr) return true; // an answer that nobody wants
-        const bool fits = size <= limits_.maxBytes - bytes_.size();
-        refused_ = fits ? ReasonCode::none : ReasonCode::overLimit;
-        try {
-            if (fits) bytes_.insert(bytes_.end(), bytes, bytes + size);
-        } catch (const std::bad_alloc&) {
-            refused_ = ReasonCode::outOfMemory;
-        }
-        return refused_ == ReasonCode::none;
+        if (size > limits_.maxBytes - bytes_.size())
+            return refuse(ReasonCode::overLimit,
+                          "larger than " + std::to_string(limits_.maxBytes) + " bytes");
+        arrivingTogether += size;
+        counted_ += size;
+        if (arrivingTogether > std::max(limits_.maxBytesTogether, limits_.maxBytes))
+            return refuse(ReasonCode::overLimit, "too much is being read at the same time");
+        bytes_.insert(bytes_.end(), bytes, bytes + size);
+        return true;
+    }
+    bool refuse(ReasonCode code, std::string why) {
+        refused_ = {code, std::move(why)};
+        return false;
     }
 
     NetworkReply reply(const NetModule::Outcome& outcome) {
         if (outcome.ending == NetModule::Ending::success) return {Data(std::move(bytes_)), {}};
-        if (refused_ == ReasonCode::outOfMemory) return outOfMemory();
-        if (refused_ == ReasonCode::overLimit)
-            return failure(refused_, "larger than " + std::to_string(limits_.maxBytes) + " bytes");
+        if (refused_) return {std::nullopt, refused_};
         return failure(codeOf(outcome.ending), outcome.text);
     }
 
@@ -145,7 +161,8 @@ class Transfer {
     NetModule::File posted_{};
     NetModule::Transfer wanted_;
     std::vector<std::uint8_t> bytes_;
-    ReasonCode refused_ = ReasonCode::none;
+    std::size_t counted_ = 0;
+    Reason refused_;
     NetworkReceiver receiver_;
     std::optional<std::stop_callback<void (*)()>> whenStopped_;
 };

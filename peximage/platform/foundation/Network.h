@@ -23,6 +23,9 @@ struct PEX_EXPORT NetworkLimits {
     double wholeSeconds = 600;
     /// The most bytes that are read from one address. Default 256 MB.
     std::size_t maxBytes = std::size_t{256} << 20;
+    /// The most bytes that all transfers under way may have read; one that needs more than is left fails.
+    /// Default 1 GB.
+    std::size_t maxBytesTogether = std::size_t{1} << 30;
 
     static NetworkLimits current();
     static void setCurrent(const NetworkLimits& limits);

@@ -54,7 +54,8 @@ void fetch(const std::shared_ptr<PexResourceDownloader>& downloader, const URL& 
     const auto arrived = [view, key = url.path()](const std::shared_ptr<PexImage>& image) {
         if (!image) return;
         showOnMain(view, image->image);
-        PexImageView::imageCache().setCached(key, image, bytesOf(*image));
+        if (image->cgImage && !image->cgImage->isIncomplete()) // decoded here rather than on the main thread
+            PexImageView::imageCache().setCached(key, image, bytesOf(*image));
     };
     asyncDownload(downloader, {.url = url, .completion = arrived});
 }

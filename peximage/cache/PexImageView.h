@@ -81,7 +81,7 @@ class PEX_EXPORT PexImageView : public NSImageView {
     void setImage(const HttpPath& source);
     using NSImageView::setImage;
 
-    /// What any view has fetched, by the path of its address: `std::shared_ptr<PexImage>`.
+    /// What any view has fetched whole, by the path of its address: `std::shared_ptr<PexImage>`.
     static PexCache& imageCache();
     /// The placeholder of all views; null at first. Any thread.
     static std::shared_ptr<PexImage> placeHolder();

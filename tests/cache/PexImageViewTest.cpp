@@ -171,6 +171,7 @@ TEST(PexImageViewTest, DrawsWithoutContentAndWithoutSize) {
     for (const auto& view : {empty, huge}) {
         view->setImage(plain(4, 4, {1, 2, 3, 255})->image);
         view->drawInto(context);
+        view->drawInto(nullptr);
     }
     EXPECT_EQ(pixelAt(*context->makeImage(), 0, 0)[3], 0);
 }
@@ -195,6 +196,7 @@ class RemoteContent : public testing::Test {
         pex::XMain::becomeMain();
         const auto png = pex::CGImageDestination::encode(photoLike(12, 8), pex::ImageFormat::png, {});
         shelf->items["https://a.example/12x8.png"] = *png;
+        shelf->items["https://a.example/half.png"] = pex::Data(png->text().substr(0, png->size() / 2));
         view->imageDownloader = shelf;
     }
     ~RemoteContent() override {
@@ -245,6 +247,12 @@ TEST_F(RemoteContent, ArrivesOnceForAllViews) {
     EXPECT_EQ(other->image(), view->image());
     arrive();
     EXPECT_EQ(shelf->requests, 1);
+
+    view->setImage({.httpPath = "https://a.example/half.png"});
+    arrive();
+    EXPECT_EQ(widthShown(), 12);
+    EXPECT_FALSE(PexImageView::imageCache().getCached("/half.png").has_value())
+        << "it is shown, and not kept";
 }
 
 TEST_F(RemoteContent, ThePlaceholderStaysWhereNothingArrives) {

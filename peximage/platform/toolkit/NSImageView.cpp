@@ -75,7 +75,7 @@ void NSImageView::setDisplayRequest(std::function<void(const CGRect& rect)> requ
 
 void NSImageView::draw(const CGRect&) {
     const auto current = NSGraphicsContext::current();
-    if (!current) return;
+    if (!current || !current->cgContext()) return;
     const bool framed = layer_ && (layer_->cornerRadius > 0 || layer_->borderWidth > 0);
     if (framed)
         drawFramed(*current->cgContext());

@@ -58,7 +58,7 @@ class PEX_EXPORT NSImageView : public std::enable_shared_from_this<NSImageView> 
     /// Draws the view into this thread's current `NSGraphicsContext`, whose user space has its origin at the
     /// view's lower left corner. What is drawn outside the layer's round corners is cut.
     virtual void draw(const CGRect& dirtyRect);
-    /// The same into a context, whatever is current.
+    /// The same into a context, whatever is current; into null nothing is drawn.
     void drawInto(const std::shared_ptr<CGContext>& context);
 
   protected:

@@ -1,5 +1,6 @@
 #include "peximage/cache/PexImageCache.h"
 
+#include "tests/support/OnThreads.h"
 #include "tests/support/Pictures.h"
 
 #include <gmock/gmock.h>
@@ -7,7 +8,6 @@
 
 #include <atomic>
 #include <random>
-#include <thread>
 
 namespace pex {
 namespace {
@@ -129,23 +129,15 @@ TEST(PexImageCache, EightThreadsFindWhatTheyAskFor) {
     for (int i = 0; i < identifiers; ++i)
         images.push_back(image());
     std::atomic<int> wrong{0}, made{0};
-    std::vector<std::thread> workers;
-    for (int t = 0; t < threads; ++t) {
-        workers.emplace_back([&, t] {
-            std::mt19937 random(static_cast<unsigned>(t));
-            for (int i = 0; i < operations / threads; ++i) {
-                const std::size_t wanted = random() % identifiers;
-                const std::string id = "image " + std::to_string(wanted);
-                const auto got = cache->getImageOrCalc({.withId = id, .calcClosure = [&] {
-                                                            ++made;
-                                                            return images[wanted];
-                                                        }});
-                if (got != images[wanted]) ++wrong;
-            }
-        });
-    }
-    for (auto& worker : workers)
-        worker.join();
+    onThreads(threads, [&](unsigned thread) {
+        std::mt19937 random(thread);
+        for (int i = 0; i < operations / threads; ++i) {
+            const std::size_t wanted = random() % identifiers;
+            const auto make = [&] { return ++made, images[wanted]; };
+            wrong += cache->getImageOrCalc({.withId = std::to_string(wanted), .calcClosure = make}) !=
+                     images[wanted];
+        }
+    });
     EXPECT_EQ(wrong, 0);
     EXPECT_LT(made, operations);
     EXPECT_EQ(idsIn(*cache).size(), static_cast<std::size_t>(bound));

@@ -5,6 +5,7 @@
 #include "tests/support/DataFolder.h"
 #include "tests/support/Gathered.h"
 #include "tests/support/InChild.h"
+#include "tests/support/OnThreads.h"
 #include "tests/support/Pictures.h"
 
 #include <gmock/gmock.h>
@@ -14,7 +15,6 @@
 #include <csignal>
 #include <random>
 #include <sys/resource.h>
-#include <thread>
 
 namespace pex {
 namespace {
@@ -369,42 +369,22 @@ TEST(StoredCacheThreads, EightThreadsReadWholeImagesOfTheirOwn) {
     const auto cache =
         PexImageStoredCache::make({.name = "Thumbs", .removeItemsAfterDays = forever, .mode = Mode::png});
     std::atomic<int> wrong{0}, found{0};
-    const auto check = [&](const std::shared_ptr<PexImage>& got, int width) {
-        if (got && got->size == CGSize{static_cast<double>(width), 3})
-            ++found;
-        else if (got)
-            ++wrong;
-    };
-    const auto work = [&](unsigned seed) {
-        std::mt19937 random(seed);
+    onThreads(threads, [&](unsigned thread) {
+        std::mt19937 random(thread);
         for (int i = 0; i < operations / threads; ++i) {
             const int width = static_cast<int>(random() % identifiers) + 1;
             const std::string id = std::to_string(width % 3) + '/' + std::to_string(width);
             const auto make = [&] { return image(width, 3, random()); };
-            switch (random() % 8) {
-            case 0:
-                cache->storeNow(make(), id);
-                break;
-            case 1:
-                cache->store(make(), id);
-                break;
-            case 2:
-                cache->removeOldItems();
-                break;
-            case 3:
-                check(cache->retrieveOrCalc({.imageWithId = id, .calc = make}), width);
-                break;
-            default:
-                check(cache->retrieveImage(id), width);
-                break;
-            }
+            const unsigned what = random() % 8;
+            if (what == 0) cache->storeNow(make(), id);
+            if (what == 1) cache->store(make(), id);
+            if (what == 2) cache->removeOldItems();
+            const auto got = what == 3   ? cache->retrieveOrCalc({.imageWithId = id, .calc = make})
+                             : what >= 4 ? cache->retrieveImage(id)
+                                         : nullptr;
+            if (got) ++(got->size == CGSize{static_cast<double>(width), 3} ? found : wrong);
         }
-    };
-    std::vector<std::thread> workers;
-    for (unsigned t = 0; t < threads; ++t)
-        workers.emplace_back(work, t);
-    for (auto& worker : workers)
-        worker.join();
+    });
     EXPECT_EQ(wrong, 0);
     EXPECT_GT(found, operations / 4);
     Queue::wait();

@@ -12,6 +12,7 @@ namespace {
 
 using pex::PexImage;
 using pex::PexNet;
+using pex::ReasonCode;
 
 /// The one part of a multipart body.
 struct Form {
@@ -67,7 +68,7 @@ TEST(UploadTest, GoesToTheApplicationsServerWithoutAnAddress) {
 }
 
 TEST(UploadTest, OnlyAnAnswerOfSuccessCounts) {
-    pex::NetworkLimits::setCurrent({.connectSeconds = 5, .stallSeconds = 1});
+    pex::NetworkLimits::setCurrent({.wholeSeconds = 1});
     const HttpServer server([](const HttpServer::Exchange& exchange) {
         if (exchange.target == "/moved") return exchange.answer("302 Found", "", "Location: /fine\r\n");
         if (exchange.target == "/error") return exchange.answer("500 Oops", "");
@@ -76,8 +77,13 @@ TEST(UploadTest, OnlyAnAnswerOfSuccessCounts) {
         exchange.answer("200 OK", "");
     });
     const auto image = PexImage::make(photoLike(20, 20));
-    for (const char* path : {"/moved", "/error", "/reset", "/hang"})
+    for (const auto& [path, code] : {std::pair("/moved", ReasonCode::networkFailed),
+                                     {"/error", ReasonCode::networkFailed},
+                                     {"/reset", ReasonCode::networkFailed},
+                                     {"/hang", ReasonCode::timedOut}}) {
         EXPECT_FALSE(upload(image, server.url(path), "a")) << path;
+        EXPECT_EQ(pex::lastReason().code, code) << path;
+    }
     EXPECT_TRUE(upload(image, server.url("/fine"), "a"));
     const int before = server.requests();
     EXPECT_FALSE(upload(PexImage::make({.size = {10, 10}}), server.url("/fine"), "blank"));

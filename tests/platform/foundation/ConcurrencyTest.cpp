@@ -5,6 +5,7 @@
 #include "peximage/platform/varda/PexPrecalc.h"
 #include "tests/support/InChild.h"
 #include "tests/support/NoThreads.h"
+#include "tests/support/OnThreads.h"
 
 #include <gtest/gtest.h>
 
@@ -40,15 +41,10 @@ TEST(DispatchQueue, RunsBlocksOneAtATimeInOrder) {
 TEST(DispatchQueue, ManyThreadsTakeTurnsAndMayNest) {
     DispatchQueue queue;
     long counter = 0; // no lock of its own
-    std::vector<std::thread> threads;
-    for (int t = 0; t < 8; ++t) {
-        threads.emplace_back([&] {
-            for (int i = 0; i < 500; ++i)
-                queue.sync([&] { queue.sync([&] { ++counter; }); });
-        });
-    }
-    for (auto& thread : threads)
-        thread.join();
+    onThreads(8, [&](unsigned) {
+        for (int i = 0; i < 500; ++i)
+            queue.sync([&] { queue.sync([&] { ++counter; }); });
+    });
     EXPECT_EQ(counter, 4000);
 }
 
@@ -155,15 +151,10 @@ TEST(Task, WhatItThrowsIsThrownWhereItsResultIsTaken) {
 
 TEST(PexId, DiffersOverThreads) {
     std::vector<std::vector<std::string>> made(4);
-    std::vector<std::thread> threads;
-    for (auto& list : made) {
-        threads.emplace_back([&list] {
-            for (int i = 0; i < 1000; ++i)
-                list.push_back(PexId::newId("", "", i % 2 == 0));
-        });
-    }
-    for (auto& thread : threads)
-        thread.join();
+    onThreads(4, [&](unsigned thread) {
+        for (int i = 0; i < 1000; ++i)
+            made[thread].push_back(PexId::newId("", "", i % 2 == 0));
+    });
     std::set<std::string> all;
     for (const auto& list : made)
         all.insert(list.begin(), list.end());

@@ -3,13 +3,13 @@
 #include "peximage/platform/raster/ConvertedImage.h"
 #include "peximage/platform/raster/OrientedSource.h"
 #include "peximage/platform/raster/PixelSource.h"
+#include "tests/support/OnThreads.h"
 #include "tests/support/Pictures.h"
 
 #include <gtest/gtest.h>
 
 #include <atomic>
 #include <cstring>
-#include <thread>
 
 using namespace pex;
 
@@ -90,11 +90,7 @@ TEST(CGImage, DecodesOnceOnFirstTouch) {
     EXPECT_TRUE(image.source());
     EXPECT_FALSE(part.source());
 
-    std::vector<std::thread> threads;
-    for (int i = 0; i < 8; ++i)
-        threads.emplace_back([&] { EXPECT_TRUE(part.pixels()); });
-    for (auto& thread : threads)
-        thread.join();
+    onThreads(8, [&](unsigned) { EXPECT_TRUE(part.pixels()); });
     EXPECT_EQ(source->decoded, 1);
     EXPECT_FALSE(image.source());
     EXPECT_FALSE(image.isIncomplete());

@@ -2,13 +2,13 @@
 
 #include "peximage/platform/varda/PexThreadSafeDictionary.h"
 #include "tests/support/Gathered.h"
+#include "tests/support/OnThreads.h"
 
 #include <gtest/gtest.h>
 
 #include <atomic>
 #include <memory>
 #include <random>
-#include <thread>
 
 namespace pex {
 namespace {
@@ -63,22 +63,16 @@ TEST(PexCache, DroppedObjectsMayUseTheCache) {
 TEST(PexCache, ManyThreadsKeepTheBound) {
     PexCache cache(1000);
     std::atomic<int> wrong{0};
-    std::vector<std::thread> threads;
-    for (unsigned t = 0; t < 8; ++t) {
-        threads.emplace_back([&, t] {
-            std::mt19937 random(t);
-            for (int i = 0; i < 2000; ++i) {
-                const int number = static_cast<int>(random() % 50) + 1;
-                const std::string key = std::to_string(number);
-                if (i % 2 == 0) cache.setCached(key, number, static_cast<std::size_t>(number) * 3);
-                const int found = numberIn(cache, key);
-                if (found != 0 && found != number) ++wrong;
-                if (cache.bytes() > 1000) ++wrong;
-            }
-        });
-    }
-    for (auto& thread : threads)
-        thread.join();
+    onThreads(8, [&](unsigned thread) {
+        std::mt19937 random(thread);
+        for (int i = 0; i < 2000; ++i) {
+            const int number = static_cast<int>(random() % 50) + 1;
+            const std::string key = std::to_string(number);
+            if (i % 2 == 0) cache.setCached(key, number, static_cast<std::size_t>(number) * 3);
+            const int found = numberIn(cache, key);
+            wrong += (found != 0 && found != number) || cache.bytes() > 1000;
+        }
+    });
     EXPECT_EQ(wrong, 0);
 }
 

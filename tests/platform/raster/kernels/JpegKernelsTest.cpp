@@ -1,6 +1,9 @@
 #include "peximage/platform/raster/kernels/JpegColour.h"
 #include "peximage/platform/raster/kernels/JpegDct.h"
+#include "peximage/platform/raster/kernels/JpegInverseDct.h"
 #include "peximage/platform/raster/kernels/JpegQuantize.h"
+#include "peximage/platform/raster/kernels/JpegRgb.h"
+#include "peximage/platform/raster/kernels/JpegUpsample.h"
 #include "tests/platform/raster/kernels/EveryInstructionSet.h"
 
 #include <gtest/gtest.h>
@@ -103,6 +106,85 @@ TEST(JpegKernelsTest, TheTransformIsTheCosineTransformInZigzagOrder) {
                     << i;
             }
             EXPECT_EQ(coefficients.back(), 99);
+        }
+    });
+}
+
+TEST(JpegKernelsTest, TheInverseTransformGivesTheSamplesBack) {
+    constexpr int quads = 3, width = 32 * quads, stride = width + 5;
+    Bytes samples = randomBytes(8 * stride, 6);
+    std::fill_n(samples.begin(), 16, std::uint8_t{30});
+    for (int y = 0; y < 8; ++y) // blocks that have nothing but their first coefficients
+        std::fill_n(samples.begin() + y * stride + 32, 40, std::uint8_t{200});
+    std::int16_t steps[64];
+    std::vector<std::int16_t> coefficients(quads * coefficientsOfQuad);
+    for (int p = 0; p < 64; ++p) {
+        steps[p] = static_cast<std::int16_t>(1 + p % 3);
+        for (int b = 0; b < quads * blocksOfQuad; ++b) {
+            const double exact = exactCoefficient(samples.data() + 8 * b, stride, p % 8, p / 8) / 8;
+            coefficients[static_cast<std::size_t>(b / 4 * coefficientsOfQuad + p / 8 * 32 + b % 4 * 8 +
+                                                  p % 8)] =
+                static_cast<std::int16_t>(std::lround(exact / steps[p]));
+        }
+    }
+    onEveryInstructionSet([&] {
+        Bytes back(samples.size(), 99);
+        inverseDct(coefficients.data(), steps, quads, back.data(), stride);
+        for (int i = 0; i < 8 * stride; ++i) {
+            const auto at = static_cast<std::size_t>(i);
+            ASSERT_NEAR(back[at], i % stride < width ? samples[at] : 99, i % stride < width ? 8 : 0) << i;
+        }
+    });
+}
+
+TEST(JpegKernelsTest, ColoursAreSpreadToThreeQuartersAndRoundedInTurn) {
+    onEveryInstructionSet([] {
+        for (int samples = 1; samples <= 150; samples += samples < 70 ? 1 : 79) {
+            const auto count = static_cast<std::size_t>(samples);
+            const Bytes near = randomBytes(count, 3), far = randomBytes(count, 4);
+            Bytes across(2 * count + 1, 77), both = across, above(count + 1, 77), below = above;
+            doubleAcross(near.data(), across.data(), samples);
+            doubleBoth(near.data(), far.data(), both.data(), samples);
+            doubleDown(near.data(), far.data(), false, above.data(), samples);
+            doubleDown(near.data(), far.data(), true, below.data(), samples);
+            const auto sum = [&](std::size_t x) { return 3 * near[x] + far[x]; };
+            for (std::size_t i = 0; i < 2 * count; ++i) {
+                const std::size_t x = i / 2;
+                const bool isLeft = i % 2 == 0;
+                const std::size_t next = isLeft ? (x > 0 ? x - 1 : 0) : std::min(x + 1, count - 1);
+                ASSERT_EQ(across[i], (3 * near[x] + near[next] + (isLeft ? 1 : 2)) / 4) << samples;
+                ASSERT_EQ(both[i], (3 * sum(x) + sum(next) + (isLeft ? 8 : 7)) / 16) << samples;
+                ASSERT_EQ(above[x], (sum(x) + 1) / 4);
+                ASSERT_EQ(below[x], (sum(x) + 2) / 4);
+            }
+            EXPECT_TRUE(across.back() == 77 && both.back() == 77 && above.back() == 77 && below.back() == 77);
+        }
+    });
+}
+
+TEST(JpegKernelsTest, PixelsAreMadeOfPlanes) {
+    onEveryInstructionSet([] {
+        for (std::size_t pixels = 1; pixels <= 70; ++pixels) {
+            Bytes planes[3];
+            for (unsigned c = 0; c < 3; ++c) {
+                planes[c] = randomBytes(pixels, c);
+                if (pixels > 8) // the corners of the colours that there are
+                    for (unsigned i = 0; i < 8; ++i)
+                        planes[c][i] = i >> c & 1 ? 255 : 0;
+            }
+            Bytes fromYcc(4 * pixels + 1, 77), fromPlanes = fromYcc;
+            const auto count = static_cast<int>(pixels);
+            rgbFromYcc(planes[0].data(), planes[1].data(), planes[2].data(), fromYcc.data(), count);
+            rgbFromPlanes(planes[0].data(), planes[1].data(), planes[2].data(), fromPlanes.data(), count);
+            for (std::size_t x = 0; x < pixels; ++x) {
+                const double y = planes[0][x], b = planes[1][x] - 128.0, r = planes[2][x] - 128.0;
+                const double exact[] = {y + 1.402 * r, y - 0.34414 * b - 0.71414 * r, y + 1.772 * b, 255};
+                for (std::size_t c = 0; c < 4; ++c) {
+                    ASSERT_NEAR(fromYcc[4 * x + c], std::clamp(exact[c], 0.0, 255.0), 0.51) << x;
+                    ASSERT_EQ(fromPlanes[4 * x + c], c == 3 ? 255 : planes[c][x]) << x;
+                }
+            }
+            EXPECT_TRUE(fromYcc.back() == 77 && fromPlanes.back() == 77);
         }
     });
 }

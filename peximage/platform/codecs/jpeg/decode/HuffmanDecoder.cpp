@@ -53,16 +53,23 @@ HuffmanDecoder::HuffmanDecoder(const JHUFF_TBL& table) {
 
 void HuffmanDecoder::addCode(std::uint64_t code, unsigned codeBits, unsigned symbol) {
     const unsigned size = symbol & 15, bits = codeBits + size;
-    if (bits > lookupBits) return;
-    const std::size_t places = std::size_t{1} << (lookupBits - bits);
+    if (codeBits > lookupBits) return;
     auto to = entries_.begin() + static_cast<std::ptrdiff_t>(code << (lookupBits - codeBits));
+    if (bits > lookupBits) { // for `decode`, which reads the number
+        std::fill_n(to, std::size_t{1} << (lookupBits - codeBits),
+                    Entry(0, tooLong, static_cast<int>(codeBits << 8 | symbol)));
+        return;
+    }
+    const std::size_t places = std::size_t{1} << (lookupBits - bits);
     for (std::uint64_t number = 0; number < std::uint64_t{1} << size; ++number)
         to = std::fill_n(to, places, entryOf((code << size | number) << (64 - bits), codeBits, symbol));
 }
 
 HuffmanDecoder::Entry HuffmanDecoder::decode(std::uint64_t bits) const {
+    if (const Entry known = lookup(bits); known.value() != 0)
+        return entryOf(bits, known.value() >> 8, known.value() & 255);
     const std::uint64_t first = bits >> (64 - longestCode);
-    for (unsigned length = 1; length <= longestCode; ++length) {
+    for (unsigned length = lookupBits + 1; length <= longestCode; ++length) {
         if (first >= endOfCodes_[length]) continue;
         const auto code = static_cast<int>(bits >> (64 - length));
         return entryOf(bits, length, symbols_[static_cast<std::size_t>(code + symbolOffset_[length]) & 255]);

@@ -55,7 +55,7 @@ class HuffmanDecoder {
 
     /// Bits are left-aligned.
     Entry lookup(std::uint64_t bits) const { return entries_[bits >> (64 - lookupBits)]; }
-    /// The same for any code; `mostBits` are needed.
+    /// The same for a code and a number that are too long for `lookup`; `mostBits` are needed.
     Entry decode(std::uint64_t bits) const;
     /// Takes the next code with its number from bits that are ready.
     Entry take(Bits& bits) const {

@@ -11,10 +11,23 @@
 #include <deque>
 #include <limits>
 #include <new>
+#include <sys/mman.h>
 #include <utility>
 #include <vector>
 
 namespace pex::jpeg {
+namespace {
+
+/// Returns memory of large pages to the system, as far as whole ones lie in the range.
+void giveBack(const void* begin, const void* end) {
+    constexpr std::uintptr_t page = std::uintptr_t{2} << 20;
+    const std::uintptr_t first = (reinterpret_cast<std::uintptr_t>(begin) + page - 1) / page * page;
+    const std::uintptr_t last = reinterpret_cast<std::uintptr_t>(end) / page * page;
+    if (first < last) madvise(reinterpret_cast<void*>(first), last - first, MADV_DONTNEED);
+}
+
+} // namespace
+
 /// The blocks of one component, to whole MCUs.
 struct ProgressiveBlocks::Plane {
     int across, down;     // the blocks in an MCU
@@ -196,10 +209,20 @@ std::unique_ptr<BlockSource> ProgressiveBlocks::make(const jpeg_decompress_struc
     return picture->isStopped ? nullptr : std::move(blocks);
 }
 
-bool ProgressiveBlocks::advance(int, int end) {
+bool ProgressiveBlocks::advance(int begin, int end) {
     for (const Scan* scan : picture_->lastScans)
         scan->waitFor(end - 1);
+    giveBackAbove(begin);
     return !picture_->isStopped;
+}
+
+/// Now and then, for it takes the system some time.
+void ProgressiveBlocks::giveBackAbove(int mcuRow) {
+    constexpr int rowsAtOnce = 16;
+    if (mcuRow - givenBack_ < rowsAtOnce) return;
+    for (const Plane& plane : picture_->planes)
+        giveBack(plane.row(0), plane.row(mcuRow * plane.down));
+    givenBack_ = mcuRow;
 }
 
 const Coefficient* ProgressiveBlocks::row(std::size_t component, int y) const {

@@ -25,8 +25,10 @@ class ProgressiveBlocks final : public BlockSource {
     struct Picture;
 
     explicit ProgressiveBlocks(std::shared_ptr<Picture> picture);
+    void giveBackAbove(int mcuRow);
 
     std::shared_ptr<Picture> picture_; // shared with who decodes
+    int givenBack_ = 0;                // rows of MCUs
 };
 
 } // namespace pex::jpeg

@@ -29,10 +29,10 @@ bool isWhole(const Origin& fileOrBytes) {
 
 /// The same folder for as long as the process runs. Absent when the user has none for caches.
 const std::optional<URL>& downloadCacheFolder() {
-    static const std::optional<URL> folder = [] {
+    static const auto& folder = *new auto([] { // never freed: work goes on while the process ends
         const std::optional<URL> caches = fu_getCacheFolderUrl(true);
         return caches ? std::optional(caches->appendingPathComponent("PexImageCache")) : std::nullopt;
-    }();
+    }());
     return folder;
 }
 

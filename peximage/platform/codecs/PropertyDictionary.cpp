@@ -26,7 +26,7 @@ std::optional<double> PropertyDictionary::number(std::string_view key) const {
 }
 
 const PropertyDictionary& PropertyDictionary::dictionary(std::string_view key) const {
-    static const PropertyDictionary none;
+    static const auto& none = *new PropertyDictionary; // never freed: work goes on while the process ends
     const auto* value = find<Nested>(key);
     return value ? **value : none;
 }

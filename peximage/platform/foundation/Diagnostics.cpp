@@ -24,7 +24,7 @@ struct Sink {
 std::atomic<bool> hasSink{true};
 
 Sink& sink() {
-    static Sink instance;
+    static auto& instance = *new Sink; // never freed: work goes on while the process ends
     return instance;
 }
 

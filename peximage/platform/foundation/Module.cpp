@@ -49,7 +49,8 @@ bool hasModule(std::string_view name) { return !find(name).empty(); }
 
 const void* moduleInterface(std::string_view name, int version) {
     static ForkSafeMutex mutex; // a fork in the middle of loading would leave half a module
-    static std::map<std::string, const ModuleEntry*, std::less<>> loaded;
+    static auto& loaded =
+        *new std::map<std::string, const ModuleEntry*, std::less<>>; // never freed, as above
     const std::lock_guard lock(mutex);
     auto found = loaded.find(name);
     if (found == loaded.end()) found = loaded.emplace(name, open(name)).first;

@@ -43,22 +43,24 @@ struct CGColorSpace::Profile {
     mutable bool standard = true;
 };
 
+// The two are never freed: work goes on while the process ends.
+
 CGColorSpace CGColorSpace::sRGB() {
-    static const auto profile = [] {
+    static const auto& profile = *new auto([] {
         auto made = std::make_shared<Profile>();
         made->name = "sRGB";
         return made;
-    }();
+    }());
     return CGColorSpace(profile);
 }
 
 CGColorSpace CGColorSpace::deviceGray() {
-    static const auto profile = [] {
+    static const auto& profile = *new auto([] {
         auto made = std::make_shared<Profile>();
         made->model = Model::gray;
         made->name = "Gray";
         return made;
-    }();
+    }());
     return CGColorSpace(profile);
 }
 

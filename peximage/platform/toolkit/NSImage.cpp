@@ -39,7 +39,7 @@ struct ImageFolders {
 };
 
 ImageFolders& imageFolders() {
-    static ImageFolders instance;
+    static auto& instance = *new ImageFolders; // never freed: work goes on while the process ends
     return instance;
 }
 

@@ -12,7 +12,7 @@ namespace {
 ForkSafeMutex screensMutex;
 
 std::vector<NSScreen>& declaredScreens() {
-    static std::vector<NSScreen> screens;
+    static auto& screens = *new std::vector<NSScreen>; // never freed: work goes on while the process ends
     return screens;
 }
 

@@ -21,7 +21,8 @@ thread_local std::vector<Stretch> openStretches;
 ForkSafeMutex measuresMutex;
 
 std::vector<PerfAn::Measure>& allMeasures() {
-    static std::vector<PerfAn::Measure> measures;
+    static auto& measures =
+        *new std::vector<PerfAn::Measure>; // never freed: work goes on while the process ends
     return measures;
 }
 

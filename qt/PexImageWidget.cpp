@@ -5,7 +5,9 @@
 #include <QImage>
 #include <QPainter>
 #include <QPointer>
+#include <atomic>
 #include <cmath>
+#include <memory>
 #include <utility>
 
 namespace pex {
@@ -13,9 +15,13 @@ namespace pex {
 PexImageWidget::PexImageWidget(std::shared_ptr<PexImageView> view, QWidget* parent)
     : QWidget(parent), view_(std::move(view)) {
     if (!view_) view_ = PexImageView::make({.frame = {}});
-    // Asked for on any thread. Only on the main one, where the widget ends, is it known whether it still is.
-    view_->setDisplayRequest([widget = QPointer<QWidget>(this)](const CGRect&) {
-        XMain::execute([widget] {
+    // Asked for on any thread, and how often. Only on the main one, where the widget ends, is it known
+    // whether it still is.
+    const auto isAsked = std::make_shared<std::atomic<bool>>(false);
+    view_->setDisplayRequest([widget = QPointer<QWidget>(this), isAsked](const CGRect&) {
+        if (isAsked->exchange(true)) return;
+        XMain::execute([widget, isAsked] {
+            *isAsked = false;
             if (widget) widget->update();
         });
     });

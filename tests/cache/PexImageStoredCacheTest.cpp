@@ -355,6 +355,9 @@ TEST(StoredCacheThreads, WhatIsStoredIsThereWhenTheProcessHasEnded) {
             {.name = "Thumbs", .removeItemsAfterDays = forever, .mode = PexImageStoredCache::Mode::png});
         for (const char* id : {"a", "b", "c", "d", "e", "f"})
             cache->store(image(200, 150), id);
+        const auto nowhere =
+            *URL::parse("http://127.0.0.1:1/a.png"); // which makes more statics than the pool
+        PexImage::getCachedImage({.url = nowhere, .callback = [](const auto&) {}});
         std::exit(42);
     });
     EXPECT_EQ(status, 42);

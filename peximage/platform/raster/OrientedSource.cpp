@@ -14,12 +14,11 @@ class OrientedSource final : public PixelSource {
     OrientedSource(std::shared_ptr<const PixelSource> stored, Orientation orientation)
         : stored_(std::move(stored)), orientation_(orientation) {}
 
+    TurnedPicture picture() const { return {stored_, orientation_}; }
+
     PixelSize size() const override { return turned(stored_->size()); }
     PixelLayout layout() const override { return stored_->layout(); }
     CGColorSpace colorSpace() const override { return stored_->colorSpace(); }
-    PixelSize reducedSize(PixelSize minimum) const override {
-        return turned(stored_->reducedSize(turned(minimum)));
-    }
     /// The first upright row may need the last stored one.
     std::unique_ptr<RowReader> rows(PixelSize) const override { return nullptr; }
 
@@ -74,6 +73,11 @@ std::shared_ptr<const PixelSource> makeUpright(std::shared_ptr<const PixelSource
                                                Orientation orientation) {
     if (!stored || orientation == Orientation::up) return stored;
     return std::make_shared<OrientedSource>(std::move(stored), orientation);
+}
+
+std::optional<TurnedPicture> turnedPicture(const PixelSource& source) {
+    const auto* const oriented = dynamic_cast<const OrientedSource*>(&source);
+    return oriented ? std::optional(oriented->picture()) : std::nullopt;
 }
 
 } // namespace pex

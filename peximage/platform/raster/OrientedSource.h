@@ -4,6 +4,7 @@
 #include "peximage/platform/raster/PixelSource.h"
 
 #include <memory>
+#include <optional>
 
 namespace pex {
 
@@ -11,5 +12,13 @@ namespace pex {
 /// its upright place as it is decoded.
 std::shared_ptr<const PixelSource> makeUpright(std::shared_ptr<const PixelSource> stored,
                                                Orientation orientation);
+
+/// What such a source turns: small results can be turned instead of it.
+struct TurnedPicture {
+    std::shared_ptr<const PixelSource> stored;
+    Orientation orientation;
+};
+/// Absent for sources that turn nothing.
+std::optional<TurnedPicture> turnedPicture(const PixelSource& source);
 
 } // namespace pex

@@ -1,10 +1,12 @@
 #include "peximage/platform/raster/Scaling.h"
 
+#include "peximage/platform/raster/OrientedSource.h"
 #include "peximage/platform/raster/Resampler.h"
 #include "peximage/platform/raster/ResamplerAxis.h"
 #include "peximage/platform/raster/ResamplerStream.h"
 #include "peximage/platform/raster/Strips.h"
 #include "peximage/platform/raster/kernels/ConvertRow.h"
+#include "peximage/platform/raster/kernels/OrientRows.h"
 
 #include <algorithm>
 #include <cmath>
@@ -125,7 +127,21 @@ std::optional<CGImage> decodedAt(const PixelSource& source, PixelSize size) {
     return canvas->finish(source.colorSpace());
 }
 
+std::optional<CGImage> scaledSource(const PixelSource& source, PixelSize size);
+
+/// The stored picture is scaled, and only the result turned: so that one goes by rows, too.
+std::optional<CGImage> scaledTurned(const TurnedPicture& picture, PixelSize size) {
+    const bool swaps = swapsSides(picture.orientation);
+    const auto scaled = scaledSource(*picture.stored, swaps ? PixelSize{size.height, size.width} : size);
+    const std::optional<PixelView> pixels = scaled ? scaled->pixels() : std::nullopt;
+    std::optional<Canvas> upright = pixels ? Canvas::make(size, pixels->layout) : std::nullopt;
+    if (!upright) return std::nullopt;
+    kernels::orientRows(*pixels, 0, picture.orientation, upright->view);
+    return upright->finish(scaled->colorSpace());
+}
+
 std::optional<CGImage> scaledSource(const PixelSource& source, PixelSize size) {
+    if (const auto picture = turnedPicture(source)) return scaledTurned(*picture, size);
     const PixelSize decoded = source.reducedSize(size);
     if (decoded != size) {
         if (const auto reader = source.rows(decoded)) return streamed(source, *reader, decoded, size);

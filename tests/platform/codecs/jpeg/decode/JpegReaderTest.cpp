@@ -119,7 +119,7 @@ TEST(JpegReader, ResizedBeforeItsPixelsAreTouchedOrAfterItIsTheSame) {
     const auto noise = [](int x, int y, int c) {
         return static_cast<std::uint8_t>((x * 7919 + y * 104729 + c * 31) >> 3);
     };
-    for (const std::uint8_t orientation : {1, 6}) {
+    for (const std::uint8_t orientation : {1, 3, 5, 6, 8}) {
         for (const bool progressive : {false, true}) {
             Recipe recipe{.exif = exifWithOrientation(orientation)};
             if (progressive) recipe.settings = [](auto& info) { jpeg_simple_progression(&info); };

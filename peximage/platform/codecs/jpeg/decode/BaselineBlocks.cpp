@@ -133,7 +133,13 @@ BaselineBlocks::BaselineBlocks(const Frame& frame, std::shared_ptr<Stretches> st
       planes_(frame.components.size()),
       restartInterval_(restartInterval),
       restartsToGo_(restartInterval),
-      mcu_(stretches_->codes.longestMcu()) {}
+      mcu_(stretches_->codes.longestMcu()) {
+    for (std::size_t c = 0; c < frame.components.size(); ++c) {
+        const Component& of = frame.components[c];
+        for (int i = 0; i < of.across * of.down; ++i)
+            blocks_.push_back({c, of.across, i % of.across, i / of.across});
+    }
+}
 
 std::unique_ptr<BlockSource> BaselineBlocks::make(const jpeg_decompress_struct& info, const Frame& frame,
                                                   const Data& file) {
@@ -153,9 +159,10 @@ const Coefficient* BaselineBlocks::row(std::size_t component, int y) const {
 
 bool BaselineBlocks::advance(int begin, int end) {
     if (!makeRoom(begin, end)) return false;
-    for (int y = 0; y < end - begin; ++y) {
+    for (int y = begin; y < end; ++y) {
+        goToRow(y);
         for (int x = 0; x < frame_.mcusWide; ++x) {
-            if (!decodeMcu(x, y)) return false;
+            if (!decodeMcu(x)) return false;
         }
     }
     return true;
@@ -183,22 +190,25 @@ bool BaselineBlocks::makeRoom(int begin, int end) {
     return true;
 }
 
-/// The y-th row of those that are ready.
-bool BaselineBlocks::decodeMcu(int x, int y) {
+void BaselineBlocks::goToRow(int y) {
+    for (BlockOfMcu& block : blocks_) {
+        const Plane& plane = planes_[block.component];
+        const int row = y * frame_.components[block.component].down + block.rowInMcu;
+        block.row = plane.blocks + (row - plane.firstRow) * plane.rowLength;
+    }
+}
+
+bool BaselineBlocks::decodeMcu(int x) {
     const Packed* from = nextMcu();
     if (from == nullptr) return false;
-    for (std::size_t c = 0; c < planes_.size(); ++c) {
-        const Component& of = frame_.components[c];
-        Plane& plane = planes_[c];
-        for (int i = 0; i < of.across * of.down; ++i) {
-            Coefficient* const row = plane.blocks + (y * of.down + i / of.across) * plane.rowLength;
-            Coefficient* const block = blockAt(row, x * of.across + i % of.across);
-            plane.lastDc += static_cast<Coefficient>(from[1]);
-            block[0] = static_cast<Coefficient>(plane.lastDc);
-            const Packed* const end = from + 1 + *from;
-            for (from += 2; from != end; ++from)
-                block[*from >> 16] = static_cast<Coefficient>(*from);
-        }
+    for (const BlockOfMcu& of : blocks_) {
+        Coefficient* const block = blockAt(of.row, x * of.across + of.column);
+        int& dc = planes_[of.component].lastDc;
+        dc += static_cast<Coefficient>(from[1]);
+        block[0] = static_cast<Coefficient>(dc);
+        const Packed* const end = from + 1 + *from;
+        for (from += 2; from != end; ++from)
+            block[*from >> 16] = static_cast<Coefficient>(*from);
     }
     return true;
 }

@@ -36,10 +36,17 @@ class BaselineBlocks final : public BlockSource {
         int firstRow = 0;
         int lastDc = 0;
     };
+    /// One of the blocks of an MCU: where it is, and the row of blocks that it is in just now.
+    struct BlockOfMcu {
+        std::size_t component;
+        int across, column, rowInMcu;
+        Coefficient* row = nullptr;
+    };
 
     BaselineBlocks(const Frame& frame, std::shared_ptr<Stretches> stretches, unsigned restartInterval);
     bool makeRoom(int begin, int end);
-    bool decodeMcu(int x, int y);
+    void goToRow(int y);
+    bool decodeMcu(int x);
     const Packed* nextMcu();
     bool passRestart();
     bool nextStretch();
@@ -48,6 +55,7 @@ class BaselineBlocks final : public BlockSource {
     const Frame frame_;
     PixelBuffer memory_;
     std::vector<Plane> planes_;
+    std::vector<BlockOfMcu> blocks_;
 
     ScanStretch* stretch_ = nullptr;
     int index_ = -1;                 // of the stretch

@@ -154,6 +154,9 @@ TEST(JpegReader, ProfilesStayWithThePicture) {
         const auto kept = again->cgImage->colorSpace().iccProfile().bytes();
         EXPECT_TRUE(std::equal(icc.begin(), icc.end(), kept.begin(), kept.end()));
     }
+    const Data grey(makeJpeg(64, 48, {.colors = JCS_GRAYSCALE, .components = 1, .icc = icc}, smooth));
+    EXPECT_EQ(CGImageSource::make(grey)->properties().profileName, std::nullopt) << "it is one for colours";
+    EXPECT_EQ(PexImage::make(grey, {})->cgImage->colorSpace().model(), CGColorSpace::Model::gray);
     // Drawn into a context of sRGB the numbers change with the meaning: linear 0.25 is sRGB 0.537.
     const auto flat = PexImage::make(
         Data(makeJpeg(16, 16, {.icc = icc}, [](int, int, int) { return std::uint8_t{64}; })), {});

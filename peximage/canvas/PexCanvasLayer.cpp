@@ -7,6 +7,25 @@
 #include <utility>
 
 namespace pex {
+namespace {
+
+bool isLoaded(const PexCanvasLayer& layer) { return layer.image != nullptr; }
+
+/// The space that all the pictures share; sRGB where they differ.
+CGColorSpace sharedSpace(const PexImage& on, std::span<const PexCanvasLayer> layers) {
+    std::optional<CGColorSpace> shared;
+    const auto add = [&shared](const NSImage& image) {
+        const CGColorSpace space = image.colorSpace();
+        shared = !shared || *shared == space ? space : CGColorSpace::deviceRGB();
+    };
+    if (on.image->cgImageForProposedRect()) add(*on.image);
+    for (const PexCanvasLayer& layer : layers) {
+        if (isLoaded(layer)) add(*layer.image->image);
+    }
+    return shared.value_or(CGColorSpace::deviceRGB());
+}
+
+} // namespace
 
 PexCanvasLayer::PexCanvasLayer(std::string layerId, LayerType layerType, Source from,
                                PexSpatialConforming conforming, Transform placement)
@@ -33,10 +52,9 @@ std::shared_ptr<PexImage> PexCanvasLayer::draw(const std::shared_ptr<PexImage>& 
 
 std::shared_ptr<PexImage> PexCanvasLayer::draw(std::span<const PexCanvasLayer> layers,
                                                const std::shared_ptr<PexImage>& on) {
-    const auto isLoaded = [](const PexCanvasLayer& layer) { return layer.image != nullptr; };
-    if (std::none_of(layers.begin(), layers.end(), isLoaded)) return on;
+    if (!on || std::none_of(layers.begin(), layers.end(), isLoaded)) return on;
     const double scale = PexImageHelper::bakingScaleFactor();
-    const auto drawn = NSImage::make(on->size / scale);
+    const auto drawn = NSImage::make(on->size / scale, sharedSpace(*on, layers));
     if (!Draw::start(drawn)) return on;
     Draw::copybits({.srcImage = on->image, .dstRect = CGRect{{0, 0}, drawn->size()}});
     for (const PexCanvasLayer& layer : layers) {

@@ -27,7 +27,7 @@ std::shared_ptr<PexImage> PexImageHelper::getFillColorImage(const NSColor& color
 
 std::shared_ptr<PexImage> PexImageHelper::crop(const PexImage& image, const CGRect& to) {
     const CGSize points = getActualSizeWithoutRetina({to.width(), to.height()});
-    const auto cut = NSImage::make(points);
+    const auto cut = NSImage::make(points, image.image->colorSpace());
     if (cut->lockFocus()) {
         image.image->draw({{0, 0}, points}, getActualRectWithRepresentation(image, to),
                           NSCompositingOperation::copy, 1);

@@ -27,9 +27,10 @@ CGSize PexWatermark::Scale::scaleOf(const PexImage& watermarkImage, const PexIma
 
 std::shared_ptr<PexImage> PexImage::watermark(const std::shared_ptr<PexImage>& with,
                                               const PexWatermark& settings) const {
+    if (!with) return nullptr;
     const CGSize scaled = settings.scale.scaleOf(*with, *this);
     const auto mark = with->resize({.to = scaled});
-    const auto marked = NSImage::make(size);
+    const auto marked = NSImage::make(size, image->colorSpace());
     if (!mark || !Draw::start(marked)) return nullptr;
     Draw::copybits({.srcImage = image, .dstRect = CGRect{{0, 0}, size}});
     Draw::copybits(

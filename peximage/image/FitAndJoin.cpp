@@ -36,7 +36,7 @@ std::shared_ptr<PexImage> PexImage::resizedThroughCanvas(CGSize to, bool fills) 
     const auto conforming = fills ? PexSpatialConforming::fill : PexSpatialConforming::fit;
     canvas.layerList.push_back(layerOf(shared_from_this(), conforming, {}));
     const auto drawn = canvas.getImage();
-    const auto result = NSImage::make(to);
+    const auto result = NSImage::make(to, drawn->image->colorSpace());
     if (!drawn->cgImage || !result->lockFocus()) return nullptr;
     NSGraphicsContext::current()->setImageInterpolation(CGInterpolationQuality::high);
     drawn->image->draw({{0, 0}, to}, {}, NSCompositingOperation::copy, 1);
@@ -49,6 +49,7 @@ std::shared_ptr<PexImage> PexImage::resizeWithFill(CGSize to) { return resizedTh
 
 std::shared_ptr<PexImage> PexImage::join(const std::shared_ptr<PexImage>& first, const With& second) {
     std::shared_ptr<PexImage> a = first, b = second.with;
+    if (!a || !b) return nullptr;
     const bool horizontal = second.orientation == JoinOrientation::horizontal;
     const double touchingA = horizontal ? a->size.height : a->size.width;
     const double touchingB = horizontal ? b->size.height : b->size.width;

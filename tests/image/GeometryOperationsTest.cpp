@@ -1,8 +1,11 @@
+#include "peximage/helpers/PexImageHelperSavers.h"
+#include "peximage/helpers/PexWatermark.h"
 #include "peximage/image/PexImage.h"
 #include "peximage/platform/geometry/Numbers.h"
 #include "peximage/platform/raster/CGContext.h"
 #include "tests/support/CapturedLines.h"
 #include "tests/support/Pictures.h"
+#include "tests/support/Profiles.h"
 
 #include <gtest/gtest.h>
 
@@ -207,6 +210,56 @@ TEST(Straighten, LeavesNoEmptyCornerAndCutsNoMoreThanItMust) {
     EXPECT_FALSE(image->rotateAndZoom(nan));
     EXPECT_FALSE(image->rotateAndZoom(infinity));
     EXPECT_FALSE(PexImage::make({.size = {5, 5}})->rotateAndZoom(1));
+}
+
+TEST(Geometry, ProfilesAndGreyStayWhereTheyCan) {
+    const auto wide = *CGColorSpace::fromICC(Data(wideProfile()));
+    const auto dark = *CGColorSpace::fromICC(Data(grayProfile(1.8)));
+    const auto of = [](PixelLayout layout, const CGColorSpace& space) {
+        return PexImage::make(makePicture(
+            40, 30, layout,
+            [](int, int) {
+                return Pixel{126, 30, 250, 255};
+            },
+            space));
+    };
+    const auto colour = of(PixelLayout::skipLast, wide), grey = of(PixelLayout::grey, dark);
+    const auto standard = of(PixelLayout::skipLast, CGColorSpace::sRGB());
+    const PexWatermark mark{.scale = {.policy = PexWatermark::Scale::Policy::originalSize, .maxScale = 1}};
+    struct Case {
+        std::shared_ptr<PexImage> made;
+        CGColorSpace space;
+        Pixel middle;
+    };
+    const std::uint8_t shade = srgbOfGrey(grayProfile(1.8), 126);
+    const Pixel same{126, 30, 250, 255}, shown{shade, shade, shade, 255};
+    const Case cases[] = {
+        {colour->rotate({.degrees = 10.0}), wide, same},
+        {colour->rotateAndZoom(10), wide, same},
+        {colour->resizeWithFit({20, 20}), wide, same},
+        {colour->resizeWithFill({20, 20}), wide, same},
+        {PexImage::join(colour, {.with = colour}), wide, same},
+        {PexImage::join(standard, {.with = colour}), CGColorSpace::sRGB(), same},
+        {colour->watermark(standard, mark), wide, {}},
+        {PexImageHelper::crop(*colour, {4, 4, 9, 9}), wide, same},
+        {grey->rotateAndZoom(10), dark, {126, 126, 126, 126}},
+        {grey->rotate({.degrees = 10.0}), CGColorSpace::sRGB(), shown},
+        {grey->resizeWithFit({20, 20}), CGColorSpace::sRGB(), shown},
+    };
+    for (const Case& c : cases) {
+        ASSERT_TRUE(c.made) << &c - cases;
+        const CGImage& image = *c.made->cgImage;
+        EXPECT_EQ(image.colorSpace(), c.space) << &c - cases;
+        const int x = image.width() / 4, y = image.height() / 2;
+        EXPECT_TRUE(c.middle[3] == 0 || pixelAt(image, x, y) == c.middle) << &c - cases;
+    }
+    EXPECT_EQ(grey->rotateAndZoom(10)->cgImage->layout(), PixelLayout::grey);
+}
+
+TEST(Geometry, UnequalResolutionsAreTurnedAsTheyAreSeen) {
+    // 40 × 30 pixels that are twice as high as wide.
+    const auto seen = PexImage::make(NSImage::make(noise(40, 30, PixelLayout::skipLast), {20, 30}), {});
+    EXPECT_EQ(seen->rotate({.degrees = 90.0})->size, (CGSize{60, 40}));
 }
 
 /// The sizes of the first row's tiles, then the heights of the first column's.

@@ -4,6 +4,7 @@
 #include "peximage/platform/filters/FilterGraph.h"
 #include "peximage/platform/filters/FilteredSource.h"
 #include "peximage/platform/raster/AffinePicture.h"
+#include "peximage/platform/raster/ConvertedImage.h"
 #include "peximage/platform/raster/Scaling.h"
 #include "peximage/platform/raster/Strips.h"
 
@@ -121,10 +122,12 @@ bool covers(const CGImage& picture, const CGAffineTransform& toPlane, PixelSize 
     return true;
 }
 
-/// A picture that is turned, mirrored or sheared, sampled in strips.
+/// A picture that is turned, mirrored or sheared, sampled in strips. It keeps its colour space; a grey one
+/// whose corners show becomes sRGB, which has room for them.
 std::optional<CGImage> sampled(const CGImage& picture, const CGAffineTransform& toPlane, PixelSize size) {
-    const bool isColour = picture.colorSpace().model() == CGColorSpace::Model::rgb;
-    const CGColorSpace space = isColour ? picture.colorSpace() : CGColorSpace::deviceRGB();
+    const bool opaque = !hasAlpha(picture.layout()) && covers(picture, toPlane, size);
+    const bool isGrey = picture.layout() == PixelLayout::grey;
+    const CGColorSpace space = isGrey && !opaque ? CGColorSpace::deviceRGB() : picture.colorSpace();
     const auto affine = AffinePicture::make(picture, toPlane, space, Interpolation::smooth);
     const std::ptrdiff_t stride = std::ptrdiff_t{size.width} * 4;
     PixelBuffer buffer =
@@ -135,9 +138,9 @@ std::optional<CGImage> sampled(const CGImage& picture, const CGAffineTransform& 
     forEachStrip(size.height, [&](int begin, int end) {
         affine->sample(0, begin, pixels.part(0, begin, size.width, end - begin));
     });
-    const bool opaque = !hasAlpha(picture.layout()) && covers(picture, toPlane, size);
     const PixelLayout layout = opaque ? PixelLayout::skipLast : PixelLayout::premultipliedLast;
-    return CGImage::make(size.width, size.height, stride, layout, space, std::move(buffer));
+    const auto made = CGImage::make(size.width, size.height, stride, layout, space, std::move(buffer));
+    return made && isGrey && opaque ? convertedImage(*made, PixelLayout::grey, space) : made;
 }
 
 /// A filter and those directly below it, over the picture that they work on.

@@ -72,7 +72,9 @@ class KeptEdges {
 
 FilteredSource::FilteredSource(CGImage picture, FilterChain chain)
     : picture_(std::move(picture)), chain_(std::move(chain)) {
-    if (!chain_.changesColours() || sameColours(picture_.colorSpace(), CGColorSpace::deviceRGB())) return;
+    const bool keepsSpace =
+        !chain_.changesColours() && picture_.colorSpace().model() == CGColorSpace::Model::rgb;
+    if (keepsSpace || sameColours(picture_.colorSpace(), CGColorSpace::deviceRGB())) return;
     const bool grey = picture_.layout() == PixelLayout::grey;
     conversion_ = ColorConversion::make(picture_.colorSpace(),
                                         grey ? ColorConversion::Pixels::gray : ColorConversion::Pixels::rgba,

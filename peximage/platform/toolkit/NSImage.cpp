@@ -25,12 +25,12 @@ CGSize pointSize(const CGImage& upright, const ImageProperties& properties) {
 }
 
 /// A context of so many pixels; null when the limits do not allow it or memory cannot be had.
-std::shared_ptr<CGContext> contextOf(double width, double height) {
+std::shared_ptr<CGContext> contextOf(double width, double height, const CGColorSpace& colorSpace) {
     constexpr double maxSide = 1e9;
     if (!(width >= 1 && width < maxSide && height >= 1 && height < maxSide)) return nullptr;
     const auto pixelsWide = static_cast<int>(width), pixelsHigh = static_cast<int>(height);
     if (!ImageLimits::current().allows(pixelsWide, pixelsHigh)) return nullptr;
-    return CGContext::make(pixelsWide, pixelsHigh, PixelLayout::premultipliedLast, CGColorSpace::deviceRGB());
+    return CGContext::make(pixelsWide, pixelsHigh, PixelLayout::premultipliedLast, colorSpace);
 }
 
 struct ImageFolders {
@@ -77,8 +77,8 @@ std::shared_ptr<NSImage> NSImage::make(const CGImage& image, CGSize sizeInPoints
     return made;
 }
 
-std::shared_ptr<NSImage> NSImage::make(CGSize sizeInPoints) {
-    return std::shared_ptr<NSImage>(new NSImage(sizeInPoints));
+std::shared_ptr<NSImage> NSImage::make(CGSize sizeInPoints, const CGColorSpace& colorSpace) {
+    return std::shared_ptr<NSImage>(new NSImage(sizeInPoints, colorSpace));
 }
 
 std::shared_ptr<NSImage> NSImage::make(CGSize sizeInPoints, Representations representations) {
@@ -118,6 +118,12 @@ std::optional<NSImageRep> NSImage::bestRepresentation(const ForRect& rect) const
     return representations_ ? representations_(rect.forRect.size) : std::nullopt;
 }
 
+CGColorSpace NSImage::colorSpace() const {
+    const std::optional<CGImage> bitmap = cgImageForProposedRect();
+    const CGColorSpace space = bitmap ? bitmap->colorSpace() : blankSpace_;
+    return space.model() == CGColorSpace::Model::rgb ? space : CGColorSpace::deviceRGB();
+}
+
 std::shared_ptr<NSImage> NSImage::rotate(double by) const {
     const std::optional<CGImage> bitmap = cgImageForProposedRect();
     if (!bitmap || !(size_.width > 0 && size_.height > 0) || !std::isfinite(by)) return nullptr;
@@ -127,7 +133,7 @@ std::shared_ptr<NSImage> NSImage::rotate(double by) const {
     constexpr double roundingSlack = 1e-6;
     const double width = std::ceil(box.size.width * pixelsPerPoint - roundingSlack);
     const double height = std::ceil(box.size.height * pixelsPerPoint - roundingSlack);
-    const auto context = contextOf(width, height);
+    const auto context = contextOf(width, height, colorSpace());
     if (!context) return nullptr;
     context->translateBy(width / 2, height / 2);
     context->scaleBy(pixelsPerPoint, pixelsPerPoint);
@@ -141,7 +147,7 @@ bool NSImage::lockFocus() {
     const double scale = NSScreen::largestBackingScaleFactor();
     const double width = std::round(size_.width * scale), height = std::round(size_.height * scale);
     if (focus_) return false;
-    focus_ = contextOf(width, height);
+    focus_ = contextOf(width, height, colorSpace());
     if (!focus_) return false;
     if (const auto bitmap = cgImageForProposedRect()) focus_->draw(*bitmap, {0, 0, width, height});
     focus_->scaleBy(width / size_.width, height / size_.height);

@@ -35,8 +35,9 @@ class PEX_EXPORT NSImage {
     /// A file, read whole. Null when it cannot be read or is no image.
     static std::shared_ptr<NSImage> make(const URL& file);
     static std::shared_ptr<NSImage> make(const CGImage& image, CGSize sizeInPoints);
-    /// A blank image.
-    static std::shared_ptr<NSImage> make(CGSize sizeInPoints);
+    /// A blank image; what is drawn into it has the colours of a space.
+    static std::shared_ptr<NSImage> make(CGSize sizeInPoints,
+                                         const CGColorSpace& colorSpace = CGColorSpace::deviceRGB());
 
     /// An image that comes in several sizes, such as an icon: the function gives the one that is best for a
     /// size in points, or none; it may be called on any thread.
@@ -53,6 +54,9 @@ class PEX_EXPORT NSImage {
     CGSize size() const { return size_; }
     double width() const { return size_.width; }
     double height() const { return size_.height; }
+    /// The space that drawing into the image happens in: that of its picture, where it is a colour one, or of
+    /// a blank image; sRGB for all others.
+    CGColorSpace colorSpace() const;
 
     /// The bitmap for a rectangle of the given size in points, or for the image's own size; absent for a
     /// blank image. Only what comes in several sizes depends on the rectangle.
@@ -67,13 +71,14 @@ class PEX_EXPORT NSImage {
     void addRepresentation(const NSImageRep& representation) { bitmap_ = representation.image; }
 
     /// A new image of the picture turned by an angle in degrees, anticlockwise, on a canvas that is just
-    /// large enough for it, with transparent corners. The pixels keep their size. Null for a blank image, an
-    /// angle that is no number, and when such a bitmap cannot be had.
+    /// large enough for it, with transparent corners, in `colorSpace()`. It is turned as it is seen in
+    /// points: pixels keep their size where they are square, and become so, of the finer side, where they are
+    /// not. Null for a blank image, an angle that is no number, and when such a bitmap cannot be had.
     std::shared_ptr<NSImage> rotate(double by) const;
 
     /// Directs this thread's drawing into the image until `unlockFocus`: user space is in points, and the
-    /// bitmap drawn into has size × the largest screen scale pixels, rounded. What the image shows already is
-    /// kept. False, and nothing changes, when such a bitmap cannot be had.
+    /// bitmap drawn into has size × the largest screen scale pixels, rounded, with alpha, in `colorSpace()`.
+    /// What the image shows already is kept. False, and nothing changes, when such a bitmap cannot be had.
     bool lockFocus();
     void unlockFocus();
 
@@ -84,10 +89,12 @@ class PEX_EXPORT NSImage {
               double fraction) const;
 
   private:
-    explicit NSImage(CGSize size) : size_(size) {}
+    explicit NSImage(CGSize size, const CGColorSpace& colorSpace = CGColorSpace::deviceRGB())
+        : size_(size), blankSpace_(colorSpace) {}
     CGRect pixelsBelow(const CGImage& bitmap, const CGRect& points) const;
 
     CGSize size_;
+    CGColorSpace blankSpace_;
     std::optional<CGImage> bitmap_;
     Representations representations_;
     std::shared_ptr<CGContext> focus_;

@@ -29,6 +29,9 @@ struct CGImage::Store {
     std::ptrdiff_t bytesPerRow = 0;
     bool incomplete = false;
 
+    PixelSize lastReduced{}; // what the source was last reduced to
+    std::optional<CGImage> reduced;
+
     Store(PixelSize s, PixelLayout l, const CGColorSpace& c) : size(s), layout(l), colorSpace(c) {}
 
     /// With the lock held.
@@ -48,6 +51,7 @@ struct CGImage::Store {
         incomplete = !*whole;
         buffer = std::move(fresh);
         source.reset();
+        reduced.reset();
     }
 };
 
@@ -117,6 +121,20 @@ std::shared_ptr<const PixelSource> CGImage::source() const {
     if (PixelSize{width_, height_} != store_->size) return nullptr;
     const std::lock_guard lock(store_->mutex);
     return store_->source;
+}
+
+std::optional<CGImage> CGImage::reduction(PixelSize size) const {
+    const std::lock_guard lock(store_->mutex);
+    return size == store_->lastReduced ? store_->reduced : std::nullopt;
+}
+
+void CGImage::offerReduction(const CGImage& made) const {
+    const PixelSize size{made.width(), made.height()};
+    const bool isSmaller = size.width <= store_->size.width && size.height <= store_->size.height;
+    const std::lock_guard lock(store_->mutex);
+    store_->reduced.reset();
+    if (size == store_->lastReduced && isSmaller && store_->source) store_->reduced = made;
+    store_->lastReduced = size;
 }
 
 } // namespace pex

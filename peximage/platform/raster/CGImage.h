@@ -13,6 +13,7 @@
 namespace pex {
 
 class PixelSource;
+struct PixelSize;
 
 /// A bitmap image: an immutable value whose copies and sub-images share one store of pixels. The store is
 /// either pixels in memory, or an encoded source whose size is known and which is decoded when its pixels are
@@ -54,6 +55,12 @@ class PEX_EXPORT CGImage {
     /// The source, while nothing has decoded it yet and the image is the whole of it; null otherwise. Whoever
     /// needs only a small picture decodes a reduced one from it.
     std::shared_ptr<const PixelSource> source() const;
+
+    /// What was made of the source for a size that was asked for twice in a row, so that a picture that is
+    /// drawn again and again is not decoded each time; absent for other sizes. One no larger than the picture
+    /// is kept, until the pixels themselves are there.
+    std::optional<CGImage> reduction(PixelSize size) const;
+    void offerReduction(const CGImage& made) const;
 
   private:
     struct Store;

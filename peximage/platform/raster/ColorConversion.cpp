@@ -1,6 +1,7 @@
 #include "peximage/platform/raster/ColorConversion.h"
 
 #include "peximage/platform/raster/IccProfile.h"
+#include "peximage/platform/raster/MatrixConversion.h"
 
 #include <algorithm>
 #include <numeric>
@@ -35,13 +36,15 @@ std::shared_ptr<const ColorConversion> ColorConversion::make(const CGColorSpace&
                                                              const CGColorSpace& to) {
     const IccProfile source = openIccProfile(from), target = openIccProfile(to);
     if (!source || !target) return nullptr;
+    const std::shared_ptr<ColorConversion> conversion(new ColorConversion);
+    if (pixels == Pixels::rgba) conversion->matrix_ = matrixConversion(source, target);
+    if (conversion->matrix_) return conversion;
     cmsUInt32Number flags = cmsFLAGS_BLACKPOINTCOMPENSATION | cmsFLAGS_NOCACHE; // no cache: shared by threads
     if (pixels == Pixels::rgba) flags |= cmsFLAGS_COPY_ALPHA;
     if (pixels == Pixels::gray) flags |= cmsFLAGS_NOOPTIMIZE; // exact: it is asked for each level once
     Transform transform(cmsCreateTransform(source.get(), inputType(pixels), target.get(), TYPE_RGBA_8,
                                            INTENT_RELATIVE_COLORIMETRIC, flags));
     if (!transform) return nullptr;
-    const std::shared_ptr<ColorConversion> conversion(new ColorConversion);
     if (pixels == Pixels::gray)
         conversion->greyColours_ = coloursOfGrey(transform.get());
     else
@@ -52,6 +55,7 @@ std::shared_ptr<const ColorConversion> ColorConversion::make(const CGColorSpace&
 void ColorConversion::Closer::operator()(void* transform) const { cmsDeleteTransform(transform); }
 
 void ColorConversion::convertRow(const std::uint8_t* from, std::uint8_t* to, int pixels) const {
+    if (matrix_) return kernels::matrixRow(from, to, pixels, *matrix_);
     if (transform_) {
         cmsDoTransform(transform_.get(), from, to, static_cast<cmsUInt32Number>(pixels));
         return;

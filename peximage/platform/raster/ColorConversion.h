@@ -8,11 +8,16 @@
 
 namespace pex {
 
+namespace kernels {
+struct MatrixTables;
+}
+
 /// R G B and one byte more of every grey.
 using GreyColours = std::array<std::array<std::uint8_t, 4>, 256>;
 
-/// Converts rows of colours between spaces with relative colorimetric intent and black point compensation.
-/// Alpha is not touched. Immutable; one object serves many threads.
+/// Converts rows of colours between spaces with relative colorimetric intent and black point compensation,
+/// within 1 / 255 of exact arithmetic where profiles are curves and a matrix, or grey. Alpha is not touched.
+/// Immutable; one object serves many threads.
 class ColorConversion {
   public:
     enum class Pixels { rgba, gray, cmyk }; // rgba: R G B x, straight; cmyk: C M Y K, 255 = full ink
@@ -33,8 +38,10 @@ class ColorConversion {
 
     ColorConversion() = default;
 
+    // One of these.
     Transform transform_;
-    GreyColours greyColours_{}; // where there is no transform
+    std::shared_ptr<const kernels::MatrixTables> matrix_;
+    GreyColours greyColours_{};
 };
 
 } // namespace pex

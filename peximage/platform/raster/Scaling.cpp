@@ -16,11 +16,10 @@
 namespace pex {
 namespace {
 
-/// Straight alpha cannot be filtered: colours that do not show would bleed in.
+/// Straight alpha cannot be filtered: colours that do not show would bleed in. Neither can colours above
+/// their alpha, which bitmaps with alpha first may hold; converting limits them.
 PixelLayout filteredLayout(PixelLayout layout) {
-    if (layout == PixelLayout::straightLast) return PixelLayout::premultipliedLast;
-    if (layout == PixelLayout::straightFirst) return PixelLayout::premultipliedFirst;
-    return layout;
+    return hasAlpha(layout) ? PixelLayout::premultipliedLast : layout;
 }
 
 /// A picture that is being made.
@@ -152,6 +151,14 @@ std::optional<CGImage> scaledSource(const PixelSource& source, PixelSize size) {
     return pixels ? resampled(*pixels, source.colorSpace(), size) : std::nullopt;
 }
 
+/// The same, kept where it is wanted again.
+std::optional<CGImage> reducedOf(const CGImage& image, const PixelSource& source, PixelSize size) {
+    if (auto kept = image.reduction(size)) return kept;
+    std::optional<CGImage> made = scaledSource(source, size);
+    if (made) image.offerReduction(*made);
+    return made;
+}
+
 /// The source samples below the centres of `count` result samples from `first` on.
 std::vector<int> samplesBelow(int length, double whole, double first, int count) {
     std::vector<int> below(static_cast<std::size_t>(count));
@@ -193,7 +200,7 @@ std::optional<CGImage> scaledImage(const CGImage& image, PixelSize size, Interpo
     if (size.width < 1 || size.height < 1) return std::nullopt;
     if (size == PixelSize{image.width(), image.height()}) return image;
     if (interpolation == Interpolation::smooth) {
-        if (const auto source = image.source()) return scaledSource(*source, size);
+        if (const auto source = image.source()) return reducedOf(image, *source, size);
     }
     const std::optional<PixelView> pixels = image.pixels();
     if (!pixels) return std::nullopt;

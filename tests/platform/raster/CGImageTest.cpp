@@ -1,10 +1,12 @@
 #include "peximage/platform/raster/CGImage.h"
 
+#include "peximage/platform/raster/CGContext.h"
 #include "peximage/platform/raster/ConvertedImage.h"
 #include "peximage/platform/raster/OrientedSource.h"
 #include "peximage/platform/raster/PixelSource.h"
 #include "tests/support/OnThreads.h"
 #include "tests/support/Pictures.h"
+#include "tests/support/Profiles.h"
 
 #include <gtest/gtest.h>
 
@@ -97,6 +99,24 @@ TEST(CGImage, DecodesOnceOnFirstTouch) {
     EXPECT_EQ(pixelAt(part, 2, 3), pixelAt(picture, 12, 13));
 }
 
+TEST(CGImage, WhatIsDrawnAgainAndAgainIsNotDecodedEachTime) {
+    const auto source = std::make_shared<CountingSource>(noise(50, 40, PixelLayout::straightLast), 40);
+    const CGImage image = CGImage::make(source);
+    const auto drawn = [&](double width) {
+        const auto context = CGContext::make(20, 16, PixelLayout::premultipliedLast, CGColorSpace::sRGB());
+        context->draw(image, {0, 0, width, 16});
+        const CGImage made = *context->makeImage();
+        const PixelView pixels = *made.pixels();
+        return std::vector(pixels.data, pixels.data + 20 * 16 * 4);
+    };
+    const auto first = drawn(20);
+    for (int i = 0; i < 5; ++i)
+        EXPECT_EQ(drawn(20), first);
+    EXPECT_EQ(source->decoded, 2); // the second time it is kept
+    EXPECT_NE(drawn(10), first);
+    EXPECT_EQ(source->decoded, 3);
+}
+
 TEST(CGImage, ABrokenSourceLeavesTheRestClear) {
     const auto picture = noise(8, 8, PixelLayout::straightLast);
     const CGImage image = CGImage::make(std::make_shared<CountingSource>(picture, 5));
@@ -167,6 +187,30 @@ TEST(OrientedSource, TurnsEveryOrientationUpright) {
             }
         }
         EXPECT_TRUE(same) << value;
+    }
+}
+
+TEST(ConvertedImage, LiesWithinOneStepOfExactArithmetic) {
+    // All shades of the dark, where steps are small, and some of the rest.
+    std::vector<std::uint8_t> levels;
+    for (int level = 0; level < 256; level += level < 30 ? 2 : 25)
+        levels.push_back(static_cast<std::uint8_t>(level));
+    const auto side = static_cast<int>(levels.size());
+    for (const double gamma : {1.0, 1.8, 2.2, 2.6}) {
+        const auto profile = wideProfile(gamma);
+        const auto picture = makePicture(
+            side, side * side, PixelLayout::skipLast,
+            [&](int x, int y) {
+                return Pixel{levels[std::size_t(x)], levels[std::size_t(y / side)],
+                             levels[std::size_t(y % side)], 255};
+            },
+            *CGColorSpace::fromICC(Data(profile)));
+        const auto bytes = [](const CGImage& image) {
+            const PixelView pixels = *image.pixels();
+            return std::vector(pixels.data, pixels.data + pixels.bytesPerRow * pixels.height);
+        };
+        const CGImage made = *convertedImage(picture, PixelLayout::skipLast, CGColorSpace::sRGB());
+        EXPECT_LE(distanceFromExact(profile, bytes(picture), bytes(made)), 1) << gamma;
     }
 }
 

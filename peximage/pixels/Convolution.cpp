@@ -13,21 +13,11 @@ namespace {
 using Weights = std::array<std::int16_t, 9>;
 using Background = std::array<std::uint8_t, 4>;
 
-/// The same pixels with R G B A in this order, colours as they are stored.
-PixelLayout rgbaLayout(PixelLayout layout) {
-    switch (layout) {
-    case PixelLayout::premultipliedLast:
-    case PixelLayout::premultipliedFirst:
-        return PixelLayout::premultipliedLast;
-    case PixelLayout::straightLast:
-    case PixelLayout::straightFirst:
-        return PixelLayout::straightLast;
-    case PixelLayout::skipLast:
-    case PixelLayout::skipFirst:
-    case PixelLayout::grey:
-        break;
-    }
-    return PixelLayout::skipLast;
+/// A row of pixels as R G B A in this order, colours as they are stored: read as straight, they stay so.
+void storedColours(const std::uint8_t* from, PixelLayout layout, std::uint8_t* to, int pixels) {
+    if (!hasAlpha(layout)) return kernels::convertRow(from, layout, to, PixelLayout::skipLast, pixels);
+    const auto stored = isAlphaFirst(layout) ? PixelLayout::straightFirst : PixelLayout::straightLast;
+    kernels::convertRow(from, stored, to, PixelLayout::straightLast, pixels);
 }
 
 /// Three rows of the picture in R G B A, each between two background pixels.
@@ -48,7 +38,7 @@ class RowWindow {
             return;
         }
         fill(row);
-        kernels::convertRow(from_.row(y), from_.layout, row + 4, rgbaLayout(from_.layout), from_.width);
+        storedColours(from_.row(y), from_.layout, row + 4, from_.width);
         fill(row + rowBytes_ - 4);
     }
     std::array<const std::uint8_t*, 3> around(int y) const { return {at(y - 1), at(y), at(y + 1)}; }

@@ -53,7 +53,7 @@ std::shared_ptr<PexImage> PexImage::apply(const BitmapMask& by) {
 }
 
 std::shared_ptr<PexImage> PexImage::apply(const ImageMask& by) {
-    const auto mask = by.mask->resize({.to = size});
+    const auto mask = by.mask ? by.mask->resize({.to = size}) : nullptr;
     if (!mask || !mask->cgImage) return shared_from_this();
     const auto result = masked(*this, PexImageBitmapRGBA(*mask->cgImage), MaskBy::alpha);
     return result ? result : shared_from_this();

@@ -83,9 +83,9 @@ PexImageBitmapRGBA::PexImageBitmapRGBA(const PexContextImage& image)
     if (!bytes_ || !image.bitmap) return;
     const std::int64_t columns = std::min(width, image.width), rows = std::min(height, image.height);
     forEachStrip(static_cast<int>(rows), [&](int begin, int end) {
-        for (int y = begin; y < end; ++y)
-            kernels::convertRow(image.bitmap.data() + y * image.width * 4, PixelLayout::premultipliedLast,
-                                bytes_.data() + (height - 1 - y) * width * 4, layout,
+        for (int y = begin; y < end; ++y) // as the bytes are: only their order changes
+            kernels::convertRow(image.bitmap.data() + y * image.width * 4, PixelLayout::straightLast,
+                                bytes_.data() + (height - 1 - y) * width * 4, PixelLayout::straightFirst,
                                 static_cast<int>(columns));
     });
 }

@@ -1,7 +1,6 @@
 #include "peximage/platform/raster/kernels/BlendRow.h"
 
 #include <algorithm>
-#include <cstring>
 
 #undef HWY_TARGET_INCLUDE
 #define HWY_TARGET_INCLUDE "peximage/platform/raster/kernels/BlendRow.cpp"
@@ -21,7 +20,7 @@ HWY_INLINE Pixels factorOf(int value) {
 template <bool Faded>
 void overRow(const std::uint8_t* from, std::uint8_t* to, int pixels, int opacity) {
     alongRow<4, 4, true>(from, to, pixels, [&](const std::uint8_t* in, std::uint8_t* out) HWY_ATTR {
-        const Pixels above = loadPixels(in), below = loadPixels(out);
+        const Pixels above = withinAlpha(loadPixels(in)), below = loadPixels(out);
         Pixels redBlue = evenBytes(above), greenAlpha = oddBytes(above);
         if constexpr (Faded) {
             redBlue = timesOver255(redBlue, factorOf(opacity));
@@ -47,7 +46,7 @@ void blendOver(const std::uint8_t* from, std::uint8_t* to, int pixels, int opaci
 
 void fade(const std::uint8_t* from, std::uint8_t* to, int pixels, int opacity) {
     alongRow<4, 4>(from, to, pixels, [&](const std::uint8_t* in, std::uint8_t* out) HWY_ATTR {
-        const Pixels p = loadPixels(in), factor = factorOf(opacity);
+        const Pixels p = withinAlpha(loadPixels(in)), factor = factorOf(opacity);
         storePixels(joinedBytes(timesOver255(evenBytes(p), factor), timesOver255(oddBytes(p), factor)), out);
     });
 }
@@ -67,15 +66,18 @@ void blendOverPlain(const std::uint8_t* from, std::uint8_t* to, int pixels, int 
     for (int i = 0; i < pixels; ++i, from += 4, to += 4) {
         const int rest = 255 - divideBy255(from[3] * opacity);
         for (int c = 0; c < 4; ++c) {
-            const int sum = divideBy255(from[c] * opacity) + divideBy255(to[c] * rest);
+            const int above = divideBy255(std::min(from[c], from[3]) * opacity);
+            const int sum = above + divideBy255(to[c] * rest);
             to[c] = static_cast<std::uint8_t>(std::min(sum, 255));
         }
     }
 }
 
 void fadePlain(const std::uint8_t* from, std::uint8_t* to, int pixels, int opacity) {
-    for (int i = 0; i < pixels * 4; ++i)
-        to[i] = static_cast<std::uint8_t>(divideBy255(from[i] * opacity));
+    for (int i = 0; i < pixels; ++i, from += 4, to += 4) {
+        for (int c = 0; c < 4; ++c)
+            to[c] = static_cast<std::uint8_t>(divideBy255(std::min(from[c], from[3]) * opacity));
+    }
 }
 
 } // namespace
@@ -85,10 +87,7 @@ void blendRowOver(const std::uint8_t* from, std::uint8_t* to, int pixels, int op
 }
 
 void blendRowCopy(const std::uint8_t* from, std::uint8_t* to, int pixels, int opacity) {
-    if (opacity == 255)
-        std::memcpy(to, from, static_cast<std::size_t>(pixels) * 4);
-    else
-        PEX_PICK_KERNEL(fade, fadePlain)(from, to, pixels, opacity);
+    PEX_PICK_KERNEL(fade, fadePlain)(from, to, pixels, opacity);
 }
 
 } // namespace pex::kernels

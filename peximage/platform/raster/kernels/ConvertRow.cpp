@@ -13,15 +13,15 @@
 namespace pex::kernels {
 
 /// What becomes of the alpha byte, and of the colour with it, between two four-byte layouts.
-enum class AlphaChange { keep, opaque, multiply, divide };
+enum class AlphaChange { keep, limit, opaque, multiply, divide };
 
 inline AlphaChange alphaChange(PixelLayout from, PixelLayout to) {
     if (!hasAlpha(from) || !hasAlpha(to)) return AlphaChange::opaque;
     const auto isStraight = [](PixelLayout layout) {
         return layout == PixelLayout::straightLast || layout == PixelLayout::straightFirst;
     };
-    if (isStraight(from) == isStraight(to)) return AlphaChange::keep;
-    return isStraight(from) ? AlphaChange::multiply : AlphaChange::divide;
+    if (isStraight(from)) return isStraight(to) ? AlphaChange::keep : AlphaChange::multiply;
+    return isStraight(to) ? AlphaChange::divide : AlphaChange::limit;
 }
 
 /// Rec. 601 luma weights; they sum to 1 << 15.
@@ -60,6 +60,7 @@ HWY_INLINE Pixels unpremultiplied(Pixels rgba) {
 
 template <AlphaChange Change>
 HWY_INLINE Pixels changed(Pixels rgba) {
+    if constexpr (Change == AlphaChange::limit) return withinAlpha(rgba);
     if constexpr (Change == AlphaChange::opaque) return withOpaqueAlpha(rgba);
     if constexpr (Change == AlphaChange::multiply) return premultiplied(rgba);
     if constexpr (Change == AlphaChange::divide) return unpremultiplied(rgba);
@@ -129,6 +130,8 @@ void convertDistinct(const std::uint8_t* from, PixelLayout fromLayout, std::uint
     switch (alphaChange(fromLayout, toLayout)) {
     case AlphaChange::keep:
         return colourRow<AlphaChange::keep>(from, fromFirst, to, toFirst, pixels);
+    case AlphaChange::limit:
+        return colourRow<AlphaChange::limit>(from, fromFirst, to, toFirst, pixels);
     case AlphaChange::opaque:
         return colourRow<AlphaChange::opaque>(from, fromFirst, to, toFirst, pixels);
     case AlphaChange::multiply:
@@ -175,6 +178,8 @@ Pixel changedPlain(Pixel p, AlphaChange change) {
     switch (change) {
     case AlphaChange::keep:
         return p;
+    case AlphaChange::limit:
+        return {std::min(p.r, p.a), std::min(p.g, p.a), std::min(p.b, p.a), p.a};
     case AlphaChange::opaque:
         return {p.r, p.g, p.b, 255};
     case AlphaChange::multiply:
@@ -200,7 +205,9 @@ void convertDistinctPlain(const std::uint8_t* from, PixelLayout fromLayout, std:
 void convertRow(const std::uint8_t* from, PixelLayout fromLayout, std::uint8_t* to, PixelLayout toLayout,
                 int pixels) {
     if (pixels <= 0) return;
-    const bool same = fromLayout == toLayout && (hasAlpha(toLayout) || toLayout == PixelLayout::grey);
+    const bool isGrey = toLayout == PixelLayout::grey;
+    const bool same =
+        fromLayout == toLayout && (isGrey || alphaChange(fromLayout, toLayout) == AlphaChange::keep);
     if (!same)
         PEX_PICK_KERNEL(convertDistinct, convertDistinctPlain)(from, fromLayout, to, toLayout, pixels);
     else if (from != to)

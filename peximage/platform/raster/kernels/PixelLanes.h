@@ -36,6 +36,14 @@ HWY_INLINE Pixels alphaToFirst(Pixels rgba) { return hn::RotateRight<24>(rgba); 
 
 HWY_INLINE Pixels withOpaqueAlpha(Pixels rgba) { return hn::Or(rgba, hn::Set(Lanes(), 0xFF000000u)); }
 
+/// The colour of premultiplied R G B A at most its alpha.
+HWY_INLINE Pixels withinAlpha(Pixels rgba) {
+    const hn::Repartition<std::uint8_t, Lanes> bytes;
+    const Pixels alpha = hn::ShiftRight<24>(rgba), pair = hn::Or(alpha, hn::ShiftLeft<8>(alpha));
+    const Pixels everywhere = hn::Or(pair, hn::ShiftLeft<16>(pair));
+    return hn::BitCast(Lanes(), hn::Min(hn::BitCast(bytes, rgba), hn::BitCast(bytes, everywhere)));
+}
+
 /// Every other byte, in 16-bit lanes: of R G B A red and blue, and green and alpha.
 HWY_INLINE Pixels evenBytes(Pixels p) { return hn::And(p, hn::Set(Lanes(), 0x00FF00FFu)); }
 HWY_INLINE Pixels oddBytes(Pixels p) { return evenBytes(hn::ShiftRight<8>(p)); }

@@ -17,10 +17,13 @@ using Bytes = std::vector<std::uint8_t>;
 /// x / 255, rounded.
 int part(int x) { return static_cast<int>(std::floor(x / 255.0 + 0.5)); }
 
+/// Colour counts as no more than alpha.
+int seen(const Bytes& from, std::size_t i) { return std::min(from[i], from[i / 4 * 4 + 3]); }
+
 Bytes over(const Bytes& from, Bytes to, int opacity) {
     for (std::size_t i = 0; i < to.size(); ++i) {
         const int alpha = part(from[i / 4 * 4 + 3] * opacity);
-        const int sum = part(from[i] * opacity) + part(to[i] * (255 - alpha));
+        const int sum = part(seen(from, i) * opacity) + part(to[i] * (255 - alpha));
         to[i] = static_cast<std::uint8_t>(std::min(sum, 255));
     }
     return to;
@@ -28,8 +31,8 @@ Bytes over(const Bytes& from, Bytes to, int opacity) {
 
 Bytes faded(const Bytes& from, int opacity) {
     Bytes to;
-    for (const std::uint8_t byte : from)
-        to.push_back(static_cast<std::uint8_t>(part(byte * opacity)));
+    for (std::size_t i = 0; i < from.size(); ++i)
+        to.push_back(static_cast<std::uint8_t>(part(seen(from, i) * opacity)));
     return to;
 }
 

@@ -77,6 +77,8 @@ Bytes expected(const Bytes& from, PixelLayout fromLayout, PixelLayout toLayout) 
                 c = c * p.alpha / 255;
             if (alphaOf(fromLayout) == Alpha::premultiplied && alphaOf(toLayout) == Alpha::straight)
                 c = p.alpha == 0 ? 0 : c * 255 / p.alpha;
+            if (alphaOf(fromLayout) == Alpha::premultiplied && alphaOf(toLayout) == Alpha::premultiplied)
+                c = std::min(c, p.alpha);
         }
         if (!hasAlpha(toLayout)) p.alpha = 255;
         if (toLayout == PixelLayout::grey) {

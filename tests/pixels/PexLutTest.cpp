@@ -73,6 +73,13 @@ TEST(PexLut, Texts) {
     for (const int n : {2, 3, 33, 64})
         expectSwaps(PexLut::make(Data(text(n))), 0);
     expectSwaps(PexLut::make(Data("\xEF\xBB\xBF" + text(3, "DOMAIN_MIN 0 0 0\nDOMAIN_MAX 1 1 1\n"))), 0);
+    // As other programs and other people write them.
+    std::string old = text(3, "some_keyword 7\nlut_in_video_range\n");
+    old.replace(old.find("LUT_3D_SIZE"), 11, "lut_3d_size");
+    old.insert(old.find("\r\n", old.find('+')), " # an entry");
+    for (std::size_t at = 0; (at = old.find('\n')) != std::string::npos;)
+        old[at] = '\r';
+    expectSwaps(PexLut::make(Data(old)), 0);
     // Over half the range, all that is lighter counts as the end.
     const auto half = PexLut::make(Data(text(3, "LUT_3D_INPUT_RANGE 0 0.5\n")));
     ASSERT_TRUE(half);
@@ -83,6 +90,23 @@ TEST(PexLut, Texts) {
     EXPECT_EQ(to[0], 0);
     EXPECT_EQ(to[1], 255);
     EXPECT_EQ(to[2], 102);
+}
+
+TEST(PexLut, TextsOfOneDimension) {
+    const auto looked = [](const std::string& table, Pixel from) {
+        const auto lut = PexLut::make(Data(table));
+        const auto one = makePicture(1, 1, PixelLayout::skipLast, [&](int, int) { return from; });
+        return lut ? pixelAt(*PexImage::make(one)->apply({.lut = *lut})->cgImage, 0, 0) : Pixel{};
+    };
+    // Red as it is, green upside down, blue bent at the middle.
+    const std::string curves = "LUT_1D_SIZE 3\n0 1 0\n0.5 0.5 0.2\n1 0 1\n";
+    EXPECT_EQ(looked(curves, {100, 100, 51, 255}), (Pixel{100, 155, 20, 255}));
+    EXPECT_EQ(looked(curves, {255, 255, 204, 255}), (Pixel{255, 0, 173, 255})); // 0.2 + 0.6 × 0.8
+    EXPECT_EQ(looked("LUT_1D_INPUT_RANGE 0 2\n" + curves, {204, 204, 204, 255}), (Pixel{102, 153, 41, 255}));
+    // Before a cube, which has the second half of the range left.
+    std::string both = text(2, "LUT_1D_SIZE 2\nLUT_3D_INPUT_RANGE 0.5 1\n");
+    both.insert(both.find("\n\n") + 2, "0.5 0.5 0.5\n1 1 1\n");
+    EXPECT_EQ(looked(both, {10, 100, 200, 255}), (Pixel{200, 100, 10, 255}));
 }
 
 TEST(PexLut, RefusesWhatIsNoTable) {
@@ -96,6 +120,11 @@ TEST(PexLut, RefusesWhatIsNoTable) {
                                    text(2, "DOMAIN_MAX nan 1 1\n"),
                                    text(2, "LUT_3D_INPUT_RANGE 0 inf\n"),
                                    text(2, "LUT_1D_SIZE 4\n"),
+                                   std::string("LUT_1D_SIZE 1\n0 0 0\n"),
+                                   std::string("LUT_1D_SIZE 70000\n"),
+                                   std::string("LUT_1D_SIZE 2\n0 0 0\n1 inf 1\n"),
+                                   std::string("LUT_1D_SIZE 2\n0 0 0\n1 1 1\n1 1 1\n"),
+                                   std::string("an address\nand a letter\n"),
                                    text(2, "1 2 3\n"),
                                    std::string("LUT_3D_SIZE 1\n0 0 0\n"),
                                    std::string("LUT_3D_SIZE 129\n"),

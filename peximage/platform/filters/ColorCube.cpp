@@ -18,15 +18,36 @@ std::size_t cubed(int side) {
     return n * n * n;
 }
 
+/// A place between entries at equal steps of a channel's domain.
+struct Place {
+    double below; // the entry below, never the last one
+    double along; // how far towards the next one
+
+    static Place of(double value, std::size_t channel, const ColorCube::Domain& domain, std::size_t entries) {
+        const double least = domain.least[channel], most = domain.most[channel];
+        const double steps = static_cast<double>(entries) - 1;
+        const double at = std::clamp((value - least) / (most - least), 0.0, 1.0) * steps;
+        const double below = std::min(std::floor(at), steps - 1);
+        return {below, at - below};
+    }
+};
+
+double bent(double value, std::size_t channel, const ColorCube::Curves& curves) {
+    if (curves.entries.empty()) return value;
+    const Place place = Place::of(value, channel, curves.domain, curves.entries.size());
+    const auto entry = static_cast<std::size_t>(place.below);
+    return std::lerp(curves.entries[entry][channel], curves.entries[entry + 1][channel], place.along);
+}
+
 /// For each byte the entry below it and, in 16384ths, how far it lies towards the next one.
-std::array<std::uint32_t, 256> axis(int side, double least, double most) {
+std::array<std::uint32_t, 256> axis(int side, std::size_t channel, const ColorCube::Domain& domain,
+                                    const ColorCube::Curves& curves) {
     std::array<std::uint32_t, 256> places{};
     for (std::size_t byte = 0; byte < places.size(); ++byte) {
-        const double share = (static_cast<double>(byte) / 255 - least) / (most - least);
-        const double at = std::clamp(share, 0.0, 1.0) * (side - 1);
-        const double below = std::min(std::floor(at), side - 2.0);
-        const auto along = static_cast<std::uint32_t>(std::lround((at - below) * 16384));
-        places[byte] = static_cast<std::uint32_t>(below) << 16 | along;
+        const double value = bent(static_cast<double>(byte) / 255, channel, curves);
+        const Place place = Place::of(value, channel, domain, static_cast<std::size_t>(side));
+        const auto along = static_cast<std::uint32_t>(std::lround(place.along * 16384));
+        places[byte] = static_cast<std::uint32_t>(place.below) << 16 | along;
     }
     return places;
 }
@@ -37,6 +58,15 @@ bool isUsable(const ColorCube::Domain& domain) {
         if (!(width > 0) || !std::isfinite(width)) return false;
     }
     return true;
+}
+
+bool areUsable(const ColorCube::Curves& curves) {
+    const std::size_t count = curves.entries.size();
+    const auto isFinite = [](const Color& entry) {
+        return std::ranges::all_of(entry, [](double channel) { return std::isfinite(channel); });
+    };
+    return count == 0 || (count >= 2 && count <= ColorCube::mostCurveEntries && isUsable(curves.domain) &&
+                          std::ranges::all_of(curves.entries, isFinite));
 }
 
 /// Entries along a side of a square picture of this side, or 0.
@@ -80,8 +110,9 @@ std::vector<Color> untangled(const std::vector<Color>& strip, int side) {
 ColorCube::ColorCube() : tables_(std::make_shared<kernels::CubeTables>()) {}
 
 std::shared_ptr<const ColorCube> ColorCube::make(int side, const std::vector<Color>& entries,
-                                                 const Domain& domain) {
-    if (!isSide(side) || entries.size() != cubed(side) || !isUsable(domain)) return nullptr;
+                                                 const Domain& domain, const Curves& curves) {
+    if (!isSide(side) || entries.size() != cubed(side) || !isUsable(domain) || !areUsable(curves))
+        return nullptr;
     std::shared_ptr<ColorCube> cube(new ColorCube);
     cube->entries_.reserve((entries.size() + 1) * 4);
     for (const Color& entry : entries) {
@@ -96,8 +127,15 @@ std::shared_ptr<const ColorCube> ColorCube::make(int side, const std::vector<Col
     cube->tables_->entries = cube->entries_.data();
     cube->tables_->side = static_cast<std::uint32_t>(side);
     for (std::size_t c = 0; c < 3; ++c)
-        cube->tables_->axes[c] = axis(side, domain.least[c], domain.most[c]);
+        cube->tables_->axes[c] = axis(side, c, domain, curves);
     return cube;
+}
+
+std::shared_ptr<const ColorCube> ColorCube::make(const Curves& curves) {
+    std::vector<Color> corners; // a cube that changes nothing
+    for (int corner = 0; corner < 8; ++corner)
+        corners.push_back({corner % 2 * 1.0, corner / 2 % 2 * 1.0, corner / 4 * 1.0});
+    return curves.entries.empty() ? nullptr : make(2, corners, Domain{}, curves);
 }
 
 std::shared_ptr<const ColorCube> ColorCube::fromPicture(const CGImage& picture) {

@@ -30,20 +30,34 @@ class PEX_EXPORT ColorCube {
         Color least{0, 0, 0}, most{1, 1, 1};
     };
 
-    /// `entries` are side³ colours, red running fastest, then green; they are limited to 0 – 1. Null for an
-    /// impossible side, another number of entries, entries that are no numbers, or an empty domain.
+    /// A curve for each channel, given at equal steps of a domain and interpolated in between.
+    struct Curves {
+        /// Two at least, finite; none stands for no curves.
+        std::vector<Color> entries{};
+        Domain domain{};
+    };
+    static constexpr int mostCurveEntries = 1 << 16;
+
+    /// `entries` are side³ colours, red running fastest, then green; they are limited to 0 – 1. What is
+    /// looked up goes through the curves first. Null for an impossible side, another number of entries,
+    /// entries that are no numbers, or an empty domain.
     static std::shared_ptr<const ColorCube> make(int side, const std::vector<Color>& entries,
-                                                 const Domain& domain);
+                                                 const Domain& domain, const Curves& curves);
     static std::shared_ptr<const ColorCube> make(int side, const std::vector<Color>& entries) {
-        return make(side, entries, Domain{});
+        return make(side, entries, Domain{}, Curves{});
     }
+    /// Curves alone.
+    static std::shared_ptr<const ColorCube> make(const Curves& curves);
 
     /// A picture of a table, its colours taken as they are stored: n × n² pixels, where a row runs along red,
     /// n rows along green, and one such square follows the other along blue; n² × n, the squares side by
     /// side; or a square of n·√n, the entries one after the other in rows. Null for other sizes.
     static std::shared_ptr<const ColorCube> fromPicture(const CGImage& picture);
     /// A text of the .cube format: LUT_3D_SIZE, perhaps DOMAIN_MIN and DOMAIN_MAX or LUT_3D_INPUT_RANGE, and
-    /// side³ lines of three numbers. Null when it is none, breaks off, or holds more.
+    /// side³ lines of three numbers. LUT_1D_SIZE gives a curve for each channel instead, or before the cube
+    /// where a text has both: its entries come first, and LUT_1D_INPUT_RANGE is their domain. Lines end in
+    /// LF, CR LF or CR, keywords may be in lower case, what follows # is a comment, and unknown keywords
+    /// pass. Null when it is no such text, breaks off, or holds more.
     static std::shared_ptr<const ColorCube> fromText(std::string_view text);
     /// A table's file, whichever of these it is.
     static std::shared_ptr<const ColorCube> fromBytes(const Data& file);

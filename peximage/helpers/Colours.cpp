@@ -5,6 +5,7 @@
 #include "peximage/platform/codecs/ImageLimits.h"
 #include "peximage/platform/foundation/Diagnostics.h"
 #include "peximage/platform/geometry/Truncated.h"
+#include "peximage/platform/raster/AreaReduction.h"
 #include "peximage/platform/varda/PexARP.h"
 
 #include <algorithm>
@@ -70,6 +71,7 @@ std::shared_ptr<PexImage> PexImageHelper::resizeImage_v4(const PexImage& image, 
 
 std::shared_ptr<PexImage> PexImageHelper::reduceImageToSize(const std::shared_ptr<PexImage>& image,
                                                             CGSize targetSize) {
+    if (!image) return nullptr;
     const auto side = [](double own, double target) {
         return static_cast<double>(std::max(truncated(target), truncated(own * 0.25)));
     };
@@ -84,19 +86,19 @@ std::shared_ptr<PexImage> PexImageHelper::reduceImageToSize(const std::shared_pt
 }
 
 std::shared_ptr<PexImage> PexImageHelper::reduceImageTo1x1Pixels(const std::shared_ptr<PexImage>& image) {
-    constexpr std::int64_t lastStepFrom = 7;
-    std::shared_ptr<PexImage> result = image;
+    constexpr int lastStepFrom = 7;
+    const std::optional<CIImage> graph = image ? image->ciImage() : std::nullopt;
+    std::optional<CGImage> picture = graph ? graph->getCGImage() : std::nullopt;
+    if (!picture) return image;
+    const auto quarter = [](int side) { return std::max(1, side / 4); };
     for (bool last = false; !last;) {
-        const std::int64_t width = truncated(result->size.width), height = truncated(result->size.height);
-        const auto quarter = [](std::int64_t side) {
-            return static_cast<double>(std::max<std::int64_t>(1, side / 4));
-        };
-        const auto reduced = result->resize({.to = {quarter(width), quarter(height)}});
-        if (!reduced) return result;
-        result = reduced;
+        const int width = picture->width(), height = picture->height();
+        const auto reduced = areaReduced(*picture, {quarter(width), quarter(height)});
+        if (!reduced) break;
+        picture = reduced;
         last = width <= lastStepFrom && height <= lastStepFrom;
     }
-    return result;
+    return PexImage::make(*picture);
 }
 
 NSColor PexImageHelper::getAverageColorOfImage(const std::shared_ptr<PexImage>& image) {

@@ -38,11 +38,11 @@ PEX_EXPORT std::shared_ptr<PexImage> resizeImage_v3(const PexImage& image, CGSiz
 PEX_EXPORT std::shared_ptr<PexImage> resizeImage_v4(const PexImage& image, CGSize size);
 
 /// Reduced to the target, in pixels, in steps to a quarter of either side. Where a step gives no image, what
-/// the steps before it gave.
+/// the steps before it gave; null for null, here and below.
 PEX_EXPORT std::shared_ptr<PexImage> reduceImageToSize(const std::shared_ptr<PexImage>& image,
                                                        CGSize targetSize);
-/// Reduced to a single pixel in steps to a quarter of either side; where a step gives no image, what the
-/// steps before it gave.
+/// Reduced to a single pixel in steps to a quarter of either side, each by the mean of the areas below the
+/// pixels; where a step gives no image, what the steps before it gave.
 PEX_EXPORT std::shared_ptr<PexImage> reduceImageTo1x1Pixels(const std::shared_ptr<PexImage>& image);
 
 /// The colour of that single pixel; transparent black without a bitmap.

@@ -79,20 +79,29 @@ TEST(Reduction, StopsWithWhatThereIs) {
 }
 
 TEST(Colours, TheAverageLiesNearTheMeanOfAllPixels) {
-    const Image image = photo(900, 500);
-    double sum[3] = {};
-    const PixelView pixels = *image->cgImage->pixels();
-    for (int y = 0; y < pixels.height; ++y) {
-        for (int x = 0; x < pixels.width; ++x) {
-            for (int c = 0; c < 3; ++c)
-                sum[c] += pixels.row(y)[4 * x + c];
+    // A spot of light anywhere counts as much as everywhere else.
+    const auto lit = [](int width, int height, int left, int top) {
+        return PexImage::make(makePicture(width, height, PixelLayout::skipLast, [=](int x, int y) {
+            const bool inside = x >= left && x < left + width / 3 && y >= top && y < top + height / 3;
+            return inside ? Pixel{250, 240, 200, 255} : Pixel{10, 20, 60, 255};
+        }));
+    };
+    for (const Image& image : {photo(900, 500), photo(7, 5), lit(1000, 600, 0, 0), lit(1000, 600, 333, 200),
+                               lit(61, 97, 40, 0), lit(6, 3, 2, 1), lit(5000, 3, 100, 1)}) {
+        double sum[3] = {};
+        const PixelView pixels = *image->cgImage->pixels();
+        for (int y = 0; y < pixels.height; ++y) {
+            for (int x = 0; x < pixels.width; ++x) {
+                for (int c = 0; c < 3; ++c)
+                    sum[c] += pixels.row(y)[4 * x + c];
+            }
         }
+        const NSColor average = helper::getAverageColorOfImage(image);
+        const double count = 255.0 * pixels.width * pixels.height, step = 1 / 255.0;
+        EXPECT_NEAR(average.redComponent(), sum[0] / count, step) << pixels.width;
+        EXPECT_NEAR(average.greenComponent(), sum[1] / count, step) << pixels.width;
+        EXPECT_NEAR(average.blueComponent(), sum[2] / count, step) << pixels.width;
     }
-    const NSColor average = helper::getAverageColorOfImage(image);
-    const double count = 255.0 * 900 * 500;
-    EXPECT_NEAR(average.redComponent(), sum[0] / count, 0.02);
-    EXPECT_NEAR(average.greenComponent(), sum[1] / count, 0.02);
-    EXPECT_NEAR(average.blueComponent(), sum[2] / count, 0.02);
     EXPECT_EQ(helper::getAverageColorOfImage(quarters(1)).alphaComponent(), 128 / 255.0);
 }
 

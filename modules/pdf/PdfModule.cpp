@@ -1,15 +1,21 @@
 #include "peximage/platform/codecs/PdfModule.h"
 
+#include "modules/pdf/PageDrawing.h"
+#include "modules/pdf/PageUnits.h"
 #include "peximage/platform/foundation/Module.h"
 
-#include <cairo.h>
 #include <memory>
+#include <new>
 #include <poppler.h>
 #include <utility>
 
 struct pex::PdfModule::Document {
     PopplerDocument* document;
+    PageUnits units;
+    PageDrawing drawing;
 
+    Document(PopplerDocument* opened, const std::uint8_t* bytes, std::size_t size)
+        : document(opened), units(bytes, size), drawing(bytes, size) {}
     ~Document() { g_object_unref(document); }
 };
 
@@ -19,8 +25,6 @@ using Document = pex::PdfModule::Document;
 
 struct Unref {
     void operator()(PopplerPage* page) const { g_object_unref(page); }
-    void operator()(cairo_surface_t* surface) const { cairo_surface_destroy(surface); }
-    void operator()(cairo_t* context) const { cairo_destroy(context); }
 };
 using Page = std::unique_ptr<PopplerPage, Unref>;
 
@@ -40,7 +44,7 @@ PopplerDocument* openBytes(const std::uint8_t* data, std::size_t size, GError** 
 
 Document* open(const std::uint8_t* data, std::size_t size) {
     PopplerDocument* document = openBytes(data, size, nullptr);
-    return document != nullptr ? new Document{document} : nullptr;
+    return document != nullptr ? new Document(document, data, size) : nullptr;
 }
 
 bool needsPassword(const std::uint8_t* data, std::size_t size) {
@@ -62,39 +66,19 @@ Page pageAt(Document* document, int page) {
 
 bool pageSize(Document* document, int index, double* width, double* height) {
     const Page page = pageAt(document, index);
-    if (page) poppler_page_get_size(page.get(), width, height);
-    return page != nullptr;
-}
-
-/// The surface's pixels are 32-bit numbers A R G B in the machine's byte order.
-void toBytes(std::uint8_t* row, int pixels) {
-    for (int i = 0; i < pixels; ++i, row += 4) {
-        const std::uint32_t argb = *reinterpret_cast<const std::uint32_t*>(row);
-        row[0] = static_cast<std::uint8_t>(argb >> 16);
-        row[1] = static_cast<std::uint8_t>(argb >> 8);
-        row[2] = static_cast<std::uint8_t>(argb);
-        row[3] = static_cast<std::uint8_t>(argb >> 24);
-    }
-}
-
-bool render(Document* document, int index, int width, int height, std::uint8_t* pixels,
-            std::ptrdiff_t bytesPerRow) {
-    const Page page = pageAt(document, index);
     if (!page) return false;
-    double pointsWide = 0, pointsHigh = 0;
-    poppler_page_get_size(page.get(), &pointsWide, &pointsHigh);
-    const std::unique_ptr<cairo_surface_t, Unref> surface(cairo_image_surface_create_for_data(
-        pixels, CAIRO_FORMAT_ARGB32, width, height, static_cast<int>(bytesPerRow)));
-    const std::unique_ptr<cairo_t, Unref> context(cairo_create(surface.get()));
-    cairo_scale(context.get(), width / pointsWide, height / pointsHigh);
-    poppler_page_render(page.get(), context.get());
-    cairo_surface_flush(surface.get());
-    if (cairo_status(context.get()) == CAIRO_STATUS_NO_MEMORY ||
-        cairo_surface_status(surface.get()) != CAIRO_STATUS_SUCCESS)
-        return false;
-    for (int y = 0; y < height; ++y)
-        toBytes(pixels + y * bytesPerRow, width);
+    poppler_page_get_size(page.get(), width, height);
+    const double unit = document->units.of(index);
+    *width *= unit;
+    *height *= unit;
     return true;
+}
+
+pex::PdfModule::Drawn render(Document* document, const pex::PdfModule::Drawing& drawing) try {
+    if (drawing.page < 0 || drawing.page >= pageCount(document)) return pex::PdfModule::Drawn::failed;
+    return document->drawing.draw(drawing);
+} catch (const std::bad_alloc&) {
+    return pex::PdfModule::Drawn::failed;
 }
 
 constexpr pex::PdfModule functions{open, needsPassword, close, pageCount, pageSize, render};

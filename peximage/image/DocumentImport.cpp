@@ -50,6 +50,20 @@ std::shared_ptr<PexImage> pageImage(NSPDFImageRep& document, int page, double sc
 
 using Pages = std::vector<std::shared_ptr<PexImage>>;
 
+/// How many of the pages from `first` on are drawn at once: one for each core, or fewer where they are large.
+int pagesAtOnce(NSPDFImageRep& document, int first, double scale) {
+    constexpr double mostBytes = 256 << 20;
+    const int most = std::min(Workers::count(), document.pageCount() - first);
+    double bytes = 0;
+    for (int count = 0; count < most; ++count) {
+        document.setCurrentPage(first + count);
+        const CGSize points = document.size();
+        bytes += 4.0 * pixels(points.width * scale) * pixels(points.height * scale);
+        if (bytes > mostBytes) return std::max(count, 1);
+    }
+    return most;
+}
+
 /// Draws pages on all cores, some at a time. A document serves one thread, so each has its own.
 class PageDrawer {
   public:
@@ -122,12 +136,13 @@ void PexImage::pdfDocumentToPexImagesAsync(const PdfDocumentCallbacks& source) {
     const std::optional<Data> bytes = documentBytes(source.pdfDocumentUrl);
     auto document = bytes ? NSPDFImageRep::make(*bytes) : nullptr;
     if (!document) return finish(source, false);
-    const int count = document->pageCount(), atOnce = 2 * Workers::count();
-    PageDrawer drawer(*bytes, std::move(document), pixelsPerPoint(source.dpi));
-    for (int first = 0; first < count; first += atOnce) {
-        const Pages pages = drawer.draw(first, std::min(atOnce, count - first));
-        for (std::size_t i = 0; i < pages.size(); ++i) {
-            if (pages[i] && source.callback) source.callback(first + static_cast<int>(i), count, pages[i]);
+    const int count = document->pageCount();
+    const double scale = pixelsPerPoint(source.dpi);
+    PageDrawer drawer(*bytes, document, scale);
+    for (int next = 0; next < count;) {
+        for (auto& page : drawer.draw(next, pagesAtOnce(*document, next, scale))) {
+            if (page && source.callback) source.callback(next, count, std::exchange(page, nullptr));
+            ++next;
         }
     }
     finish(source, true);

@@ -5,6 +5,7 @@
 #include "peximage/platform/codecs/ImageLimits.h"
 #include "peximage/platform/codecs/PdfModule.h"
 #include "peximage/platform/foundation/Module.h"
+#include "peximage/platform/foundation/Reason.h"
 #include "peximage/platform/foundation/Workers.h"
 #include "peximage/platform/toolkit/NSPDFImageRep.h"
 #include "tests/support/CapturedLines.h"
@@ -137,6 +138,58 @@ TEST_F(DocumentImport, PagesThatCannotBeDrawnAreLeftOut) {
             << page;
     for (const int dpi : {0, -72, 2'000'000'000})
         EXPECT_FALSE(PexImage::pdfDocumentToPexImage({.pdfDocumentUrl = url, .pageN = 0, .dpi = dpi})) << dpi;
+}
+
+TEST_F(DocumentImport, APageSaysWhatItsUnitIs) {
+    const std::string below = redBelow;
+    const URL url =
+        write({{100, 100, below, "/UserUnit 2.5"}, {100, 100, below}, {9, 9, "", "/UserUnit -1"}});
+    const auto images = *PexImage::pdfDocumentToPexImages({.pdfDocumentUrl = url, .dpi = 72});
+    EXPECT_EQ(images[0]->size, (CGSize{250, 250}));
+    EXPECT_EQ(pixelAt(*images[0]->cgImage, 240, 130), (Pixel{255, 0, 0, 255}));
+    EXPECT_EQ(pixelAt(*images[0]->cgImage, 240, 120), (Pixel{0, 0, 0, 0}));
+    EXPECT_EQ(images[1]->size, (CGSize{100, 100}));
+    EXPECT_EQ(images[2]->size, (CGSize{9, 9}));
+}
+
+TEST_F(DocumentImport, APageThatNeverEndsHasNoImageAndStopsNothing) {
+    // Each page's content is a form that the page before draws ten times.
+    std::vector<PdfPage> pages;
+    for (int i = 0; i < 11; ++i) {
+        const std::string next =
+            "/Resources << /XObject << /Next " + std::to_string(3 + 2 * (i + 1)) + " 0 R >> >>";
+        std::string content;
+        for (int times = 0; times < 10; ++times)
+            content += "/Next Do ";
+        pages.push_back({100, 100, content, next, "/Subtype /Form /BBox [0 0 100 100] " + next});
+    }
+    pages.push_back({100, 100, redBelow, "", "/Subtype /Form /BBox [0 0 100 100]"});
+    const URL url = write(pages);
+    const ImageLimits before = ImageLimits::current();
+    ImageLimits tight = before;
+    tight.maxDrawingSeconds = 0.3;
+    ImageLimits::setCurrent(tight);
+    EXPECT_FALSE(PexImage::pdfDocumentToPexImage({.pdfDocumentUrl = url, .pageN = 0, .dpi = 72}));
+    EXPECT_EQ(lastReason().code, ReasonCode::timedOut);
+    ImageLimits::setCurrent(before);
+    const auto rep = NSPDFImageRep::make(*Data::contentsOf(url));
+    rep->setCurrentPage(10);
+    EXPECT_EQ(pixelAt(*rep->cgImage(100, 100), 50, 90), (Pixel{255, 0, 0, 255}));
+}
+
+TEST_F(DocumentImport, PagesAreLetGoOnceTheyWereHandedOut) {
+    const URL url = write(std::vector<PdfPage>(9, {100, 100, redBelow}));
+    std::vector<std::weak_ptr<PexImage>> handedOut;
+    PexImage::pdfDocumentToPexImagesAsync({.pdfDocumentUrl = url,
+                                           .dpi = 72,
+                                           .callback =
+                                               [&](int, int, const std::shared_ptr<PexImage>& page) {
+                                                   for (const auto& earlier : handedOut)
+                                                       EXPECT_TRUE(earlier.expired());
+                                                   handedOut.emplace_back(page);
+                                               },
+                                           .finalCallback = {}});
+    EXPECT_EQ(handedOut.size(), 9u);
 }
 
 TEST_F(DocumentImport, DocumentsOfMorePagesThanTheLimitAreRefused) {

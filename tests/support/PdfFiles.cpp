@@ -25,11 +25,12 @@ std::string pdfFile(const std::vector<PdfPage>& pages, const std::string& traile
     std::string kids;
     for (const PdfPage& page : pages) {
         const std::string content = std::to_string(objects.size() + 1);
-        objects.push_back("<< /Length " + std::to_string(page.content.size()) + " >>\nstream\n" +
-                          page.content + "\nendstream");
+        objects.push_back("<< /Length " + std::to_string(page.content.size()) + ' ' + page.contentEntries +
+                          " >>\nstream\n" + page.content + "\nendstream");
         kids += std::to_string(objects.size() + 1) + " 0 R ";
         objects.push_back("<< /Type /Page /Parent 2 0 R /MediaBox [0 0 " + std::to_string(page.width) + ' ' +
-                          std::to_string(page.height) + "] /Contents " + content + " 0 R >>");
+                          std::to_string(page.height) + "] /Contents " + content + " 0 R " + page.entries +
+                          " >>");
     }
     objects[1] = "<< /Type /Pages /Count " + std::to_string(pages.size()) + " /Kids [" + kids + "] >>";
 

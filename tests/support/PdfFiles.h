@@ -7,6 +7,9 @@
 struct PdfPage {
     double width = 100, height = 100;
     std::string content;
+    /// More entries of the page's dictionary and of its content's, whose object has the number 3 + twice the
+    /// page's index.
+    std::string entries = "", contentEntries = "";
 };
 
 /// A whole document, cross-reference table and all. `trailer` is put among what the trailer says.

@@ -19,6 +19,10 @@ struct PEX_EXPORT ImageLimits {
     /// Bytes of one piece of metadata, such as a colour profile. Default 16 MB.
     std::size_t maxMetadataBytes = std::size_t{16} << 20;
 
+    /// Seconds that the drawing of one page of a document may take; a page that takes longer has no image,
+    /// and `lastReason` says `timedOut`. Default 60.
+    double maxDrawingSeconds = 60;
+
     /// The limits in force for the whole process. Safe from any thread.
     static ImageLimits current();
     static void setCurrent(const ImageLimits& limits);

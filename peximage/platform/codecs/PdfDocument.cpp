@@ -1,7 +1,10 @@
 #include "peximage/platform/codecs/PdfDocument.h"
 
+#include "peximage/platform/codecs/ImageLimits.h"
 #include "peximage/platform/codecs/PdfModule.h"
 #include "peximage/platform/foundation/Module.h"
+#include "peximage/platform/foundation/NumberText.h"
+#include "peximage/platform/foundation/Reason.h"
 
 #include <utility>
 
@@ -43,8 +46,15 @@ CGSize PdfDocument::pageSize(int page) const {
 }
 
 bool PdfDocument::render(int page, MutablePixelView pixels) const {
-    return handle_->module->render(handle_->document, page, pixels.width, pixels.height, pixels.row(0),
-                                   pixels.bytesPerRow);
+    using Drawn = PdfModule::Drawn;
+    const double seconds = ImageLimits::current().maxDrawingSeconds;
+    const Drawn drawn = handle_->module->render(
+        handle_->document, {page, pixels.width, pixels.height, pixels.row(0), pixels.bytesPerRow, seconds});
+    if (drawn == Drawn::late)
+        giveReason(ReasonCode::timedOut,
+                   "drawing the page took longer than the limit of " + decimalText(seconds) + " seconds");
+    if (drawn == Drawn::failed) giveReason(ReasonCode::damaged, "the page cannot be drawn");
+    return drawn == Drawn::done;
 }
 
 } // namespace pex

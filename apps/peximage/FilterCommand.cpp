@@ -1,4 +1,5 @@
 #include "Commands.h"
+#include "PixelsAlone.h"
 #include "Saving.h"
 #include "Text.h"
 #include "peximage/pixels/PexConvolution.h"
@@ -109,8 +110,9 @@ void addSteps(CLI::App& command, Request& request) {
     addStep(command, request, "--fill", "RRGGBB", "One colour, transparency kept", "a colour; write 00ff00",
             [](const std::string& text) {
                 const auto color = parseColor(text);
-                return color ? std::optional(
-                                   BitmapStep([=](const Image& image) { return image->fill(*color); }))
+                return color ? std::optional(BitmapStep([=](const Image& image) {
+                    return withStraightColours(image->fill(*color));
+                }))
                              : std::nullopt;
             });
     addStep(command, request, "--gate", "WHICH:T",

@@ -1,4 +1,5 @@
 #include "Commands.h"
+#include "PixelsAlone.h"
 #include "Saving.h"
 #include "Text.h"
 #include "peximage/platform/raster/PixelLayout.h"
@@ -15,17 +16,6 @@ struct Request {
 
 using Image = std::shared_ptr<pex::PexImage>;
 
-/// Replacing the alpha of an opaque image leaves colours that are multiplied by none: that is what a file's
-/// straight alpha wants.
-Image withStraightAlpha(const Image& image, const Image& source) {
-    if (!image || !image->cgImage || image == source) return image;
-    if (!source->cgImage || pex::hasAlpha(source->cgImage->layout())) return image;
-    const auto pixels = image->cgImage->pixels();
-    if (!pixels || pixels->layout != pex::PixelLayout::premultipliedFirst) return image;
-    const auto straight = image->cgImage->reinterpreted(pex::PixelLayout::straightFirst);
-    return straight ? pex::PexImage::make(*straight) : image;
-}
-
 int key(const Request& request) {
     const pex::PexImage::KeyColor keyed{*request.color, request.tolerance};
     const auto change = [&](const Image& image) { return image->key(keyed); };
@@ -39,10 +29,13 @@ int mask(Request request) {
     const auto opened = openImage(file);
     if (const auto* failure = std::get_if<Failure>(&opened)) throw UsageError{file + ": " + failure->message};
     const Image mask = std::get<Image>(opened);
-    const auto change = [&](const Image& image) {
+    const auto change = [&](const Image& opened) -> Image {
+        const Image image = pixelsAlone(opened);
         const Image result =
             request.by == "alpha" ? image->apply({.mask = mask}) : image->apply({.mask = *mask->cgImage});
-        return result == image ? nullptr : withStraightAlpha(result, image);
+        if (result == image) return nullptr;
+        const bool wasOpaque = !pex::hasAlpha(image->cgImage->layout());
+        return wasOpaque ? withStraightColours(result) : result;
     };
     return runChanging(request.settings, request.writing, change, "the mask cannot be applied");
 }

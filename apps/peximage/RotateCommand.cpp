@@ -1,4 +1,5 @@
 #include "Commands.h"
+#include "PixelsAlone.h"
 #include "Saving.h"
 
 namespace {
@@ -20,8 +21,8 @@ Image turned(const Image& image, const Request& request) {
                              : *request.turn == 90 ? r90AntiClockWise
                                                    : r90Clockwhise);
     if (request.straighten) return image->rotateAndZoom(-*request.straighten);
-    const Image rotated = image->rotate({.degrees = -*request.degrees});
-    return rotated == image ? nullptr : rotated;
+    const Image pixels = pixelsAlone(image), rotated = pixels->rotate({.degrees = -*request.degrees});
+    return rotated == pixels ? nullptr : rotated;
 }
 
 } // namespace

@@ -433,6 +433,19 @@ class CommandLine(unittest.TestCase):
                       ("colors", self.photo, "--grid", "3")):
             self.assertEqual(run(*wrong)[0], 2, wrong)
 
+    def test_masks_and_fills_at_any_resolution(self):
+        white, grey, dense, out = (self.dir / name for name in ("white.png", "grey.png", "dense.jpg", "out.png"))
+        run("filter", self.photo, "-o", white, "--fill", "ffffff")
+        run("filter", self.photo, "-o", grey, "--fill", "808080")
+        run("convert", self.photo, "-o", dense, "--dpi", 300)
+        average = lambda: json.loads(run("colors", out, "--json")[1])["average"]
+        run("mask", dense, white, "-o", out)
+        self.assertEqual(average()[3], 1)  # to the far corner
+        run("mask", dense, grey, "-o", out)
+        run("filter", out, "-o", out, "--fill", "804020")
+        for told, wanted in zip(average(), (0x80, 0x40, 0x20, 255)):  # told with alpha multiplied in
+            self.assertAlmostEqual(told, wanted / 255 * 128 / 255, delta=0.005)
+
     def check_colors_of_halves(self):
         """An image red above and blue below: grids that are coarser and finer than its quarter, and the mean."""
         halves, (red, blue) = self.dir / "halves.bmp", ([200 / 255, 0, 0, 1], [0, 0, 100 / 255, 1])

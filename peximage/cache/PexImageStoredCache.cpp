@@ -45,10 +45,12 @@ std::optional<URL> inside(const URL& folder, std::string_view relative) {
 
 /// A twin of the image with caches of its own, for another thread: the caller may go on using the image.
 std::shared_ptr<PexImage> twin(const PexImage& image) {
-    auto copy = std::make_shared<PexImage>(image);
-    if (copy->bitmapRep_) copy->bitmapRep_ = std::make_shared<NSBitmapImageRep>(copy->bitmapRep_->cgImage());
-    if (const auto bitmap = image.image->cgImageForProposedRect())
-        copy->image = NSImage::make(*bitmap, image.image->size());
+    const auto bitmap = image.image->cgImageForProposedRect();
+    auto copy = PexImage::make(bitmap ? NSImage::make(*bitmap, image.image->size()) : image.image,
+                               {.dontCreateAuxiliaryVars = true});
+    copy->size = image.size;
+    copy->cgImage = image.cgImage;
+    if (image.bitmapRep_) copy->bitmapRep_ = std::make_shared<NSBitmapImageRep>(image.bitmapRep_->cgImage());
     return copy;
 }
 

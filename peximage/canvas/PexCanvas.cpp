@@ -9,8 +9,9 @@
 namespace pex {
 namespace {
 
-PexCanvas::Size squareAround(const PexImage& image) {
-    const std::int64_t side = toInt(std::max(image.size.width, image.size.height));
+PexCanvas::Size squareAround(const PexImage* image) {
+    if (image == nullptr) return {};
+    const std::int64_t side = toInt(std::max(image->size.width, image->size.height));
     return {side, side};
 }
 
@@ -46,7 +47,7 @@ PexCanvas::PexCanvas(Size canvasSize, std::optional<PexShareApp> sharing)
     : size(canvasSize), shareApp(std::move(sharing)), image_(PexImage::make({.size = canvasSize.cg()})) {}
 
 PexCanvas::PexCanvas(const std::shared_ptr<PexImage>& withImage, double)
-    : PexCanvas(squareAround(*withImage)) {
+    : PexCanvas(squareAround(withImage.get())) {
     using Source = PexCanvasLayer::Source;
     layerList.emplace_back(PexCanvasLayer::newId(), PexCanvasLayer::LayerType::image,
                            Source{.identification = Source::Identification::image, .image = withImage},
@@ -54,7 +55,7 @@ PexCanvas::PexCanvas(const std::shared_ptr<PexImage>& withImage, double)
 }
 
 std::shared_ptr<PexImage> PexCanvas::fit(const std::shared_ptr<PexImage>& image, double inRatio) {
-    return PexCanvas(image, inRatio).getImage();
+    return image ? PexCanvas(image, inRatio).getImage() : nullptr;
 }
 
 Task<void> PexCanvas::loadAllLayers() {

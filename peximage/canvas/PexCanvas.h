@@ -47,7 +47,7 @@ class PEX_EXPORT PexCanvas {
     /// The ratio makes no difference.
     PexCanvas(const std::shared_ptr<PexImage>& withImage, double fitInRatio);
 
-    /// The image of such a square: transparent beside the picture.
+    /// The image of such a square: transparent beside the picture. Null for null.
     static std::shared_ptr<PexImage> fit(const std::shared_ptr<PexImage>& image, double inRatio);
 
     Size size;

@@ -66,9 +66,10 @@ struct JpegOfSize {
 };
 /// Saves as JPEG of at most `desiredSize` bytes: at quality 1 where that fits, else at the quality between 0
 /// and 1 that a `PexDicotomic` finds nearest to 0.975 of the size. When even quality 0 is too large, the
-/// image is shrunk to 90 % a side until it fits. Prints the search's lines and "quality: q". Never writes a
-/// larger file: when the nearest quality is too large, the best one tried that fits takes its place. False as
-/// `saveToJpeg` above, and when the image cannot be shrunk enough.
+/// image is shrunk to 90 % a side until it fits; it is shrunk from `cgImage`, so that what `setColor` wrote
+/// is lost then. Prints the search's lines and "quality: q". Never writes a larger file: when the nearest
+/// quality is too large, the best one tried that fits takes its place. False as `saveToJpeg` above, and when
+/// the image cannot be shrunk enough.
 PEX_EXPORT bool saveToJpeg(const std::shared_ptr<PexImage>& image, const JpegOfSize& how);
 
 /// What the saver within a byte budget wrote.

@@ -112,6 +112,7 @@ std::optional<PexImageHelper::SavedJpeg> savedWithin(const std::shared_ptr<PexIm
 } // namespace
 
 bool PexImageHelper::saveToJpeg(const std::shared_ptr<PexImage>& image, const JpegAtQuality& how) {
+    if (!image) return false;
     return absentWithoutMemory(
         [&] { return saveEncoded(encoderFor(*image).get(), how.quality, how.dpi, how.url); });
 }

@@ -1,4 +1,5 @@
 #include "peximage/helpers/PexDicotomic.h"
+#include "peximage/helpers/PexImageHelperGeometry.h"
 #include "peximage/image/PexImage.h"
 #include "peximage/platform/codecs/CGImageDestination.h"
 #include "peximage/platform/foundation/Diagnostics.h"
@@ -14,14 +15,33 @@ namespace {
 constexpr double budgetShare = 0.975;
 constexpr double shrinkFactor = 0.9;
 
+/// The filter graph's picture in sRGB; absent where there is none.
+std::optional<CGImage> pictureToEncode(const PexImage& image) {
+    const std::optional<CIImage> graph = image.ciImage();
+    const std::optional<CGImage> picture = graph ? graph->getCGImage() : std::nullopt;
+    if (!picture) return std::nullopt;
+    const bool isColour = picture->colorSpace().model() == CGColorSpace::Model::rgb;
+    const auto layout = isColour ? picture->layout() : PixelLayout::skipLast;
+    return convertedImage(*picture, layout, CGColorSpace::sRGB());
+}
+
+std::optional<Data> encoded(const CGImage& picture, double quality, bool useAlpha) {
+    CGImageDestination::Options options;
+    options.quality = quality;
+    options.keepsAlpha = useAlpha;
+    options.tenBits = !useAlpha;
+    return CGImageDestination::encode(picture, ImageFormat::heif, options);
+}
+
 /// One picture at any quality, encoded once at each.
 class Encodings {
   public:
-    Encodings(const PexImage& image, bool useAlpha) : image_(image), useAlpha_(useAlpha) {}
+    Encodings(const PexImage& image, bool useAlpha) : picture_(pictureToEncode(image)), useAlpha_(useAlpha) {}
 
+    CGSize size() const { return picture_ ? PexImageHelper::getSize(*picture_) : CGSize{}; }
     const std::optional<Data>& at(double quality) {
         const auto [found, isNew] = files_.try_emplace(quality);
-        if (isNew) found->second = image_.heifData({.quality = quality, .useAlpha = useAlpha_});
+        if (isNew && picture_) found->second = encoded(*picture_, quality, useAlpha_);
         return found->second;
     }
     /// 0 when it cannot be encoded.
@@ -38,7 +58,7 @@ class Encodings {
     }
 
   private:
-    const PexImage& image_;
+    std::optional<CGImage> picture_;
     bool useAlpha_;
     std::map<double, std::optional<Data>> files_;
 };
@@ -60,17 +80,8 @@ double searchQuality(Encodings& encodings, long long budget) {
 } // namespace
 
 std::optional<Data> PexImage::heifData(const HeifQuality& how) const {
-    const std::optional<CIImage> picture = ciImage();
-    if (!picture || !cgImage) return std::nullopt;
-    const bool isColour = cgImage->colorSpace().model() == CGColorSpace::Model::rgb;
-    const auto layout = isColour ? cgImage->layout() : PixelLayout::skipLast;
-    const auto standard = convertedImage(*cgImage, layout, CGColorSpace::sRGB());
-    if (!standard) return std::nullopt;
-    CGImageDestination::Options options;
-    options.quality = how.quality;
-    options.keepsAlpha = how.useAlpha;
-    options.tenBits = !how.useAlpha;
-    return CGImageDestination::encode(*standard, ImageFormat::heif, options);
+    const std::optional<CGImage> picture = pictureToEncode(*this);
+    return picture ? encoded(*picture, how.quality, how.useAlpha) : std::nullopt;
 }
 
 bool PexImage::saveAsHEIF(const ToUrlAtHeifQuality& how) const {
@@ -92,7 +103,7 @@ std::optional<PexImage::SavedHeif> PexImage::saveAsHEIFWithin(const DesiredHeifS
     const double quality = fits ? 1 : searchQuality(encodings, budget);
     const auto& file = encodings.at(quality);
     if (!file || !file->write(how.to, Data::Writing::inPlace)) return std::nullopt;
-    return SavedHeif{quality, size, static_cast<long long>(file->size())};
+    return SavedHeif{quality, encodings.size(), static_cast<long long>(file->size())};
 }
 
 bool PexImage::saveAsHEIF(const DesiredHeifSize& how) const { return saveAsHEIFWithin(how).has_value(); }

@@ -28,6 +28,7 @@ void PexImage::setSize() {
 
 std::shared_ptr<PexImage> PexImage::make(const std::shared_ptr<NSImage>& image,
                                          const DontCreateAuxiliaryVars& options) {
+    if (!image) return nullptr;
     auto made = around(image);
     if (!options.dontCreateAuxiliaryVars) made->setSize();
     return made;

@@ -37,8 +37,9 @@ struct PexWatermark;
 /// are made from it on first use and then kept, whatever is assigned to the other fields later. An operation
 /// that makes an image returns a new one and leaves the receiver as it was.
 ///
-/// Shared by reference. There is no lock: threads that share an image either read `bitmapRep()` and
-/// `ciImage()` once before sharing it, or take turns.
+/// Shared by reference, never copied. There is no lock: threads that share an image either read `bitmapRep()`
+/// and `ciImage()` once before sharing it, or take turns. Where an operation takes another image, null gives
+/// the result that stands for failure: null, false, or the receiver itself.
 class PEX_EXPORT PexImage : public std::enable_shared_from_this<PexImage> {
   public:
     /// Differs from that of every other image.
@@ -54,6 +55,9 @@ class PEX_EXPORT PexImage : public std::enable_shared_from_this<PexImage> {
     mutable std::shared_ptr<NSBitmapImageRep> bitmapRep_;
     /// Behind `ciImage()`.
     mutable std::optional<CIImage> ciImage_;
+
+    PexImage(const PexImage&) = delete;
+    PexImage& operator=(const PexImage&) = delete;
 
     // Making an image. All give null when absent.
 
@@ -83,7 +87,7 @@ class PEX_EXPORT PexImage : public std::enable_shared_from_this<PexImage> {
     };
     /// Encoded bytes; null when they are no image.
     static std::shared_ptr<PexImage> make(const Data& bytes, const DontCreateAuxiliaryVars& options);
-    /// A desktop image, which must not be null.
+    /// A desktop image; null for null.
     static std::shared_ptr<PexImage> make(const std::shared_ptr<NSImage>& image,
                                           const DontCreateAuxiliaryVars& options);
 
@@ -186,8 +190,9 @@ class PEX_EXPORT PexImage : public std::enable_shared_from_this<PexImage> {
     double aspectRatio() const { return size.width / size.height; }
     /// Derives the bitmap if it is absent and takes its size.
     void setSize();
-    /// Writes one pixel of `bitmapRep()`, column `x` and row `y` from the top. Only that and the encoders
-    /// that read it see the change. Nothing happens outside the bitmap or without one.
+    /// Writes one pixel of `bitmapRep()`, column `x` and row `y` from the top. Only that and the JPEG encoder
+    /// see the change: every other operation reads `cgImage`, and so does a JPEG saver that has to shrink the
+    /// image for its budget. Nothing happens outside the bitmap or without one.
     void setColor(int x, int y, const NSColor& color);
 
     // Small pictures.
@@ -256,11 +261,13 @@ class PEX_EXPORT PexImage : public std::enable_shared_from_this<PexImage> {
     struct Degrees {
         Length degrees;
     };
-    /// Turned by any angle, anticlockwise, on a canvas that grows to hold it, with transparent corners. The
-    /// receiver itself when there is no bitmap or the angle is no number.
+    /// Turned by any angle, anticlockwise, on a canvas that grows to hold it, with transparent corners: as it
+    /// is seen at its size in points, so that a picture whose resolution differs along its sides gets square
+    /// pixels of the finer one. The profile of a colour picture stays; a grey one becomes sRGB, which has
+    /// room for the corners. The receiver itself when there is no bitmap or the angle is no number.
     std::shared_ptr<PexImage> rotate(const Degrees& angle);
-    /// Straightened: turned anticlockwise and enlarged just so far that no corner is empty, the size
-    /// unchanged.
+    /// Straightened: turned anticlockwise and enlarged just so far that no corner is empty, the size, the
+    /// profile, and whether it is grey, unchanged.
     std::shared_ptr<PexImage> rotateAndZoom(double byDegrees) const;
 
     // Tiles (Split.cpp): rows from the top, tiles in a row from the left. They share the image's pixels.
@@ -307,7 +314,8 @@ class PEX_EXPORT PexImage : public std::enable_shared_from_this<PexImage> {
     Tiles boundedSplit(const BoundedSplit& bounds) const;
 
     // Through a canvas (FitAndJoin.cpp). The results are sized in points: on a screen of two pixels a point
-    // they have twice as many pixels a side where a box is given.
+    // they have twice as many pixels a side where a box is given. They have an alpha channel, and the colour
+    // space that the pictures share, or sRGB where these differ or are grey.
 
     /// The whole image inside a box of the given size, centred, on transparent margins. Null without a
     /// bitmap, for a box of no size, and when memory cannot be had.
@@ -324,17 +332,18 @@ class PEX_EXPORT PexImage : public std::enable_shared_from_this<PexImage> {
         min, ///< The larger one is reduced to the smaller.
     };
     struct With {
-        /// Not null, and neither is the first image.
         std::shared_ptr<PexImage> with;
         JoinOrientation orientation = JoinOrientation::horizontal;
         ScaleMode scaleMode = ScaleMode::min;
     };
     /// Two images side by side in one of exactly their sizes, once their touching sides match. Blank when
-    /// memory for it cannot be had.
+    /// memory for it cannot be had; null where one of the two is.
     static std::shared_ptr<PexImage> join(const std::shared_ptr<PexImage>& first, const With& second);
 
     // Transparency (pixels/Keying.cpp). Where alpha is replaced, the colours stay as they are, with the old
-    // alpha multiplied in.
+    // alpha multiplied in: the new alpha may be lower than they are. Drawing, scaling and encoding then take
+    // them as no brighter than it. Of an opaque image they are straight colours, which
+    // `CGImage::reinterpreted` can say.
 
     /// A colour to be made transparent, and how far from it colours still count as it.
     struct KeyColor {
@@ -357,12 +366,13 @@ class PEX_EXPORT PexImage : public std::enable_shared_from_this<PexImage> {
         CGImage mask;
     };
     /// The image with its opacity taken from the mask's brightness, the mean of its channels: white is
-    /// opaque. The mask is stretched to the platform image's size; where that is smaller than the image, the
-    /// two meet at the lower left and the rest is transparent. The receiver itself when that is impossible.
+    /// opaque. The mask is stretched to the platform image's size in points, which for a file that states a
+    /// resolution is not its size in pixels: where it is smaller, the two meet at the lower left and the rest
+    /// is transparent. An image made from `cgImage` has as many points as pixels. The receiver itself when
+    /// that is impossible.
     std::shared_ptr<PexImage> apply(const BitmapMask& by);
 
     struct ImageMask {
-        /// Not null.
         std::shared_ptr<PexImage> mask;
     };
     /// The image with the mask's own opacity, the mask stretched to it. The receiver itself when the mask has
@@ -371,8 +381,9 @@ class PEX_EXPORT PexImage : public std::enable_shared_from_this<PexImage> {
 
     // Watermarks (helpers/PexWatermark.cpp).
 
-    /// A new image of this one with a watermark over it, of as many points as this one has pixels. Null when
-    /// the watermark cannot be resized as the settings say, or memory cannot be had.
+    /// A new image of this one with a watermark over it, of as many points as this one has pixels, with
+    /// alpha, in this one's colour space (a grey one's becomes sRGB). Null when the watermark cannot be
+    /// resized as the settings say, or memory cannot be had.
     std::shared_ptr<PexImage> watermark(const std::shared_ptr<PexImage>& with,
                                         const PexWatermark& settings) const;
 
@@ -383,8 +394,9 @@ class PEX_EXPORT PexImage : public std::enable_shared_from_this<PexImage> {
         const PexConvolution& convolution;
     };
     /// Every byte of R, G, B and alpha convolved alike, divided by 3, rounded and limited to 0–255; then
-    /// alpha is dropped: the result is opaque. Null for a kernel of fewer than nine weights or a background
-    /// of fewer than four bytes.
+    /// alpha is dropped: the result is opaque. The bytes are taken as they are stored and then stand for
+    /// sRGB, whatever profile they had. Null for a kernel of fewer than nine weights or a background of fewer
+    /// than four bytes.
     std::shared_ptr<PexImage> convolve(const Convolution& how) const;
     struct Kernel {
         const std::vector<std::int16_t>& kernel;
@@ -392,8 +404,8 @@ class PEX_EXPORT PexImage : public std::enable_shared_from_this<PexImage> {
     /// The same with a transparent black background.
     std::shared_ptr<PexImage> convolve(const Kernel& how) const;
 
-    /// Luma sharpened: see `CIImage::sharpenedLuminance`. Null, with a diagnostic line, for a sharpness that
-    /// is not finite.
+    /// Luma sharpened: see `CIImage::sharpenedLuminance`. A colour picture keeps its profile; a grey one
+    /// becomes sRGB. Null, with a diagnostic line, for a sharpness that is not finite.
     std::shared_ptr<PexImage> sharpen(float sharpness) const;
     /// Brighter by `ev` stops, in linear light; the result is sRGB. The receiver itself for an `ev` that is
     /// not finite, and without a bitmap or memory.
@@ -410,14 +422,16 @@ class PEX_EXPORT PexImage : public std::enable_shared_from_this<PexImage> {
     /// Null when the file is no table.
     std::shared_ptr<PexImage> apply(const LutAtUrl& table) const;
 
-    /// Every pixel in one colour, its alpha as it was. The receiver itself without memory.
+    /// Every pixel in one colour, its alpha as it was, which is not multiplied in: half-transparent pixels
+    /// look brighter than the colour unless the result's `cgImage` is reinterpreted as straight. The receiver
+    /// itself without memory.
     std::shared_ptr<PexImage> fill(const PexColor& with);
 
     // Pages of PDF documents (DocumentImport.cpp; illustration files are loaded by what DocumentImport.h
-    // declares). A page of so many points, 72 an inch, has dpi / 72 times as many pixels, divided by
-    // `PexImageHelper::bakingScaleFactor()` and truncated, on a transparent ground. A page without size, or
-    // one larger than `ImageLimits` allow, has no image. Documents that need a password cannot be read; a
-    // build without PDF reads none.
+    // declares). A page of so many points, 72 an inch (or what its document says that a unit is), has dpi /
+    // 72 times as many pixels, divided by `PexImageHelper::bakingScaleFactor()` and truncated, on a
+    // transparent ground. A page without size, one larger than `ImageLimits` allow, or one that takes longer
+    // to draw, has no image. Documents that need a password cannot be read; a build without PDF reads none.
 
     struct PdfDocumentUrl {
         URL pdfDocumentUrl;
@@ -432,7 +446,8 @@ class PEX_EXPORT PexImage : public std::enable_shared_from_this<PexImage> {
         URL pdfDocumentUrl;
         int dpi;
         /// Called on the caller's thread for each page that was drawn, in order: its index from 0, how many
-        /// pages the document has, and the image.
+        /// pages the document has, and the image. While it runs some more pages may lie drawn: one for each
+        /// core, or fewer where they are large (256 MB together, or a single one).
         std::function<void(int page, int count, std::shared_ptr<PexImage> image)> callback;
         /// Called once, last: false when the file cannot be read or is no PDF document.
         std::function<void(bool success)> finalCallback;
@@ -504,7 +519,7 @@ class PEX_EXPORT PexImage : public std::enable_shared_from_this<PexImage> {
         double quality;
         bool useAlpha = true;
     };
-    /// Absent without a bitmap.
+    /// Of `ciImage()`, rendered where a filter graph was assigned to it. Absent without one.
     std::optional<Data> heifData(const HeifQuality& how) const;
 
     struct ToUrlAtHeifQuality {
@@ -522,9 +537,10 @@ class PEX_EXPORT PexImage : public std::enable_shared_from_this<PexImage> {
         bool useAlpha = true;
     };
     /// Within a byte budget, which is never exceeded: at quality 1 where that fits, else at the quality that
-    /// a `PexDicotomic` finds nearest to 0.975 of it. When even quality 0 is too large, the image is shrunk
-    /// to 90 % a side, from its size in points, until it fits. Prints the search's lines, "size: n" for every
-    /// quality tried and "quality: q".
+    /// a `PexDicotomic` finds nearest to 0.975 of it. When even quality 0 is too large, the image is resized
+    /// to 90 % a side of its size in points, not pixels, and again until it fits: a file of less than 72 dpi
+    /// is first enlarged, one of more shrunk by more than it takes. An image made from `cgImage` has as many
+    /// points as pixels. Prints the search's lines, "size: n" for every quality tried and "quality: q".
     bool saveAsHEIF(const DesiredHeifSize& how) const;
 
     struct SavedHeif {

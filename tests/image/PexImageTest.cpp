@@ -1,7 +1,16 @@
 #include "peximage/image/PexImage.h"
 
+#include "peximage/cache/PexImageStoredCache.h"
+#include "peximage/cache/PexImageView.h"
+#include "peximage/canvas/PexCanvas.h"
+#include "peximage/helpers/PexImageHelperColours.h"
+#include "peximage/helpers/PexImageHelperSavers.h"
+#include "peximage/helpers/PexWatermark.h"
+#include "peximage/pixels/PexContextImage.h"
 #include "peximage/platform/codecs/ImageLimits.h"
 #include "peximage/platform/toolkit/NSScreen.h"
+#include "peximage/platform/varda/Draw.h"
+#include "tests/support/CachesFolder.h"
 #include "tests/support/CapturedLines.h"
 #include "tests/support/Pictures.h"
 #include "tests/support/TempFolder.h"
@@ -11,6 +20,7 @@
 #include <cmath>
 #include <filesystem>
 #include <limits>
+#include <type_traits>
 
 using namespace pex;
 
@@ -124,6 +134,35 @@ TEST(PexImage, WhatIsNoImageIsAbsent) {
     }
     EXPECT_FALSE(PexImage::make(Data(), {}));
     EXPECT_FALSE(PexImage::make({.named = "nothing"}));
+}
+
+TEST(PexImage, IsSharedAndNeverCopied) {
+    static_assert(!std::is_copy_constructible_v<PexImage> && !std::is_copy_assignable_v<PexImage>);
+}
+
+TEST(PexImage, NullInNullOut) {
+    namespace helper = PexImageHelper;
+    const std::shared_ptr<PexImage> none, image = PexImage::make(photoLike(8, 6));
+    const CachesFolder folder;
+    EXPECT_FALSE(PexImage::make(std::shared_ptr<NSImage>(), {}));
+    EXPECT_FALSE(image->watermark(none, {}));
+    EXPECT_FALSE(PexImage::join(none, {.with = image}));
+    EXPECT_FALSE(PexImage::join(image, {.with = none}));
+    EXPECT_FALSE(PexCanvas::fit(none, 1));
+    EXPECT_EQ(PexCanvas(none, 1).getImage()->size, CGSize{});
+    EXPECT_FALSE(PexCanvasLayer("", {}, {.image = image}, {}, {}).draw(none));
+    EXPECT_FALSE(helper::reduceImageToSize(none, {1, 1}));
+    EXPECT_FALSE(helper::reduceImageTo1x1Pixels(none));
+    EXPECT_EQ(helper::getAverageColorOfImage(none), NSColor(0, 0, 0, 0));
+    EXPECT_FALSE(helper::saveToJpeg(none, {.quality = 1, .url = folder.url("a.jpg")}));
+    EXPECT_FALSE(helper::saveToJpeg(none, {.desiredSize = 1000, .toUrl = folder.url("a.jpg")}));
+    EXPECT_FALSE(helper::saveToJpegWithin(none, {.desiredSize = 1000, .toUrl = folder.url("a.jpg")}));
+    EXPECT_EQ(PexContextImage::make(none)->width, 0);
+    EXPECT_FALSE(Draw::start(nullptr));
+    EXPECT_FALSE(PexImageStoredCache::make({.name = "none", .removeItemsAfterDays = 1, .mode = {}})
+                     ->storeNow(none, "a"));
+    PexImageStoredCache::make({.name = "none", .removeItemsAfterDays = 1, .mode = {}})->store(none, "a");
+    PexImageView::make(PexImageView::Frame{})->drawInto(nullptr);
 }
 
 TEST(PexImage, ATruncatedPhotoGivesWhatIsThere) {

@@ -38,7 +38,7 @@ class PEX_EXPORT Data {
     enum class Writing { inPlace, atomically };
     bool write(const URL& url, Writing writing) const;
 
-    friend bool operator==(const Data& a, const Data& b);
+    PEX_EXPORT friend bool operator==(const Data& a, const Data& b);
 
   private:
     Data(std::shared_ptr<const std::uint8_t> bytes, std::size_t size)

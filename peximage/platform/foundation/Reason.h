@@ -50,12 +50,12 @@ PEX_EXPORT const Reason& lastReason();
 
 /// Leaves the reason of an absent result for `lastReason`; for those who write operations. Costs nothing
 /// where all goes well, and never throws: without memory for the message the code stands alone.
-void giveReason(ReasonCode code, std::string_view message) noexcept;
+PEX_EXPORT void giveReason(ReasonCode code, std::string_view message) noexcept;
 /// The same again, as it was taken from `lastReason` of another thread.
-void giveReason(const Reason& reason) noexcept;
+PEX_EXPORT void giveReason(const Reason& reason) noexcept;
 
 /// For an answer of the system (a value of errno) to reading or to writing a file.
-void giveReadingReason(int systemError) noexcept;
-void giveWritingReason(int systemError) noexcept;
+PEX_EXPORT void giveReadingReason(int systemError) noexcept;
+PEX_EXPORT void giveWritingReason(int systemError) noexcept;
 
 } // namespace pex

@@ -32,7 +32,7 @@ class PEX_EXPORT CGColorSpace {
     /// The profile's own description, such as "Display P3"; "sRGB" and "Gray" for the built-in spaces.
     const std::string& name() const;
 
-    friend bool operator==(const CGColorSpace& a, const CGColorSpace& b);
+    PEX_EXPORT friend bool operator==(const CGColorSpace& a, const CGColorSpace& b);
 
   private:
     struct Profile;

@@ -84,6 +84,7 @@ void NSImageView::draw(const CGRect&) {
 }
 
 void NSImageView::drawInto(const std::shared_ptr<CGContext>& context) {
+    if (!context) return;
     const auto before = NSGraphicsContext::current();
     NSGraphicsContext::setCurrent(std::make_shared<NSGraphicsContext>(context));
     draw(bounds());

@@ -1,10 +1,12 @@
 #include "peximage/image/PexImage.h"
 #include "peximage/platform/codecs/CGImageSource.h"
 #include "peximage/platform/codecs/ImageLimits.h"
+#include "peximage/platform/filters/ColorCube.h"
 #include "tests/support/EncodedPictures.h"
 #include "tests/support/ExifFiles.h"
 #include "tests/support/FailingMemory.h"
 #include "tests/support/HeifFiles.h"
+#include "tests/support/TempFolder.h"
 
 #include <gtest/gtest.h>
 
@@ -53,6 +55,24 @@ Bytes claiming(Bytes file, std::uint32_t width, std::uint32_t height) {
     setBigEndian(file, at + 8, width);
     setBigEndian(file, at + 12, height);
     return file;
+}
+
+TEST(Heif, ShowsTheFilterGraphThatWasAssigned) {
+    const auto image = PexImage::make(corners());
+    image->ciImage_ =
+        image->ciImage()
+            ->cropped({0, 32, 64, 32})
+            .colorCube(ColorCube::make(
+                2, {{0, 1, 0}, {0, 1, 0}, {0, 1, 0}, {0, 1, 0}, {0, 1, 0}, {0, 1, 0}, {0, 1, 0}, {0, 1, 0}}));
+    const TempFolder folder;
+    const auto saved =
+        image->saveAsHEIFWithin({.desiredSize = 1 << 20, .to = folder.url("green.heic"), .useAlpha = false});
+    ASSERT_TRUE(saved);
+    EXPECT_EQ(saved->size, (CGSize{64, 32}));
+    const auto shown = PexImage::make({.fastUrl = folder.url("green.heic")});
+    EXPECT_EQ(shown->size, (CGSize{64, 32}));
+    EXPECT_EQ(cornersOf(*shown->cgImage), "GGGG");
+    EXPECT_EQ(image->heifData({.quality = 1, .useAlpha = false})->size(), std::size_t(saved->bytes));
 }
 
 TEST(Heif, IsTurnedOnceWhateverExifSays) {

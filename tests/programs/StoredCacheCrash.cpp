@@ -23,12 +23,12 @@ constexpr int kills = 200, pictures = 3;
 using Mode = PexImageStoredCache::Mode;
 
 /// Stores its picture under every identifier, in both formats.
-void storeAll(const PexImage& picture, const std::string& prefix) {
+void storeAll(const std::shared_ptr<PexImage>& picture, const std::string& prefix) {
     for (const Mode mode : {Mode::png, Mode::heif}) {
         const auto cache =
             PexImageStoredCache::make({.name = "Crash", .removeItemsAfterDays = 100, .mode = mode});
         for (int i = 0; i < pictures; ++i)
-            cache->storeNow(std::make_shared<PexImage>(picture), prefix + std::to_string(i));
+            cache->storeNow(picture, prefix + std::to_string(i));
     }
 }
 
@@ -36,7 +36,7 @@ pid_t startStoring(unsigned seed) {
     return startChild([seed] {
         const auto picture = PexImage::make(photoLike(120, 80, seed));
         for (;;)
-            storeAll(*picture, "");
+            storeAll(picture, "");
         return 0;
     });
 }
@@ -60,7 +60,7 @@ int countBroken(const URL& folder, const std::set<std::string>& whole) {
 std::set<std::string> wholePictures(const URL& folder) {
     for (const unsigned seed : {1U, 2U}) {
         const std::string prefix = "whole/" + std::to_string(seed) + '-';
-        inChild([&] { return storeAll(*PexImage::make(photoLike(120, 80, seed)), prefix), 0; });
+        inChild([&] { return storeAll(PexImage::make(photoLike(120, 80, seed)), prefix), 0; });
     }
     std::set<std::string> whole;
     for (const URL& file : fu_filesInFolder(folder))

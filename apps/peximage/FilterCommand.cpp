@@ -30,6 +30,12 @@ std::optional<double> number(std::string_view text) {
     return value;
 }
 
+/// Convolving takes the numbers of colours as they are and gives sRGB: they have to be that.
+Image inStandardColours(const Image& image) {
+    const bool isStandard = !image->cgImage || image->cgImage->colorSpace().isStandard();
+    return isStandard ? image : pex::PexImageBitmapRGBA(*image).pexImage();
+}
+
 /// Nine whole numbers with commas between them.
 std::optional<std::vector<std::int16_t>> weights(std::string_view text) {
     std::vector<std::int16_t> all;
@@ -96,7 +102,9 @@ void addSteps(CLI::App& command, Request& request) {
             "nine whole numbers with commas", [](const std::string& text) {
                 const auto kernel = weights(text);
                 return kernel ? std::optional(BitmapStep([=](const Image& image) {
-                    return image->convolve({.convolution = pex::PexConvolution(*kernel)});
+                    const Image standard = inStandardColours(image);
+                    return standard ? standard->convolve({.convolution = pex::PexConvolution(*kernel)})
+                                    : nullptr;
                 }))
                               : std::nullopt;
             });

@@ -2,7 +2,7 @@
 #include "PixelsAlone.h"
 #include "Saving.h"
 #include "Text.h"
-#include "peximage/platform/raster/PixelLayout.h"
+#include "peximage/platform/raster/CGContext.h"
 
 namespace {
 
@@ -15,6 +15,20 @@ struct Request {
 };
 
 using Image = std::shared_ptr<pex::PexImage>;
+
+/// The image's colours with no alpha, so that a new one can be laid over them.
+Image withoutAlpha(const Image& image) {
+    if (!image->cgImage || !pex::hasAlpha(image->cgImage->layout())) return image;
+    const pex::CGImage& picture = *image->cgImage;
+    const auto context = pex::CGContext::make(picture.width(), picture.height(),
+                                              pex::PixelLayout::straightLast, pex::CGColorSpace::sRGB());
+    if (!context) return image;
+    context->setBlendMode(pex::CGBlendMode::copy);
+    context->draw(picture, {0, 0, 1.0 * picture.width(), 1.0 * picture.height()});
+    const auto drawn = context->makeImage();
+    const auto opaque = drawn ? drawn->reinterpreted(pex::PixelLayout::skipLast) : std::nullopt;
+    return opaque ? pex::PexImage::make(*opaque) : image;
+}
 
 int key(const Request& request) {
     const pex::PexImage::KeyColor keyed{*request.color, request.tolerance};
@@ -30,12 +44,10 @@ int mask(Request request) {
     if (const auto* failure = std::get_if<Failure>(&opened)) throw UsageError{file + ": " + failure->message};
     const Image mask = std::get<Image>(opened);
     const auto change = [&](const Image& opened) -> Image {
-        const Image image = pixelsAlone(opened);
+        const Image image = withoutAlpha(pixelsAlone(opened));
         const Image result =
             request.by == "alpha" ? image->apply({.mask = mask}) : image->apply({.mask = *mask->cgImage});
-        if (result == image) return nullptr;
-        const bool wasOpaque = !pex::hasAlpha(image->cgImage->layout());
-        return wasOpaque ? withStraightColours(result) : result;
+        return result == image ? nullptr : withStraightColours(result);
     };
     return runChanging(request.settings, request.writing, change, "the mask cannot be applied");
 }

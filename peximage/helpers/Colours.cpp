@@ -6,6 +6,7 @@
 #include "peximage/platform/foundation/Diagnostics.h"
 #include "peximage/platform/geometry/Truncated.h"
 #include "peximage/platform/raster/AreaReduction.h"
+#include "peximage/platform/raster/ConvertedImage.h"
 #include "peximage/platform/varda/PexARP.h"
 
 #include <algorithm>
@@ -29,6 +30,12 @@ std::shared_ptr<CGContext> contextOf(CGSize size) {
 
 void drawWhole(const NSImage& image, CGSize into) {
     image.draw({{0, 0}, into}, {}, NSCompositingOperation::copy, 1);
+}
+
+std::optional<CGImage> inStandardColours(const CGImage& image) {
+    if (image.colorSpace().isStandard()) return image;
+    const auto layout = image.layout() == PixelLayout::grey ? PixelLayout::skipLast : image.layout();
+    return convertedImage(image, layout, CGColorSpace::deviceRGB());
 }
 
 /// A square of the difference of one channel, rounded to single precision.
@@ -94,8 +101,10 @@ std::shared_ptr<PexImage> PexImageHelper::reduceImageTo1x1Pixels(const std::shar
     for (bool last = false; !last;) {
         const int width = picture->width(), height = picture->height();
         const auto reduced = areaReduced(*picture, {quarter(width), quarter(height)});
-        if (!reduced) break;
-        picture = reduced;
+        // Means are those of what is seen, whatever the curve of the picture's own numbers.
+        const auto standard = reduced ? inStandardColours(*reduced) : std::nullopt;
+        if (!standard) break;
+        picture = standard;
         last = width <= lastStepFrom && height <= lastStepFrom;
     }
     return PexImage::make(*picture);

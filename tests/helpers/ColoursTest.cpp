@@ -2,6 +2,7 @@
 #include "peximage/image/PexImage.h"
 #include "tests/support/CapturedLines.h"
 #include "tests/support/Pictures.h"
+#include "tests/support/Profiles.h"
 #include "tests/support/Screens.h"
 
 #include <gtest/gtest.h>
@@ -103,6 +104,11 @@ TEST(Colours, TheAverageLiesNearTheMeanOfAllPixels) {
         EXPECT_NEAR(average.blueComponent(), sum[2] / count, step) << pixels.width;
     }
     EXPECT_EQ(helper::getAverageColorOfImage(quarters(1)).alphaComponent(), 128 / 255.0);
+    // Of what is seen: half black, half white, in a profile whose middle is lighter.
+    const auto halves = makePicture(
+        64, 64, PixelLayout::grey, [](int x, int) { return x < 32 ? Pixel{0} : Pixel{255}; },
+        *CGColorSpace::fromICC(Data(grayProfile(1))));
+    EXPECT_NEAR(helper::getAverageColorOfImage(PexImage::make(halves)).redComponent(), 0.5, 0.005);
 }
 
 TEST(Colours, SinglePixelsAreReadFromTheTop) {

@@ -349,6 +349,7 @@ TEST_F(StoredCache, SubclassesChangeTheOperations) {
 }
 
 TEST(StoredCacheThreads, WhatIsStoredIsThereWhenTheProcessHasEnded) {
+    if (underThreadSanitizer) GTEST_SKIP();
     const CachesFolder caches;
     const int status = inChild([]() -> int {
         const auto cache = PexImageStoredCache::make(

@@ -4,13 +4,17 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-/// Which allows no threads in forked processes.
+// ThreadSanitizer allows no threads in forked processes; AddressSanitizer's memory may stay locked there when
+// other threads of the parent were asking for some.
 #if defined(__SANITIZE_THREAD__)
-constexpr bool underThreadSanitizer = true;
+constexpr bool underThreadSanitizer = true, underAddressSanitizer = false;
+#elif defined(__SANITIZE_ADDRESS__)
+constexpr bool underThreadSanitizer = false, underAddressSanitizer = true;
 #elif defined(__has_feature)
 constexpr bool underThreadSanitizer = __has_feature(thread_sanitizer);
+constexpr bool underAddressSanitizer = __has_feature(address_sanitizer);
 #else
-constexpr bool underThreadSanitizer = false;
+constexpr bool underThreadSanitizer = false, underAddressSanitizer = false;
 #endif
 
 /// Starts a child process that runs `work` and exits with what it returns, without any clean-up.

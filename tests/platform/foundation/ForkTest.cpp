@@ -116,7 +116,7 @@ class BusyThreads {
 };
 
 TEST(Fork, AChildGoesOnWhateverTheParentsThreadsWereDoing) {
-    if (underThreadSanitizer) GTEST_SKIP();
+    if (underThreadSanitizer || underAddressSanitizer) GTEST_SKIP();
     constexpr int forks = 60;
     constexpr unsigned stuckAfterSeconds = 60;
     const CapturedLines lines;
@@ -157,6 +157,7 @@ TEST(Fork, ParentAndChildMakeDifferentIdentifiers) {
 
 // Work is then done by those who hand it over, or who wait.
 TEST(Fork, AProcessWithoutThreadsDoesItsWorkAllTheSame) {
+    if (underThreadSanitizer) GTEST_SKIP();
     const HttpServer server([](const HttpServer::Exchange& exchange) { exchange.answer("200 OK", "here"); });
     const auto jpeg = *PexImage::make(photoLike(600, 400))->jpegData(0.8);
     Guarded<std::shared_ptr<PexImage>> shared;

@@ -3,18 +3,33 @@
 #include "peximage/platform/foundation/ReasonWatch.h"
 
 #include <cerrno>
+#include <cstddef>
 #include <new>
 #include <system_error>
 
 namespace pex {
 namespace {
 
-Reason& reasonOfThread() {
-    thread_local Reason reason;
-    return reason;
-}
-
 constinit thread_local unsigned givenToThread = 0;
+
+alignas(Reason) constinit thread_local std::byte memoryOfReason[sizeof(Reason)]{};
+constinit thread_local bool hasReason = false;
+
+/// Also for what asks while the thread ends, or the process does, and other such objects are gone.
+Reason& reasonOfThread() {
+    struct AtThreadEnd {
+        ~AtThreadEnd() {
+            reinterpret_cast<Reason*>(memoryOfReason)->~Reason();
+            hasReason = false;
+        }
+    };
+    if (!hasReason) {
+        ::new (memoryOfReason) Reason;
+        hasReason = true;
+        [[maybe_unused]] thread_local const AtThreadEnd end; // only the first time
+    }
+    return *std::launder(reinterpret_cast<Reason*>(memoryOfReason));
+}
 
 /// What reading and writing have in common; the fallback for everything else.
 ReasonCode codeOf(int systemError, ReasonCode fallback) {

@@ -136,7 +136,8 @@ void ThreadPool::end(Seconds patience) {
 bool ThreadPool::waitUntil(std::unique_lock<std::mutex>& lock, Seconds patience,
                            const std::function<bool()>& isQuiet) {
     constexpr Seconds aYear{365.0 * 24 * 3600};
-    return ended_.wait_for(lock, std::clamp(patience, Seconds(0), aYear), isQuiet);
+    const bool isPatient = patience > Seconds(0); // not so if it is no number
+    return ended_.wait_for(lock, isPatient ? std::min(patience, aYear) : Seconds(0), isQuiet);
 }
 
 void ThreadPool::startOverInChild() {

@@ -134,7 +134,6 @@ struct pex::CodecModule::Picture {
     Stream stream{};
     Tiff tiff{};
     Module::Header header{};
-    std::vector<std::uint8_t> exif{};
 };
 
 namespace {
@@ -165,15 +164,7 @@ Module::Header readHeader(TIFF* tiff) {
     return header;
 }
 
-/// A TIFF file is an EXIF block itself; such a block reaches as far as its offsets do in other files.
-void readMetadata(Picture& picture, std::size_t maxBytes) {
-    constexpr std::size_t longestBlock = 0xFFFF;
-    picture.exif.resize(std::min({longestBlock, maxBytes, picture.input.size}));
-    picture.exif.resize(
-        picture.input.read(picture.input.context, 0, picture.exif.data(), picture.exif.size()));
-    picture.header.exif = picture.exif.data();
-    picture.header.exifBytes = picture.exif.size();
-
+void readProfile(Picture& picture, std::size_t maxBytes) {
     void* profile = nullptr;
     std::uint32_t bytes = 0;
     if (TIFFGetField(picture.tiff.get(), TIFFTAG_ICCPROFILE, &bytes, &profile) && bytes <= maxBytes) {
@@ -190,7 +181,7 @@ Picture* open(const Module::Input& input, const Module::Limits& limits, Module::
     if (!picture->tiff) return nullptr;
     picture->header = readHeader(picture->tiff.get());
     if (!limits.allow(picture->header.width, picture->header.height)) return nullptr;
-    readMetadata(*picture, limits.metadataBytes);
+    readProfile(*picture, limits.metadataBytes);
     *header = picture->header;
     return picture.release();
 }

@@ -5,9 +5,10 @@
 #include "peximage/platform/codecs/CGImageSource.h"
 #include "peximage/platform/codecs/ExifBlock.h"
 #include "tests/support/CapturedLines.h"
+#include "tests/support/DataFolder.h"
 #include "tests/support/ExifFiles.h"
 #include "tests/support/Pictures.h"
-#include "tests/support/TempFolder.h"
+#include "tests/support/TiffFiles.h"
 
 #include <gtest/gtest.h>
 
@@ -127,16 +128,48 @@ TEST_F(Exif, APngTellsItBeforeItsPixelsOrBehindThem) {
     }
 }
 
+TEST_F(Exif, ABrokenSegmentDoesNotHideAGoodOne) {
+    const std::string good = photo(fullBlock()).path();
+    for (const Bytes& broken : {Bytes(30, 'x'), Bytes{'I', 'I', 42, 0, 255, 255, 0, 0, 1, 0}}) {
+        const std::string bytes = readFile(good);
+        const URL file = write("two.jpg", withExif({bytes.begin(), bytes.end()}, broken));
+        EXPECT_EQ(PexExif::basicData(file), PexExif::basicData(URL::fromPath(good)));
+        EXPECT_EQ(CGImageSource::make(file)->properties().orientation, Orientation::right);
+    }
+}
+
+TEST_F(Exif, ATiffTellsItWhereverItsDirectoriesStand) {
+    const TiffPicture picture{300, 100, [](int, int) { return std::array<std::uint16_t, 4>{}; }};
+    for (const char* mode : {"wl", "wb"}) {
+        const Bytes file = tiffFile({.mode = mode, .shotAt = "2021:07:14 18:03:55"}, {picture, picture});
+        ASSERT_GT(file.size(), 2U * 300 * 100 * 3);
+        const auto data = PexExif::basicData(write("a.tif", file));
+        EXPECT_EQ(data.shotDate, momentFromExifText("2021:07:14 18:03:55")) << mode;
+        EXPECT_FLOAT_EQ(data.coordinates.lat.value_or(0), 33.51) << mode;
+        EXPECT_LT(CGImageSource::make(write("a.tif", file))->bytesRead(), 10'000U);
+    }
+}
+
 TEST_F(Exif, BasicDataAreDateAndPlace) {
     const TimeZone zone("EST5EDT,M3.2.0,M11.1.0");
     const CapturedLines printed;
     const auto data = PexExif::basicData(photo(fullBlock()));
     // 18:03:55 in New York in summer is 22:03:55 UTC.
-    EXPECT_EQ(std::chrono::system_clock::to_time_t(*data.shotDate), 1626300235);
+    EXPECT_EQ(data.shotDate->time_since_epoch(), std::chrono::seconds(1626300235));
     EXPECT_DOUBLE_EQ(*data.coordinates.lat, 33 + 51 / 60.0 + 36 / 3600.0);
     const auto noLongitude =
         PexExif::basicData(photo(exifBlock({}, {}, {exifFractions(2, {1, 1, 0, 1, 0, 1})})));
     EXPECT_EQ(noLongitude, (PexExif::BasicData{{}, {1.0, {}}}));
+    const std::pair<std::vector<std::uint32_t>, std::optional<double>> latitudes[] = {
+        {{67, 2}, 33.5},
+        {{33, 1, 63, 2}, 33.525},
+        {{33, 1, 30, 1, 36, 1}, 33.51},
+        {{33, 1, 30, 0}, {}},
+        {{1, 1, 2, 1, 3, 1, 4, 1}, {}}};
+    for (const auto& [parts, degrees] : latitudes) {
+        const auto read = PexExif::basicData(photo(exifBlock({}, {}, {exifFractions(2, parts)})));
+        EXPECT_EQ(read.coordinates.lat, degrees) << parts.size();
+    }
     const Data png = *PexImage::make(photoLike(5, 5))->pngData();
     EXPECT_EQ(PexExif::basicData(write("a.png", {png.bytes().begin(), png.bytes().end()})),
               PexExif::BasicData());
@@ -164,15 +197,44 @@ TEST_F(Exif, WhatCannotBeReadIsTold) {
 }
 
 TEST_F(Exif, DatesAreReadStrictly) {
-    const TimeZone zone("UTC");
-    EXPECT_EQ(std::chrono::system_clock::to_time_t(*momentFromExifText("2021:07:14 18:30:05")), 1626287405);
-    EXPECT_EQ(localTimeText(*momentFromExifText("1999:12:31 23:59:59")), "1999-12-31 23:59:59");
-    EXPECT_TRUE(momentFromExifText("2024:02:29 00:00:00"));
     for (const char* text :
          {"", "2021:07:14", "2021:07:14 18:30:5", "2021:07:14 18:30:05 ", " 2021:07:14 18:30:05",
           "2021:13:14 18:30:05", "2023:02:29 00:00:00", "2021:07:14 24:00:00", "2021:07:14 18:60:05",
           "2021:07:14T18:30:05", "    :  :     :  :  ", "0000:00:00 00:00:00"})
         EXPECT_FALSE(momentFromExifText(text)) << text;
+}
+
+// Of every year, whatever was read before, in zones west and east of UTC. The seconds are another program's.
+TEST_F(Exif, DatesOfAllYearsAreRightOnEveryCall) {
+    const char* const newYork = "EST5EDT,M3.2.0,M11.1.0";
+    const char* const dublin = "IST-1GMT0,M10.5.0,M3.5.0/1";
+    const struct {
+        const char *zone, *text;
+        std::int64_t seconds;
+        const char* shown; // where it is not the text again
+    } cases[] = {
+        {"UTC", "2021:07:14 18:30:05", 1626287405, nullptr},
+        {"UTC", "2024:02:29 00:00:00", 1709164800, nullptr},
+        {"UTC", "0001:01:01 00:00:00", -62135596800, nullptr},
+        {"UTC", "1677:01:01 00:00:00", -9246096000, nullptr},
+        {"UTC", "1969:12:31 23:59:59", -1, nullptr},
+        {"UTC", "2263:01:01 00:00:00", 9246182400, nullptr},
+        {"UTC", "9999:12:31 00:00:00", 253402214400, nullptr},
+        {newYork, "2021:11:07 01:30:00", 1636263000, nullptr}, // the first of two
+        {newYork, "2021:03:14 02:30:00", 1615707000, "2021-03-14 03:30:00"},
+        {dublin, "2021:10:31 01:30:00", 1635640200, nullptr},
+    };
+    for (const auto& [zoneName, text, seconds, shown] : cases) {
+        const TimeZone zone(zoneName);
+        for (const char* before : {"2021:01:01 00:00:00", "2021:07:01 00:00:00"}) {
+            momentFromExifText(before);
+            const Moment moment = momentFromExifText(text).value();
+            EXPECT_EQ(moment.time_since_epoch(), std::chrono::seconds(seconds)) << text;
+            std::string again = text;
+            again[4] = again[7] = '-';
+            EXPECT_EQ(localTimeText(moment), shown ? shown : again);
+        }
+    }
 }
 
 TEST(ExifDocument, IsLenient) {

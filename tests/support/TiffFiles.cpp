@@ -81,6 +81,17 @@ bool putRows(TIFF* tiff, const TiffKind& kind, const TiffPicture& picture, std::
     return true;
 }
 
+/// Behind everything else; the first page's directory is written again behind them.
+bool putPhotoData(TIFF* tiff, const char* shotAt) {
+    const double latitude[] = {33, 30, 36};
+    std::uint64_t exif = 0, gps = 0;
+    return TIFFCreateEXIFDirectory(tiff) == 0 && TIFFSetField(tiff, EXIFTAG_DATETIMEORIGINAL, shotAt) &&
+           TIFFWriteCustomDirectory(tiff, &exif) && TIFFCreateGPSDirectory(tiff) == 0 &&
+           TIFFSetField(tiff, GPSTAG_LATITUDE, latitude) && TIFFWriteCustomDirectory(tiff, &gps) &&
+           TIFFSetDirectory(tiff, 0) && TIFFSetField(tiff, TIFFTAG_EXIFIFD, exif) &&
+           TIFFSetField(tiff, TIFFTAG_GPSIFD, gps) && TIFFRewriteDirectory(tiff);
+}
+
 } // namespace
 
 std::vector<std::uint8_t> tiffFile(const TiffKind& kind, const std::vector<TiffPicture>& pages) {
@@ -96,6 +107,7 @@ std::vector<std::uint8_t> tiffFile(const TiffKind& kind, const std::vector<TiffP
             good = good && (kind.tiled ? putTiles(tiff, kind, page, c) : putRows(tiff, kind, page, c));
         good = good && TIFFWriteDirectory(tiff);
     }
+    if (good && kind.shotAt) good = putPhotoData(tiff, kind.shotAt);
     if (tiff != nullptr) TIFFClose(tiff);
     if (!good) throw std::runtime_error("no TIFF file");
     const std::string bytes = readFile(path);

@@ -14,6 +14,8 @@ struct TiffKind {
     bool planar = false, tiled = false;
     std::uint16_t extraSample = 0; // 0: none, else what the last sample is
     std::vector<std::uint8_t> profile = {};
+    const char* shotAt =
+        nullptr; // a date, which comes with the place 33° 30' 36" N; the directories stand last
 };
 
 struct TiffPicture {

@@ -141,13 +141,19 @@ std::optional<PropertyDictionary::Value> generalValue(const ExifEntry& entry) {
     return static_cast<std::int64_t>(numbers[0]);
 }
 
-/// Degrees, minutes and seconds as degrees; hours, minutes and seconds as "hh:mm:ss"; a version as "2.3.0.0".
+/// Degrees, minutes and seconds, the last of which may be missing, as degrees; hours, minutes and seconds as
+/// "hh:mm:ss"; a version as "2.3.0.0".
 std::optional<PropertyDictionary::Value> gpsValue(std::string_view name, const ExifEntry& entry) {
     const std::vector<double> numbers = numbersOf(entry);
     const bool isPlace = name.ends_with("Latitude") || name.ends_with("Longitude");
     if (isPlace) {
-        if (numbers.size() != 3) return std::nullopt;
-        return numbers[0] + numbers[1] / 60 + numbers[2] / 3600;
+        if (numbers.empty() || numbers.size() > 3) return std::nullopt;
+        double degrees = 0, unit = 1;
+        for (const double number : numbers) {
+            degrees += number / unit;
+            unit *= 60;
+        }
+        return degrees;
     }
     if (name == "TimeStamp") {
         if (numbers.size() != 3) return std::nullopt;
@@ -193,6 +199,10 @@ ExifBlock::ExifBlock(std::span<const std::uint8_t> bytes) : data_(exif_data_new(
     // What the block does not hold must not be made up.
     exif_data_unset_option(data_.get(), EXIF_DATA_OPTION_FOLLOW_SPECIFICATION);
     exif_data_load_data(data_.get(), block.data(), static_cast<unsigned int>(block.size()));
+}
+
+bool ExifBlock::isEmpty() const {
+    return !data_ || std::ranges::all_of(data_->ifd, [](const ExifContent* ifd) { return ifd->count == 0; });
 }
 
 std::optional<Orientation> ExifBlock::orientation() const {

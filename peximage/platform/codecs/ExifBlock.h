@@ -18,6 +18,8 @@ class ExifBlock {
   public:
     explicit ExifBlock(std::span<const std::uint8_t> bytes);
 
+    /// Whether nothing could be made out.
+    bool isEmpty() const;
     /// Absent when the block does not say.
     std::optional<Orientation> orientation() const;
     struct Resolution {

@@ -68,6 +68,13 @@ ImageMetadata metadata(const CGDataProvider& bytes, const ImageLimits& limits) {
     return metadataByModule(Module, bytes, limits);
 }
 
+/// A TIFF file is an EXIF block itself, but a long one.
+std::optional<OpenedImage> openTiff(const CGDataProvider& bytes, const ImageLimits& limits) {
+    std::optional<OpenedImage> opened = openByModule(tiff, ImageFormat::tiff, bytes, limits);
+    if (opened) opened->exif = readTiffMetadata(bytes, limits).exif;
+    return opened;
+}
+
 std::optional<Data> encodeTiff(const CGImage& image, const CGImageDestination::Options& options) {
     std::optional<Data> file = encode<tiff>(image, options);
     if (!file || options.metadata.empty()) return file;
@@ -79,9 +86,8 @@ bool tiffBreaksOff(const CGDataProvider& bytes) { return breaksOffByModule(tiff,
 
 } // namespace
 
-const ImageCodec tiffCodec{ImageFormat::tiff, isTiff, open<tiff, ImageFormat::tiff>,
-                           encodeTiff,        tiff,   tiffBreaksOff,
-                           readTiffMetadata};
+const ImageCodec tiffCodec{ImageFormat::tiff, isTiff,          openTiff, encodeTiff, tiff,
+                           tiffBreaksOff,     readTiffMetadata};
 const ImageCodec webpCodec{ImageFormat::webp, isWebP, open<webp, ImageFormat::webp>,
                            encode<webp>,      webp,   webpBreaksOff,
                            metadata<webp>};

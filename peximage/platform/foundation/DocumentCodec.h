@@ -141,9 +141,9 @@ struct DocumentCodec<CGPoint> {
 };
 
 /// A moment stands as the seconds since 1 January 2001, 00:00 UTC.
-template <>
-struct DocumentCodec<std::chrono::system_clock::time_point> {
-    using Moment = std::chrono::system_clock::time_point;
+template <class Duration>
+struct DocumentCodec<std::chrono::sys_time<Duration>> {
+    using Moment = std::chrono::sys_time<Duration>;
     using Seconds = std::chrono::duration<double>;
     static constexpr std::chrono::sys_days epoch = std::chrono::January / 1 / 2001;
 
@@ -153,7 +153,7 @@ struct DocumentCodec<std::chrono::system_clock::time_point> {
         const std::optional<double> read = value.number();
         if (!read || !(*read > -limit && *read < limit))
             return failDocument(error, "expected a number of seconds");
-        target = epoch + std::chrono::round<Moment::duration>(Seconds(*read));
+        target = epoch + std::chrono::round<Duration>(Seconds(*read));
         return true;
     }
 };

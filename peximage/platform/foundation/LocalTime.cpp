@@ -2,9 +2,37 @@
 
 #include <algorithm>
 #include <cctype>
+#include <cstdio>
 #include <ctime>
 
 namespace pex {
+namespace {
+
+using std::chrono::days;
+using std::chrono::seconds;
+using std::chrono::sys_seconds;
+
+std::tm localParts(sys_seconds moment) {
+    const std::time_t count = moment.time_since_epoch().count();
+    std::tm parts{};
+    localtime_r(&count, &parts);
+    return parts;
+}
+
+/// How far the machine's clocks are ahead of UTC.
+seconds offsetAt(sys_seconds moment) { return seconds(localParts(moment).tm_gmtoff); }
+
+/// When the machine's clocks show a time, which is given as if they showed UTC. Not by `mktime`: what it
+/// makes of an hour that comes twice depends on what it was asked before.
+sys_seconds whenClocksShow(sys_seconds time) {
+    const seconds before = offsetAt(time - days(1)), after = offsetAt(time + days(1));
+    for (const seconds offset :
+         {std::max(before, after), std::min(before, after)}) // the earlier moment first
+        if (offsetAt(time - offset) == offset) return time - offset;
+    return time - before;
+}
+
+} // namespace
 
 std::optional<Moment> momentFromExifText(std::string_view text) {
     constexpr std::string_view form = "0000:00:00 00:00:00";
@@ -21,24 +49,18 @@ std::optional<Moment> momentFromExifText(std::string_view text) {
     const std::chrono::year_month_day date{std::chrono::year(number(0, 4)),
                                            std::chrono::month(static_cast<unsigned>(number(5, 2))),
                                            std::chrono::day(static_cast<unsigned>(number(8, 2)))};
-    std::tm parts{};
-    parts.tm_year = number(0, 4) - 1900;
-    parts.tm_mon = number(5, 2) - 1;
-    parts.tm_mday = number(8, 2);
-    parts.tm_hour = number(11, 2);
-    parts.tm_min = number(14, 2);
-    parts.tm_sec = number(17, 2);
-    parts.tm_isdst = -1;
-    if (!date.ok() || parts.tm_hour > 23 || parts.tm_min > 59 || parts.tm_sec > 59) return std::nullopt;
-    return std::chrono::system_clock::from_time_t(std::mktime(&parts));
+    const int hour = number(11, 2), minute = number(14, 2), second = number(17, 2);
+    if (!date.ok() || hour > 23 || minute > 59 || second > 59) return std::nullopt;
+    ::tzset(); // the zone may have changed since the last time
+    return whenClocksShow(std::chrono::sys_days(date) + seconds((hour * 60 + minute) * 60 + second));
 }
 
 std::string localTimeText(Moment moment) {
-    const std::time_t seconds = std::chrono::system_clock::to_time_t(moment);
-    std::tm parts{};
-    char text[64] = {};
-    if (localtime_r(&seconds, &parts) == nullptr) return {};
-    std::strftime(text, sizeof text, "%Y-%m-%d %H:%M:%S", &parts);
+    ::tzset();
+    const std::tm parts = localParts(std::chrono::floor<seconds>(moment));
+    char text[96];
+    std::snprintf(text, sizeof text, "%04ld-%02d-%02d %02d:%02d:%02d", parts.tm_year + 1900L,
+                  parts.tm_mon + 1, parts.tm_mday, parts.tm_hour, parts.tm_min, parts.tm_sec);
     return text;
 }
 

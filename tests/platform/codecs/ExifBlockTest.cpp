@@ -50,7 +50,7 @@ TEST(ExifBlock, orientationIsAbsentForNumbersThatAreNone) {
 
 TEST(ExifBlock, orientationIsAbsentForAnotherTypeAndForADirectoryWithoutIt) {
     Bytes ascii = littleEndianExif(6);
-    ascii[12] = 2;
+    ascii[12] = ascii[14] = 2; // a type of as many bytes
     EXPECT_EQ(orientationIn(ascii), std::nullopt);
     Bytes width = littleEndianExif(6);
     width[10] = 0x00;

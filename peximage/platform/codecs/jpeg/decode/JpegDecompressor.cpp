@@ -144,15 +144,16 @@ std::vector<std::uint8_t> JpegDecompressor::iccProfile() {
     return bytes;
 }
 
-std::vector<std::uint8_t> JpegDecompressor::exif() const {
+std::vector<std::vector<std::uint8_t>> JpegDecompressor::exifSegments() const {
+    std::vector<std::vector<std::uint8_t>> segments;
     static constexpr char name[] = "Exif"; // with its closing zero
     for (jpeg_saved_marker_ptr marker = info_.marker_list; marker; marker = marker->next) {
         const bool isExif = marker->marker == exifMarker && isWhole(*marker) &&
                             marker->data_length > sizeof name &&
                             std::memcmp(marker->data, name, sizeof name) == 0;
-        if (isExif) return {marker->data, marker->data + marker->data_length};
+        if (isExif) segments.emplace_back(marker->data, marker->data + marker->data_length);
     }
-    return {};
+    return segments;
 }
 
 } // namespace pex

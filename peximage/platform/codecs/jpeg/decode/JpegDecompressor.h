@@ -33,8 +33,8 @@ class JpegDecompressor {
     const jpeg_decompress_struct& info() const { return info_; }
     /// The embedded ICC profile, put together from its segments; empty when there is none.
     std::vector<std::uint8_t> iccProfile();
-    /// The content of the first EXIF segment, beginning with "Exif"; empty when there is none.
-    std::vector<std::uint8_t> exif() const;
+    /// The contents of the EXIF segments in the file's order, each beginning with "Exif".
+    std::vector<std::vector<std::uint8_t>> exifSegments() const;
 
   private:
     struct Errors {

@@ -147,14 +147,23 @@ void readDensity(const jpeg_decompress_struct& info, ImageProperties& properties
     properties.dpiHeight = info.Y_density * unit;
 }
 
-void readExif(const Data& bytes, ImageProperties& properties) {
-    if (bytes.empty()) return;
-    const ExifBlock exif(bytes.bytes());
+void readExif(const ExifBlock& exif, ImageProperties& properties) {
     properties.orientation = exif.orientation().value_or(Orientation::up);
     const auto resolution = exif.resolution();
     if (properties.dpiWidth || !resolution) return;
     properties.dpiWidth = resolution->x;
     properties.dpiHeight = resolution->y;
+}
+
+/// Of several EXIF segments the first one that can be read counts: a broken one does not hide it.
+void readExif(const JpegDecompressor& decoder, OpenedImage& opened) {
+    for (std::vector<std::uint8_t>& segment : decoder.exifSegments()) {
+        const ExifBlock exif(segment);
+        if (exif.isEmpty()) continue;
+        readExif(exif, opened.properties);
+        opened.exif = Data(std::move(segment));
+        return;
+    }
 }
 
 } // namespace
@@ -174,8 +183,7 @@ std::optional<OpenedImage> openJpeg(const CGDataProvider& bytes, const ImageLimi
     properties.pixelHeight = static_cast<int>(height);
     properties.colorModel = modelOf(info);
     readDensity(info, properties);
-    opened.exif = Data(decoder.exif());
-    readExif(opened.exif, properties);
+    readExif(decoder, opened);
 
     std::vector<std::uint8_t> icc = decoder.iccProfile();
     std::optional<CGColorSpace> profile;

@@ -17,14 +17,20 @@ struct ComposerOptions : Settings {
     PexComposer::SearchAndReplace texts;
 };
 
-using Read = std::variant<PexComposer, Failure>;
+struct Document {
+    PexComposer composer;
+    pex::Data bytes;
+};
 
-Read readComposer(const std::string& file) {
+using Read = std::variant<Document, Failure>;
+
+Read readDocument(const std::string& file) {
     const auto bytes = pex::Data::contentsOf(pex::URL::fromPath(file));
     if (!bytes) return whyNoImage(file);
     pex::DocumentError error;
-    if (auto composer = pex::decode<PexComposer>(bytes->text(), &error)) return *std::move(composer);
-    return Failure{error.message()};
+    auto composer = pex::decode<PexComposer>(bytes->text(), &error);
+    if (!composer) return Failure{error.message()};
+    return Document{*std::move(composer), *bytes};
 }
 
 Result listGuides(const PexComposer& composer) {
@@ -50,15 +56,27 @@ Result describe(const std::string& file, const PexComposer& composer) {
             .json = {{"file", file}, {"layers", layers}, {"guides", guides}}};
 }
 
-/// Without an output the new document itself is the result.
-Outcome replaceTexts(const ComposerOptions& options, const PexComposer& composer) {
-    const PexComposer derived = composer.composer(options.texts);
-    const std::string text = encode(derived);
-    if (options.output.empty()) return Result{.line = text, .json = nlohmann::ordered_json::parse(text)};
-
+/// Puts the new texts into the document; how many layers changed. All else stays as it is, also what a
+/// composer does not know.
+std::size_t putTexts(const PexComposer& derived, const PexComposer& composer, nlohmann::ordered_json& json) {
     std::size_t changed = 0;
-    for (std::size_t i = 0; i < derived.layerList.size(); ++i)
-        changed += derived.layerList[i] != composer.layerList[i];
+    for (std::size_t i = 0; i < derived.layerList.size(); ++i) {
+        const std::string& text = derived.layerList[i].text.text;
+        if (text == composer.layerList[i].text.text) continue;
+        json["layerList"][i]["text"]["text"] = text;
+        ++changed;
+    }
+    return changed;
+}
+
+/// Without an output the new document itself is the result.
+Outcome replaceTexts(const ComposerOptions& options, const Document& document) {
+    auto json = nlohmann::ordered_json::parse(document.bytes.text());
+    const PexComposer derived = document.composer.composer(options.texts);
+    const std::size_t changed = putTexts(derived, document.composer, json);
+    const std::string text = json.dump();
+    if (options.output.empty()) return Result{.line = text, .json = std::move(json)};
+
     const pex::URL output = pex::URL::fromPath(options.output);
     if (!pex::Data(text + '\n').write(output, pex::Data::Writing::atomically))
         return Failure{"cannot write " + options.output};
@@ -67,14 +85,14 @@ Outcome replaceTexts(const ComposerOptions& options, const PexComposer& composer
                   .json = {{"file", options.document}, {"output", options.output}, {"changed", changed}}};
 }
 
-using Action = Outcome (*)(const ComposerOptions&, const PexComposer&);
+using Action = Outcome (*)(const ComposerOptions&, const Document&);
 
 int runAction(ComposerOptions& options, Action action) {
     options.inputs = {options.document};
     return runBatch(options, [&](std::size_t) -> Outcome {
-        const Read read = readComposer(options.document);
+        const Read read = readDocument(options.document);
         if (const auto* failure = std::get_if<Failure>(&read)) return *failure;
-        return action(options, std::get<PexComposer>(read));
+        return action(options, std::get<Document>(read));
     });
 }
 
@@ -101,9 +119,11 @@ void addComposer(CLI::App& program, int& status) {
         return addAction(*command, options, status, name, help, action);
     };
     add("guides", "Lists the guides that layers snap to",
-        [](const ComposerOptions&, const PexComposer& c) -> Outcome { return listGuides(c); });
+        [](const ComposerOptions&, const Document& d) -> Outcome { return listGuides(d.composer); });
     add("check", "Tells whether the document reads, and if not, where and why",
-        [](const ComposerOptions& o, const PexComposer& c) -> Outcome { return describe(o.document, c); });
+        [](const ComposerOptions& o, const Document& d) -> Outcome {
+            return describe(o.document, d.composer);
+        });
     CLI::App* const replace =
         add("replace", "Replaces a text in every layer, whatever its case", replaceTexts);
     replace->add_option("search", options->texts.search, "The text to find")->required()->type_name("SEARCH");

@@ -413,6 +413,19 @@ class CommandLine(unittest.TestCase):
         self.assertEqual(run("composer", self.dir / "missing.json", "check")[0], 1)
         self.assertOnly("page.json")
 
+        layer = {"id": "L", "layerType": "text", "image": {"type": "url", "ratio": 1, "resourceAccess": {}, "later": 1},
+                 "shape": {"type": "circle", "style": {"strokeWidth": {"nonFinite": "nan"}, "fill": True, "fillStyle": "color",
+                           "fillColor": {"red": 0.5, "green": 0, "blue": 0, "alpha": 1}}},
+                 "text": {"text": "Draft", "later": [None]},
+                 "transform": {"location": [0, 0], "scale": {"x": 1, "y": 1}, "rotation": 0, "opacity": 1}}
+        page = {"later": {"than": "this"}, "id": "C", "name": "", "ratio": 1.5, "layerList": [layer, {**layer, "text": {}}],
+                "guideList_": [], "bgColor": {"red": 0, "green": 0, "blue": 0, "alpha": 1}, "shouldBeDeleted": False}
+        document.write_text(json.dumps(page))
+        code, text, _ = run("composer", document, "replace", "draft", "Final", "-o", document, "--json")
+        self.assertEqual((code, json.loads(text)["changed"]), (0, 1), "what cannot be compared has not changed")
+        page["layerList"][0]["text"]["text"] = "Final"
+        self.assertEqual(list(json.loads(document.read_text()).items()), list(page.items()), "all else stays")
+
     def test_keys_masks_and_colours(self):
         out = self.dir / "out.png"
         mask = self.dir / "mask.png"

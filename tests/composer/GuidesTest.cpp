@@ -159,8 +159,9 @@ TEST(Guides, SnapsWithinTenPixels) {
     const PexComposer made = composer(16.0 / 9, {text});
     EXPECT_EQ(made.nearestVerticalGuide(text, 0.44, screen), 0.45);
     EXPECT_EQ(made.nearestVerticalGuide(text, 0.43, screen), std::nullopt);
-    EXPECT_EQ(made.nearestVerticalGuide(text, 0.5125, screen), 0.5) << "the distance itself counts";
-    EXPECT_EQ(made.nearestVerticalGuide(text, 0.51251, screen), std::nullopt);
+    const double most = 0.5 + 1.0 / 64; // exactly ten pixels of 640
+    EXPECT_EQ(made.nearestVerticalGuide(text, most, {640, 1}), 0.5) << "the distance itself counts";
+    EXPECT_EQ(made.nearestVerticalGuide(text, std::nextafter(most, 1), {640, 1}), std::nullopt);
     EXPECT_EQ(made.nearestVerticalGuide(text, 0.21, screen), 0.2) << "its own stored place";
     EXPECT_EQ(made.nearestVerticalGuide(text, 0.43, {400, 1}), 0.45) << "only the width counts";
     EXPECT_EQ(made.nearestHorizontalGuide(text, 0.245, screen), 0.45 / (16.0 / 9));

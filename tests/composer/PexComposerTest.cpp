@@ -82,6 +82,7 @@ TEST(PexComposer, ReadsStrictly) {
          "layerList[0].transform.location: expected a list of two numbers"},
         {R"("scale":{"x":1,"y":2})", R"("scale":{"x":"1","y":2})",
          "layerList[0].transform.scale.x: expected a number"},
+        {R"("rotation":0.5)", R"("rotation":"nan")", "layerList[0].transform.rotation: expected a number"},
         {R"(,"opacity":0.75)", "", "layerList[0].transform.opacity: expected a number, found nothing"},
     };
     for (const auto& [from, to, message] : cases) {
@@ -103,7 +104,7 @@ TEST(PexComposer, TextsAndGuidesReadLeniently) {
     }
     EXPECT_EQ(decode<Layer::Text>(R"({"text":"a","color":3})")->text, "a");
 
-    for (const char* text : {"{}", R"({"id":3,"orientation":"diagonal","location":"0.5","intrinsic":1})"}) {
+    for (const char* text : {"{}", R"({"id":3,"orientation":"diagonal","location":"inf","intrinsic":1})"}) {
         const auto one = decode<Guide>(text);
         const auto two = decode<Guide>(text);
         ASSERT_TRUE(one && two) << text;

@@ -3,6 +3,7 @@
 #include <nlohmann/json.hpp>
 
 #include <algorithm>
+#include <array>
 #include <cmath>
 #include <limits>
 #include <utility>
@@ -134,9 +135,13 @@ std::optional<double> DocumentValue::number() const {
     if (!exists()) return std::nullopt;
     if (node().kind == Kind::number) return node().number;
     if (node().kind == Kind::integer) return static_cast<double>(node().integer);
-    if (text() == "nan") return std::numeric_limits<double>::quiet_NaN();
-    if (text() == "inf") return std::numeric_limits<double>::infinity();
-    if (text() == "-inf") return -std::numeric_limits<double>::infinity();
+    constexpr std::array<std::string_view, 1> name{"nonFinite"};
+    std::array<DocumentValue, 1> found;
+    locate(name, found);
+    const auto which = found[0].text();
+    if (which == "nan") return std::numeric_limits<double>::quiet_NaN();
+    if (which == "inf") return std::numeric_limits<double>::infinity();
+    if (which == "-inf") return -std::numeric_limits<double>::infinity();
     return std::nullopt;
 }
 

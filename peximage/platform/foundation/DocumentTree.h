@@ -69,8 +69,8 @@ class PEX_EXPORT DocumentValue {
     bool isList() const { return exists() && node().kind == Kind::list; }
 
     std::optional<bool> boolean() const;
-    /// A number, also one written without a fraction. The texts "nan", "inf" and "-inf" count as the numbers
-    /// that JSON has no form for.
+    /// A number, also one written without a fraction, and an object like {"nonFinite":"nan"}, "inf" or
+    /// "-inf", which stands for what JSON has no form for. A text is no number.
     std::optional<double> number() const;
     /// A number without a fraction ("3" and "3.0" alike) that a 64-bit integer holds.
     std::optional<std::int64_t> integer() const;

@@ -49,8 +49,12 @@ void DocumentWriter::integer(std::int64_t value) {
 }
 
 void DocumentWriter::number(double value) {
-    if (std::isnan(value)) return text("nan");
-    if (std::isinf(value)) return text(value < 0 ? "-inf" : "inf");
+    if (!std::isfinite(value)) {
+        beginObject();
+        key("nonFinite");
+        text(std::isnan(value) ? "nan" : value < 0 ? "-inf" : "inf");
+        return endObject();
+    }
     char digits[32];
     separate();
     text_.append(digits, std::to_chars(digits, digits + sizeof digits, value).ptr);

@@ -20,8 +20,8 @@ class PEX_EXPORT DocumentWriter {
 
     void boolean(bool value);
     void integer(std::int64_t value);
-    /// The shortest form that reads back as the same number. What JSON has no form for is written as the text
-    /// "nan", "inf" or "-inf", so that one odd number does not make the document unreadable.
+    /// The shortest form that reads back as the same number. What JSON has no form for is written as
+    /// {"nonFinite":"nan"}, "inf" or "-inf", so that one odd number does not make the document unreadable.
     void number(double value);
     /// Bytes that are not UTF-8 become U+FFFD.
     void text(std::string_view value);

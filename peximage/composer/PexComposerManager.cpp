@@ -13,15 +13,64 @@ std::optional<std::string> PexComposerManager::subSettings;
 std::shared_ptr<PexComposerManager> PexComposerManager::make(const AppName& app) {
     std::shared_ptr<PexComposerManager> manager(new PexComposerManager);
     appName = app.appName;
-    if (const auto stored = load()) {
-        manager->composerList_ = std::move(stored->composerList_);
-        manager->selectedComposerId_ = std::move(stored->selectedComposerId_);
+    Loaded stored = loadSeen();
+    if (stored.value) {
+        manager->composerList_ = std::move(stored.value->composerList_);
+        manager->selectedComposerId_ = std::move(stored.value->selectedComposerId_);
     }
+    manager->seen_ = std::move(stored.seen);
+    if (!manager->seen_) manager->problem_ = lastReason();
     return manager;
 }
 
+std::shared_ptr<PexComposerManager> PexComposerManager::fromLoaded(Loaded loaded) {
+    if (loaded.value) loaded.value->seen_ = std::move(loaded.seen);
+    return loaded.value;
+}
+
+std::shared_ptr<PexComposerManager> PexComposerManager::load() { return fromLoaded(loadSeen()); }
+
+std::shared_ptr<PexComposerManager> PexComposerManager::load(std::string_view configurationName) {
+    return fromLoaded(loadSeen(configurationName));
+}
+
+bool PexComposerManager::save() { return store(Replacing::own); }
+
+bool PexComposerManager::takeOver() { return store(Replacing::any); }
+
+bool PexComposerManager::store(Replacing replacing) {
+    using Fate = SettingsStore::Fate;
+    const auto judge = [&](const SettingsStore::Stored& stored) {
+        if (seen_ == stored.version) return Fate::goes;
+        if (isDamaged(stored)) return Fate::staysDamaged;
+        const bool isOfAnother = seen_ && seen_->file != stored.version.file;
+        return isOfAnother || replacing == Replacing::any ? Fate::staysAside : Fate::stays;
+    };
+    const SettingsStore store = PexSaveable::store();
+    const auto written = store.write(configurationName, encode(*this), judge);
+    if (written) seen_ = written;
+    const bool saved = written && store.setCurrent(configurationName);
+    problem_ = saved ? Reason() : lastReason();
+    return saved;
+}
+
+bool PexComposerManager::reload() {
+    const auto stored = load(configurationName);
+    if (!stored) return false;
+    composerList_ = std::move(stored->composerList_);
+    selectedComposerId_ = std::move(stored->selectedComposerId_);
+    seen_ = std::move(stored->seen_);
+    problem_ = Reason();
+    announce();
+    return true;
+}
+
 void PexComposerManager::changed() {
-    saved_ = save();
+    save();
+    announce();
+}
+
+void PexComposerManager::announce() {
     XMain::sync([weakly = weak_from_this()] {
         if (const auto manager = weakly.lock()) manager->objectWillChange.send();
     });
@@ -33,6 +82,7 @@ void PexComposerManager::setComposerList(std::vector<PexComposer> list) {
 }
 
 void PexComposerManager::editComposerList(const std::function<void(std::vector<PexComposer>&)>& edit) {
+    if (!edit) return;
     edit(composerList_);
     changed();
 }
@@ -44,6 +94,7 @@ void PexComposerManager::setSelectedComposerId(std::optional<std::string> id) {
 
 void PexComposerManager::editSelectedComposerId(
     const std::function<void(std::optional<std::string>&)>& edit) {
+    if (!edit) return;
     edit(selectedComposerId_);
     changed();
 }

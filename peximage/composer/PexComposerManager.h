@@ -3,6 +3,7 @@
 #include "peximage/composer/PexComposer.h"
 #include "peximage/platform/Export.h"
 #include "peximage/platform/foundation/ChangePublisher.h"
+#include "peximage/platform/foundation/Reason.h"
 #include "peximage/platform/foundation/Task.h"
 #include "peximage/platform/foundation/URL.h"
 #include "peximage/platform/geometry/CGSize.h"
@@ -14,6 +15,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace pex {
@@ -28,6 +30,17 @@ namespace pex {
 /// Every change is saved first and then announced through `objectWillChange` on the main thread
 /// (`XMain::sync`): called on another thread, an operation waits until the main thread took note. The manager
 /// has no lock: one thread at a time. An observer may drop the last reference to it.
+///
+/// Nobody's work is written over. A manager saves in place of the document that it loaded or saved last
+/// itself, and of no other:
+///
+/// - Where another manager, of this process or another, has saved under the same name meanwhile, or what is
+///   stored cannot be read, nothing is saved and `isSaved()` is false. The changes are kept in memory until
+///   the application calls `reload()` or `takeOver()`.
+/// - A document of another configuration that a save comes upon, as after `configurationName` was set to a
+///   name in use, is kept as a configuration of its own: "Default 2", or the first such name that is free.
+/// - So is a damaged document, as a file beside it (see `SettingsStore`). Where neither can be kept, nothing
+///   is saved.
 class PEX_EXPORT PexComposerManager : public std::enable_shared_from_this<PexComposerManager>,
                                       public PexSaveable<PexComposerManager> {
   public:
@@ -49,7 +62,7 @@ class PEX_EXPORT PexComposerManager : public std::enable_shared_from_this<PexCom
     };
 
     /// Sets the application's name for all managers of the process, and makes a manager with the composers
-    /// and the selection that are stored for it, or an empty one. Saves and announces nothing.
+    /// and the selection that were saved last for it, or an empty one. Saves and announces nothing.
     static std::shared_ptr<PexComposerManager> make(const AppName& app);
 
     /// Whose composers all managers of the process load and save; `subSettings` keeps several sets apart.
@@ -57,14 +70,15 @@ class PEX_EXPORT PexComposerManager : public std::enable_shared_from_this<PexCom
     static std::optional<std::string> subSettings;
 
     /// The name under which the manager is saved. Setting it saves nothing. A new manager's is "Default"
-    /// whatever the stored one was.
+    /// whatever the stored one was: with another one's composers it is saved under "Default" from its first
+    /// change on, and what stood there is kept as "Default 2".
     std::string configurationName = "Default";
     /// Sent after every change that was saved.
     ChangePublisher objectWillChange;
 
     const std::vector<PexComposer>& composerList() const { return composerList_; }
     void setComposerList(std::vector<PexComposer> list);
-    /// Edits the list in place: one save and one announcement, whatever `edit` does with it.
+    /// Edits the list in place: one save and one announcement, whatever `edit` does with it; none without it.
     void editComposerList(const std::function<void(std::vector<PexComposer>&)>& edit);
 
     const std::optional<std::string>& selectedComposerId() const { return selectedComposerId_; }
@@ -73,8 +87,24 @@ class PEX_EXPORT PexComposerManager : public std::enable_shared_from_this<PexCom
 
     /// A copy of the selected composer; absent when none is selected or it is no longer there.
     std::optional<PexComposer> selectedComposer() const;
-    /// Whether the last change could be saved; true before the first.
-    bool isSaved() const { return saved_; }
+    /// Whether the last change could be saved. Before the first one it is true unless something is stored
+    /// that could not be read.
+    bool isSaved() const { return !problem_; }
+    /// Why it could not: `ReasonCode::changedElsewhere` where another manager has saved meanwhile.
+    const Reason& whyNotSaved() const { return problem_; }
+
+    /// The manager that was saved last for the current `appName` and `subSettings`, or under a name. Null
+    /// when there is none or it cannot be read.
+    static std::shared_ptr<PexComposerManager> load();
+    static std::shared_ptr<PexComposerManager> load(std::string_view configurationName);
+    /// Saves as every change does; what `isSaved()` then is.
+    bool save();
+    /// Saves in place of whatever is stored, which is kept as a configuration of its own.
+    bool takeOver();
+    /// Gives up the changes that were not saved: takes the composers and the selection that are stored under
+    /// `configurationName`, and announces it. False, with no change, when there are none or they cannot be
+    /// read.
+    bool reload();
 
     /// Position in `composerList`; absent when there is none of that id.
     std::optional<std::size_t> index(const OfComposerWithId& composer) const;
@@ -100,7 +130,7 @@ class PEX_EXPORT PexComposerManager : public std::enable_shared_from_this<PexCom
     /// Moves the layer's centre to `to`, in pixels relative to the centre of a canvas displayed in the size
     /// `in`.
     void updateOffset(const Layer& forLayer, const PexComposer& of, CGSize to, CGSize in);
-    /// Selects the layer in the composer, whether or not it belongs to it; null selects none.
+    /// Selects the layer in the composer, whether or not it belongs to it; null: none.
     void setSelectedLayer(const Layer* to, const PexComposer& of);
 
     /// Takes an image file into the shared store and appends a layer that shows it: four changes. The file is
@@ -115,6 +145,11 @@ class PEX_EXPORT PexComposerManager : public std::enable_shared_from_this<PexCom
 
     /// Saves, then announces. The manager may be gone when it returns.
     void changed();
+    void announce();
+    enum class Replacing { own, any };
+    bool store(Replacing replacing);
+    /// The object behind what was loaded, which knows from then on what it saw.
+    static std::shared_ptr<PexComposerManager> fromLoaded(Loaded loaded);
     PexComposer* find(std::string_view composerId);
     Layer* find(std::string_view layerId, std::string_view composerId);
 
@@ -126,7 +161,9 @@ class PEX_EXPORT PexComposerManager : public std::enable_shared_from_this<PexCom
 
     std::vector<PexComposer> composerList_;
     std::optional<std::string> selectedComposerId_;
-    bool saved_ = true;
+    /// The document that this manager loaded or saved last; absent when what was there could not be read.
+    std::optional<SettingsStore::Version> seen_;
+    Reason problem_;
 };
 
 } // namespace pex

@@ -4,6 +4,7 @@
 #include "peximage/platform/foundation/AtomicFile.h"
 #include "peximage/platform/varda/XMain.h"
 #include "tests/support/DataFolder.h"
+#include "tests/support/InChild.h"
 #include "tests/support/Pictures.h"
 
 #include <gmock/gmock.h>
@@ -223,6 +224,108 @@ TEST_F(PexComposerManagerTest, TellsWhenAChangeCouldNotBeSaved) {
     manager_->setSelectedComposerId({});
     EXPECT_TRUE(manager_->isSaved());
     EXPECT_EQ(Manager::make({.appName = "Studio"})->composerList().size(), 2U);
+}
+
+// Of two that began with the same document, the second one to save is refused, not the first one's work lost.
+TEST_F(PexComposerManagerTest, DoesNotSaveOverWhatAnotherSaved) {
+    const auto other = Manager::make({.appName = "Studio"});
+    other->newComposer();
+    const std::string work = document();
+    manager_->newComposer();
+    EXPECT_FALSE(manager_->isSaved() || manager_->save());
+    EXPECT_EQ(manager_->whyNotSaved().code, ReasonCode::changedElsewhere);
+    EXPECT_EQ(document(), work);
+
+    changes_ = 0;
+    EXPECT_TRUE(manager_->reload());
+    EXPECT_EQ(changes(), 1);
+    EXPECT_TRUE(manager_->isSaved());
+    EXPECT_EQ(encode(*manager_), work);
+    manager_->newComposer();
+    EXPECT_TRUE(manager_->isSaved());
+    EXPECT_EQ(Manager::load()->composerList().size(), 2U);
+
+    other->newLayer(LayerType::text, other->composerList()[0]);
+    EXPECT_FALSE(other->isSaved());
+    const std::string second = document();
+    EXPECT_TRUE(other->takeOver());
+    EXPECT_EQ(document(), encode(*other));
+    EXPECT_EQ(readFile(data_.path() / "PexImage/Studio/main/Default 2.json"), second);
+    EXPECT_EQ(Manager::load("Default 2")->configurationName, "Default 2");
+
+    const auto imported = decode<Manager>(work);
+    imported->newComposer();
+    EXPECT_FALSE(imported->isSaved()) << "it has never seen what is stored";
+}
+
+TEST_F(PexComposerManagerTest, NeverLosesAnotherConfigurationsComposers) {
+    manager_->editComposerList([](auto& list) { list.clear(); });
+    manager_->newComposer();
+    const std::string day = document();
+    manager_->configurationName = "Night";
+    manager_->newComposer();
+
+    const auto next = Manager::make({.appName = "Studio"});
+    EXPECT_EQ(next->composerList().size(), 2U);
+    EXPECT_EQ(document(), day);
+    next->newComposer();
+    EXPECT_TRUE(next->isSaved());
+    EXPECT_EQ(document(), encode(*next));
+    EXPECT_EQ(encode(*Manager::load("Night")), encode(*manager_));
+    EXPECT_EQ(readFile(data_.path() / "PexImage/Studio/main/Default 2.json"), day);
+    EXPECT_TRUE(next->saveConfiguration("Default"));
+    next->newComposer();
+    EXPECT_TRUE(next->isSaved()) << "its own save is no other's";
+
+    const auto stranger = Manager::make({.appName = "Other"});
+    stranger->newComposer();
+    next->newComposer(); // the application's name is one for all managers
+    EXPECT_TRUE(next->isSaved());
+    EXPECT_EQ(encode(*Manager::load("Default 2")).size(), encode(*stranger).size() + 2);
+    EXPECT_THAT(Manager::configurations(), ElementsAre("Default", "Default 2"));
+}
+
+TEST_F(PexComposerManagerTest, TellsWhenWhatIsStoredCannotBeRead) {
+    manager_->newComposer();
+    namespace fs = std::filesystem;
+    const fs::path file = data_.path() / "PexImage/Studio/main/Default.json", away = data_.path() / "away";
+    fs::rename(file, away);
+    fs::create_directory(file);
+    const auto other = Manager::make({.appName = "Studio"});
+    EXPECT_FALSE(other->isSaved());
+    EXPECT_EQ(other->whyNotSaved().code, ReasonCode::isFolder);
+    fs::remove(file);
+    fs::rename(away, file);
+    other->newComposer();
+    EXPECT_FALSE(other->isSaved()) << "there is something that it does not know";
+    EXPECT_TRUE(other->reload());
+    EXPECT_EQ(encode(*other), encode(*manager_));
+}
+
+// Each adds composers, and takes in the others' when it is refused.
+TEST_F(PexComposerManagerTest, TwoProcessesLoseNothing) {
+    constexpr int each = 40;
+    const auto work = [] {
+        const auto manager = Manager::make({.appName = "Studio"});
+        for (int i = 0; i < each; ++i) {
+            do {
+                if (!manager->isSaved() && !manager->reload()) return 1;
+                manager->editComposerList([&](auto& list) {
+                    list.push_back(
+                        decode<PexComposer>(
+                            R"({"id":"C","name":"","ratio":1,"layerList":[],"guideList_":[],"bgColor":)"
+                            R"({"red":0,"green":0,"blue":0,"alpha":1},"shouldBeDeleted":false})")
+                            .value());
+                });
+            } while (!manager->isSaved());
+        }
+        return 0;
+    };
+    const auto startWorking = [&] { return startChild([&] { return XMain::becomeMain(), work(); }); };
+    const pid_t one = startWorking(), two = startWorking();
+    EXPECT_EQ(waitForChild(one) + waitForChild(two), 0);
+    EXPECT_EQ(Manager::load()->composerList().size(), 2U * each);
+    EXPECT_THAT(Manager::configurations(), ElementsAre("Default"));
 }
 
 TEST_F(PexComposerManagerTest, AnnouncesOnTheMainThread) {

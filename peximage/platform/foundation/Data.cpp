@@ -1,6 +1,7 @@
 #include "peximage/platform/foundation/Data.h"
 
 #include "peximage/platform/foundation/AtomicFile.h"
+#include "peximage/platform/foundation/Reason.h"
 #include "peximage/platform/foundation/URL.h"
 #include "peximage/platform/foundation/WriteAll.h"
 
@@ -8,6 +9,7 @@
 #include <cerrno>
 #include <cstdlib>
 #include <fcntl.h>
+#include <string>
 #include <sys/mman.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -41,6 +43,22 @@ std::optional<std::size_t> readAll(int descriptor, std::span<std::uint8_t> into)
     return filled;
 }
 
+/// The size of a regular file of at most that many bytes.
+std::optional<std::size_t> sizeOf(int descriptor, std::size_t limit) {
+    struct stat info {};
+    if (::fstat(descriptor, &info) != 0)
+        giveReadingReason(errno);
+    else if (S_ISDIR(info.st_mode))
+        giveReason(ReasonCode::isFolder, "is a folder");
+    else if (!S_ISREG(info.st_mode))
+        giveReason(ReasonCode::notRegularFile, "is no regular file");
+    else if (static_cast<std::size_t>(info.st_size) > limit)
+        giveReason(ReasonCode::overLimit, "is larger than " + std::to_string(limit) + " bytes");
+    else
+        return static_cast<std::size_t>(info.st_size);
+    return std::nullopt;
+}
+
 bool writeInPlace(const std::string& path, std::span<const std::uint8_t> bytes) {
     const int descriptor = ::open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666);
     if (descriptor < 0) return false;
@@ -62,17 +80,24 @@ Data::Data(std::vector<std::uint8_t> bytes) : size_(bytes.size()) {
 Data::Data(std::string_view text) : Data(std::vector<std::uint8_t>(text.begin(), text.end())) {}
 
 std::optional<Data> Data::contentsOf(const URL& url, std::size_t limit) {
-    if (!url.isFileURL()) return std::nullopt;
+    if (!url.isFileURL()) {
+        giveReason(ReasonCode::badArgument, "is no address of a file");
+        return std::nullopt;
+    }
     const int descriptor = ::open(url.path().c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
-    if (descriptor < 0) return std::nullopt;
-    struct stat info {};
+    if (descriptor < 0) {
+        giveReadingReason(errno);
+        return std::nullopt;
+    }
     std::optional<Data> data;
-    if (::fstat(descriptor, &info) == 0 && S_ISREG(info.st_mode) &&
-        static_cast<std::size_t>(info.st_size) <= limit) {
-        const auto size = static_cast<std::size_t>(info.st_size);
-        const std::shared_ptr<std::uint8_t> bytes = allocate(size);
-        const auto got = bytes ? readAll(descriptor, {bytes.get(), size}) : std::nullopt;
-        if (got) data = Data(bytes, *got);
+    if (const auto size = sizeOf(descriptor, limit)) {
+        const std::shared_ptr<std::uint8_t> bytes = allocate(*size);
+        errno = ENOMEM;
+        const auto got = bytes ? readAll(descriptor, {bytes.get(), *size}) : std::nullopt;
+        if (got)
+            data = Data(bytes, *got);
+        else
+            giveReadingReason(errno);
     }
     ::close(descriptor);
     return data;

@@ -23,7 +23,7 @@ class PEX_EXPORT Data {
     explicit Data(std::string_view text);
 
     /// The whole file, as long as it is when it is opened. Absent when it is no regular file, cannot be read,
-    /// or holds more than `limit` bytes.
+    /// or holds more than `limit` bytes; the reason is given.
     static std::optional<Data> contentsOf(const URL& url, std::size_t limit = std::size_t{1} << 31);
 
     const std::uint8_t* data() const { return bytes_.get(); }

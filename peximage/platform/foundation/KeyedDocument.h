@@ -1,6 +1,7 @@
 #pragma once
 
 #include "peximage/platform/foundation/DocumentCodec.h"
+#include "peximage/platform/foundation/Reason.h"
 
 #include <memory>
 #include <new>
@@ -154,20 +155,24 @@ std::string encode(const T& value) {
 }
 
 /// The value of a document; absent when the text is none (see `DocumentTree::parse` for its limits), or when
-/// a required key is missing or of another kind. `error`, if given, then tells where and why.
+/// a required key is missing or of another kind. `error`, if not null, then tells where and why, as does
+/// `lastReason`.
 template <class T>
-Decoded<T> decode(std::string_view text, DocumentError* error = nullptr) try {
-    const std::optional<DocumentTree> tree = DocumentTree::parse(text, error);
-    if (!tree) return {};
-    Decoded<T> result;
-    if constexpr (SharedDocument<T>)
-        result = DocumentAccess::makeShared<T>();
-    else
-        result.emplace(DocumentAccess::make<T>());
-    if (!DocumentCodec<T>::read(tree->root(), *result, error)) return {};
-    return result;
-} catch (const std::bad_alloc&) {
-    failDocument(error, "too large for the memory");
+Decoded<T> decode(std::string_view text, DocumentError* error = nullptr) {
+    DocumentError problem;
+    try {
+        Decoded<T> result;
+        if constexpr (SharedDocument<T>)
+            result = DocumentAccess::makeShared<T>();
+        else
+            result.emplace(DocumentAccess::make<T>());
+        const std::optional<DocumentTree> tree = DocumentTree::parse(text, &problem);
+        if (tree && DocumentCodec<T>::read(tree->root(), *result, &problem)) return result;
+    } catch (const std::bad_alloc&) {
+        failDocument(&problem, "too large for the memory");
+    }
+    giveReason(ReasonCode::damaged, problem.message());
+    if (error) *error = std::move(problem);
     return {};
 }
 

@@ -32,6 +32,7 @@ enum class ReasonCode {
     timedOut = 20,
     cancelled = 21,
     badArgument = 22,
+    changedElsewhere = 23, // what is stored is not what was read from there
 };
 
 /// A code for programs, and one line for people, without the file's name before it and without a full stop

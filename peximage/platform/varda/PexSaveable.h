@@ -17,50 +17,78 @@ namespace pex {
 /// - `std::string configurationName`, usually "Default": under which name it is saved;
 /// - keys (see KeyedDocument.h).
 ///
-/// All names may be any text. Nothing here locks the settings object itself.
+/// All names may be any text. Nothing here locks the settings object itself. What gives nothing gives its
+/// reason (`lastReason`).
 template <class Self>
 class PexSaveable {
   public:
     /// The document that was saved last for the current `appName` and `subSettings`, under whatever
     /// configuration name: a value, or of a reference type the object. Absent or null when there is none or
-    /// it cannot be read; an unreadable one is kept aside.
-    static auto load() { return load(store().current()); }
+    /// it cannot be read.
+    static auto load() { return loadSeen().value; }
 
-    /// The document of one configuration, in the same way.
-    static auto load(std::string_view configurationName) {
-        const std::optional<std::string> document = store().read(configurationName);
-        Decoded<Self> loaded{};
-        if (!document) return loaded;
-        loaded = decode<Self>(*document);
-        if (!loaded) store().keepDamaged(configurationName, *document);
-        return loaded;
-    }
+    /// The document of one configuration, in the same way; the result bears that name.
+    static auto load(std::string_view configurationName) { return loadSeen(configurationName).value; }
 
     /// Saves under `configurationName`, which `load` then reads. The old document or the new one is there at
-    /// every moment. False when it cannot be saved: the old one is there.
+    /// every moment; of several that save, the last one counts. A damaged document is kept aside before it is
+    /// replaced. False when it cannot be saved: the old one is there.
     bool save() const {
         const Self& self = static_cast<const Self&>(*this);
-        return store().write(self.configurationName, encode(self)) &&
+        return store().write(self.configurationName, encode(self), fateOf) &&
                store().setCurrent(self.configurationName);
     }
 
     /// The names under which something is saved, sorted.
     static std::vector<std::string> configurations() { return store().configurations(); }
 
-    /// Saves a copy under another name, which the copy bears; `load` goes on reading what it read before.
+    /// Saves a copy under another name, which the copy bears, in place of what is saved there; `load` goes on
+    /// reading what it read before.
     bool saveConfiguration(const std::string& withName) {
         Self& self = static_cast<Self&>(*this);
+        if (withName == self.configurationName) return self.save();
         const std::string own = std::exchange(self.configurationName, withName);
         const std::string document = encode(self);
         self.configurationName = own;
-        return store().write(withName, document);
+        return store().write(withName, document, fateOf).has_value();
     }
 
     /// False when there was none of that name or it cannot be removed.
     static bool deleteConfiguration(std::string_view withName) { return store().remove(withName); }
 
-  private:
+  protected:
     static SettingsStore store() { return SettingsStore(Self::appName, Self::subSettings); }
+
+    /// What loading gave, and what it saw: absent where something stored could not be read.
+    struct Loaded {
+        Decoded<Self> value{};
+        std::optional<SettingsStore::Version> seen{};
+    };
+
+    static Loaded loadSeen() {
+        const std::optional<std::string> current = store().current();
+        return current ? loadSeen(*current) : Loaded();
+    }
+
+    static Loaded loadSeen(std::string_view configurationName) {
+        const std::optional<SettingsStore::Stored> stored = store().read(configurationName);
+        if (!stored) return {};
+        Loaded loaded;
+        if (stored->text) {
+            loaded.value = decode<Self>(*stored->text);
+            if (!loaded.value) return {};
+            loaded.value->configurationName = configurationName;
+        }
+        loaded.seen = stored->version;
+        return loaded;
+    }
+
+    static bool isDamaged(const SettingsStore::Stored& stored) { return !decode<Self>(*stored.text); }
+
+  private:
+    static SettingsStore::Fate fateOf(const SettingsStore::Stored& stored) {
+        return isDamaged(stored) ? SettingsStore::Fate::staysDamaged : SettingsStore::Fate::goes;
+    }
 };
 
 } // namespace pex

@@ -1,6 +1,7 @@
 #include "peximage/platform/varda/PexSaveable.h"
 
 #include "peximage/platform/foundation/AtomicFile.h"
+#include "peximage/platform/foundation/Reason.h"
 #include "peximage/platform/varda/StoredName.h"
 #include "tests/support/DataFolder.h"
 #include "tests/support/InChild.h"
@@ -9,6 +10,7 @@
 #include <gtest/gtest.h>
 
 #include <csignal>
+#include <functional>
 #include <set>
 #include <sys/resource.h>
 
@@ -143,7 +145,14 @@ TEST_F(PexSaveableTest, ACrashLeavesTheOldOrTheNewDocument) {
         EXPECT_TRUE(!sawNew || text == big) << "what is saved stays saved";
         sawNew = text == big;
         EXPECT_NE(loadedText(), "(none)") << "after " << crashes << " steps";
+        const auto folder = stored_.parent_path();
+        for (const auto& file : std::filesystem::directory_iterator(folder))
+            std::filesystem::last_write_time(file, std::filesystem::file_time_type::clock::now() -
+                                                       2 * AtomicFile::longestSave);
         EXPECT_TRUE(settings("again").save()) << "a crash does not block later saves";
+        for (const auto& file : std::filesystem::directory_iterator(folder))
+            EXPECT_FALSE(AtomicFile::isTemporary(file.path().filename().string()))
+                << "nothing stays for ever";
     }
     EXPECT_TRUE(sawNew);
     EXPECT_EQ(crashes - 1, 4 * 3) << "two documents and the name of the one in use, four steps each";
@@ -180,16 +189,52 @@ TEST_F(PexSaveableTest, AReadOnlyFolderLeavesTheOldDocument) {
     EXPECT_EQ(loadedText(), "old");
 }
 
-TEST_F(PexSaveableTest, ADamagedDocumentIsKeptAside) {
+TEST_F(PexSaveableTest, EveryDamagedDocumentIsKeptAside) {
     const std::string damaged = R"({"configurationName":"Default","text":"precious)";
-    for (const std::string& bytes : {damaged, std::string(), std::string(4096, '\0')}) {
+    const std::pair<std::string, std::string> copies[] = {{damaged, ".damaged"},
+                                                          {"", ".damaged-2"},
+                                                          {damaged, ".damaged"},
+                                                          {std::string(4096, '\0'), ".damaged-3"}};
+    for (const auto& [bytes, ending] : copies) {
         writeFile(stored_, bytes);
         EXPECT_FALSE(Settings::load());
+        EXPECT_EQ(lastReason().code, ReasonCode::damaged);
         EXPECT_TRUE(settings("new").save());
-        EXPECT_EQ(readFile(stored_.string() + ".damaged"), bytes);
+        EXPECT_EQ(readFile(stored_.string() + ending), bytes);
         EXPECT_EQ(loadedText(), "new");
         EXPECT_THAT(Settings::configurations(), testing::ElementsAre("Default"));
     }
+    EXPECT_EQ(std::distance(std::filesystem::directory_iterator(stored_.parent_path()), {}), 5);
+
+    writeFile(stored_, "{");
+    std::filesystem::create_directory(stored_.string() + ".damaged-4");
+    EXPECT_FALSE(settings("new").save()) << "not without the copy";
+    EXPECT_EQ(readFile(stored_), "{");
+}
+
+// Only a document that is not there counts as absent.
+TEST_F(PexSaveableTest, WhatCannotBeReadIsNotReplaced) {
+    ASSERT_TRUE(settings("old").save());
+    std::filesystem::permissions(data_.path(), std::filesystem::perms(0755));
+    const auto tries = [](const std::function<bool()>& obstruct, ReasonCode why) {
+        return inChild([&] {
+            if (!obstruct()) return 2;
+            const bool loads = Settings::load().has_value();
+            if (loads || lastReason().code != why) return 3;
+            return settings("new").save() || lastReason().code != why ? 1 : 0;
+        });
+    };
+    EXPECT_EQ(tries(
+                  [] {
+                      const rlimit none{0, 0};
+                      return ::setrlimit(RLIMIT_NOFILE, &none) == 0;
+                  },
+                  ReasonCode::tooManyOpenFiles),
+              0);
+    std::filesystem::permissions(stored_, std::filesystem::perms(0));
+    EXPECT_EQ(tries([] { return ::getuid() != 0 || ::setuid(65534) == 0; }, ReasonCode::noPermission), 0);
+    std::filesystem::permissions(stored_, std::filesystem::perms(0600));
+    EXPECT_EQ(loadedText(), "old");
 }
 
 TEST_F(PexSaveableTest, TwoProcessesLeaveOneWholeDocument) {

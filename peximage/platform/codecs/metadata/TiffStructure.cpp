@@ -77,7 +77,8 @@ std::uint32_t TiffStructure::number(std::size_t at, std::size_t bytes) const {
 }
 
 std::optional<std::uint32_t> TiffStructure::number(const TiffEntry& entry) const {
-    const bool isNumber = entry.type == byte || entry.type == shortInt || entry.type == longInt;
+    const bool isNumber =
+        entry.type == byte || entry.type == shortInt || entry.type == longInt || entry.type == place;
     if (!isNumber || entry.count == 0 || !holds(entry)) return std::nullopt;
     return number(entry.valueAt, sizeOf(entry.type));
 }

@@ -37,7 +37,15 @@ struct TiffDirectory {
 class TiffStructure {
   public:
     /// The numbers of types that stand in files.
-    enum Type : std::uint16_t { byte = 1, ascii = 2, shortInt = 3, longInt = 4, rational = 5, undefined = 7 };
+    enum Type : std::uint16_t {
+        byte = 1,
+        ascii = 2,
+        shortInt = 3,
+        longInt = 4,
+        rational = 5,
+        undefined = 7,
+        place = 13 // of a directory; most writers take `longInt` for it
+    };
     static constexpr std::size_t headerBytes = 8, entryBytes = 12;
 
     static std::optional<TiffStructure> of(std::span<const std::uint8_t> bytes);
@@ -51,7 +59,7 @@ class TiffStructure {
 
     /// A number of 2 or 4 bytes; 0 behind the end.
     std::uint32_t number(std::size_t at, std::size_t bytes) const;
-    /// The first number of a value of type BYTE, SHORT or LONG.
+    /// The first number of a value of type BYTE, SHORT, LONG or IFD.
     std::optional<std::uint32_t> number(const TiffEntry& entry) const;
 
     std::optional<TiffDirectory> mainDirectory() const { return directory(number(4, 4)); }

@@ -57,17 +57,76 @@ bool findFrame(Picture& picture) {
     return false;
 }
 
-Picture* open(const Module::Input& input, const Module::Limits& limits, Module::Header* header) {
+/// Looks at single bytes of the file, which it reads by blocks.
+class Bytes {
+  public:
+    explicit Bytes(const Module::Input& input) : input_(input) {}
+
+    /// -1 behind the end.
+    int at(std::size_t place) {
+        if (place < begin_ || place >= begin_ + block_.size()) {
+            constexpr std::size_t usual = std::size_t{1} << 16;
+            block_.resize(place < input_.size ? std::min(usual, input_.size - place) : 0);
+            block_.resize(input_.read(input_.context, place, block_.data(), block_.size()));
+            begin_ = place;
+        }
+        return place < begin_ + block_.size() ? block_[place - begin_] : -1;
+    }
+
+  private:
+    const Module::Input& input_;
+    std::size_t begin_ = 0;
+    std::vector<std::uint8_t> block_;
+};
+
+/// Behind a colour table that flags tell of.
+std::size_t behindTable(std::size_t at, int flags) {
+    return at + ((flags & 0x80) != 0 ? std::size_t{6} << (flags & 7) : 0);
+}
+
+/// As many as there are heads of; the pixels are stepped over, in their pieces of up to 255 bytes.
+int countFrames(const Module::Input& input) {
+    constexpr int extension = 0x21, image = 0x2C, most = 1'000'000;
+    Bytes bytes(input);
+    int frames = 0;
+    std::size_t at = behindTable(13, bytes.at(10));
+    while (frames < most) {
+        const int kind = bytes.at(at);
+        if (kind != image && kind != extension) break;
+        frames += kind == image;
+        at = kind == image ? behindTable(at + 10, bytes.at(at + 9)) + 1 : at + 2;
+        for (int length = bytes.at(at); length > 0; length = bytes.at(at))
+            at += 1 + static_cast<std::size_t>(length);
+        ++at;
+    }
+    return std::max(frames, 1);
+}
+
+Module::Failure failureOf(int error) {
+    const bool isMemory = error == D_GIF_ERR_NOT_ENOUGH_MEM;
+    return isMemory ? Module::Failure::outOfMemory : Module::Failure::damaged;
+}
+
+Picture* open(const Module::Input& input, const Module::Limits& limits, Module::Header* header,
+              Module::Failure* failure) {
     auto picture = std::make_unique<Picture>();
     picture->input = input;
-    picture->gif.reset(DGifOpen(picture.get(), readBytes, nullptr));
-    if (!picture->gif || !findFrame(*picture)) return nullptr;
+    int error = 0;
+    picture->gif.reset(DGifOpen(picture.get(), readBytes, &error));
+    *failure = failureOf(error);
+    if (!picture->gif) return nullptr;
+    if (!findFrame(*picture)) {
+        *failure = failureOf(picture->gif->Error);
+        return nullptr;
+    }
     const GifFileType& gif = *picture->gif;
     picture->header.width = std::max<std::int64_t>(gif.SWidth, gif.Image.Left + gif.Image.Width);
     picture->header.height = std::max<std::int64_t>(gif.SHeight, gif.Image.Top + gif.Image.Height);
     picture->header.pixels = Module::Pixels::rgbaStraight;
-    if (!limits.allow(picture->header.width, picture->header.height)) return nullptr;
+    picture->header.pages = countFrames(input);
     *header = picture->header;
+    *failure = Module::Failure::overLimit;
+    if (!limits.allow(picture->header.width, picture->header.height)) return nullptr;
     return picture.release();
 }
 
@@ -85,17 +144,40 @@ int rowOf(int n, int height, bool interlaced) {
     return height - 1;
 }
 
-std::int64_t decode(Picture* picture, std::uint8_t* pixels) {
+/// The first rows of an interlaced frame of which so many came: the others show the one above them.
+void spread(const GifImageDesc& frame, int came, int rows, std::uint8_t* pixels, std::size_t rowBytes) {
+    std::vector<bool> isThere(static_cast<std::size_t>(rows));
+    for (int n = 0; n < came; ++n)
+        isThere[static_cast<std::size_t>(rowOf(n, frame.Height, true))] = true;
+    pixels += static_cast<std::size_t>(frame.Top) * rowBytes + static_cast<std::size_t>(frame.Left) * 4;
+    for (std::size_t y = 1; y < isThere.size(); ++y) {
+        std::uint8_t* row = pixels + y * rowBytes;
+        if (!isThere[y]) std::memcpy(row, row - rowBytes, static_cast<std::size_t>(frame.Width) * 4);
+    }
+}
+
+/// What there is of a frame that broke off behind so many rows.
+Module::Decoded broken(const Picture& picture, int came, std::uint8_t* pixels) {
+    if (picture.gif->Error == D_GIF_ERR_NOT_ENOUGH_MEM) return {0, false, Module::Failure::outOfMemory};
+    const GifImageDesc& frame = picture.gif->Image;
+    if (came == 0) return {0, false};
+    const int rows = frame.Interlace ? std::min(8 * came, frame.Height) : came; // a first pass of every 8th
+    const auto rowBytes = static_cast<std::size_t>(picture.header.width) * 4;
+    if (frame.Interlace) spread(frame, came, rows, pixels, rowBytes);
+    const bool isWhole = rows == frame.Height; // and what is below the frame is clear in any case
+    return {isWhole ? picture.header.height : frame.Top + rows, false};
+}
+
+Module::Decoded decode(Picture* picture, std::uint8_t* pixels) {
     GifFileType* gif = picture->gif.get();
     const GifImageDesc& frame = gif->Image;
     const ColorMapObject* colors = frame.ColorMap != nullptr ? frame.ColorMap : gif->SColorMap;
     const auto rowBytes = static_cast<std::size_t>(picture->header.width) * 4;
     std::memset(pixels, 0, rowBytes * static_cast<std::size_t>(picture->header.height));
-    if (colors == nullptr) return 0;
+    if (colors == nullptr) return {0, false};
     std::vector<GifPixelType> row(static_cast<std::size_t>(frame.Width));
     for (int n = 0; n < frame.Height; ++n) {
-        if (DGifGetLine(gif, row.data(), frame.Width) != GIF_OK)
-            return std::min<std::int64_t>(frame.Top + (frame.Interlace ? 0 : n), picture->header.height - 1);
+        if (DGifGetLine(gif, row.data(), frame.Width) != GIF_OK) return broken(*picture, n, pixels);
         std::uint8_t* to =
             pixels +
             static_cast<std::size_t>(frame.Top + rowOf(n, frame.Height, frame.Interlace)) * rowBytes +
@@ -108,7 +190,7 @@ std::int64_t decode(Picture* picture, std::uint8_t* pixels) {
             to += 4;
         }
     }
-    return picture->header.height;
+    return {picture->header.height};
 }
 
 constexpr Module functions{open, close, decode, nullptr, nullptr};

@@ -15,6 +15,7 @@ namespace {
 
 using Module = pex::CodecModule;
 using Pixels = Module::Pixels;
+using Failure = Module::Failure;
 
 using pex::heif::Held;
 
@@ -108,6 +109,7 @@ void readXmp(Picture& picture, std::size_t maxBytes) {
 void readHeader(Picture& picture, std::size_t maxMetadataBytes) {
     heif_image_handle* handle = picture.handle.get();
     Module::Header& header = picture.header;
+    header.pages = std::max(1, heif_context_get_number_of_top_level_images(picture.context.get()));
     header.width = heif_image_handle_get_width(handle);
     header.height = heif_image_handle_get_height(handle);
     header.depth = std::max(heif_image_handle_get_luma_bits_per_pixel(handle), 8);
@@ -125,26 +127,43 @@ void readHeader(Picture& picture, std::size_t maxMetadataBytes) {
     header.xmpBytes = picture.xmp.size();
 }
 
-Picture* open(const Module::Input& input, const Module::Limits& limits, Module::Header* header) {
+Failure failureOf(const heif_error& error) {
+    if (error.code == heif_error_Ok) return Failure::none;
+    if (error.subcode == heif_suberror_Security_limit_exceeded) return Failure::overLimit;
+    return error.code == heif_error_Memory_allocation_error ? Failure::outOfMemory : Failure::damaged;
+}
+
+/// Null, and `failure` says why, where there is no picture.
+heif_image_handle* primaryImage(Picture& picture, Failure& failure) {
+    heif_context* context = picture.context.get();
+    failure = failureOf(heif_context_read_from_reader(context, &reader, &picture, nullptr));
+    if (failure == Failure::none && !pex::heif::derivationsEnd(picture.input)) failure = Failure::damaged;
+    if (failure != Failure::none) return nullptr;
+    heif_image_handle* handle = nullptr;
+    failure = failureOf(heif_context_get_primary_image_handle(context, &handle));
+    return handle;
+}
+
+Picture* open(const Module::Input& input, const Module::Limits& limits, Module::Header* header,
+              Failure* failure) {
     auto picture = std::make_unique<Picture>();
     picture->input = input;
     picture->limits = limits;
     picture->context.reset(heif_context_alloc());
+    *failure = Failure::outOfMemory;
     if (!picture->context) return nullptr;
-    if (heif_context_read_from_reader(picture->context.get(), &reader, picture.get(), nullptr).code !=
-        heif_error_Ok)
-        return nullptr;
-    if (!pex::heif::derivationsEnd(input)) return nullptr;
-    heif_image_handle* handle = nullptr;
-    if (heif_context_get_primary_image_handle(picture->context.get(), &handle).code != heif_error_Ok)
-        return nullptr;
-    picture->handle.reset(handle);
+    picture->handle.reset(primaryImage(*picture, *failure));
+    if (!picture->handle) return nullptr;
     readHeader(*picture, limits.metadataBytes);
+    *header = picture->header;
+    *failure = Failure::overLimit;
     if (!limits.allow(picture->header.width, picture->header.height)) return nullptr;
     // What is decoded may be cropped afterwards, is of whole blocks, and of tiles is as large as these say.
     constexpr int mostOfABlock = 63;
-    const int width = heif_image_handle_get_ispe_width(handle),
-              height = heif_image_handle_get_ispe_height(handle);
+    const int width = heif_image_handle_get_ispe_width(picture->handle.get()),
+              height = heif_image_handle_get_ispe_height(picture->handle.get());
+    header->width = width;
+    header->height = height;
     if (!limits.allow(width, height)) return nullptr;
     heif_context_set_maximum_image_size_limit(picture->context.get(), std::max(width, height) + mostOfABlock);
     *header = picture->header;
@@ -153,23 +172,23 @@ Picture* open(const Module::Input& input, const Module::Limits& limits, Module::
 
 void close(Picture* picture) { delete picture; }
 
-std::int64_t decode(Picture* picture, std::uint8_t* pixels) {
-    if (!pex::heif::codedSizesFit(picture->input, picture->limits)) return 0;
+Module::Decoded decode(Picture* picture, std::uint8_t* pixels) {
+    if (!pex::heif::codedSizesFit(picture->input, picture->limits)) return {0, false};
     heif_image* decoded = nullptr;
-    if (heif_decode_image(picture->handle.get(), &decoded, heif_colorspace_RGB, heif_chroma_interleaved_RGBA,
-                          nullptr)
-            .code != heif_error_Ok)
-        return 0;
+    const Failure failure = failureOf(heif_decode_image(picture->handle.get(), &decoded, heif_colorspace_RGB,
+                                                        heif_chroma_interleaved_RGBA, nullptr));
+    if (failure == Failure::damaged) return {0, false};
+    if (failure != Failure::none) return {0, false, failure};
     const Held<heif_image> image(decoded);
     int stride = 0;
     const std::uint8_t* from = heif_image_get_plane_readonly(image.get(), channel, &stride);
     const bool fits = heif_image_get_width(image.get(), channel) == picture->header.width &&
                       heif_image_get_height(image.get(), channel) == picture->header.height;
-    if (from == nullptr || !fits) return 0;
+    if (from == nullptr || !fits) return {0, false};
     const auto rowBytes = static_cast<std::size_t>(picture->header.width) * 4;
     for (std::int64_t y = 0; y < picture->header.height; ++y)
         std::memcpy(pixels + static_cast<std::size_t>(y) * rowBytes, from + y * stride, rowBytes);
-    return picture->header.height;
+    return {picture->header.height};
 }
 
 Held<heif_image> imageOf(const Module::Encoding& how) {
@@ -238,28 +257,29 @@ bool putMetadata(heif_context* file, heif_image_handle* picture, const Module::E
            put(heif_context_add_XMP_metadata, how.xmp, how.xmpBytes);
 }
 
-bool encode(const Module::Encoding& how, void (*write)(void*, const std::uint8_t*, std::size_t),
-            void* context) {
+Failure encode(const Module::Encoding& how, void (*write)(void*, const std::uint8_t*, std::size_t),
+               void* context) {
     const bool isAv1 = how.compression == Module::Compression::other;
-    if (isAv1 && how.tenBits) return false; // the encoder of some releases aborts
+    if (isAv1 && how.tenBits) return Failure::overLimit; // the encoder of some releases aborts
     const Held<heif_context> file(heif_context_alloc());
     heif_encoder* found = nullptr;
     const auto format = isAv1 ? heif_compression_AV1 : heif_compression_HEVC;
-    if (!file || heif_context_get_encoder_for_format(file.get(), format, &found).code != heif_error_Ok)
-        return false;
+    if (!file) return Failure::outOfMemory;
+    Failure failure = failureOf(heif_context_get_encoder_for_format(file.get(), format, &found));
+    if (failure != Failure::none) return failure;
     const Held<heif_encoder> encoder(found);
     choosePace(found, how);
     heif_encoder_set_lossy_quality(found, static_cast<int>(std::lround(how.quality * 100)));
     const Held<heif_image> image = imageOf(how);
-    if (!image) return false;
+    if (!image) return Failure::outOfMemory;
     heif_image_handle* handle = nullptr;
-    if (heif_context_encode_image(file.get(), image.get(), found, nullptr, &handle).code != heif_error_Ok)
-        return false;
+    failure = failureOf(heif_context_encode_image(file.get(), image.get(), found, nullptr, &handle));
+    if (failure != Failure::none) return failure;
     const Held<heif_image_handle> done(handle);
-    if (!putMetadata(file.get(), handle, how)) return false;
+    if (!putMetadata(file.get(), handle, how)) return Failure::damaged;
     heif_writer writer{1, writeBytes};
     Sink sink{write, context};
-    return heif_context_write(file.get(), &writer, &sink).code == heif_error_Ok;
+    return failureOf(heif_context_write(file.get(), &writer, &sink));
 }
 
 constexpr Module functions{open, close, decode, nullptr, encode};

@@ -19,7 +19,7 @@ struct Stream {
     const Module::Input* input = nullptr;
     std::vector<std::uint8_t> written{};
     std::uint64_t position = 0;
-    bool failed = false;
+    bool failed = false, lacksMemory = false;
 
     std::uint64_t size() const { return input != nullptr ? input->size : written.size(); }
 };
@@ -48,6 +48,7 @@ tmsize_t writeBytes(thandle_t handle, void* from, tmsize_t count) {
     try {
         if (end > stream.written.size()) stream.written.resize(end);
     } catch (const std::bad_alloc&) {
+        stream.lacksMemory = true;
         return 0;
     }
     std::memcpy(stream.written.data() + stream.position, from, static_cast<std::size_t>(count));
@@ -77,8 +78,13 @@ void unmap(thandle_t, void*, toff_t) {}
 int closeNothing(thandle_t) { return 0; }
 toff_t sizeOf(thandle_t handle) { return streamOf(handle).size(); }
 
-int noteError(TIFF*, void* stream, const char*, const char*, va_list) {
-    static_cast<Stream*>(stream)->failed = true;
+/// The codec library tells lack of memory by its words alone.
+int noteError(TIFF*, void* data, const char*, const char* message, va_list) {
+    Stream& stream = *static_cast<Stream*>(data);
+    stream.failed = true;
+    for (const char* words : {"memory", "No space for", "allocat"}) {
+        if (std::strstr(message, words) != nullptr) stream.lacksMemory = true;
+    }
     return 1; // and nothing is printed
 }
 int ignoreWarning(TIFF*, void*, const char*, const char*, va_list) { return 1; }
@@ -173,13 +179,32 @@ void readProfile(Picture& picture, std::size_t maxBytes) {
     }
 }
 
-Picture* open(const Module::Input& input, const Module::Limits& limits, Module::Header* header) {
+/// Views that are kept in a smaller size beside a picture are no pages. Many pages are only counted, which
+/// takes no more of each than where the next one is.
+int countPages(TIFF* tiff) {
+    constexpr int few = 16;
+    int pages = static_cast<int>(TIFFNumberOfDirectories(tiff));
+    if (pages < 2 || pages > few) return std::max(pages, 1);
+    for (; TIFFReadDirectory(tiff);) {
+        if (field<std::uint32_t>(tiff, TIFFTAG_SUBFILETYPE, 0) & FILETYPE_REDUCEDIMAGE) --pages;
+    }
+    return std::max(pages, 1);
+}
+
+Picture* open(const Module::Input& input, const Module::Limits& limits, Module::Header* header,
+              Module::Failure* failure) {
     auto picture = std::make_unique<Picture>();
     picture->input = input;
     picture->stream.input = &picture->input;
     picture->tiff = openStream(picture->stream, "r");
-    if (!picture->tiff) return nullptr;
+    const int pages = picture->tiff ? countPages(picture->tiff.get()) : 0;
+    const bool isOpen = pages == 1 || (pages > 1 && TIFFSetDirectory(picture->tiff.get(), 0));
+    *failure = picture->stream.lacksMemory ? Module::Failure::outOfMemory : Module::Failure::damaged;
+    if (!isOpen) return nullptr;
     picture->header = readHeader(picture->tiff.get());
+    picture->header.pages = pages;
+    *header = picture->header;
+    *failure = Module::Failure::overLimit;
     if (!limits.allow(picture->header.width, picture->header.height)) return nullptr;
     readProfile(*picture, limits.metadataBytes);
     *header = picture->header;
@@ -217,7 +242,7 @@ struct Inks {
 
 using Buffer = std::unique_ptr<std::uint8_t[]>;
 
-Buffer bufferOf(std::size_t bytes) { return Buffer(new (std::nothrow) std::uint8_t[bytes]); }
+Buffer bufferOf(std::size_t bytes) { return Buffer(new std::uint8_t[bytes]); }
 
 /// All rows of one ink, or of all; how many came before the picture broke off.
 std::int64_t readInkRows(Picture& picture, const Inks& inks, std::uint16_t ink, std::uint8_t* pixels) {
@@ -257,7 +282,13 @@ std::int64_t readInkTiles(Picture& picture, const Inks& inks, std::uint16_t ink,
     return height;
 }
 
-std::int64_t decodeCmyk(Picture& picture, std::uint8_t* pixels) {
+/// What there is of some rows: the last ones and others may show nothing.
+struct Rows {
+    std::int64_t last = 0; // behind the last that shows something
+    std::int64_t shown = 0;
+};
+
+Rows decodeCmyk(Picture& picture, std::uint8_t* pixels) {
     TIFF* tiff = picture.tiff.get();
     const Inks inks{picture.header.depth == 16,
                     field<std::uint16_t>(tiff, TIFFTAG_PLANARCONFIG, 1) == PLANARCONFIG_SEPARATE};
@@ -266,27 +297,25 @@ std::int64_t decodeCmyk(Picture& picture, std::uint8_t* pixels) {
         const auto read = TIFFIsTiled(tiff) ? readInkTiles : readInkRows;
         rows = std::min(rows, read(picture, inks, ink, pixels));
     }
-    return rows;
+    return {rows, rows};
 }
 
-/// Turns some rows, from `first` on, into R G B A; how many came before the picture broke off.
-std::int64_t decodeRows(Picture& picture, TIFFRGBAImage& image, std::int64_t first, std::int64_t rows,
-                        std::uint8_t* pixels) {
+/// Turns some rows, from `first` on, into R G B A.
+Rows decodeRows(Picture& picture, TIFFRGBAImage& image, std::int64_t first, std::int64_t rows,
+                std::uint8_t* pixels) {
     const std::size_t rowBytes = static_cast<std::size_t>(picture.header.width) * 4;
     std::memset(pixels, 0, rowBytes * static_cast<std::size_t>(rows));
-    picture.stream.failed = false;
     image.row_offset = static_cast<int>(first);
     const int good = TIFFRGBAImageGet(&image, reinterpret_cast<std::uint32_t*>(pixels), image.width,
                                       static_cast<std::uint32_t>(rows));
-    if (good && !picture.stream.failed) return rows;
-    // Rows from the top that have anything in them.
-    std::int64_t some = rows;
-    while (some > 0) {
-        const std::uint8_t* row = pixels + static_cast<std::size_t>(some - 1) * rowBytes;
-        if (std::any_of(row, row + rowBytes, [](std::uint8_t byte) { return byte != 0; })) break;
-        --some;
+    if (good && !picture.stream.failed) return {rows, rows};
+    Rows some;
+    for (std::int64_t y = 0; y < rows; ++y) {
+        const std::uint8_t* row = pixels + static_cast<std::size_t>(y) * rowBytes;
+        if (std::all_of(row, row + rowBytes, [](std::uint8_t byte) { return byte == 0; })) continue;
+        some = {y + 1, some.shown + 1};
     }
-    return std::min(some, rows - 1);
+    return some;
 }
 
 /// A whole number of strips or rows of tiles, none of which would otherwise be unpacked twice.
@@ -297,32 +326,42 @@ std::int64_t rowsAtOnce(TIFF* tiff, std::int64_t height) {
     return std::min(height, std::max<std::int64_t>(1, unit) * (unit < about ? about : 1));
 }
 
-std::int64_t decodeGrey(Picture& picture, TIFFRGBAImage& image, std::uint8_t* pixels) {
+Rows decodeGrey(Picture& picture, TIFFRGBAImage& image, std::uint8_t* pixels) {
     const std::int64_t height = picture.header.height, most = rowsAtOnce(picture.tiff.get(), height);
     const auto width = static_cast<std::size_t>(picture.header.width);
     const Buffer colours = bufferOf(width * 4 * static_cast<std::size_t>(most));
-    for (std::int64_t y = 0; y < height && colours; y += most) {
+    Rows all;
+    for (std::int64_t y = 0; y < height; y += most) {
         const std::int64_t rows = std::min(most, height - y);
-        const std::int64_t good = decodeRows(picture, image, y, rows, colours.get());
-        for (std::size_t i = 0; i < width * static_cast<std::size_t>(good); ++i)
+        const Rows some = decodeRows(picture, image, y, rows, colours.get());
+        for (std::size_t i = 0; i < width * static_cast<std::size_t>(rows); ++i)
             *pixels++ = colours[4 * i];
-        if (good < rows) return y + good;
+        if (some.shown > 0) all = {y + some.last, all.shown + some.shown};
     }
-    return colours ? height : 0;
+    return all;
 }
 
-std::int64_t decode(Picture* picture, std::uint8_t* pixels) {
-    if (picture->header.pixels == Pixels::cmyk) return decodeCmyk(*picture, pixels);
+Rows decodeColours(Picture* picture, std::uint8_t* pixels) {
     TIFF* tiff = picture->tiff.get();
     TIFFRGBAImage image{};
     char message[1024];
-    if (!TIFFRGBAImageOK(tiff, message) || !TIFFRGBAImageBegin(&image, tiff, 0, message)) return 0;
+    if (!TIFFRGBAImageOK(tiff, message) || !TIFFRGBAImageBegin(&image, tiff, 0, message)) return {};
     image.req_orientation = image.orientation; // the rows as they are stored
-    const std::int64_t rows = picture->header.pixels == Pixels::grey
-                                  ? decodeGrey(*picture, image, pixels)
-                                  : decodeRows(*picture, image, 0, picture->header.height, pixels);
+    const Rows rows = picture->header.pixels == Pixels::grey
+                          ? decodeGrey(*picture, image, pixels)
+                          : decodeRows(*picture, image, 0, picture->header.height, pixels);
     TIFFRGBAImageEnd(&image);
     return rows;
+}
+
+Module::Decoded decode(Picture* picture, std::uint8_t* pixels) {
+    Stream& stream = picture->stream;
+    stream.failed = stream.lacksMemory = false;
+    const Rows rows = picture->header.pixels == Pixels::cmyk ? decodeCmyk(*picture, pixels)
+                                                             : decodeColours(picture, pixels);
+    if (stream.lacksMemory) return {0, false, Module::Failure::outOfMemory};
+    return {rows.last, !stream.failed && rows.shown == picture->header.height, Module::Failure::none,
+            rows.last - rows.shown};
 }
 
 bool putTags(TIFF* tiff, const Module::Encoding& picture) {
@@ -361,15 +400,17 @@ bool putRows(TIFF* tiff, const Module::Encoding& picture) {
     return true;
 }
 
-bool encode(const Module::Encoding& picture, void (*write)(void*, const std::uint8_t*, std::size_t),
-            void* context) {
+Module::Failure encode(const Module::Encoding& picture,
+                       void (*write)(void*, const std::uint8_t*, std::size_t), void* context) {
     Stream stream;
     Tiff tiff = openStream(stream, "wm");
-    if (!tiff || !putTags(tiff.get(), picture) || !putRows(tiff.get(), picture)) return false;
-    if (!TIFFFlush(tiff.get())) return false;
+    const bool isPut =
+        tiff && putTags(tiff.get(), picture) && putRows(tiff.get(), picture) && TIFFFlush(tiff.get());
     tiff.reset();
+    if (stream.lacksMemory) return Module::Failure::outOfMemory;
+    if (!isPut || stream.failed) return Module::Failure::damaged;
     write(context, stream.written.data(), stream.written.size());
-    return true;
+    return Module::Failure::none;
 }
 
 constexpr Module functions{open, close, decode, breaksOff, encode};

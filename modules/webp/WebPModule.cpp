@@ -44,18 +44,29 @@ namespace {
 
 using Picture = Module::Picture;
 
-/// The content of the first chunk of a name, found by the chunks' heads alone.
-Chunk findChunk(const Picture& picture, const char* name) {
-    constexpr int mostChunks = 4096;
+/// Calls `visit(name, chunk)` by the chunks' heads alone, until it is false.
+template <class Visit>
+void forEachChunk(const Picture& picture, const Visit& visit) {
+    constexpr int mostChunks = 1 << 16;
     std::size_t at = 12;
     for (int i = 0; i < mostChunks; ++i) {
-        const auto head = picture.bytes(at, 8);
-        if (head.size() < 8) break;
-        const std::size_t size = number(head.data() + 4);
-        if (std::memcmp(head.data(), name, 4) == 0) return {at + 8, size};
+        std::uint8_t head[8];
+        if (picture.input.read(picture.input.context, at, head, sizeof head) < sizeof head) break;
+        const std::size_t size = number(head + 4);
+        if (!visit(reinterpret_cast<const char*>(head), Chunk{at + 8, size})) break;
         at += 8 + size + (size & 1);
     }
-    return {};
+}
+
+/// The content of the first chunk of a name.
+Chunk findChunk(const Picture& picture, const char* name) {
+    Chunk found;
+    forEachChunk(picture, [&](const char* its, const Chunk& chunk) {
+        const bool isIt = std::memcmp(its, name, 4) == 0;
+        if (isIt) found = chunk;
+        return !isIt;
+    });
+    return found;
 }
 
 std::vector<std::uint8_t> chunk(const Picture& picture, const char* name, std::size_t maxBytes) {
@@ -78,10 +89,26 @@ bool readHeader(Picture& picture) {
     return true;
 }
 
-Picture* open(const Module::Input& input, const Module::Limits& limits, Module::Header* header) {
+/// How many chunks of a name there are.
+int countChunks(const Picture& picture, const char* name) {
+    int found = 0;
+    forEachChunk(picture, [&](const char* its, const Chunk&) {
+        found += std::memcmp(its, name, 4) == 0;
+        return true;
+    });
+    return found;
+}
+
+Picture* open(const Module::Input& input, const Module::Limits& limits, Module::Header* header,
+              Module::Failure* failure) {
     auto picture = std::make_unique<Picture>();
     picture->input = input;
-    if (!readHeader(*picture) || !limits.allow(picture->header.width, picture->header.height)) return nullptr;
+    *failure = Module::Failure::damaged;
+    if (!readHeader(*picture)) return nullptr;
+    if (picture->isAnimated) picture->header.pages = std::max(1, countChunks(*picture, "ANMF"));
+    *header = picture->header;
+    *failure = Module::Failure::overLimit;
+    if (!limits.allow(picture->header.width, picture->header.height)) return nullptr;
     picture->profile = chunk(*picture, "ICCP", limits.metadataBytes);
     picture->exif = chunk(*picture, "EXIF", limits.metadataBytes);
     picture->header.profile = picture->profile.data();
@@ -98,27 +125,34 @@ Picture* open(const Module::Input& input, const Module::Limits& limits, Module::
 void close(Picture* picture) { delete picture; }
 
 /// The first frame, laid on the canvas.
-std::int64_t decodeFrame(const Picture& picture, const std::vector<std::uint8_t>& file,
-                         std::uint8_t* pixels) {
+Module::Decoded decodeFrame(const Picture& picture, const WebPData& data, std::uint8_t* pixels) {
     WebPAnimDecoderOptions options;
-    if (!WebPAnimDecoderOptionsInit(&options)) return 0;
+    if (!WebPAnimDecoderOptionsInit(&options)) return {0, false};
     options.color_mode = MODE_RGBA;
-    const WebPData data{file.data(), file.size()};
     const std::unique_ptr<WebPAnimDecoder, decltype(&WebPAnimDecoderDelete)> decoder(
         WebPAnimDecoderNew(&data, &options), WebPAnimDecoderDelete);
     std::uint8_t* frame = nullptr;
     int time = 0;
-    if (!decoder || !WebPAnimDecoderGetNext(decoder.get(), &frame, &time)) return 0;
+    if (!decoder || !WebPAnimDecoderGetNext(decoder.get(), &frame, &time)) return {0, false};
     std::memcpy(pixels, frame, static_cast<std::size_t>(picture.header.width * picture.header.height * 4));
-    return picture.header.height;
+    return {picture.header.height};
 }
 
-std::int64_t decode(Picture* picture, std::uint8_t* pixels) {
-    const auto file = picture->bytes(0, picture->input.size);
-    if (picture->isAnimated) return decodeFrame(*picture, file, pixels);
+/// The rows that came, as far as the decoder can tell.
+Module::Decoded told(const Picture& picture, VP8StatusCode status, const WebPIDecoder* decoder) {
+    if (status == VP8_STATUS_OK) return {picture.header.height};
+    if (status == VP8_STATUS_OUT_OF_MEMORY) return {0, false, Module::Failure::outOfMemory};
+    int last = 0;
+    WebPIDecGetRGB(decoder, &last, nullptr, nullptr, nullptr);
+    return {std::clamp<std::int64_t>(last, 0, picture.header.height), false};
+}
+
+Module::Decoded decode(Picture* picture, std::uint8_t* pixels) {
+    const Module::Input& input = picture->input; // all of it in memory
+    if (picture->isAnimated) return decodeFrame(*picture, {input.bytes, input.size}, pixels);
     const auto rowBytes = static_cast<std::size_t>(picture->header.width) * 4;
     WebPDecoderConfig config;
-    if (!WebPInitDecoderConfig(&config)) return 0;
+    if (!WebPInitDecoderConfig(&config)) return {0, false};
     config.options.use_threads = 1;
     config.output.colorspace = MODE_RGBA;
     config.output.is_external_memory = 1;
@@ -127,12 +161,8 @@ std::int64_t decode(Picture* picture, std::uint8_t* pixels) {
     config.output.u.RGBA.size = rowBytes * static_cast<std::size_t>(picture->header.height);
     const std::unique_ptr<WebPIDecoder, decltype(&WebPIDelete)> decoder(WebPIDecode(nullptr, 0, &config),
                                                                         WebPIDelete);
-    if (!decoder) return 0;
-    const VP8StatusCode status = WebPIUpdate(decoder.get(), file.data(), file.size());
-    if (status == VP8_STATUS_OK) return picture->header.height;
-    int last = 0;
-    WebPIDecGetRGB(decoder.get(), &last, nullptr, nullptr, nullptr);
-    return std::clamp<std::int64_t>(last, 0, picture->header.height - 1);
+    if (!decoder) return {0, false, Module::Failure::outOfMemory};
+    return told(*picture, WebPIUpdate(decoder.get(), input.bytes, input.size), decoder.get());
 }
 
 int keep(const std::uint8_t* bytes, std::size_t count, const WebPPicture* picture) {
@@ -145,11 +175,10 @@ int keep(const std::uint8_t* bytes, std::size_t count, const WebPPicture* pictur
     return 1;
 }
 
-std::vector<std::uint8_t> encodePixels(const Module::Encoding& how) {
-    std::vector<std::uint8_t> file;
+Module::Failure encodePixels(const Module::Encoding& how, std::vector<std::uint8_t>& file) {
     WebPConfig config;
     WebPPicture picture;
-    if (!WebPConfigInit(&config) || !WebPPictureInit(&picture)) return file;
+    if (!WebPConfigInit(&config) || !WebPPictureInit(&picture)) return Module::Failure::damaged;
     config.lossless = how.quality >= 1;
     config.quality = config.lossless ? 75 : static_cast<float>(how.quality * 100);
     config.thread_level = how.threads > 1;
@@ -159,20 +188,26 @@ std::vector<std::uint8_t> encodePixels(const Module::Encoding& how) {
     picture.writer = keep;
     picture.custom_ptr = &file;
     const auto import = how.hasAlpha ? WebPPictureImportRGBA : WebPPictureImportRGBX;
-    if (!import(&picture, how.pixels, static_cast<int>(how.bytesPerRow)) || !WebPEncode(&config, &picture))
-        file.clear();
+    const bool good =
+        import(&picture, how.pixels, static_cast<int>(how.bytesPerRow)) && WebPEncode(&config, &picture);
+    const WebPEncodingError error = picture.error_code;
     WebPPictureFree(&picture);
-    return file;
+    if (good) return Module::Failure::none;
+    // The callback that keeps the bytes fails for lack of memory alone.
+    const bool isMemory = error == VP8_ENC_ERROR_OUT_OF_MEMORY ||
+                          error == VP8_ENC_ERROR_BITSTREAM_OUT_OF_MEMORY || error == VP8_ENC_ERROR_BAD_WRITE;
+    return isMemory ? Module::Failure::outOfMemory : Module::Failure::damaged;
 }
 
-bool encode(const Module::Encoding& how, void (*write)(void*, const std::uint8_t*, std::size_t),
-            void* context) {
-    if (how.width > WEBP_MAX_DIMENSION || how.height > WEBP_MAX_DIMENSION) return false;
-    const std::vector<std::uint8_t> file = encodePixels(how);
-    if (file.empty()) return false;
+Module::Failure encode(const Module::Encoding& how, void (*write)(void*, const std::uint8_t*, std::size_t),
+                       void* context) {
+    if (how.width > WEBP_MAX_DIMENSION || how.height > WEBP_MAX_DIMENSION) return Module::Failure::overLimit;
+    std::vector<std::uint8_t> file;
+    const Module::Failure failure = encodePixels(how, file);
+    if (failure != Module::Failure::none) return failure;
     if (how.profileBytes + how.exifBytes + how.xmpBytes == 0) {
         write(context, file.data(), file.size());
-        return true;
+        return Module::Failure::none;
     }
     const WebPData picture{file.data(), file.size()}, profile{how.profile, how.profileBytes},
         exif{how.exif, how.exifBytes}, xmp{how.xmp, how.xmpBytes};
@@ -183,9 +218,10 @@ bool encode(const Module::Encoding& how, void (*write)(void*, const std::uint8_t
     };
     const bool good = mux && put("ICCP", profile) && put("EXIF", exif) && put("XMP ", xmp) &&
                       WebPMuxAssemble(mux.get(), &whole) == WEBP_MUX_OK;
-    if (good) write(context, whole.bytes, whole.size);
-    WebPDataClear(&whole);
-    return good;
+    const std::unique_ptr<WebPData, decltype(&WebPDataClear)> freed(&whole, WebPDataClear);
+    if (!good) return Module::Failure::outOfMemory; // a file that was just made has nothing else amiss
+    write(context, whole.bytes, whole.size);
+    return Module::Failure::none;
 }
 
 constexpr Module functions{open, close, decode, nullptr, encode};

@@ -39,14 +39,15 @@ class Encoded : public PixelSource {
     PixelSize size() const override { return {width, height}; }
     PixelLayout layout() const override { return PixelLayout::skipLast; }
     CGColorSpace colorSpace() const override { return CGColorSpace::sRGB(); }
-    std::unique_ptr<RowReader> rows(PixelSize) const override { return std::make_unique<Rows>(); }
 
   private:
+    std::unique_ptr<RowReader> makeRows(PixelSize) const override { return std::make_unique<Rows>(); }
+
     struct Rows : RowReader {
-        bool read(MutablePixelView rows) override {
+        std::optional<DecodedRows> readNext(MutablePixelView rows) override {
             for (int y = 0; y < rows.height; ++y)
                 std::memset(rows.row(y), 120, std::size_t(rows.width) * 4);
-            return true;
+            return DecodedRows{rows.height};
         }
     };
 };

@@ -8,6 +8,9 @@
 /// 2 × 2 pixels on a canvas of 3 × 2: two colours, red and a transparent one.
 std::vector<std::uint8_t> smallGif();
 
+/// Frames of greys that grow by one a row and begin again after a hundred.
+std::vector<std::uint8_t> gifFile(int width, int height, bool interlaced, int frames);
+
 /// A BMP of the longer header, at 2835 pixels a metre.
 std::vector<std::uint8_t> bmpFile(int width, int height, int bits, std::uint8_t compression,
                                   const std::vector<std::uint8_t>& tables,

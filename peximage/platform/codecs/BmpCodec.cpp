@@ -145,14 +145,21 @@ void convertRow(const BmpHeader& header, const std::uint8_t* from, std::uint8_t*
     }
 }
 
-/// Runs of equal pixels, from the bottom row up; what they leave out has the first colour. False when the
-/// file breaks off.
+/// Runs of equal pixels, from the bottom row up; what they leave out has the first colour.
 class RunLengthReader {
   public:
     RunLengthReader(const BmpHeader& header, std::span<const std::uint8_t> bytes, MutablePixelView to)
         : header_(header), bytes_(bytes), to_(to) {}
 
-    bool read() {
+    DecodedRows read() {
+        const bool isWhole = readRuns();
+        const std::int64_t reached = std::min<std::int64_t>(y_ + (x_ > 0), to_.height);
+        return {isWhole ? to_.height : static_cast<int>(reached), isWhole};
+    }
+
+  private:
+    /// False when the file breaks off.
+    bool readRuns() {
         for (int y = 0; y < to_.height; ++y) {
             for (int x = 0; x < to_.width; ++x)
                 putColour(to_.row(y) + 4 * x, header_.palette[0]);
@@ -172,7 +179,6 @@ class RunLengthReader {
         return false;
     }
 
-  private:
     bool escape(std::uint8_t code) {
         if (code == 0) {
             x_ = 0;
@@ -219,9 +225,11 @@ class BmpSource final : public PixelSource {
         return header_.hasAlpha() ? PixelLayout::straightLast : PixelLayout::skipLast;
     }
     CGColorSpace colorSpace() const override { return CGColorSpace::sRGB(); }
-    std::unique_ptr<RowReader> rows(PixelSize) const override { return nullptr; }
 
-    bool decode(MutablePixelView pixels) const override {
+  private:
+    std::unique_ptr<RowReader> makeRows(PixelSize) const override { return nullptr; }
+
+    std::optional<DecodedRows> decodeAll(MutablePixelView pixels) const override {
         const std::size_t at = std::min(header_.pixelsAt, bytes_.size());
         const auto stored = bytes_.bytes().subspan(at);
         if (header_.isRunLength()) return RunLengthReader(header_, stored, pixels).read();
@@ -235,10 +243,9 @@ class BmpSource final : public PixelSource {
             else
                 fillMissing(pixels.part(0, y, pixels.width, 1));
         }
-        return whole == pixels.height;
+        return DecodedRows{whole, whole == pixels.height};
     }
 
-  private:
     Data bytes_;
     BmpHeader header_;
 };

@@ -3,6 +3,7 @@
 #include "peximage/platform/codecs/ExifBlock.h"
 #include "peximage/platform/codecs/ImageCodec.h"
 #include "peximage/platform/foundation/OutOfMemory.h"
+#include "peximage/platform/foundation/ReasonWatch.h"
 
 #include <array>
 
@@ -11,10 +12,19 @@ namespace {
 
 std::optional<OpenedImage> openImage(const CGDataProvider& bytes) {
     const ImageLimits limits = ImageLimits::current();
-    if (bytes.size() > limits.maxSourceBytes) return std::nullopt;
+    if (!limits.allowsBytes(bytes.size())) return std::nullopt;
     const ImageCodec* codec = codecForBytes(bytes);
-    if (!codec) return std::nullopt;
-    return absentWithoutMemory([&] { return codec->open(bytes, limits); });
+    if (!codec) {
+        giveReason(ReasonCode::notAnImage, "not an image");
+        return std::nullopt;
+    }
+    return absentWithoutMemory([&] {
+        const ReasonWatch watch;
+        std::optional<OpenedImage> opened = codec->open(bytes, limits);
+        if (!opened && !watch.hasSeen())
+            giveReason(ReasonCode::damaged, "damaged: its header cannot be read");
+        return opened;
+    });
 }
 
 } // namespace

@@ -26,6 +26,7 @@ struct CodecModule {
         int depth = 8;                // bits of a component in the file
         int orientation = 1; // as EXIF counts, 0 where its block tells; what `decode` turns does not count
         double dpiX = 0, dpiY = 0; // 0: not told
+        int pages = 1;             // pictures in the file, of which the first is read
         // Held by the picture until it is closed; null where there is none.
         const std::uint8_t* profile = nullptr;
         std::size_t profileBytes = 0;
@@ -44,14 +45,24 @@ struct CodecModule {
         }
     };
 
+    /// Why something was not done. Memory may also show by a thrown `std::bad_alloc`.
+    enum class Failure { none, damaged, overLimit, outOfMemory, noThread };
+
     struct Picture;
-    /// Reads the header only. Null when this is no such picture or breaks a limit; metadata that do are left
-    /// out. The input must outlive the picture.
-    Picture* (*open)(const Input& input, const Limits& limits, Header* header);
+    /// Reads the header only. Null, and `failure` says why, when this is no such picture or breaks a limit:
+    /// one of size, by that of `header`. Metadata that break one are left out. The input must outlive the
+    /// picture.
+    Picture* (*open)(const Input& input, const Limits& limits, Header* header, Failure* failure);
     void (*close)(Picture* picture);
-    /// Decodes all rows, top first, `width` × 4 bytes each (grey: `width`) without padding; once. How many
-    /// rows came before the picture broke off; the pixels of the others are left as they were.
-    std::int64_t (*decode)(Picture* picture, std::uint8_t* pixels);
+
+    struct Decoded {
+        std::int64_t rows = 0; // from the top, that show something; the pixels of the others do not count
+        bool isSound = true;   // none missing, none from damaged bytes
+        Failure failure = Failure::none; // what has to do with this computer and not with the file
+        std::int64_t blank = 0;          // rows among those that show nothing after all
+    };
+    /// Decodes all rows, top first, `width` × 4 bytes each (grey: `width`) without padding; once.
+    Decoded (*decode)(Picture* picture, std::uint8_t* pixels);
 
     /// Whether the file ends before the pixels do, as the header tells. Null where it does not.
     bool (*breaksOff)(Picture* picture);
@@ -75,10 +86,11 @@ struct CodecModule {
         const std::uint8_t* xmp;
         std::size_t xmpBytes;
     };
-    /// Hands the file to `write`, in one piece or several. False when it cannot be made. Null where the
-    /// format is only read.
-    bool (*encode)(const Encoding& picture,
-                   void (*write)(void* context, const std::uint8_t* bytes, std::size_t count), void* context);
+    /// Hands the file to `write`, in one piece or several, unless it fails. Null where the format is only
+    /// read.
+    Failure (*encode)(const Encoding& picture,
+                      void (*write)(void* context, const std::uint8_t* bytes, std::size_t count),
+                      void* context);
 };
 
 } // namespace pex

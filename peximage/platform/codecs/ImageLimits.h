@@ -27,8 +27,11 @@ struct PEX_EXPORT ImageLimits {
     static ImageLimits current();
     static void setCurrent(const ImageLimits& limits);
 
-    /// True when a picture of this size may be opened: both sides at least 1 and the limit kept.
+    /// True when a picture of this size may be opened: both sides at least 1 and the limit kept. Else the
+    /// reason is `overLimit`, with the numbers, or `damaged`.
     bool allows(std::int64_t width, std::int64_t height) const;
+    /// True when a file of so many bytes may be opened; else the reason is `overLimit`.
+    bool allowsBytes(std::size_t bytes) const;
 };
 
 } // namespace pex

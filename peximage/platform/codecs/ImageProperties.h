@@ -20,6 +20,8 @@ struct ImageProperties {
     std::optional<double> dpiHeight;
     Orientation orientation = Orientation::up;
     bool hasAlpha = false;
+    /// Pictures in the file: pages of a document or a TIFF, frames of an animation. The first is read.
+    int pages = 1;
     /// Bits of one component in the file.
     int depth = 8;
     CGColorSpace::Model colorModel = CGColorSpace::Model::rgb;

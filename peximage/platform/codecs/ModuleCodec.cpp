@@ -2,6 +2,7 @@
 
 #include "peximage/platform/codecs/ExifBlock.h"
 #include "peximage/platform/foundation/Module.h"
+#include "peximage/platform/foundation/Reason.h"
 #include "peximage/platform/foundation/Workers.h"
 #include "peximage/platform/raster/ColorConversion.h"
 #include "peximage/platform/raster/ConvertedImage.h"
@@ -38,14 +39,36 @@ CGColorSpace::Model modelOf(Pixels pixels) {
     return pixels == Pixels::cmyk ? CGColorSpace::Model::cmyk : CGColorSpace::Model::rgb;
 }
 
+using Failure = CodecModule::Failure;
+
+void giveReasonOf(Failure failure) {
+    switch (failure) {
+    case Failure::outOfMemory:
+        return giveReason(ReasonCode::outOfMemory, "out of memory");
+    case Failure::noThread:
+        return giveReason(ReasonCode::noThread, "no thread can be started");
+    case Failure::overLimit:
+        return giveReason(ReasonCode::overLimit, "over a limit of its format");
+    case Failure::none:
+    case Failure::damaged:
+        return giveReason(ReasonCode::damaged, "damaged: its header cannot be read");
+    }
+}
+
 /// A picture that a module has opened.
 class OpenPicture {
   public:
     OpenPicture(const CodecModule& module, CGDataProvider bytes, const ImageLimits& limits)
         : module_(module), bytes_(std::move(bytes)) {
         const CodecModule::Input input{&bytes_, bytes_.size(), bytes_.data().data(), read};
-        picture_ = module_.open(
-            input, {limits.maxMetadataBytes, std::numeric_limits<int>::max(), limits.maxPixels}, &header_);
+        picture_ =
+            module_.open(input, {limits.maxMetadataBytes, std::numeric_limits<int>::max(), limits.maxPixels},
+                         &header_, &failure_);
+        if (picture_ != nullptr) return;
+        if (failure_ == Failure::overLimit)
+            limits.allows(header_.width, header_.height); // which says it in numbers
+        else
+            giveReasonOf(failure_);
     }
     ~OpenPicture() {
         if (picture_ != nullptr) module_.close(picture_);
@@ -56,7 +79,7 @@ class OpenPicture {
     explicit operator bool() const { return picture_ != nullptr; }
     const CodecModule::Header& header() const { return header_; }
     bool breaksOff() { return module_.breaksOff != nullptr && module_.breaksOff(picture_); }
-    std::int64_t decode(std::uint8_t* pixels) { return module_.decode(picture_, pixels); }
+    CodecModule::Decoded decode(std::uint8_t* pixels) { return module_.decode(picture_, pixels); }
 
   private:
     static std::size_t read(void* context, std::size_t offset, std::uint8_t* into, std::size_t count) {
@@ -66,6 +89,7 @@ class OpenPicture {
     const CodecModule& module_;
     CGDataProvider bytes_;
     CodecModule::Header header_;
+    Failure failure_ = Failure::damaged;
     CodecModule::Picture* picture_ = nullptr;
 };
 
@@ -98,14 +122,22 @@ class ModuleSource final : public PixelSource {
     PixelSize size() const override { return file_.size; }
     PixelLayout layout() const override { return layoutOf(file_.pixels); }
     CGColorSpace colorSpace() const override { return file_.colorSpace; }
-    std::unique_ptr<RowReader> rows(PixelSize) const override { return nullptr; }
 
-    bool decode(MutablePixelView pixels) const override {
+  private:
+    std::unique_ptr<RowReader> makeRows(PixelSize) const override { return nullptr; }
+
+    std::optional<DecodedRows> decodeAll(MutablePixelView pixels) const override {
         OpenPicture picture(*file_.module, CGDataProvider(file_.bytes), file_.limits);
         const CodecModule::Header& header = picture.header();
-        const bool isSame = picture && header.width == file_.size.width &&
-                            header.height == file_.size.height && header.pixels == file_.pixels;
-        const auto rows = isSame ? static_cast<int>(picture.decode(pixels.row(0))) : 0;
+        const bool isSame = header.width == file_.size.width && header.height == file_.size.height &&
+                            header.pixels == file_.pixels;
+        if (!picture) return std::nullopt;
+        const auto decoded = isSame ? picture.decode(pixels.row(0)) : CodecModule::Decoded{};
+        if (decoded.failure != Failure::none) {
+            giveReasonOf(decoded.failure);
+            return std::nullopt;
+        }
+        const auto rows = static_cast<int>(decoded.rows);
         if (file_.pixels == Pixels::cmyk) {
             forEachStrip(rows, [&](int begin, int end) {
                 for (int y = begin; y < end; ++y)
@@ -113,10 +145,9 @@ class ModuleSource final : public PixelSource {
             });
         }
         fillMissing(pixels.part(0, rows, pixels.width, pixels.height - rows));
-        return rows == pixels.height;
+        return DecodedRows{rows - static_cast<int>(decoded.blank), decoded.isSound};
     }
 
-  private:
     ModuleFile file_;
 };
 
@@ -136,6 +167,7 @@ ImageProperties propertiesOf(const CodecModule::Header& header, ImageFormat form
     properties.orientation = orientationFromExif(header.orientation).value_or(Orientation::up);
     properties.hasAlpha = hasAlpha(layoutOf(header.pixels));
     properties.depth = header.depth;
+    properties.pages = header.pages;
     properties.colorModel = modelOf(header.pixels);
     return properties;
 }
@@ -254,8 +286,13 @@ std::optional<Data> encodeByModule(const ModuleEncoding& how, const CGImage& ima
                                          options.metadata.xmp.data(),
                                          options.metadata.xmp.size()};
     std::vector<std::uint8_t> file;
-    if (!module->encode(encoding, append, &file) || file.empty()) return std::nullopt;
-    return Data(std::move(file));
+    const Failure failure = module->encode(encoding, append, &file);
+    if (failure == Failure::none && !file.empty()) return Data(std::move(file));
+    if (failure == Failure::outOfMemory || failure == Failure::noThread)
+        giveReasonOf(failure);
+    else
+        giveReason(ReasonCode::cannotEncode, "the encoder refuses the picture");
+    return std::nullopt;
 }
 
 } // namespace pex

@@ -21,7 +21,7 @@ bool isPdf(std::span<const std::uint8_t> bytes) {
 /// Of a file all bytes are needed: what says how large a page is stands at the end.
 std::optional<Data> allBytes(const CGDataProvider& provider, const ImageLimits& limits) {
     if (!provider.data().empty()) return provider.data();
-    if (provider.size() > limits.maxSourceBytes) return std::nullopt;
+    if (!limits.allowsBytes(provider.size())) return std::nullopt;
     std::vector<std::uint8_t> bytes(provider.size());
     if (provider.read(0, bytes) != bytes.size()) return std::nullopt;
     return Data(std::move(bytes));
@@ -43,6 +43,7 @@ std::optional<OpenedImage> openPdf(const CGDataProvider& provider, const ImageLi
     opened.properties.pixelWidth = size.width;
     opened.properties.pixelHeight = size.height;
     opened.properties.hasAlpha = true;
+    opened.properties.pages = document->pageCount();
     opened.source = std::make_shared<PdfPageSource>(*bytes, 0, size);
     return opened;
 }

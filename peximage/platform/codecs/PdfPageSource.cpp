@@ -7,13 +7,14 @@
 
 namespace pex {
 
-bool PdfPageSource::decode(MutablePixelView pixels) const {
+std::optional<DecodedRows> PdfPageSource::decodeAll(MutablePixelView pixels) const {
     forEachStrip(pixels.height, [&](int begin, int end) {
         for (int y = begin; y < end; ++y)
             std::memset(pixels.row(y), 0, static_cast<std::size_t>(pixels.width) * 4);
     });
     const auto document = PdfDocument::open(document_);
-    return document && document->render(page_, pixels);
+    if (!document || !document->render(page_, pixels)) return std::nullopt;
+    return DecodedRows{pixels.height};
 }
 
 } // namespace pex

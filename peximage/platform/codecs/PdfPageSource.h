@@ -17,10 +17,11 @@ class PdfPageSource final : public PixelSource {
     PixelLayout layout() const override { return PixelLayout::premultipliedLast; }
     CGColorSpace colorSpace() const override { return CGColorSpace::sRGB(); }
     PixelSize reducedSize(PixelSize minimum) const override { return minimum; }
-    std::unique_ptr<RowReader> rows(PixelSize) const override { return nullptr; }
-    bool decode(MutablePixelView pixels) const override;
 
   private:
+    std::unique_ptr<RowReader> makeRows(PixelSize) const override { return nullptr; }
+    std::optional<DecodedRows> decodeAll(MutablePixelView pixels) const override;
+
     Data document_;
     int page_;
     PixelSize size_;

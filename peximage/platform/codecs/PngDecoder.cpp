@@ -1,5 +1,8 @@
 #include "peximage/platform/codecs/PngDecoder.h"
 
+#include <algorithm>
+#include <cstdlib>
+
 namespace pex {
 namespace {
 
@@ -11,9 +14,17 @@ constexpr int ignoredChunkCount = sizeof ignoredChunks / 5;
 
 PngDecoder::PngDecoder(CGDataProvider bytes) : bytes_(std::move(bytes)) {
     // An error in these calls gives null: they do not report it.
-    png_ = png_create_read_struct(PNG_LIBPNG_VER_STRING, this, fail, warn);
+    png_ = png_create_read_struct_2(PNG_LIBPNG_VER_STRING, this, fail, warn, this, allocate, release);
     if (png_) info_ = png_create_info_struct(png_);
 }
+
+png_voidp PngDecoder::allocate(png_structp png, png_alloc_size_t bytes) {
+    void* const memory = std::malloc(bytes);
+    if (memory == nullptr) static_cast<PngDecoder*>(png_get_mem_ptr(png))->lacksMemory_ = true;
+    return memory;
+}
+
+void PngDecoder::release(png_structp, png_voidp memory) { std::free(memory); }
 
 PngDecoder::~PngDecoder() { png_destroy_read_struct(&png_, &info_, nullptr); }
 
@@ -82,14 +93,18 @@ int PngDecoder::readRows(MutablePixelView rows) {
     return rowsRead_;
 }
 
-bool PngDecoder::readInterlaced(MutablePixelView picture) {
-    if (!started_) return false;
-    return guarded([&] {
+int PngDecoder::readInterlaced(MutablePixelView picture) {
+    rowsRead_ = 0;
+    if (!started_) return 0;
+    guarded([&] {
         for (int pass = 0; pass < PNG_INTERLACE_ADAM7_PASSES; ++pass) {
-            for (int y = 0; y < picture.height; ++y)
+            for (int y = 0; y < picture.height; ++y) {
                 png_read_row(png_, nullptr, picture.row(y));
+                rowsRead_ = std::max(rowsRead_, y + 1);
+            }
         }
     });
+    return rowsRead_;
 }
 
 } // namespace pex

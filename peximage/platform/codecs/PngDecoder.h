@@ -27,12 +27,14 @@ class PngDecoder {
     bool start(PixelLayout layout);
     /// Decodes the next rows of a picture that is not interlaced; how many came before the file broke off.
     int readRows(MutablePixelView rows);
-    /// Decodes a picture in all its passes. Where it broke off, earlier passes still show as
-    /// coarse blocks. False when it did.
-    bool readInterlaced(MutablePixelView picture);
+    /// Decodes a picture in all its passes. Where it broke off, earlier passes still show as coarse blocks:
+    /// how many rows show something.
+    int readInterlaced(MutablePixelView picture);
 
     /// True when the pixels turned out damaged or cut short.
     bool isDamaged() const { return damaged_; }
+    /// True when reading ended for lack of memory.
+    bool lacksMemory() const { return lacksMemory_; }
     /// How many bytes of the file were read.
     std::size_t position() const { return position_; }
 
@@ -48,6 +50,8 @@ class PngDecoder {
 
     static void readBytes(png_structp png, png_bytep into, std::size_t count);
     [[noreturn]] static void fail(png_structp png, png_const_charp message);
+    static png_voidp allocate(png_structp png, png_alloc_size_t bytes);
+    static void release(png_structp png, png_voidp memory);
     static void warn(png_structp png, png_const_charp message);
 
     CGDataProvider bytes_;
@@ -58,6 +62,7 @@ class PngDecoder {
     int rowsRead_ = 0; // of the call in progress: a local variable would not survive the jump
     bool started_ = false;
     bool damaged_ = false;
+    bool lacksMemory_ = false;
 };
 
 } // namespace pex

@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <array>
 #include <cmath>
+#include <new>
 #include <string_view>
 #include <vector>
 
@@ -32,7 +33,9 @@ struct PngFile {
 };
 
 bool begin(PngDecoder& decoder, const PngFile& file) {
-    return decoder.readHeader(file.maxChunkBytes) && decoder.start(file.layout);
+    const bool good = decoder.readHeader(file.maxChunkBytes) && decoder.start(file.layout);
+    if (decoder.lacksMemory()) throw std::bad_alloc();
+    return good;
 }
 
 class PngRows final : public RowReader {
@@ -43,13 +46,14 @@ class PngRows final : public RowReader {
         return begin(rows->decoder_, file) ? std::move(rows) : nullptr;
     }
 
-    bool read(MutablePixelView rows) override {
+  private:
+    std::optional<DecodedRows> readNext(MutablePixelView rows) override {
         const int done = decoder_.readRows(rows);
+        if (decoder_.lacksMemory()) throw std::bad_alloc();
         fillMissing(rows.part(0, done, rows.width, rows.height - done));
-        return !decoder_.isDamaged();
+        return DecodedRows{done, !decoder_.isDamaged()};
     }
 
-  private:
     explicit PngRows(const Data& bytes) : decoder_(CGDataProvider(bytes)) {}
 
     PngDecoder decoder_;
@@ -62,17 +66,20 @@ class PngSource final : public PixelSource {
     PixelSize size() const override { return file_.size; }
     PixelLayout layout() const override { return file_.layout; }
     CGColorSpace colorSpace() const override { return file_.colorSpace; }
-    std::unique_ptr<RowReader> rows(PixelSize) const override {
-        return file_.interlaced ? nullptr : PngRows::make(file_);
-    }
-    bool decode(MutablePixelView pixels) const override {
-        if (!file_.interlaced) return PixelSource::decode(pixels);
-        fillMissing(pixels);
-        PngDecoder decoder{CGDataProvider(file_.bytes)};
-        return begin(decoder, file_) && decoder.readInterlaced(pixels) && !decoder.isDamaged();
-    }
 
   private:
+    std::unique_ptr<RowReader> makeRows(PixelSize) const override {
+        return file_.interlaced ? nullptr : PngRows::make(file_);
+    }
+    std::optional<DecodedRows> decodeAll(MutablePixelView pixels) const override {
+        if (!file_.interlaced) return PixelSource::decodeAll(pixels);
+        fillMissing(pixels);
+        PngDecoder decoder{CGDataProvider(file_.bytes)};
+        const int shown = begin(decoder, file_) ? decoder.readInterlaced(pixels) : 0;
+        if (decoder.lacksMemory()) throw std::bad_alloc();
+        return DecodedRows{shown, !decoder.isDamaged()};
+    }
+
     PngFile file_;
 };
 
@@ -148,7 +155,9 @@ bool canHoldPixels(const PngDecoder& decoder, std::size_t fileSize) {
 std::optional<OpenedImage> openPng(const CGDataProvider& bytes, const ImageLimits& limits) {
     const std::size_t maxChunkBytes = std::max(limits.maxMetadataBytes, leastChunkLimit);
     PngDecoder decoder(bytes);
-    if (!decoder.readHeader(maxChunkBytes)) return std::nullopt;
+    const bool isRead = decoder.readHeader(maxChunkBytes);
+    if (decoder.lacksMemory()) throw std::bad_alloc();
+    if (!isRead) return std::nullopt;
     OpenedImage opened{readProperties(decoder), nullptr, findExif(bytes, limits.maxMetadataBytes)};
     opened.properties.orientation = ExifBlock(opened.exif.bytes()).orientation().value_or(Orientation::up);
     const PixelSize size{opened.properties.pixelWidth, opened.properties.pixelHeight};

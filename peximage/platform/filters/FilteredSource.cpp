@@ -20,14 +20,13 @@ class FilteredRows : public RowReader {
   public:
     explicit FilteredRows(const FilteredSource& source) : source_(source) {}
 
-    bool read(MutablePixelView rows) override {
-        const bool made = source_.make(y_, rows);
-        if (!made) fillMissing(rows);
+  private:
+    std::optional<DecodedRows> readNext(MutablePixelView rows) override {
+        if (!source_.make(y_, rows)) return std::nullopt;
         y_ += rows.height;
-        return made;
+        return DecodedRows{rows.height};
     }
 
-  private:
     FilteredSource source_;
     int y_ = 0;
 };
@@ -90,14 +89,12 @@ CGColorSpace FilteredSource::colorSpace() const {
     return isColour && !convertsColours() ? picture_.colorSpace() : CGColorSpace::deviceRGB();
 }
 
-std::unique_ptr<RowReader> FilteredSource::rows(PixelSize) const {
+std::unique_ptr<RowReader> FilteredSource::makeRows(PixelSize) const {
     return std::make_unique<FilteredRows>(*this);
 }
 
-bool FilteredSource::decode(MutablePixelView pixels) const {
-    const bool made = make(0, pixels);
-    if (!made) fillMissing(pixels);
-    return made;
+std::optional<DecodedRows> FilteredSource::decodeAll(MutablePixelView pixels) const {
+    return make(0, pixels) ? std::optional(DecodedRows{pixels.height}) : std::nullopt;
 }
 
 bool FilteredSource::make(int y, MutablePixelView rows) const {

@@ -18,17 +18,18 @@ class FilteredSource : public PixelSource {
     PixelSize size() const override { return {picture_.width(), picture_.height()}; }
     PixelLayout layout() const override;
     CGColorSpace colorSpace() const override;
-    std::unique_ptr<RowReader> rows(PixelSize size) const override;
-    bool decode(MutablePixelView pixels) const override;
 
     /// The result, made now: where nobody else has the picture below, in its memory, so that there is never
     /// another one of its size. Absent when memory cannot be had. The source is used up.
     std::optional<CGImage> render();
 
-    /// Makes the rows of the result from `y` on. False when memory cannot be had.
+    /// Makes the rows of the result from `y` on. False, with the reason, when memory or the picture below
+    /// cannot be had.
     bool make(int y, MutablePixelView rows) const;
 
   private:
+    std::unique_ptr<RowReader> makeRows(PixelSize size) const override;
+    std::optional<DecodedRows> decodeAll(MutablePixelView pixels) const override;
     bool filterInPlace(MutablePixelView picture) const;
     /// The rows from `y` on; `rowAt(y)` is a row of the picture below. Works in `memory`, which it makes
     /// large enough.

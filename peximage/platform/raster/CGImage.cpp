@@ -1,7 +1,6 @@
 #include "peximage/platform/raster/CGImage.h"
 
 #include "peximage/platform/foundation/ForkSafe.h"
-#include "peximage/platform/foundation/OutOfMemory.h"
 #include "peximage/platform/raster/PixelSource.h"
 
 #include <algorithm>
@@ -27,7 +26,7 @@ struct CGImage::Store {
     std::shared_ptr<const PixelSource> source; // until the pixels are there
     PixelBuffer buffer;
     std::ptrdiff_t bytesPerRow = 0;
-    bool incomplete = false;
+    std::shared_ptr<const DecodingRecord> record; // of a source, also afterwards
 
     PixelSize lastReduced{}; // what the source was last reduced to
     std::optional<CGImage> reduced;
@@ -37,21 +36,25 @@ struct CGImage::Store {
     /// With the lock held.
     void decode() {
         if (!source) return;
+        if (const auto met = record->met(); met && met->shown <= 0) return giveNothingShown();
         const std::size_t stride = rowBytes(size.width, layout);
         PixelBuffer fresh = PixelBuffer::make(stride * static_cast<std::size_t>(size.height));
         if (!fresh) return;
         const auto rows = static_cast<std::ptrdiff_t>(stride);
-        const auto whole = absentWithoutMemory([&] {
-            return std::optional(source->decode({fresh.data(), size.width, size.height, rows, layout}));
-        });
-        if (!whole) return;
+        if (!source->decode({fresh.data(), size.width, size.height, rows, layout})) return;
         const std::shared_ptr<const PixelSource> decoded = source; // freed when the pass is back
         const ForkPass pass;
         bytesPerRow = rows;
-        incomplete = !*whole;
         buffer = std::move(fresh);
         source.reset();
         reduced.reset();
+    }
+
+    Completeness completeness() {
+        const std::lock_guard lock(mutex);
+        if (!record) return {buffer ? 1.0 : 0.0, static_cast<bool>(buffer)};
+        if (!record->met()) decode();
+        return record->met().value_or(Completeness{0, false});
     }
 };
 
@@ -71,6 +74,7 @@ std::optional<CGImage> CGImage::make(int width, int height, std::ptrdiff_t bytes
 CGImage CGImage::make(std::shared_ptr<const PixelSource> source) {
     const PixelSize size = source->size();
     auto store = std::make_shared<Store>(size, source->layout(), source->colorSpace());
+    store->record = source->record();
     store->source = std::move(source);
     return CGImage(std::move(store), 0, 0, size.width, size.height);
 }
@@ -94,11 +98,8 @@ std::optional<std::pair<PixelBuffer, MutablePixelView>> CGImage::takePixels() {
     return std::pair(std::move(store_->buffer), view);
 }
 
-bool CGImage::isIncomplete() const {
-    const std::lock_guard lock(store_->mutex);
-    store_->decode();
-    return store_->incomplete || !store_->buffer;
-}
+bool CGImage::isIncomplete() const { return !store_->completeness().isSound; }
+double CGImage::decodedFraction() const { return store_->completeness().shown; }
 
 std::optional<CGImage> CGImage::cropping(const CGRect& rect) const {
     if (rect.isEmpty()) return std::nullopt;
@@ -112,6 +113,7 @@ std::optional<CGImage> CGImage::cropping(const CGRect& rect) const {
 std::optional<CGImage> CGImage::reinterpreted(PixelLayout as) const {
     if (bytesPerPixel(as) != bytesPerPixel(layout()) || !pixels()) return std::nullopt;
     auto store = std::make_shared<Store>(store_->size, as, store_->colorSpace);
+    store->record = store_->record;
     store->buffer = store_->buffer;
     store->bytesPerRow = store_->bytesPerRow;
     return CGImage(std::move(store), x_, y_, width_, height_);

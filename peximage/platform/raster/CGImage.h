@@ -34,15 +34,22 @@ class PEX_EXPORT CGImage {
     const CGColorSpace& colorSpace() const;
 
     /// The pixels, decoded now if they were not yet; valid as long as this image or a copy of it. Absent when
-    /// the memory for them cannot be had. What a broken source could not give is transparent, or mid grey
-    /// where there is no alpha.
+    /// the memory for them cannot be had, and, for the reason `damaged`, when nothing of the picture is left
+    /// in its file. Rows that a broken source could not give are transparent, or mid grey where there is no
+    /// alpha.
     std::optional<PixelView> pixels() const;
     /// The pixels, for whoever asks to change and keep; this image has none afterwards. Absent, and nothing
     /// has changed, when somebody else can see them: this is a part or has copies, or its memory has other
     /// owners; or when they cannot be had.
     std::optional<std::pair<PixelBuffer, MutablePixelView>> takePixels();
-    /// True when decoding found the source cut short or damaged; decodes if that was not done yet.
+    /// True when decoding found the source cut short or damaged. This and the next tell what any decoding of
+    /// it met: of this image or of another one of its source, whole or reduced, also by an operation that
+    /// made a smaller one; only when there was none, this decodes. A part tells of the whole image.
     bool isIncomplete() const;
+    /// The share of the rows that show something of the picture: 1 for a whole one, and for one that is
+    /// damaged but has something to show in every row; 0 when there are no `pixels`. Rows of which a
+    /// progressive or interlaced file holds but a coarse view count.
+    double decodedFraction() const;
 
     /// The part inside a rectangle of pixels, origin at the top-left corner and y downward: made integral
     /// outward, then clipped to the image. It shares the pixels. Absent when nothing is left.

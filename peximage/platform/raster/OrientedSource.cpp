@@ -12,17 +12,19 @@ namespace {
 class OrientedSource final : public PixelSource {
   public:
     OrientedSource(std::shared_ptr<const PixelSource> stored, Orientation orientation)
-        : stored_(std::move(stored)), orientation_(orientation) {}
+        : PixelSource(stored->record()), stored_(std::move(stored)), orientation_(orientation) {}
 
     TurnedPicture picture() const { return {stored_, orientation_}; }
 
     PixelSize size() const override { return turned(stored_->size()); }
     PixelLayout layout() const override { return stored_->layout(); }
     CGColorSpace colorSpace() const override { return stored_->colorSpace(); }
-    /// The first upright row may need the last stored one.
-    std::unique_ptr<RowReader> rows(PixelSize) const override { return nullptr; }
 
-    bool decode(MutablePixelView upright) const override {
+  private:
+    /// The first upright row may need the last stored one.
+    std::unique_ptr<RowReader> makeRows(PixelSize) const override { return nullptr; }
+
+    std::optional<DecodedRows> decodeAll(MutablePixelView upright) const override {
         const PixelSize size = turned({upright.width, upright.height});
         if (const std::unique_ptr<RowReader> reader = stored_->rows(size))
             return turnStrips(*reader, size, upright);
@@ -30,37 +32,40 @@ class OrientedSource final : public PixelSource {
         const std::ptrdiff_t stride = std::ptrdiff_t{size.width} * bytesPerPixel(upright.layout);
         const PixelBuffer whole =
             PixelBuffer::make(static_cast<std::size_t>(stride) * static_cast<std::size_t>(size.height));
-        if (!whole) {
-            fillMissing(upright);
-            return false;
-        }
+        if (!whole) return std::nullopt;
         const MutablePixelView pixels{whole.data(), size.width, size.height, stride, upright.layout};
-        const bool complete = stored_->decode(pixels);
+        const auto stored = stored_->decode(pixels);
+        if (!stored) return std::nullopt;
         kernels::orientRows(pixels, 0, orientation_, upright);
-        return complete;
+        return turnedRows(*stored, size.height, upright.height);
     }
 
-  private:
     PixelSize turned(PixelSize size) const {
         return swapsSides(orientation_) ? PixelSize{size.height, size.width} : size;
     }
 
-    bool turnStrips(RowReader& reader, PixelSize size, MutablePixelView upright) const {
+    std::optional<DecodedRows> turnStrips(RowReader& reader, PixelSize size, MutablePixelView upright) const {
         constexpr int stripRows = 64;
         const std::ptrdiff_t stride = std::ptrdiff_t{size.width} * bytesPerPixel(upright.layout);
         const PixelBuffer strip = PixelBuffer::make(static_cast<std::size_t>(stride) * stripRows);
-        if (!strip) {
-            fillMissing(upright);
-            return false;
-        }
-        bool complete = true;
+        if (!strip) return std::nullopt;
+        DecodedRows stored;
         for (int y = 0; y < size.height; y += stripRows) {
             const int rows = std::min(stripRows, size.height - y);
             const MutablePixelView pixels{strip.data(), size.width, rows, stride, upright.layout};
-            complete = reader.read(pixels) && complete;
+            const auto got = reader.read(pixels);
+            if (!got) return std::nullopt;
+            stored.shown += got->shown;
+            stored.isSound = stored.isSound && got->isSound;
             kernels::orientRows(pixels, y, orientation_, upright);
         }
-        return complete;
+        return turnedRows(stored, size.height, upright.height);
+    }
+
+    /// Stored rows that are missing may be columns now: they count by the area that they leave.
+    static DecodedRows turnedRows(const DecodedRows& stored, int storedHeight, int height) {
+        const std::int64_t shown = std::int64_t{stored.shown} * height / storedHeight;
+        return {static_cast<int>(std::max<std::int64_t>(shown, stored.shown > 0)), stored.isSound};
     }
 
     std::shared_ptr<const PixelSource> stored_;

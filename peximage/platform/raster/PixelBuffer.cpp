@@ -1,6 +1,7 @@
 #include "peximage/platform/raster/PixelBuffer.h"
 
 #include "peximage/platform/foundation/ForkSafe.h"
+#include "peximage/platform/foundation/OutOfMemory.h"
 #include "peximage/platform/foundation/Workers.h"
 
 #include <atomic>
@@ -8,11 +9,11 @@
 #include <cstdlib>
 #include <cstring>
 #include <limits>
+#include <list>
 #include <mutex>
 #include <new>
 #include <sys/mman.h>
 #include <utility>
-#include <vector>
 
 namespace pex {
 namespace {
@@ -28,6 +29,8 @@ constexpr std::size_t roundUp(std::size_t bytes, std::size_t unit) {
 
 /// Freed large blocks by size, oldest first.
 class Pool {
+    using Blocks = std::list<std::pair<void*, std::size_t>>;
+
   public:
     void* take(std::size_t bytes) {
         const std::lock_guard lock(mutex_);
@@ -41,11 +44,16 @@ class Pool {
         return nullptr;
     }
 
-    void give(void* block, std::size_t bytes) {
-        std::vector<std::pair<void*, std::size_t>> dropped;
+    void give(void* block, std::size_t bytes) noexcept {
+        Blocks given, dropped;
+        try {
+            given.emplace_back(block, bytes);
+        } catch (const std::bad_alloc&) {
+            return std::free(block);
+        }
         {
             const std::lock_guard lock(mutex_);
-            blocks_.emplace_back(block, bytes);
+            blocks_.splice(blocks_.end(), given);
             kept_ += bytes;
             trim(bound_, dropped);
         }
@@ -53,7 +61,7 @@ class Pool {
     }
 
     void setBound(std::size_t bytes) {
-        std::vector<std::pair<void*, std::size_t>> dropped;
+        Blocks dropped;
         {
             const std::lock_guard lock(mutex_);
             bound_ = bytes;
@@ -63,7 +71,7 @@ class Pool {
     }
 
     void drain() {
-        std::vector<std::pair<void*, std::size_t>> dropped;
+        Blocks dropped;
         {
             const std::lock_guard lock(mutex_);
             trim(0, dropped);
@@ -77,21 +85,20 @@ class Pool {
     }
 
   private:
-    void trim(std::size_t bound, std::vector<std::pair<void*, std::size_t>>& dropped) {
+    void trim(std::size_t bound, Blocks& dropped) {
         while (kept_ > bound && !blocks_.empty()) {
             kept_ -= blocks_.front().second;
-            dropped.push_back(blocks_.front());
-            blocks_.erase(blocks_.begin());
+            dropped.splice(dropped.end(), blocks_, blocks_.begin());
         }
     }
 
-    static void release(const std::vector<std::pair<void*, std::size_t>>& blocks) {
+    static void release(const Blocks& blocks) {
         for (const auto& block : blocks)
             std::free(block.first);
     }
 
     ForkSafeMutex mutex_;
-    std::vector<std::pair<void*, std::size_t>> blocks_;
+    Blocks blocks_;
     std::size_t kept_ = 0;
     std::size_t bound_ = std::size_t{64} << 20;
 };
@@ -119,11 +126,15 @@ void* allocateLarge(std::size_t bytes) {
 } // namespace
 
 PixelBuffer PixelBuffer::make(std::size_t bytes) {
-    if (bytes > std::numeric_limits<std::size_t>::max() / 2) return {};
+    return absentWithoutMemory([bytes] { return tryToMake(bytes); });
+}
+
+PixelBuffer PixelBuffer::tryToMake(std::size_t bytes) {
+    if (bytes > std::numeric_limits<std::size_t>::max() / 2) throw std::bad_alloc();
     const bool large = bytes + slack >= hugePage / 2;
     const std::size_t capacity = roundUp(bytes + slack, large ? hugePage : smallAlignment);
     void* block = large ? allocateLarge(capacity) : std::aligned_alloc(smallAlignment, capacity);
-    if (!block) return {};
+    if (!block) throw std::bad_alloc();
     auto* data = static_cast<std::uint8_t*>(block);
     if (!large) return {std::shared_ptr<std::uint8_t>(data, std::free), bytes};
     return {std::shared_ptr<std::uint8_t>(data, [capacity](std::uint8_t* p) { pool().give(p, capacity); }),

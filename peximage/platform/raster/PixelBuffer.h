@@ -16,7 +16,7 @@ class PEX_EXPORT PixelBuffer {
   public:
     PixelBuffer() = default;
 
-    /// An empty buffer when the memory cannot be had (check with `operator bool`).
+    /// An empty buffer, with the reason, when the memory cannot be had (check with `operator bool`).
     static PixelBuffer make(std::size_t bytes);
     static PixelBuffer makeZeroed(std::size_t bytes);
 
@@ -33,6 +33,8 @@ class PEX_EXPORT PixelBuffer {
     bool isUnique() const;
 
   private:
+    /// Throws `std::bad_alloc`.
+    static PixelBuffer tryToMake(std::size_t bytes);
     PixelBuffer(std::shared_ptr<std::uint8_t> bytes, std::size_t size)
         : bytes_(std::move(bytes)), size_(size) {}
 

@@ -1,9 +1,12 @@
 #pragma once
 
 #include "peximage/platform/raster/CGColorSpace.h"
+#include "peximage/platform/raster/DecodingRecord.h"
 #include "peximage/platform/raster/PixelView.h"
 
 #include <memory>
+#include <optional>
+#include <utility>
 
 namespace pex {
 
@@ -14,21 +17,42 @@ struct PixelSize {
     friend constexpr bool operator==(PixelSize, PixelSize) = default;
 };
 
+/// What became of rows that were to be decoded.
+struct DecodedRows {
+    /// How many of them show something of the picture, if only coarsely, as after the first scans of a
+    /// progressive file. `fillMissing` has filled the others.
+    int shown = 0;
+    /// False from where the file turned out cut short or damaged, also when all rows show something.
+    bool isSound = true;
+};
+
 /// Hands out the rows of a picture from top to bottom, once.
 class RowReader {
   public:
     virtual ~RowReader() = default;
 
-    /// Fills `rows` (of the picture's width and layout) with the next rows. False when the source broke off:
-    /// the rows that it could not give are filled with transparency, or with mid grey where there is no
-    /// alpha, and so are all that are asked for afterwards.
-    virtual bool read(MutablePixelView rows) = 0;
+    /// Fills `rows` (of the picture's width and layout) with the next rows. Absent, with the reason, when
+    /// there is no picture to be had: for lack of memory, or when not one row of it was shown by its last.
+    std::optional<DecodedRows> read(MutablePixelView rows);
+
+  private:
+    friend class PixelSource;
+    /// Does it; absent with the reason, or throws `std::bad_alloc`, when that has to do with this computer
+    /// and not with the file. Is not called again afterwards.
+    virtual std::optional<DecodedRows> readNext(MutablePixelView rows) = 0;
+
+    std::shared_ptr<DecodingRecord> record_;
+    int height_ = 0, asked_ = 0, shown_ = 0;
+    bool isSound_ = true, failed_ = false;
 };
 
-/// A picture that is not in memory yet: an encoded file, or another source turned upright. Immutable: any
-/// number of threads may decode it at once.
+/// A picture that is not in memory yet: an encoded file, or another source turned upright. Immutable but for
+/// the record of its decodings: any number of threads may decode it at once.
 class PixelSource {
   public:
+    PixelSource() : PixelSource(std::make_shared<DecodingRecord>()) {}
+    /// For what shows another source's picture.
+    explicit PixelSource(std::shared_ptr<DecodingRecord> record) : record_(std::move(record)) {}
     virtual ~PixelSource() = default;
 
     virtual PixelSize size() const = 0;
@@ -40,15 +64,29 @@ class PixelSource {
     virtual PixelSize reducedSize(PixelSize minimum) const;
 
     /// Rows at `size`, which is the own size or one that `reducedSize` gave. Null when the source cannot be
-    /// decoded row by row without holding the whole picture; `decode` then does it.
-    virtual std::unique_ptr<RowReader> rows(PixelSize size) const = 0;
+    /// decoded row by row without holding the whole picture, or not at all; `decode` then does it or has the
+    /// reason.
+    std::unique_ptr<RowReader> rows(PixelSize size) const;
 
-    /// Decodes the whole picture into `pixels`, which has such a size and the source's layout. False when the
-    /// source broke off; the rest is then filled as RowReader does.
-    virtual bool decode(MutablePixelView pixels) const;
+    /// Decodes the whole picture into `pixels`, which has such a size and the source's layout. Absent, with
+    /// the reason, when there is no picture to be had: for lack of memory, or when no row is shown.
+    std::optional<DecodedRows> decode(MutablePixelView pixels) const;
+
+    const std::shared_ptr<DecodingRecord>& record() const { return record_; }
+
+  protected:
+    virtual std::unique_ptr<RowReader> makeRows(PixelSize size) const = 0;
+    /// As `RowReader::readNext`; by way of the rows, where a source does not do it otherwise.
+    virtual std::optional<DecodedRows> decodeAll(MutablePixelView pixels) const;
+
+  private:
+    std::shared_ptr<DecodingRecord> record_;
 };
 
 /// What takes the place of pixels that could not be decoded.
 void fillMissing(MutablePixelView rows);
+
+/// The reason why a picture of which no row is shown is absent.
+void giveNothingShown();
 
 } // namespace pex

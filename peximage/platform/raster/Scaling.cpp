@@ -112,7 +112,7 @@ std::optional<CGImage> streamed(const PixelSource& source, RowReader& reader, Pi
         const MutablePixelView room = stream->room();
         MutablePixelView rows = room;
         rows.layout = stored;
-        reader.read(rows);
+        if (!reader.read(rows)) return std::nullopt;
         if (layout != stored) convertRows(rows, room);
         if (!stream->commit(room.height)) return std::nullopt;
     }
@@ -121,8 +121,7 @@ std::optional<CGImage> streamed(const PixelSource& source, RowReader& reader, Pi
 
 std::optional<CGImage> decodedAt(const PixelSource& source, PixelSize size) {
     std::optional<Canvas> canvas = Canvas::make(size, source.layout());
-    if (!canvas) return std::nullopt;
-    source.decode(canvas->view);
+    if (!canvas || !source.decode(canvas->view)) return std::nullopt;
     return canvas->finish(source.colorSpace());
 }
 

@@ -11,7 +11,7 @@ namespace pex {
 /// The image at another size, mapped edge to edge. It is resampled on premultiplied pixels, in its own colour
 /// space; straight alpha comes out premultiplied. An image that is still encoded is decoded reduced and by
 /// rows where its format can, so that only the result is ever held. The image itself when it has that size
-/// already. Absent when memory for the result cannot be had.
+/// already. Absent when memory for the result cannot be had, or `pixels()` would be.
 std::optional<CGImage> scaledImage(const CGImage& image, PixelSize size, Interpolation interpolation);
 
 /// A part of the image at another size: what `scaledImage` to `whole`, which may be of any size, would show

@@ -6,9 +6,12 @@
 #include "tests/support/EncodedPictures.h"
 #include "tests/support/ExifFiles.h"
 #include "tests/support/HandmadeFiles.h"
+#include "tests/support/HeifFiles.h"
+#include "tests/support/PdfFiles.h"
 #include "tests/support/Pictures.h"
 #include "tests/support/Profiles.h"
 #include "tests/support/TempFolder.h"
+#include "tests/support/TiffFiles.h"
 
 #include <gtest/gtest.h>
 
@@ -118,6 +121,26 @@ TEST(Formats, BrokenFilesDoNoHarm) {
     ASSERT_TRUE(half);
     EXPECT_TRUE(half->isIncomplete());
     EXPECT_NEAR(pixelAt(*half, 10, 10)[0], pixelAt(photo, 10, 10)[0], 30);
+}
+
+TEST(Formats, TellHowManyPicturesAFileHas) {
+    const TiffPicture page{9, 7, [](int x, int) { return std::array<std::uint16_t, 4>{std::uint16_t(x)}; }};
+    const std::pair<int, Bytes> cases[] = {
+        {1, bytesOf(encoded(photoLike(9, 7), ImageFormat::webp))},
+        {1, heifFile(photoLike(64, 64), {})},
+        {1, gifFile(9, 7, false, 1)},
+        {3, gifFile(9, 7, true, 3)},
+        {1, tiffFile({}, {page})},
+        {2, tiffFile({}, {page, page})},
+        {20, tiffFile({}, std::vector(20, page))},
+        {2, bytesOf(Data(pdfFile({{}, {}})))},
+    };
+    for (const auto& [pages, file] : cases) {
+        const auto source = CGImageSource::make(Data(file));
+        ASSERT_TRUE(source);
+        EXPECT_EQ(source->properties().pages, pages) << displayName(source->properties().format);
+        EXPECT_TRUE(source->createImage()->pixels());
+    }
 }
 
 TEST(Formats, TiffTurnsAsItsTagSays) {

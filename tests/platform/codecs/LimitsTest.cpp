@@ -1,5 +1,6 @@
 #include "peximage/platform/codecs/CGImageSource.h"
 #include "peximage/platform/codecs/ImageLimits.h"
+#include "peximage/platform/foundation/Reason.h"
 #include "tests/platform/codecs/PngFiles.h"
 #include "tests/support/EncodedPictures.h"
 #include "tests/support/ExifFiles.h"
@@ -41,6 +42,11 @@ bool opens(const Bytes& file, const ImageLimits& limits) {
     return fromMemory;
 }
 
+std::pair<int, int> sizeOf(const Bytes& file) {
+    const ImageProperties header = CGImageSource::make(Data(file))->properties();
+    return {header.pixelWidth, header.pixelHeight};
+}
+
 struct Limited {
     std::string what;
     Bytes file;
@@ -65,7 +71,12 @@ TEST(FormatLimits, EveryFormatKeepsToThePixelsAndBytesAllowed) {
         EXPECT_TRUE(opens(file, {}));
         EXPECT_TRUE(opens(file, {.maxPixels = pixels, .maxSourceBytes = file.size()}));
         EXPECT_FALSE(opens(file, {.maxPixels = pixels - 1}));
+        const auto [width, height] = sizeOf(file);
+        EXPECT_EQ(lastReason().message, std::to_string(width) + " × " + std::to_string(height) +
+                                            " pixels, over the limit of " + std::to_string(pixels - 1));
+        EXPECT_EQ(lastReason().code, ReasonCode::overLimit);
         EXPECT_FALSE(opens(file, {.maxSourceBytes = file.size() - 1}));
+        EXPECT_EQ(lastReason().code, ReasonCode::overLimit);
         EXPECT_FALSE(opens(file, {.maxPixels = 0}));
     }
 }

@@ -211,7 +211,7 @@ TEST(PngReader, keepsTheRowsBeforeACutAtAnyLength) {
             const CGImage image = CGImage::make(opened->source);
             const bool pixelsCut = length + 12 < whole.size(); // what follows the pixels is never read
             EXPECT_EQ(image.isIncomplete(), pixelsCut) << length;
-            if (interlaced) continue;
+            if (interlaced || !image.pixels()) continue;
             int rows = 0;
             while (rows < 7 && pixelAt(image, 8, rows) != Pixel{128, 128, 128, 128})
                 ++rows;
@@ -237,14 +237,6 @@ TEST(PngReader, tellsDamageInThePixels) {
     }
     const auto rows = open(checksum)->source;
     EXPECT_EQ(pixelAt(CGImage::make(rows), 39, 38), pixelAt(CGImage::make(open(whole)->source), 39, 38));
-}
-
-TEST(PngReader, givesTransparencyForWhatIsMissingOfATransparentPicture) {
-    const auto opened = open(headerOnly(2, 2, {0x78, 0x9C, 0xFF, 0xFF}, 6));
-    ASSERT_TRUE(opened && opened->source);
-    const CGImage image = CGImage::make(opened->source);
-    EXPECT_TRUE(image.isIncomplete());
-    EXPECT_EQ(pixelAt(image, 1, 1), (Pixel{0, 0, 0, 0}));
 }
 
 TEST(PngReader, refusesWhatIsNoPictureOrTooLarge) {
@@ -283,7 +275,8 @@ TEST(PngReader, survivesRandomDamage) {
             for (int i = 0; i < 3; ++i)
                 damaged[8 + random() % (damaged.size() - 8)] = static_cast<std::uint8_t>(random() >> 8);
             const auto opened = open(damaged, {1000});
-            EXPECT_TRUE(!opened || CGImage::make(opened->source).pixels());
+            const CGImage image = opened ? CGImage::make(opened->source) : photoLike(1, 1);
+            EXPECT_EQ(image.pixels().has_value(), image.decodedFraction() > 0);
         }
     }
 }

@@ -232,7 +232,8 @@ TEST(Tiff, AGreyPictureThatBreaksOffShowsItsFirstRows) {
     ASSERT_TRUE(image);
     EXPECT_TRUE(image->isIncomplete());
     EXPECT_EQ(pixelAt(*image, 7, 50)[0], 99);
-    EXPECT_EQ(pixelAt(*image, 7, 299)[0], 128); // what stands for missing rows
+    EXPECT_GT(image->decodedFraction(), 0.5);
+    EXPECT_EQ(pixelAt(*image, 7, 299)[0], 92); // behind the damage
 }
 
 } // namespace

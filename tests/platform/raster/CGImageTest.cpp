@@ -1,9 +1,13 @@
 #include "peximage/platform/raster/CGImage.h"
 
+#include "peximage/platform/filters/CIContext.h"
+#include "peximage/platform/foundation/Reason.h"
 #include "peximage/platform/raster/CGContext.h"
 #include "peximage/platform/raster/ConvertedImage.h"
 #include "peximage/platform/raster/OrientedSource.h"
 #include "peximage/platform/raster/PixelSource.h"
+#include "peximage/platform/raster/Scaling.h"
+#include "peximage/platform/raster/Turning.h"
 #include "tests/support/OnThreads.h"
 #include "tests/support/Pictures.h"
 #include "tests/support/Profiles.h"
@@ -27,27 +31,27 @@ class CountingSource final : public PixelSource {
     PixelSize size() const override { return {picture_.width(), picture_.height()}; }
     PixelLayout layout() const override { return picture_.layout(); }
     CGColorSpace colorSpace() const override { return picture_.colorSpace(); }
-    std::unique_ptr<RowReader> rows(PixelSize) const override {
+
+  private:
+    std::unique_ptr<RowReader> makeRows(PixelSize) const override {
         ++decoded;
         return std::make_unique<Rows>(*picture_.pixels(), goodRows_);
     }
 
-  private:
     class Rows final : public RowReader {
       public:
         Rows(PixelView from, int goodRows) : from_(from), goodRows_(goodRows) {}
-        bool read(MutablePixelView rows) override {
-            for (int y = 0; y < rows.height; ++y, ++next_) {
-                if (next_ >= goodRows_) {
-                    fillMissing(rows.part(0, y, rows.width, rows.height - y));
-                    return false;
-                }
-                std::memcpy(rows.row(y), from_.row(next_), static_cast<std::size_t>(rows.width) * 4);
-            }
-            return true;
-        }
 
       private:
+        std::optional<DecodedRows> readNext(MutablePixelView rows) override {
+            const int good = std::clamp(goodRows_ - next_, 0, rows.height);
+            for (int y = 0; y < good; ++y)
+                std::memcpy(rows.row(y), from_.row(next_ + y), static_cast<std::size_t>(rows.width) * 4);
+            fillMissing(rows.part(0, good, rows.width, rows.height - good));
+            next_ += rows.height;
+            return DecodedRows{good, good == rows.height};
+        }
+
         PixelView from_;
         int goodRows_, next_ = 0;
     };
@@ -117,10 +121,45 @@ TEST(CGImage, WhatIsDrawnAgainAndAgainIsNotDecodedEachTime) {
     EXPECT_EQ(source->decoded, 3);
 }
 
-TEST(CGImage, ABrokenSourceLeavesTheRestClear) {
+TEST(CGImage, TellsWhatItsSourceLacksWhicheverWayThatWasDecoded) {
+    using Way = std::optional<CGImage> (*)(const CGImage&);
+    const std::pair<const char*, Way> ways[] = {
+        {"itself", [](const CGImage& image) { return std::optional(image); }},
+        {"a part",
+         [](const CGImage& image) {
+             return image.cropping({0, 0, 4, 4});
+         }},
+        {"smaller",
+         [](const CGImage& image) {
+             return scaledImage(image, {4, 4}, Interpolation::smooth);
+         }},
+        {"larger",
+         [](const CGImage& image) {
+             return scaledImage(image, {9, 9}, Interpolation::nearest);
+         }},
+        {"turned", [](const CGImage& image) { return turnedImage(image, Orientation::right); }},
+        {"filtered",
+         [](const CGImage& image) {
+             return CIContext().createCGImage(CIImage(image).exposureAdjusted(1), {0, 0, 8, 8});
+         }},
+    };
     const auto picture = noise(8, 8, PixelLayout::straightLast);
+    for (const auto& [what, way] : ways) {
+        for (const int rows : {8, 5, 0}) {
+            SCOPED_TRACE(what + std::string(" of ") + std::to_string(rows));
+            const auto source = std::make_shared<CountingSource>(picture, rows);
+            const CGImage image = CGImage::make(source);
+            const std::optional<CGImage> made = way(image);
+            EXPECT_EQ(made && made->pixels(), rows > 0);
+            EXPECT_TRUE(rows > 0 || lastReason().code == ReasonCode::damaged);
+            EXPECT_EQ(source->decoded, 1);
+            EXPECT_EQ(image.isIncomplete(), rows < 8);
+            EXPECT_EQ(image.decodedFraction(), rows / 8.0);
+            EXPECT_EQ(source->decoded, 1) << "what a decoding has met is known";
+            EXPECT_EQ(image.pixels().has_value(), rows > 0);
+        }
+    }
     const CGImage image = CGImage::make(std::make_shared<CountingSource>(picture, 5));
-    EXPECT_TRUE(image.isIncomplete());
     EXPECT_EQ(pixelAt(image, 7, 4), pixelAt(picture, 7, 4));
     EXPECT_EQ(pixelAt(image, 0, 5), (Pixel{0, 0, 0, 0}));
 }

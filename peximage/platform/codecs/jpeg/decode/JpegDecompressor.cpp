@@ -26,8 +26,9 @@ bool isWhole(const jpeg_marker_struct& marker) { return marker.data_length == ma
 JpegDecompressor::JpegDecompressor(CGDataProvider bytes) : source_{{}, std::move(bytes)} {
     info_.err = jpeg_std_error(&errors_.base);
     errors_.base.error_exit = fail;
+    errors_.base.emit_message = noteMessage;
     errors_.base.output_message = ignoreMessage;
-    jpeg_create_decompress(&info_);
+    if (!guarded([&] { jpeg_create_decompress(&info_); })) return;
 
     source_.base.init_source = initSource;
     source_.base.fill_input_buffer = fillSource;
@@ -43,7 +44,30 @@ JpegDecompressor::JpegDecompressor(CGDataProvider bytes) : source_{{}, std::move
 JpegDecompressor::~JpegDecompressor() { jpeg_destroy_decompress(&info_); }
 
 void JpegDecompressor::fail(j_common_ptr info) {
+    if (info->err->msg_code == JERR_OUT_OF_MEMORY) reinterpret_cast<Errors*>(info->err)->lacksMemory = true;
     std::longjmp(reinterpret_cast<Errors*>(info->err)->escape, 1);
+}
+
+/// Counts warnings. Codes that are missing where an MCU should be leave it and all behind it blank, unless
+/// the decoder has met a restart marker, at which it goes on. Blank refinements still show what came before.
+void JpegDecompressor::noteMessage(j_common_ptr info, int level) {
+    if (level >= 0) return;
+    ++info->err->num_warnings;
+    auto& errors = *reinterpret_cast<Errors*>(info->err);
+    if (info->err->msg_code != JWRN_HIT_MARKER || errors.endsEarly) return;
+    const auto& decoder = *reinterpret_cast<j_decompress_ptr>(info);
+    const bool isRestart = decoder.unread_marker >= JPEG_RST0 && decoder.unread_marker < JPEG_RST0 + 8;
+    const bool isFirstScan =
+        decoder.Ss == 0 && decoder.Ah == 0 && decoder.cur_comp_info[0]->component_index == 0;
+    if (isRestart || !isFirstScan) return;
+    errors.endsEarly = true;
+    errors.blockRowsShown = decoder.input_iMCU_row;
+}
+
+int JpegDecompressor::rowsShown() const {
+    if (!errors_.endsEarly) return static_cast<int>(info_.output_height);
+    const auto rowsOfMcu = static_cast<JDIMENSION>(info_.max_v_samp_factor * info_.min_DCT_scaled_size);
+    return static_cast<int>(std::min(errors_.blockRowsShown * rowsOfMcu, info_.output_height));
 }
 
 /// Bytes in memory are handed over whole, those of a file block by block. Behind the end stands an
@@ -101,6 +125,7 @@ bool JpegDecompressor::guarded(Call&& call) {
 }
 
 bool JpegDecompressor::readHeader(std::size_t maxMetadataBytes) {
+    if (damaged_) return false;
     // A segment holds at most 65,533 bytes, its signature among them; many make up a large profile.
     const auto limit = [&](std::size_t signature) {
         return static_cast<unsigned>(std::min<std::size_t>(maxMetadataBytes, 0xFFFF) + signature);

@@ -30,6 +30,11 @@ class JpegDecompressor {
 
     /// True when the file turned out damaged or cut short; what was decoded until then is good.
     bool isDamaged() const { return damaged_ || info_.err->num_warnings > 0; }
+    /// True when reading ended for lack of memory.
+    bool lacksMemory() const { return errors_.lacksMemory; }
+    /// How many of the rows from the top show something of the picture, as far as decoding came: behind them
+    /// the codes were missing.
+    int rowsShown() const;
     const jpeg_decompress_struct& info() const { return info_; }
     /// The embedded ICC profile, put together from its segments; empty when there is none.
     std::vector<std::uint8_t> iccProfile();
@@ -40,6 +45,9 @@ class JpegDecompressor {
     struct Errors {
         jpeg_error_mgr base;
         std::jmp_buf escape;
+        bool lacksMemory = false;
+        bool endsEarly = false;
+        JDIMENSION blockRowsShown = 0; // of whole MCUs, where it ends early
     };
     struct Source {
         jpeg_source_mgr base;
@@ -55,6 +63,7 @@ class JpegDecompressor {
     bool guarded(Call&& call);
 
     static void fail(j_common_ptr info);
+    static void noteMessage(j_common_ptr info, int level);
     static void initSource(j_decompress_ptr) {}
     static boolean fillSource(j_decompress_ptr info);
     static void skipSource(j_decompress_ptr info, long count);

@@ -6,6 +6,7 @@
 #include "peximage/platform/raster/ColorConversion.h"
 
 #include <algorithm>
+#include <new>
 
 namespace pex {
 namespace {
@@ -55,51 +56,56 @@ class JpegRows final : public RowReader {
         return rows->start() ? std::move(rows) : nullptr;
     }
 
-    bool read(MutablePixelView rows) override {
-        int done = 0;
+  private:
+    std::optional<DecodedRows> readNext(MutablePixelView rows) override {
+        const int first = rowsDone_;
         if (own_) {
-            done = own_->read(rows);
-            rowsDone_ += done;
-            if (done == rows.height) return true;
+            rowsDone_ += own_->read(rows);
+            if (rowsDone_ == first + rows.height) return DecodedRows{rows.height};
             own_.reset();
             if (!startLibrary() || !skipDone()) damaged_ = true;
         }
-        return readByLibrary(rows.part(0, done, rows.width, rows.height - done));
+        readByLibrary(rows.part(0, rowsDone_ - first, rows.width, rows.height - (rowsDone_ - first)));
+        const int shown = std::min(rowsDone_, library_->rowsShown()) - first;
+        return DecodedRows{std::clamp(shown, 0, rows.height), !damaged_ && !library_->isDamaged()};
     }
 
-  private:
     explicit JpegRows(const JpegFile& file) : file_(file) {}
 
     bool start() {
-        library_ = std::make_unique<JpegDecompressor>(CGDataProvider(file_.bytes));
-        if (!library_->readHeader(file_.maxMetadataBytes)) return false;
+        if (!readHeader()) return false;
         if (!library_->isDamaged()) own_ = jpeg::RowDecoder::make(library_->info(), file_.bytes);
-        return own_ || library_->start(file_.decodedSpace);
+        return own_ || startDecoding();
     }
 
-    bool startLibrary() {
+    bool startLibrary() { return readHeader() && startDecoding(); }
+
+    bool readHeader() {
         library_ = std::make_unique<JpegDecompressor>(CGDataProvider(file_.bytes));
-        return library_->readHeader(file_.maxMetadataBytes) && library_->start(file_.decodedSpace);
+        return withMemory(library_->readHeader(file_.maxMetadataBytes));
     }
 
-    bool readByLibrary(MutablePixelView rows) {
+    bool startDecoding() { return withMemory(library_->start(file_.decodedSpace)); }
+
+    bool withMemory(bool good) const {
+        if (library_->lacksMemory()) throw std::bad_alloc();
+        return good;
+    }
+
+    void readByLibrary(MutablePixelView rows) {
         constexpr int batch = 16;
         for (int y = 0; y < rows.height; y += batch) {
             const MutablePixelView part = rows.part(0, y, rows.width, std::min(batch, rows.height - y));
             JSAMPROW pointers[batch];
             for (int i = 0; i < part.height; ++i)
                 pointers[i] = part.row(i);
-            if (damaged_ || !library_->readRows(pointers, static_cast<unsigned>(part.height))) {
-                damaged_ = true;
-                fillMissing(rows.part(0, y, rows.width, rows.height - y));
-                return false;
-            }
-            if (file_.decodedSpace == JCS_CMYK) {
-                for (int i = 0; i < part.height; ++i)
-                    convertInk(file_, part.row(i), part.width);
-            }
+            damaged_ =
+                damaged_ || !withMemory(library_->readRows(pointers, static_cast<unsigned>(part.height)));
+            if (damaged_) return fillMissing(rows.part(0, y, rows.width, rows.height - y));
+            rowsDone_ += part.height;
+            for (int i = 0; i < part.height && file_.decodedSpace == JCS_CMYK; ++i)
+                convertInk(file_, part.row(i), part.width);
         }
-        return !library_->isDamaged();
     }
 
     /// Goes to the row that is due.
@@ -115,7 +121,7 @@ class JpegRows final : public RowReader {
     JpegFile file_;
     std::unique_ptr<jpeg::RowDecoder> own_; // until it comes to damage
     std::unique_ptr<JpegDecompressor> library_;
-    int rowsDone_ = 0; // by our own decoder
+    int rowsDone_ = 0;
     bool damaged_ = false;
 };
 
@@ -128,9 +134,10 @@ class JpegSource final : public PixelSource {
     PixelLayout layout() const override {
         return file_.decodedSpace == JCS_GRAYSCALE ? PixelLayout::grey : PixelLayout::skipLast;
     }
-    std::unique_ptr<RowReader> rows(PixelSize) const override { return JpegRows::make(file_); }
 
   private:
+    std::unique_ptr<RowReader> makeRows(PixelSize) const override { return JpegRows::make(file_); }
+
     JpegFile file_;
 };
 
@@ -170,7 +177,9 @@ void readExif(const JpegDecompressor& decoder, OpenedImage& opened) {
 
 std::optional<OpenedImage> openJpeg(const CGDataProvider& bytes, const ImageLimits& limits) {
     JpegDecompressor decoder(bytes);
-    if (!decoder.readHeader(limits.maxMetadataBytes)) return std::nullopt;
+    const bool isRead = decoder.readHeader(limits.maxMetadataBytes);
+    if (decoder.lacksMemory()) throw std::bad_alloc();
+    if (!isRead) return std::nullopt;
     const jpeg_decompress_struct& info = decoder.info();
     const std::int64_t width = info.image_width, height = info.image_height;
     if (!limits.allows(width, height)) return std::nullopt;

@@ -1,5 +1,6 @@
 #include "Batch.h"
 
+#include "Incomplete.h"
 #include "Interrupt.h"
 #include "peximage/platform/foundation/Diagnostics.h"
 
@@ -46,7 +47,12 @@ class Report {
     Report(const Settings& settings, std::size_t count)
         : settings_(settings), outcomes_(count), progress_(count, !settings.quiet) {}
 
-    void add(std::size_t index, Outcome outcome) {
+    struct Told {
+        Outcome outcome;
+        std::vector<std::string> warnings;
+    };
+
+    void add(std::size_t index, Told outcome) {
         const std::lock_guard lock(mutex_);
         outcomes_[index] = std::move(outcome);
         progress_.clear();
@@ -73,12 +79,15 @@ class Report {
 
   private:
     void tell(std::size_t index) {
-        if (const auto* failure = std::get_if<Failure>(&*outcomes_[index])) {
+        for (const std::string& warning : outcomes_[index]->warnings)
+            std::cerr << "peximage: " << warning << std::endl;
+        const Outcome& outcome = outcomes_[index]->outcome;
+        if (const auto* failure = std::get_if<Failure>(&outcome)) {
             std::cerr << "peximage: " << settings_.inputs[index] << ": " << failure->message << std::endl;
             failed_ = true;
             return;
         }
-        const Result& result = std::get<Result>(*outcomes_[index]);
+        const Result& result = std::get<Result>(outcome);
         if (settings_.json)
             list_.push_back(result.json);
         else if (!settings_.quiet)
@@ -87,12 +96,19 @@ class Report {
 
     const Settings& settings_;
     std::mutex mutex_;
-    std::vector<std::optional<Outcome>> outcomes_;
+    std::vector<std::optional<Told>> outcomes_;
     std::size_t next_ = 0, done_ = 0;
     bool failed_ = false;
     nlohmann::ordered_json list_ = nlohmann::ordered_json::array();
     Progress progress_;
 };
+
+/// The outcome of one input, with what there is to warn of.
+Report::Told done(const std::function<Outcome(std::size_t)>& work, std::size_t index) {
+    incomplete::begin();
+    Outcome outcome = work(index);
+    return {std::move(outcome), incomplete::warnings()};
+}
 
 void directDiagnostics(const Settings& settings) {
     if (settings.verbose)
@@ -110,7 +126,7 @@ int runBatch(const Settings& settings, const std::function<Outcome(std::size_t)>
     std::atomic<std::size_t> next{0};
     const auto workOff = [&] {
         for (std::size_t i = next++; i < count && !interrupted(); i = next++)
-            report.add(i, work(i));
+            report.add(i, done(work, i));
     };
     const std::size_t wanted = settings.jobs > 0 ? static_cast<std::size_t>(settings.jobs)
                                                  : std::max(std::thread::hardware_concurrency(), 1U);

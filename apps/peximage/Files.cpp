@@ -1,5 +1,6 @@
 #include "Files.h"
 
+#include "Incomplete.h"
 #include "Text.h"
 #include "peximage/platform/codecs/CGImageDestination.h"
 #include "peximage/platform/codecs/CGImageSource.h"
@@ -75,7 +76,10 @@ std::vector<Destination> planDestinations(const std::vector<std::string>& inputs
 }
 
 std::variant<std::shared_ptr<pex::PexImage>, Failure> openImage(const std::string& path) {
-    if (auto image = pex::PexImage::make({.fastUrl = pex::URL::fromPath(path)})) return image;
+    if (auto image = pex::PexImage::make({.fastUrl = pex::URL::fromPath(path)})) {
+        incomplete::addOpened(path, image);
+        return image;
+    }
     return whyNoImage(path);
 }
 

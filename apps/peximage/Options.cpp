@@ -50,6 +50,7 @@ void addWritingOptions(CLI::App& command, WritingOptions& options, QualityOption
     command.add_option("--dpi", options.dpi, "Resolution to write into the result")
         ->check(CLI::Range(1, maxDpi))
         ->type_name("N");
+    command.add_flag("--force", options.force, "Replace even an input of which something is missing");
     const auto bytes =
         addByteSize(command, "--max-bytes", options.maxBytes, "The most that a JPEG may take: 300KB, 1.5MB");
     if (quality == QualityOption::no) return;

@@ -22,6 +22,7 @@ struct WritingOptions {
     std::optional<double> quality;
     std::optional<int> dpi;
     std::optional<long long> maxBytes;
+    bool force = false; // an input of which something is missing may be replaced
 };
 
 enum class QualityOption { yes, no };

@@ -1,5 +1,6 @@
 #include "Saving.h"
 
+#include "Incomplete.h"
 #include "Text.h"
 #include "peximage/helpers/PexImageHelperSavers.h"
 #include "peximage/platform/codecs/CGImageDestination.h"
@@ -114,6 +115,7 @@ Outcome saveImage(const std::string& input, const std::shared_ptr<pex::PexImage>
     PendingFile file(destination.path);
     const auto written = write(image, file.path(), destination.format, options);
     if (!written) return whyNotSaved(file, destination, options);
+    if (auto failure = incomplete::check(destination.path, options.force)) return *failure;
     std::error_code error;
     const auto bytes = static_cast<long long>(fs::file_size(file.path(), error));
     if (auto failure = file.commit()) return *failure;

@@ -227,6 +227,32 @@ class CommandLine(unittest.TestCase):
             self.assertNotIn("incomplete", run("info", path)[1])
             self.assertNotIn("incomplete", json.loads(run("info", path, "--json")[1]))
 
+    def test_what_is_missing_is_told_and_never_replaces_its_own_file(self):
+        whole = self.photo.read_bytes()
+        half, other, link = self.dir / "half.jpg", self.dir / "o.png", self.dir / "link.jpg"
+        half.write_bytes(whole[: len(whole) // 2])
+        link.symlink_to(half)
+        for command in (["convert"], ["shrink", "--max-bytes", "40KB", "--max-side", "300"], ["rotate", "--turn", "90"],
+                        ["resize", "--width", "50"], ["filter", "--exposure", "0.5"]):
+            to = self.dir / "o.jpg"
+            code, text, errors = run(*command, half, "-o", to)
+            self.assertEqual(code, 0, errors)
+            self.assertRegex(errors, rf"^peximage: {half}: \d\d % of the picture is missing\n$")
+            for spelling in (half, link, self.dir / "." / "half.jpg"):
+                code, text, errors = run(*command, half, "-o", spelling)
+                self.assertEqual((code, text), (1, ""), command)
+                self.assertRegex(errors, r"\d\d % of the picture is missing; --force")
+                self.assertEqual(half.read_bytes(), whole[: len(whole) // 2])
+        self.assertOnly("half.jpg", "link.jpg", "o.jpg")
+        self.assertEqual(run("resize", "--width", "50", half, "-o", half, "--force")[0], 0)
+        self.assertEqual(jpeg_size(half)[0], 50)
+
+        start = whole.index(b"\xff\xda") + 20
+        for data in (whole[:start], whole[:start] + b"\xff\xd9" + whole[start:]):
+            half.write_bytes(data)
+            self.assertEqual(run("convert", half, "-o", half, "--force")[0], 1)
+            self.assertEqual(half.read_bytes(), data)
+
     def test_a_document_that_needs_a_password_says_so(self):
         document = self.dir / "locked.pdf"
         document.write_bytes(two_page_pdf(LOCKED))

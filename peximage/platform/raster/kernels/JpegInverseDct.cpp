@@ -18,8 +18,8 @@ HWY_INLINE Wide operator-(const Wide& a, const Wide& b) { return {a.low - b.low,
 template <bool first>
 HWY_INLINE Rows inversePass(const Rows& in) {
     constexpr int bits = first ? constBits - extraBits : constBits + extraBits + 3, one = 1 << constBits;
-    const Pair outer(in.row[0], in.row[4]), inner(in.row[2], in.row[6]);
-    const Wide sum = outer.times(one, one), difference = outer.times(one, -one);
+    const Pair outer(in.row[0] + in.row[4], in.row[0] - in.row[4]), inner(in.row[2], in.row[6]);
+    const Wide sum = outer.times(one, 0), difference = outer.times(0, one);
     const Wide wide = inner.times(f0541 + f0765, f0541), narrow = inner.times(f0541, f0541 - f1847);
     const Wide even[4] = {sum + wide, difference + narrow, difference - narrow, sum - wide};
 
@@ -104,17 +104,20 @@ namespace pex::kernels {
 namespace {
 
 int saturated(int value) { return std::clamp(value, -32768, 32767); }
+/// Vectors add numbers of 16 bits.
+int wrapped(int value) { return static_cast<std::int16_t>(value); }
 
 /// One pass over eight values that lie `step` apart.
 void inversePassPlain(int* v, int step, int bits) {
     const auto in = [=](int i) { return v[i * step]; };
-    const int sum = (in(0) + in(4)) * (1 << constBits), difference = (in(0) - in(4)) * (1 << constBits);
+    const int sum = wrapped(in(0) + in(4)) * (1 << constBits);
+    const int difference = wrapped(in(0) - in(4)) * (1 << constBits);
     const int z1 = (in(2) + in(6)) * f0541;
     const int wide = z1 + in(2) * f0765, narrow = z1 - in(6) * f1847;
     const int even[4] = {sum + wide, difference + narrow, difference - narrow, sum - wide};
 
-    const int z5 = (in(7) + in(3) + in(5) + in(1)) * f1175;
-    const int z3 = z5 - (in(7) + in(3)) * f1961, z4 = z5 - (in(5) + in(1)) * f0390;
+    const int s73 = wrapped(in(7) + in(3)), s51 = wrapped(in(5) + in(1)), z5 = (s73 + s51) * f1175;
+    const int z3 = z5 - s73 * f1961, z4 = z5 - s51 * f0390;
     const int outer = (in(7) + in(1)) * f0899, inner = (in(5) + in(3)) * f2562;
     const int odd[4] = {in(1) * f1501 - outer + z4, in(3) * f3072 - inner + z3, in(5) * f2053 - inner + z4,
                         in(7) * f0298 - outer + z3};

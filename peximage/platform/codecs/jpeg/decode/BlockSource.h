@@ -14,7 +14,8 @@ using Coefficient = std::int16_t;
 /// Rows of blocks are kept in quads (see `inverseDct`). The quads that hold so many blocks:
 constexpr int quadsFor(int blocks) { return (blocks + kernels::blocksOfQuad - 1) / kernels::blocksOfQuad; }
 /// The first coefficient of the x-th block of a row.
-constexpr Coefficient* blockAt(Coefficient* row, int x) {
+template <class Value>
+constexpr Value* blockAt(Value* row, int x) {
     return row + x / kernels::blocksOfQuad * kernels::coefficientsOfQuad + x % kernels::blocksOfQuad * 8;
 }
 /// How far from that the k-th coefficient is, in the order of the file.

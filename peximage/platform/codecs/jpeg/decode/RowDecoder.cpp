@@ -9,6 +9,8 @@
 
 #include <algorithm>
 #include <array>
+#include <atomic>
+#include <cstdlib>
 #include <cstring>
 #include <iterator>
 #include <optional>
@@ -22,6 +24,17 @@ constexpr int rowsOfBand = 64;
 constexpr int rowsOfStrip = 8;
 
 std::ptrdiff_t rounded(std::ptrdiff_t bytes) { return (bytes + 63) / 64 * 64; }
+
+/// Whether no block of a row is brighter or darker than any picture is. Beyond that arithmetic in 16 bits
+/// overflows, in every decoder in its own way.
+bool arePossible(const Coefficient* row, const Component& of) {
+    constexpr int most = 8191; // four times what coarse steps make of white
+    const int steps = static_cast<std::uint16_t>(of.steps[0]);
+    bool arePossible = true;
+    for (int x = 0; x < of.blocksWide; ++x)
+        arePossible &= std::abs(*blockAt(row, x) * steps) <= most;
+    return arePossible;
+}
 
 } // namespace
 
@@ -84,7 +97,7 @@ bool RowDecoder::decodeBand() {
     const int begin = mcusDone_, end = std::min(begin + mcusOfBand_, frame_.mcusHigh);
     if (begin == end || !blocks_->advance(begin, end)) return false;
     keepLastRows();
-    transform(begin, end);
+    if (!transform(begin, end)) return false;
     mcusDone_ = end;
     rowsReady_ = end == frame_.mcusHigh ? frame_.height : end * frame_.mostDown * DCTSIZE - 1;
     return true;
@@ -101,7 +114,7 @@ void RowDecoder::keepLastRows() {
 }
 
 /// Rows of MCUs.
-void RowDecoder::transform(int begin, int end) {
+bool RowDecoder::transform(int begin, int end) {
     struct Row {
         std::size_t component;
         int y;
@@ -112,14 +125,17 @@ void RowDecoder::transform(int begin, int end) {
         for (int y = begin * down; y < end * down; ++y)
             rows.push_back({c, y});
     }
+    std::atomic<bool> isGood{true};
     const auto work = [&](int index, int) {
         const auto [c, y] = rows[static_cast<std::size_t>(index)];
         const Component& of = frame_.components[c];
         const Plane& plane = planes_[c];
+        if (!arePossible(blocks_->row(c, y), of)) isGood = false;
         kernels::inverseDct(blocks_->row(c, y), of.steps.data(), quadsFor(of.blocksWide),
                             plane.row(y * DCTSIZE), plane.bytesPerRow);
     };
     Workers::forEach(static_cast<int>(rows.size()), work);
+    return isGood;
 }
 
 void RowDecoder::convert(int y, MutablePixelView rows) const {

@@ -43,7 +43,7 @@ class RowDecoder {
     bool makeScratch();
     bool decodeBand();
     void keepLastRows();
-    void transform(int begin, int end);
+    bool transform(int begin, int end);
     void convert(int y, MutablePixelView rows) const;
     void convertRow(int y, std::uint8_t* scratch, std::uint8_t* to) const;
     const std::uint8_t* spread(std::size_t component, int y, std::uint8_t* scratch) const;

@@ -1,7 +1,7 @@
 // Our decoder of whole pictures against the codec library's: it hands the file over, or gives the same
 // pixels.
 
-#include "peximage/platform/codecs/jpeg/decode/JpegDecompressor.h"
+#include "peximage/platform/codecs/jpeg/decode/LibraryDecoder.h"
 #include "peximage/platform/codecs/jpeg/decode/RowDecoder.h"
 
 #include <cstdlib>
@@ -33,7 +33,7 @@ Decoded decodeByOurs(const jpeg_decompress_struct& info, const pex::Data& file) 
     return decoded;
 }
 
-Bytes decodeByLibrary(pex::JpegDecompressor& decoder) {
+Bytes decodeByLibrary(pex::jpeg::LibraryDecoder& decoder) {
     const jpeg_decompress_struct& info = decoder.info();
     const std::size_t stride = std::size_t{info.image_width} * static_cast<std::size_t>(bytesOfPixel(info));
     Bytes pixels(stride * info.image_height);
@@ -49,7 +49,7 @@ Bytes decodeByLibrary(pex::JpegDecompressor& decoder) {
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t count) {
     const pex::Data file(Bytes(bytes, bytes + count));
-    pex::JpegDecompressor decoder{pex::CGDataProvider(file)};
+    pex::jpeg::LibraryDecoder decoder{pex::CGDataProvider(file)};
     if (!decoder.readHeader(1000) || decoder.isDamaged()) return 0;
     const jpeg_decompress_struct& info = decoder.info();
     if (info.image_width * std::uint64_t{info.image_height} > mostPixels) return 0;

@@ -1,7 +1,7 @@
 #include "tests/support/DecodedJpeg.h"
 
 #include "peximage/platform/codecs/CGImageSource.h"
-#include "peximage/platform/codecs/jpeg/decode/JpegDecompressor.h"
+#include "peximage/platform/codecs/jpeg/decode/LibraryDecoder.h"
 #include "peximage/platform/codecs/jpeg/decode/RowDecoder.h"
 
 #include <gtest/gtest.h>
@@ -10,7 +10,7 @@
 #include <optional>
 
 using pex::Data;
-using pex::JpegDecompressor;
+using pex::jpeg::LibraryDecoder;
 using Bytes = std::vector<std::uint8_t>;
 
 namespace {
@@ -24,7 +24,7 @@ struct Header {
     const jpeg_decompress_struct& info() const { return decompressor.info(); }
 
     Data file;
-    JpegDecompressor decompressor;
+    LibraryDecoder decompressor;
     bool isGood, isGrey;
     std::size_t rowBytes;
 };

@@ -1,7 +1,7 @@
 #include "peximage/platform/codecs/jpeg/decode/JpegReader.h"
 
 #include "peximage/platform/codecs/ExifBlock.h"
-#include "peximage/platform/codecs/jpeg/decode/JpegDecompressor.h"
+#include "peximage/platform/codecs/jpeg/decode/LibraryDecoder.h"
 #include "peximage/platform/codecs/jpeg/decode/RowDecoder.h"
 #include "peximage/platform/raster/ColorConversion.h"
 
@@ -81,7 +81,7 @@ class JpegRows final : public RowReader {
     bool startLibrary() { return readHeader() && startDecoding(); }
 
     bool readHeader() {
-        library_ = std::make_unique<JpegDecompressor>(CGDataProvider(file_.bytes));
+        library_ = std::make_unique<jpeg::LibraryDecoder>(CGDataProvider(file_.bytes));
         return withMemory(library_->readHeader(file_.maxMetadataBytes));
     }
 
@@ -120,7 +120,7 @@ class JpegRows final : public RowReader {
 
     JpegFile file_;
     std::unique_ptr<jpeg::RowDecoder> own_; // until it comes to damage
-    std::unique_ptr<JpegDecompressor> library_;
+    std::unique_ptr<jpeg::LibraryDecoder> library_;
     int rowsDone_ = 0;
     bool damaged_ = false;
 };
@@ -163,7 +163,7 @@ void readExif(const ExifBlock& exif, ImageProperties& properties) {
 }
 
 /// Of several EXIF segments the first one that can be read counts: a broken one does not hide it.
-void readExif(const JpegDecompressor& decoder, OpenedImage& opened) {
+void readExif(const jpeg::LibraryDecoder& decoder, OpenedImage& opened) {
     for (std::vector<std::uint8_t>& segment : decoder.exifSegments()) {
         const ExifBlock exif(segment);
         if (exif.isEmpty()) continue;
@@ -176,7 +176,7 @@ void readExif(const JpegDecompressor& decoder, OpenedImage& opened) {
 } // namespace
 
 std::optional<OpenedImage> openJpeg(const CGDataProvider& bytes, const ImageLimits& limits) {
-    JpegDecompressor decoder(bytes);
+    jpeg::LibraryDecoder decoder(bytes);
     const bool isRead = decoder.readHeader(limits.maxMetadataBytes);
     if (decoder.lacksMemory()) throw std::bad_alloc();
     if (!isRead) return std::nullopt;

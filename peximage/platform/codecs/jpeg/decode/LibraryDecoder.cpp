@@ -1,4 +1,4 @@
-#include "peximage/platform/codecs/jpeg/decode/JpegDecompressor.h"
+#include "peximage/platform/codecs/jpeg/decode/LibraryDecoder.h"
 
 #include <jerror.h>
 
@@ -6,7 +6,7 @@
 #include <cstdlib>
 #include <cstring>
 
-namespace pex {
+namespace pex::jpeg {
 namespace {
 
 /// A progressive file may repeat scans without end; each costs a pass over all coefficients. Real files have
@@ -23,7 +23,7 @@ bool isWhole(const jpeg_marker_struct& marker) { return marker.data_length == ma
 
 } // namespace
 
-JpegDecompressor::JpegDecompressor(CGDataProvider bytes) : source_{{}, std::move(bytes)} {
+LibraryDecoder::LibraryDecoder(CGDataProvider bytes) : source_{{}, std::move(bytes)} {
     info_.err = jpeg_std_error(&errors_.base);
     errors_.base.error_exit = fail;
     errors_.base.emit_message = noteMessage;
@@ -41,16 +41,16 @@ JpegDecompressor::JpegDecompressor(CGDataProvider bytes) : source_{{}, std::move
     info_.progress = &progress_;
 }
 
-JpegDecompressor::~JpegDecompressor() { jpeg_destroy_decompress(&info_); }
+LibraryDecoder::~LibraryDecoder() { jpeg_destroy_decompress(&info_); }
 
-void JpegDecompressor::fail(j_common_ptr info) {
+void LibraryDecoder::fail(j_common_ptr info) {
     if (info->err->msg_code == JERR_OUT_OF_MEMORY) reinterpret_cast<Errors*>(info->err)->lacksMemory = true;
     std::longjmp(reinterpret_cast<Errors*>(info->err)->escape, 1);
 }
 
 /// Counts warnings. Codes that are missing where an MCU should be leave it and all behind it blank, unless
 /// the decoder has met a restart marker, at which it goes on. Blank refinements still show what came before.
-void JpegDecompressor::noteMessage(j_common_ptr info, int level) {
+void LibraryDecoder::noteMessage(j_common_ptr info, int level) {
     if (level >= 0) return;
     ++info->err->num_warnings;
     auto& errors = *reinterpret_cast<Errors*>(info->err);
@@ -64,7 +64,7 @@ void JpegDecompressor::noteMessage(j_common_ptr info, int level) {
     errors.blockRowsShown = decoder.input_iMCU_row;
 }
 
-int JpegDecompressor::rowsShown() const {
+int LibraryDecoder::rowsShown() const {
     if (!errors_.endsEarly) return static_cast<int>(info_.output_height);
     const auto rowsOfMcu = static_cast<JDIMENSION>(info_.max_v_samp_factor * info_.min_DCT_scaled_size);
     return static_cast<int>(std::min(errors_.blockRowsShown * rowsOfMcu, info_.output_height));
@@ -72,7 +72,7 @@ int JpegDecompressor::rowsShown() const {
 
 /// Bytes in memory are handed over whole, those of a file block by block. Behind the end stands an
 /// end-of-image marker, so that a file cut short decodes as far as it goes.
-boolean JpegDecompressor::fillSource(j_decompress_ptr info) {
+boolean LibraryDecoder::fillSource(j_decompress_ptr info) {
     static constexpr JOCTET endOfImage[] = {0xFF, JPEG_EOI};
     auto& source = *reinterpret_cast<Source*>(info->src);
     const Data& memory = source.bytes.data();
@@ -95,7 +95,7 @@ boolean JpegDecompressor::fillSource(j_decompress_ptr info) {
     return TRUE;
 }
 
-void JpegDecompressor::skipSource(j_decompress_ptr info, long count) {
+void LibraryDecoder::skipSource(j_decompress_ptr info, long count) {
     auto& source = *reinterpret_cast<Source*>(info->src);
     if (count <= 0) return;
     const auto wanted = static_cast<std::size_t>(count);
@@ -106,7 +106,7 @@ void JpegDecompressor::skipSource(j_decompress_ptr info, long count) {
         std::min(wanted - here, source.bytes.size() - std::min(source.position, source.bytes.size()));
 }
 
-void JpegDecompressor::watchScans(j_common_ptr info) {
+void LibraryDecoder::watchScans(j_common_ptr info) {
     if (!info->is_decompressor) return;
     const auto& decoder = *reinterpret_cast<j_decompress_ptr>(info);
     const std::int64_t pixels = std::int64_t{decoder.image_width} * decoder.image_height;
@@ -115,7 +115,7 @@ void JpegDecompressor::watchScans(j_common_ptr info) {
 }
 
 template <class Call>
-bool JpegDecompressor::guarded(Call&& call) {
+bool LibraryDecoder::guarded(Call&& call) {
     if (setjmp(errors_.escape) != 0) { // NOLINT: the codec library knows no other way out
         damaged_ = true;
         return false;
@@ -124,7 +124,7 @@ bool JpegDecompressor::guarded(Call&& call) {
     return true;
 }
 
-bool JpegDecompressor::readHeader(std::size_t maxMetadataBytes) {
+bool LibraryDecoder::readHeader(std::size_t maxMetadataBytes) {
     if (damaged_) return false;
     // A segment holds at most 65,533 bytes, its signature among them; many make up a large profile.
     const auto limit = [&](std::size_t signature) {
@@ -139,12 +139,12 @@ bool JpegDecompressor::readHeader(std::size_t maxMetadataBytes) {
     return good && found;
 }
 
-bool JpegDecompressor::start(J_COLOR_SPACE colorSpace) {
+bool LibraryDecoder::start(J_COLOR_SPACE colorSpace) {
     info_.out_color_space = colorSpace;
     return guarded([&] { jpeg_start_decompress(&info_); });
 }
 
-bool JpegDecompressor::readRows(JSAMPROW* rows, unsigned count) {
+bool LibraryDecoder::readRows(JSAMPROW* rows, unsigned count) {
     if (damaged_) return false;
     return guarded([&] {
         for (unsigned done = 0; done < count;) {
@@ -155,7 +155,7 @@ bool JpegDecompressor::readRows(JSAMPROW* rows, unsigned count) {
     });
 }
 
-std::vector<std::uint8_t> JpegDecompressor::iccProfile() {
+std::vector<std::uint8_t> LibraryDecoder::iccProfile() {
     for (jpeg_saved_marker_ptr marker = info_.marker_list; marker; marker = marker->next) {
         if (marker->marker == iccMarker && !isWhole(*marker)) return {};
     }
@@ -169,7 +169,7 @@ std::vector<std::uint8_t> JpegDecompressor::iccProfile() {
     return bytes;
 }
 
-std::vector<std::vector<std::uint8_t>> JpegDecompressor::exifSegments() const {
+std::vector<std::vector<std::uint8_t>> LibraryDecoder::exifSegments() const {
     std::vector<std::vector<std::uint8_t>> segments;
     static constexpr char name[] = "Exif"; // with its closing zero
     for (jpeg_saved_marker_ptr marker = info_.marker_list; marker; marker = marker->next) {
@@ -181,4 +181,4 @@ std::vector<std::vector<std::uint8_t>> JpegDecompressor::exifSegments() const {
     return segments;
 }
 
-} // namespace pex
+} // namespace pex::jpeg

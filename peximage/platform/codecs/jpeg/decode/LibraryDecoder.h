@@ -8,16 +8,16 @@
 #include <cstdint>
 #include <vector>
 
-namespace pex {
+namespace pex::jpeg {
 
 /// The codec library's decompressor reading from a provider, with its errors turned into false. Not to be
 /// moved: the library keeps pointers into it.
-class JpegDecompressor {
+class LibraryDecoder {
   public:
-    explicit JpegDecompressor(CGDataProvider bytes);
-    ~JpegDecompressor();
-    JpegDecompressor(const JpegDecompressor&) = delete;
-    JpegDecompressor& operator=(const JpegDecompressor&) = delete;
+    explicit LibraryDecoder(CGDataProvider bytes);
+    ~LibraryDecoder();
+    LibraryDecoder(const LibraryDecoder&) = delete;
+    LibraryDecoder& operator=(const LibraryDecoder&) = delete;
 
     /// Reads up to the first scan, keeping profile and EXIF segments of at most `maxMetadataBytes` together.
     /// False when this is no JPEG that can be decoded.
@@ -77,4 +77,4 @@ class JpegDecompressor {
     bool damaged_ = false;
 };
 
-} // namespace pex
+} // namespace pex::jpeg

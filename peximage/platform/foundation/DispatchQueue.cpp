@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <deque>
 #include <exception>
+#include <list>
 #include <mutex>
 #include <new>
 #include <thread>
@@ -40,7 +41,8 @@ struct DispatchQueue::State : ForkAware {
     std::uint64_t nextTicket = 0;
     std::uint64_t running = 0; // the ticket whose turn it is
     std::thread::id runner;
-    std::deque<Waiting> waiting, inherited; // a parent's blocks are not the child's to run, nor to destroy
+    std::deque<Waiting> waiting;
+    std::list<std::deque<Waiting>> inherited; // a parent's blocks are not the child's to run, nor to destroy
     std::thread worker;
     bool ending = false;
 
@@ -91,9 +93,7 @@ struct DispatchQueue::State : ForkAware {
 
     void startOverInChild() override {
         const bool isRunner = runner == std::this_thread::get_id();
-        for (Waiting& block : waiting)
-            inherited.push_back(std::move(block));
-        waiting.clear();
+        inherited.push_back(std::exchange(waiting, {}));
         ::new (&changed) std::condition_variable;
         ::new (&worker) std::thread;
         if (!isRunner) runner = {};

@@ -5,6 +5,7 @@
 #include <atomic>
 #include <deque>
 #include <future>
+#include <list>
 #include <memory>
 #include <mutex>
 #include <pthread.h>
@@ -17,7 +18,8 @@ namespace {
 struct MainQueue {
     ForkSafeMutex mutex; // guards what follows
     std::thread::id mainThread = std::this_thread::get_id();
-    std::deque<std::function<void()>> blocks, inherited;
+    std::deque<std::function<void()>> blocks;
+    std::list<std::deque<std::function<void()>>> inherited;
 
     std::atomic<unsigned> added{0}; // blocks so far
 
@@ -39,9 +41,7 @@ MainQueue& queue() {
 void MainQueue::startOverInChild() {
     MainQueue& main = queue();
     main.mainThread = std::this_thread::get_id();
-    for (auto& block : main.blocks)
-        main.inherited.push_back(std::move(block));
-    main.blocks.clear();
+    main.inherited.push_back(std::exchange(main.blocks, {}));
 }
 
 void enqueue(std::function<void()> block) {

@@ -135,6 +135,7 @@ TEST(Fork, AChildGoesOnWhateverTheParentsThreadsWereDoing) {
             return 0;
         });
         ASSERT_EQ(status, 0) << i;
+        XMain::drain();
     }
     busy.reset();
     XMain::drain();

@@ -3,6 +3,7 @@
 #include "Text.h"
 
 #include <charconv>
+#include <map>
 
 namespace {
 
@@ -12,6 +13,29 @@ std::string fromZeroToOne(const std::string& text) {
     const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
     const bool good = error == std::errc() && end == text.data() + text.size() && number >= 0 && number <= 1;
     return good ? std::string() : "'" + text + "' is not between 0 and 1";
+}
+
+void addJpegOptions(CLI::App& command, pex::JpegOptions& options) {
+    static const std::map<std::string, pex::Chroma> chromas{
+        {"auto", pex::Chroma::automatic}, {"full", pex::Chroma::full}, {"half", pex::Chroma::half}};
+    static const std::map<std::string, pex::Effort> efforts{
+        {"fast", pex::Effort::fast}, {"normal", pex::Effort::normal}, {"best", pex::Effort::best}};
+    const auto addWord = [&](const std::string& name, auto& target, const auto& words,
+                             const std::string& form, const std::string& help) {
+        const auto read = [&target, &words](const std::string& word) { target = words.at(word); };
+        std::vector<std::string> known;
+        for (const auto& [word, value] : words)
+            known.push_back(word);
+        command.add_option_function<std::string>(name, read, help)
+            ->check(CLI::IsMember(known))
+            ->type_name(form);
+    };
+    addWord("--effort", options.effort, efforts, "fast|normal|best",
+            "Time spent on making a JPEG smaller (default normal)");
+    addWord("--chroma", options.chroma, chromas, "auto|full|half",
+            "Resolution of colour in a JPEG (default auto: what the picture needs)");
+    command.add_flag("--progressive", options.progressive,
+                     "A JPEG that shows early and gets finer; a little smaller");
 }
 
 } // namespace
@@ -53,6 +77,7 @@ void addWritingOptions(CLI::App& command, WritingOptions& options, QualityOption
     command.add_flag("--force", options.force, "Replace even an input of which something is missing");
     const auto bytes =
         addByteSize(command, "--max-bytes", options.maxBytes, "The most that a JPEG may take: 300KB, 1.5MB");
+    addJpegOptions(command, options.jpeg);
     if (quality == QualityOption::no) return;
     command.add_option("--quality", options.quality, "Quality of a JPEG, 0 to 1 (default 0.9)")
         ->check(fromZeroToOne)

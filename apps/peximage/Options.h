@@ -2,6 +2,7 @@
 
 #include "Files.h"
 #include "Settings.h"
+#include "peximage/platform/codecs/JpegOptions.h"
 
 #include <CLI/CLI.hpp>
 
@@ -23,11 +24,12 @@ struct WritingOptions {
     std::optional<int> dpi;
     std::optional<long long> maxBytes;
     bool force = false; // an input of which something is missing may be replaced
+    pex::JpegOptions jpeg;
 };
 
 enum class QualityOption { yes, no };
 
-/// Adds -o, --format, --dpi, --max-bytes and, where it makes sense, --quality.
+/// Adds -o, --format, --dpi, --max-bytes, how a JPEG is made and, where it makes sense, --quality.
 void addWritingOptions(CLI::App& command, WritingOptions& options, QualityOption quality);
 
 /// A size with a unit, as an option.

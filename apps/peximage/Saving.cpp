@@ -24,11 +24,14 @@ std::optional<Written> writeJpeg(const std::shared_ptr<pex::PexImage>& image, co
     const pex::URL url = pex::URL::fromPath(path.string());
     if (options.maxBytes) {
         const auto saved = pex::PexImageHelper::saveToJpegWithin(
-            image, {.desiredSize = *options.maxBytes, .dpi = options.dpi, .toUrl = url});
+            image,
+            {.desiredSize = *options.maxBytes, .dpi = options.dpi, .toUrl = url, .options = options.jpeg});
         return saved ? std::optional(Written{saved->size, saved->quality}) : std::nullopt;
     }
     const double quality = options.quality.value_or(defaultQuality);
-    if (!image->saveToJpeg({.quality = quality, .dpi = options.dpi, .url = url})) return std::nullopt;
+    if (!pex::PexImageHelper::saveToJpeg(
+            image, {.quality = quality, .dpi = options.dpi, .url = url, .options = options.jpeg}))
+        return std::nullopt;
     return Written{image->size, quality};
 }
 
@@ -63,6 +66,7 @@ std::optional<Written> writePlain(const std::shared_ptr<pex::PexImage>& image, c
     if (!image->cgImage) return std::nullopt;
     pex::CGImageDestination::Options how;
     how.quality = options.quality.value_or(defaultQuality);
+    how.jpeg = options.jpeg;
     if (options.dpi) how.dpiWidth = how.dpiHeight = *options.dpi;
     const auto bytes = pex::CGImageDestination::encode(*image->cgImage, format, how);
     if (!bytes || !bytes->write(pex::URL::fromPath(path.string()), pex::Data::Writing::inPlace))

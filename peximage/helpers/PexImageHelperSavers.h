@@ -1,6 +1,7 @@
 #pragma once
 
 #include "peximage/platform/Export.h"
+#include "peximage/platform/codecs/JpegOptions.h"
 #include "peximage/platform/filters/CIImage.h"
 #include "peximage/platform/foundation/URL.h"
 #include "peximage/platform/geometry/CGRect.h"
@@ -52,6 +53,8 @@ struct JpegAtQuality {
     /// Dots per inch written into the file (its low 16 bits); absent leaves what the encoder wrote.
     std::optional<int> dpi = {};
     URL url;
+    /// Effort, resolution of colour, order of the file.
+    JpegOptions options = {};
 };
 /// Saves as JPEG. Folders on the way are made, and a file at the address is deleted before encoding; the
 /// bytes are then written atomically. Prints "saveToJpeg (quality: q)". False when there is no bitmap, the
@@ -63,6 +66,7 @@ struct JpegOfSize {
     long long desiredSize;
     std::optional<int> dpi = {};
     URL toUrl;
+    JpegOptions options = {};
 };
 /// Saves as JPEG of at most `desiredSize` bytes: at quality 1 where that fits, else at the quality between 0
 /// and 1 that a `PexDicotomic` finds nearest to 0.975 of the size. When even quality 0 is too large, the

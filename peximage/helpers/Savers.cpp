@@ -52,9 +52,9 @@ bool saveEncoded(jpeg::Encoder* encoder, double quality, std::optional<int> dpi,
     return Data(std::move(bytes)).write(url, Data::Writing::atomically);
 }
 
-std::shared_ptr<jpeg::Encoder> encoderFor(const PexImage& image) {
+std::shared_ptr<jpeg::Encoder> encoderFor(const PexImage& image, const JpegOptions& options) {
     const auto rep = image.bitmapRep();
-    return rep ? jpeg::encoderOf(rep->cgImage()) : nullptr;
+    return rep ? jpeg::encoderOf(rep->cgImage(), {}, options) : nullptr;
 }
 
 PexDicotomic searchFor(long long budget) {
@@ -97,7 +97,7 @@ std::optional<PexImageHelper::SavedJpeg> savedWithin(const std::shared_ptr<PexIm
     const long long budget = how.desiredSize;
     for (std::shared_ptr<PexImage> current = image; current;
          current = current->resize({.to = (current->size * shrinkFactor).boundToInt()})) {
-        const auto encoder = encoderFor(*current);
+        const auto encoder = encoderFor(*current, how.options);
         if (!encoder) return std::nullopt;
         const auto limit = static_cast<double>(budget);
         const PexDicotomic search = searchFor(budget);
@@ -114,7 +114,7 @@ std::optional<PexImageHelper::SavedJpeg> savedWithin(const std::shared_ptr<PexIm
 bool PexImageHelper::saveToJpeg(const std::shared_ptr<PexImage>& image, const JpegAtQuality& how) {
     if (!image) return false;
     return absentWithoutMemory(
-        [&] { return saveEncoded(encoderFor(*image).get(), how.quality, how.dpi, how.url); });
+        [&] { return saveEncoded(encoderFor(*image, how.options).get(), how.quality, how.dpi, how.url); });
 }
 
 std::optional<PexImageHelper::SavedJpeg>

@@ -465,8 +465,8 @@ class PEX_EXPORT PexImage : public std::enable_shared_from_this<PexImage> {
 
     // Encoding and saving (Encoding.cpp).
 
-    /// JPEG of `bitmapRep()`, pixel writes included. `quality` is 0 … 1, 1 best: Q = 100 × quality scales the
-    /// standard tables; from 0.9 up colour is kept at full resolution. Transparency is laid over white.
+    /// JPEG of `bitmapRep()`, pixel writes included. `quality` is 0 … 1, 1 best, and looks like what coders
+    /// with the standard's tables make of 100 × quality, in fewer bytes. Transparency is laid over white.
     /// Absent without a bitmap.
     std::optional<Data> jpegData(double quality) const;
 

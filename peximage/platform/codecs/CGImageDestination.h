@@ -3,6 +3,7 @@
 #include "peximage/platform/Export.h"
 #include "peximage/platform/codecs/ImageFormat.h"
 #include "peximage/platform/codecs/ImageMetadata.h"
+#include "peximage/platform/codecs/JpegOptions.h"
 #include "peximage/platform/foundation/Data.h"
 #include "peximage/platform/raster/CGImage.h"
 
@@ -28,6 +29,8 @@ class PEX_EXPORT CGImageDestination {
         /// Carried over as far as the format can hold it, with orientation, sizes and resolution made those
         /// of the picture.
         ImageMetadata metadata = {};
+        /// How a JPEG is made.
+        JpegOptions jpeg = {};
     };
 
     /// Whether this build can write the format.

@@ -5,7 +5,22 @@
 #include "peximage/platform/raster/kernels/Dispatch.h"
 #include "peximage/platform/raster/kernels/PairProducts.h"
 
+#include <algorithm>
 #include <cstring>
+
+#ifndef PEX_JPEG_COLOUR_SHARED
+#define PEX_JPEG_COLOUR_SHARED
+namespace pex::kernels {
+namespace {
+
+inline int contrastOf(const std::uint8_t* upper, const std::uint8_t* lower) {
+    const auto [least, most] = std::minmax({upper[0], upper[1], lower[0], lower[1]});
+    return most - least;
+}
+
+} // namespace
+} // namespace pex::kernels
+#endif
 
 #if PEX_HAS_VECTORS
 HWY_BEFORE_NAMESPACE();
@@ -94,6 +109,24 @@ void halveRows(const std::uint8_t* upper, const std::uint8_t* lower, std::uint8_
     }
 }
 
+int countContrasts(const std::uint8_t* upper, const std::uint8_t* lower, int cells, int range) {
+    const hn::ScalableTag<std::uint16_t> d16;
+    const hn::Repartition<std::uint8_t, decltype(d16)> d8;
+    const int step = static_cast<int>(hn::Lanes(d16));
+    const auto limit = hn::Set(d16, static_cast<std::uint16_t>(range - 1)), low = hn::Set(d16, 0xFF);
+    int count = 0, x = 0;
+    for (; x + step <= cells; x += step) {
+        const auto a = hn::LoadU(d8, upper + 2 * x), b = hn::LoadU(d8, lower + 2 * x);
+        const auto most = hn::BitCast(d16, hn::Max(a, b)), least = hn::BitCast(d16, hn::Min(a, b));
+        const auto contrast = hn::Max(hn::And(most, low), hn::ShiftRight<8>(most)) -
+                              hn::Min(hn::And(least, low), hn::ShiftRight<8>(least));
+        count += static_cast<int>(hn::CountTrue(d16, hn::Gt(contrast, limit)));
+    }
+    for (; x < cells; ++x)
+        count += contrastOf(upper + 2 * x, lower + 2 * x) >= range;
+    return count;
+}
+
 } // namespace pex::kernels::HWY_NAMESPACE
 HWY_AFTER_NAMESPACE();
 #endif
@@ -123,6 +156,13 @@ void halveRowsPlain(const std::uint8_t* upper, const std::uint8_t* lower, std::u
     }
 }
 
+int countContrastsPlain(const std::uint8_t* upper, const std::uint8_t* lower, int cells, int range) {
+    int count = 0;
+    for (int x = 0; x < cells; ++x)
+        count += contrastOf(upper + 2 * x, lower + 2 * x) >= range;
+    return count;
+}
+
 } // namespace
 
 void lumaRow(const std::uint8_t* rgbx, std::uint8_t* y, int pixels) {
@@ -135,6 +175,10 @@ void chromaRow(const std::uint8_t* rgbx, std::uint8_t* cb, std::uint8_t* cr, int
 
 void halveRows(const std::uint8_t* upper, const std::uint8_t* lower, std::uint8_t* mean, int samples) {
     PEX_PICK_KERNEL(halveRows, halveRowsPlain)(upper, lower, mean, samples);
+}
+
+int countContrasts(const std::uint8_t* upper, const std::uint8_t* lower, int cells, int range) {
+    return PEX_PICK_KERNEL(countContrasts, countContrastsPlain)(upper, lower, cells, range);
 }
 
 } // namespace pex::kernels

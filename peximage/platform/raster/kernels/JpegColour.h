@@ -14,4 +14,7 @@ void chromaRow(const std::uint8_t* rgbx, std::uint8_t* cb, std::uint8_t* cr, int
 /// that no bias adds up. Works in steps of 32: the rows must be long enough for `samples` rounded up to that.
 void halveRows(const std::uint8_t* upper, const std::uint8_t* lower, std::uint8_t* mean, int samples);
 
+/// How many of the 2 x 2 samples of two rows lie apart by at least `range`.
+int countContrasts(const std::uint8_t* upper, const std::uint8_t* lower, int cells, int range);
+
 } // namespace pex::kernels

@@ -205,19 +205,41 @@ TEST(JpegKernelsTest, QuantisingDividesAndRoundsExactly) {
             std::array<std::uint8_t, 64> table{};
             table.fill(static_cast<std::uint8_t>(entry));
             const auto quantizer = std::make_unique<Quantizer>(table);
+            const int divisor = 8 * entry, add = divisor / 3, first = 5 * divisor / 8, weak = divisor;
+            std::fill_n(quantizer->add + 32, 32, add);
+            std::fill_n(quantizer->first + 32, 32, first);
+            std::fill_n(quantizer->weak + 32, 32, weak);
             constexpr int reach = 10240, blocks = 2 * reach / 64;
             std::vector<std::int16_t> coefficients(2 * reach), levels(2 * reach);
-            std::vector<std::uint64_t> nonzero(blocks);
+            std::vector<LevelMasks> masks(blocks);
             for (int i = 0; i < 2 * reach; ++i)
                 coefficients[static_cast<std::size_t>(i)] = static_cast<std::int16_t>(i - reach);
-            quantizeBlocks(coefficients.data(), blocks, *quantizer, levels.data(), nonzero.data());
-            const int divisor = 8 * entry;
+            quantizeBlocks(coefficients.data(), blocks, *quantizer, levels.data(), masks.data());
             for (std::size_t i = 0; i < coefficients.size(); ++i) {
-                const int c = coefficients[i];
-                const int level = (std::abs(c) + divisor / 2) / divisor * (c < 0 ? -1 : 1);
+                const int c = coefficients[i], magnitude = std::abs(c);
+                const bool ownRounding = i % 64 >= 32;
+                int level = (magnitude + (ownRounding ? add : divisor / 2)) / divisor * (c < 0 ? -1 : 1);
+                if (ownRounding && magnitude < first) level = 0;
                 ASSERT_EQ(levels[i], level) << c << " / " << divisor;
-                ASSERT_EQ(nonzero[i / 64] >> (i % 64) & 1, level != 0 ? 1u : 0u) << c << " / " << divisor;
+                const auto bit = [&](std::uint64_t mask) { return (mask >> (i % 64) & 1) != 0; };
+                ASSERT_EQ(bit(masks[i / 64].nonzero), level != 0) << c << " / " << divisor;
+                ASSERT_EQ(bit(masks[i / 64].weak), ownRounding && level != 0 && magnitude < weak)
+                    << c << " / " << divisor;
             }
+        }
+    });
+}
+
+TEST(JpegKernelsTest, ContrastsAreCountedInCellsOfFour) {
+    onEveryInstructionSet([] {
+        const Bytes upper = randomBytes(300, 1), lower = randomBytes(300, 2);
+        for (const int cells : {0, 1, 15, 32, 33, 150}) {
+            int expected = 0;
+            for (std::size_t x = 0; x < 2 * static_cast<std::size_t>(cells); x += 2) {
+                const auto [least, most] = std::minmax({upper[x], upper[x + 1], lower[x], lower[x + 1]});
+                expected += most - least >= 150;
+            }
+            EXPECT_EQ(countContrasts(upper.data(), lower.data(), cells, 150), expected) << cells;
         }
     });
 }

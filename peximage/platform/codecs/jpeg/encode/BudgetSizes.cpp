@@ -1,6 +1,6 @@
 #include "peximage/platform/codecs/jpeg/encode/BudgetSizes.h"
 
-#include "peximage/platform/codecs/jpeg/encode/Tables.h"
+#include "peximage/platform/codecs/jpeg/encode/Quantisation.h"
 
 #include <algorithm>
 #include <cmath>
@@ -16,9 +16,10 @@ constexpr double smallPicture = 1 << 17;
 
 /// How coarse a quality is: the sum of its divisors. Equal for two qualities only when their files are.
 double coarseness(double quality) {
-    const QuantTables tables = quantTables(quality);
+    const Quantisation tables = quantisation(quality);
     return std::accumulate(tables.luma.begin(), tables.luma.end(), 0.0) +
-           std::accumulate(tables.chroma.begin(), tables.chroma.end(), 0.0);
+           std::accumulate(tables.cb.begin(), tables.cb.end(), 0.0) +
+           std::accumulate(tables.cr.begin(), tables.cr.end(), 0.0);
 }
 
 } // namespace

@@ -1,6 +1,8 @@
 #include "peximage/platform/codecs/jpeg/encode/Encoder.h"
 
+#include "peximage/platform/codecs/jpeg/encode/ChromaChoice.h"
 #include "peximage/platform/codecs/jpeg/encode/FileHeader.h"
+#include "peximage/platform/codecs/jpeg/encode/ProgressiveScans.h"
 #include "peximage/platform/codecs/jpeg/encode/Stuffer.h"
 #include "peximage/platform/foundation/Workers.h"
 
@@ -12,16 +14,17 @@
 namespace pex::jpeg {
 namespace {
 
-constexpr double fullChromaFrom = 0.9;
 constexpr std::size_t keptEncodings = 2;
 constexpr std::uint8_t endOfImage = 0xD9;
 
-/// Sums over [0, count) what `bits` tells of an index, on all cores.
-template <class Bits>
-double sumOfBits(int count, const Bits& bits) {
-    std::atomic<std::uint64_t> sum = 0;
-    Workers::forEach(count, [&](int i, int) { sum += bits(i); });
-    return static_cast<double>(sum);
+/// Calls `work(index, slot, counts)` for [0, count) on all cores and adds up what it counts.
+template <class Work>
+ScanCounts sumOfCounts(int count, const Work& work) {
+    std::vector<ScanCounts> counts(static_cast<std::size_t>(Workers::count()));
+    Workers::forEach(count, [&](int i, int slot) { work(i, slot, counts[static_cast<std::size_t>(slot)]); });
+    for (std::size_t slot = 1; slot < counts.size(); ++slot)
+        add(counts[0], counts[slot]);
+    return counts[0];
 }
 
 /// Spreads `wanted` short runs of units evenly over a scan, or all if there are no more: one in each stretch
@@ -41,30 +44,43 @@ std::vector<UnitRange> sampleOf(const Scan& scan, int wanted) {
     return runs;
 }
 
-ScanComponent component(const CoefficientPlane& plane, int blocks, const QuantTable& table, Channel channel) {
-    return {kernels::Quantizer(table), &plane, &huffmanCodes(channel), blocks, blocks};
-}
+/// The symbols of a scan: row by row, and how often each occurs.
+struct ScanSymbols {
+    std::vector<RowSymbols> rows;
+    ScanCounts counts;
+};
 
-/// Counts bits from the top, some rows at a time, until they are `enough` or all.
-double countUntil(const Scan& scan, double enough) {
-    constexpr int rowsAtOnce = 16;
-    double bits = 0;
-    for (int top = 0; top < scan.unitsHigh && bits < enough; top += rowsAtOnce) {
-        bits += sumOfBits(std::min(rowsAtOnce, scan.unitsHigh - top), [&](int y) {
-            return countBits(scan, {top + y, 0, scan.unitsWide});
-        });
-    }
-    return bits;
-}
-
-/// Rows are coded on all cores into memory that each thread uses again, then joined.
-void appendScan(std::vector<std::uint8_t>& bytes, const Scan& scan) {
+/// Rows are quantised on all cores into memory that each thread uses again.
+ScanSymbols symbolsOf(const Scan& scan) {
+    ScanSymbols symbols;
+    symbols.rows.resize(static_cast<std::size_t>(scan.unitsHigh));
     std::vector<std::vector<std::uint8_t>> scratch(static_cast<std::size_t>(Workers::count()));
-    std::vector<CodedBits> rows(static_cast<std::size_t>(scan.unitsHigh));
-    Workers::forEach(scan.unitsHigh, [&](int row, int slot) {
+    symbols.counts = sumOfCounts(scan.unitsHigh, [&](int row, int slot, ScanCounts& counts) {
         std::vector<std::uint8_t>& room = scratch[static_cast<std::size_t>(slot)];
-        room.resize(mostBytesPerRow(scan));
-        rows[static_cast<std::size_t>(row)] = codeRow(scan, row, room.data());
+        room.resize(mostSymbolBytes(scan));
+        symbols.rows[static_cast<std::size_t>(row)] = symbolsOfRow(scan, row, counts, room.data());
+    });
+    return symbols;
+}
+
+/// The symbols of all rows, counted on all cores.
+ScanCounts countsOf(const Scan& scan) {
+    return sumOfCounts(scan.unitsHigh, [&](int row, int, ScanCounts& sum) {
+        countSymbols(scan, {row, 0, scan.unitsWide}, sum);
+    });
+}
+
+/// Rows are coded on all cores, their symbols let go, then joined.
+void appendScan(std::vector<std::uint8_t>& bytes, const Scan& scan) {
+    ScanSymbols symbols = symbolsOf(scan);
+    const ScanDescription description = optimalCodes(symbols.counts);
+    const ScanCodes codes = codesOf(description);
+    appendScanHeader(bytes, scan.components.size() == 1, description);
+    std::vector<CodedBits> rows(symbols.rows.size());
+    Workers::forEach(scan.unitsHigh, [&](int row, int) {
+        RowSymbols& ofRow = symbols.rows[static_cast<std::size_t>(row)];
+        rows[static_cast<std::size_t>(row)] = codeRow(scan, ofRow, codes);
+        ofRow = {};
     });
     std::size_t coded = 0;
     for (const auto& row : rows)
@@ -76,20 +92,37 @@ void appendScan(std::vector<std::uint8_t>& bytes, const Scan& scan) {
     stuffer.finish();
 }
 
-} // namespace
-
-std::shared_ptr<Encoder> Encoder::make(EncoderInput input) {
-    if (std::min(input.width, input.height) < 1) return nullptr;
-    if (std::max(input.width, input.height) > mostPixelsPerSide) return nullptr;
-    Coefficients coefficients = transform(input);
-    if (!coefficients.luma) return nullptr;
-    return std::shared_ptr<Encoder>(new Encoder(std::move(input), std::move(coefficients)));
+ChromaSize chromaSize(const EncoderInput& input, Chroma wanted) {
+    if (input.grey || wanted == Chroma::half) return ChromaSize::half;
+    return wanted == Chroma::full ? ChromaSize::full : chromaSizeFor(input);
 }
 
-Encoder::Encoder(EncoderInput input, Coefficients coefficients)
-    : input_(std::move(input)), coefficients_(std::move(coefficients)) {}
+} // namespace
+
+std::shared_ptr<Encoder> Encoder::make(EncoderInput input, const JpegOptions& options) {
+    if (std::min(input.width, input.height) < 1) return nullptr;
+    if (std::max(input.width, input.height) > mostPixelsPerSide) return nullptr;
+    TransformedPicture picture = transform(input, chromaSize(input, options.chroma));
+    if (!picture.luma) return nullptr;
+    input.row = nullptr;
+    return std::shared_ptr<Encoder>(new Encoder(std::move(input), std::move(picture), options));
+}
+
+Encoder::Encoder(EncoderInput input, TransformedPicture picture, const JpegOptions& options)
+    : input_(std::move(input)), picture_(std::move(picture)), options_(options) {}
 
 std::vector<std::uint8_t> Encoder::encode(double quality) { return encoded(quality); }
+
+std::vector<std::uint8_t> Encoder::encode(const Quantisation& quantisation) const {
+    const Scan whole = bestScan(quantisation, [](const Scan& scan) { return countsOf(scan); });
+    std::vector<std::uint8_t> bytes = fileStart(header(quantisation), input_.metadata, input_.iccProfile);
+    if (options_.progressive)
+        appendProgressiveScans(bytes, whole);
+    else
+        appendScan(bytes, whole);
+    bytes.insert(bytes.end(), {0xFF, endOfImage});
+    return bytes;
+}
 
 std::size_t Encoder::byteCount(double quality) {
     const auto known = byteCounts_.find(quality);
@@ -101,71 +134,87 @@ const std::vector<std::uint8_t>& Encoder::encoded(double quality) {
                                    [&](const Encoded& e) { return e.quality == quality; });
     if (kept != lastEncoded_.end()) return kept->bytes;
 
-    std::vector<std::uint8_t> bytes = header(quality);
-    appendScan(bytes, scan(quality));
-    bytes.insert(bytes.end(), {0xFF, endOfImage});
-
+    std::vector<std::uint8_t> bytes = encode(quantisation(quality));
     byteCounts_[quality] = bytes.size();
     if (lastEncoded_.size() == keptEncodings) lastEncoded_.pop_front();
     lastEncoded_.push_back({quality, std::move(bytes)});
     return lastEncoded_.back().bytes;
 }
 
-double Encoder::estimatedByteCount(double quality, Estimate estimate) {
-    const Scan whole = scan(quality);
-    const int smallerUnits = hasFullChroma(quality) ? 2 : 1;
-    const auto runs = sampleOf(whole, smallerUnits * (estimate == Estimate::rough ? 48 : 384));
+double Encoder::estimatedByteCount(double quality, Estimate estimate) const {
+    const Quantisation tables = quantisation(quality);
+    const int smallerUnits = picture_.chroma == ChromaSize::full ? 2 : 1;
+    const auto runs = sampleOf(scan(tables), smallerUnits * (estimate == Estimate::rough ? 48 : 384));
     double counted = 0;
     for (const auto& run : runs)
         counted += run.end - run.first;
-    const double bits = sumOfBits(static_cast<int>(runs.size()),
-                                  [&](int i) { return countBits(whole, runs[static_cast<std::size_t>(i)]); });
+    const auto countRuns = [&](const Scan& scan) {
+        return sumOfCounts(static_cast<int>(runs.size()), [&](int i, int, ScanCounts& sum) {
+            countSymbols(scan, runs[static_cast<std::size_t>(i)], sum);
+        });
+    };
+    const Scan whole = bestScan(tables, countRuns);
+    const ScanCounts counts = countRuns(whole);
+    const ScanDescription codes = optimalCodes(counts);
+    std::vector<std::uint8_t> bytes = fileStart(header(tables), input_.metadata, input_.iccProfile);
+    appendScanHeader(bytes, input_.grey, codes);
     const double units = static_cast<double>(whole.unitsWide) * whole.unitsHigh;
-    return static_cast<double>(header(quality).size()) + bits / 8 * units / counted;
+    return static_cast<double>(bytes.size()) + bitsOf(counts, codesOf(codes)) / 8 * units / counted;
 }
 
-bool Encoder::surelyReaches(double quality, double bytes) {
-    const double luma = countUntil(lumaScan(quality), 8 * bytes);
-    if (luma >= 8 * bytes || input_.grey) return luma >= 8 * bytes;
-    Scan chroma = scan(quality);
-    chroma.components.erase(chroma.components.begin());
-    return luma + countUntil(chroma, 8 * bytes - luma) >= 8 * bytes;
-}
-
-bool Encoder::wantsFullChroma(double quality) const {
-    return !input_.grey && quality >= fullChromaFrom && !noFullChroma_;
-}
-
-bool Encoder::hasFullChroma(double quality) {
-    if (wantsFullChroma(quality) && !fullChroma_.cb) {
-        fullChroma_ = transformFullChroma(input_);
-        noFullChroma_ = !fullChroma_.cb;
+bool Encoder::surelyReaches(double quality, double bytes) const {
+    // A trellis can drop any level, and progressive files have other symbols.
+    if (options_.effort == Effort::best || options_.progressive) return false;
+    constexpr int rowsAtOnce = 16;
+    const Scan whole = scan(quantisation(quality));
+    ScanCounts counts;
+    for (int top = 0; top < whole.unitsHigh; top += rowsAtOnce) {
+        const int rows = std::min(rowsAtOnce, whole.unitsHigh - top);
+        add(counts, sumOfCounts(rows, [&](int y, int, ScanCounts& sum) {
+                countSymbols(whole, {top + y, 0, whole.unitsWide}, sum);
+            }));
+        if (fewestBits(counts) >= 8 * bytes) return true;
     }
-    return wantsFullChroma(quality);
+    return bytes <= 0;
 }
 
-Scan Encoder::lumaScan(double quality) const {
-    const int blocks = input_.grey || wantsFullChroma(quality) ? 1 : 2, side = 8 * blocks;
-    const QuantTables tables = quantTables(quality);
-    return {{component(coefficients_.luma, blocks, tables.luma, Channel::luma)},
-            (input_.width + side - 1) / side,
-            (input_.height + side - 1) / side};
-}
-
-Scan Encoder::scan(double quality) {
-    const bool full = hasFullChroma(quality);
-    Scan scan = lumaScan(quality);
+Scan Encoder::scan(const Quantisation& quantisation, const ScanCodes* codes) const {
+    const bool halves = !input_.grey && picture_.chroma == ChromaSize::half;
+    const int blocks = halves ? 2 : 1;
+    const auto choice = options_.effort == Effort::fast ? BlockQuantiser::Choice::threshold
+                                                        : BlockQuantiser::Choice::loneOnes;
+    const auto component = [&](const TransformedPlane& plane, const QuantTable& table, Channel channel,
+                               int side) {
+        ScanComponent of{std::make_shared<const BlockQuantiser>(table, quantisation.rounding, choice), &plane,
+                         channel, side, side};
+        if (codes)
+            of.trellis =
+                std::make_shared<const Trellis>(table, quantisation.rounding, codes->othersOf(channel));
+        return of;
+    };
+    Scan scan{{component(picture_.luma, quantisation.luma, Channel::luma, blocks)},
+              picture_.luma.blocksWide / blocks,
+              picture_.luma.blocksHigh / blocks};
     if (input_.grey) return scan;
-    const QuantTables tables = quantTables(quality);
-    const Coefficients& chroma = full ? fullChroma_ : coefficients_;
-    for (const auto* plane : {&chroma.cb, &chroma.cr})
-        scan.components.push_back(component(*plane, 1, tables.chroma, Channel::chroma));
+    scan.components.push_back(component(picture_.cb, quantisation.cb, Channel::chroma, 1));
+    scan.components.push_back(component(picture_.cr, quantisation.cr, Channel::chroma, 1));
     return scan;
 }
 
-std::vector<std::uint8_t> Encoder::header(double quality) {
-    const FrameHeader frame{input_.width, input_.height, input_.grey, hasFullChroma(quality)};
-    return fileHeader(frame, quantTables(quality), input_.metadata, input_.iccProfile);
+Scan Encoder::bestScan(const Quantisation& quantisation,
+                       const std::function<ScanCounts(const Scan&)>& count) const {
+    Scan best = scan(quantisation);
+    if (options_.effort != Effort::best) return best;
+    constexpr int passes = 2; // codes follow from levels, and levels from codes
+    for (int pass = 0; pass < passes; ++pass) {
+        const ScanCodes codes = codesOf(optimalCodes(count(best)));
+        best = scan(quantisation, &codes);
+    }
+    return best;
+}
+
+FileHeader Encoder::header(const Quantisation& quantisation) const {
+    return {input_.width, input_.height, input_.grey, options_.progressive, picture_.chroma, quantisation};
 }
 
 } // namespace pex::jpeg

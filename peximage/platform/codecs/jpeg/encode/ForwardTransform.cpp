@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <utility>
 #include <vector>
 
 namespace pex::jpeg {
@@ -51,141 +52,85 @@ void fillBlock(std::int16_t* block, const std::int16_t* neighbour) {
 }
 
 /// Makes one row of minimum coded units at a time; an object serves one thread.
-class HalfChromaTransform {
+class RowTransform {
   public:
-    HalfChromaTransform(const EncoderInput& input, const Coefficients& to)
+    RowTransform(const EncoderInput& input, const TransformedPicture& to)
         : input_(input),
           to_(to),
+          halves_(!input.grey && to.chroma == ChromaSize::half),
+          unitHeight_(halves_ ? 16 : 8),
           scratch_(static_cast<std::size_t>(input.width) * 4),
-          luma_(input.width, 16),
+          luma_(input.width, unitHeight_),
+          cb_(input.width, 8),
+          cr_(input.width, 8),
           cbPair_(input.width, 2),
-          crPair_(input.width, 2),
-          cb_(cbPair_.stride() / 2, 8),
-          cr_(cbPair_.stride() / 2, 8) {}
+          crPair_(input.width, 2) {}
 
     void run(int unitRow) {
-        const int rows = std::min(16, input_.height - 16 * unitRow);
-        for (int y = 0; y < rows; y += 2)
-            addRowPair(16 * unitRow, y, y + 1 < rows);
+        const int top = unitRow * unitHeight_, rows = std::min(unitHeight_, input_.height - top);
+        for (int y = 0; y < rows; ++y)
+            addRow(input_.row(top + y, scratch_.data()), y, y + 1 == rows);
         luma_.extendDown(rows);
-        cb_.extendDown(ceilDiv(rows, 2));
-        cr_.extendDown(ceilDiv(rows, 2));
-        transformLuma(2 * unitRow);
-        transformLuma(2 * unitRow + 1);
-        cb_.transformRow(0, to_.cb.blocksWide, to_.cb.block(0, unitRow));
-        cr_.transformRow(0, to_.cr.blocksWide, to_.cr.block(0, unitRow));
+        for (int y = 0; y < unitHeight_ / 8; ++y)
+            transformLuma(top / 8 + y, y);
+        if (input_.grey) return;
+        for (auto [strip, plane] : {std::pair{&cb_, &to_.cb}, {&cr_, &to_.cr}}) {
+            strip->extendDown(halves_ ? ceilDiv(rows, 2) : rows);
+            strip->transformRow(0, plane->blocksWide, plane->block(0, unitRow));
+        }
     }
 
   private:
+    void addRow(const std::uint8_t* pixels, int y, bool isLast) {
+        const int width = input_.width;
+        if (input_.grey) {
+            std::memcpy(luma_.row(y), pixels, static_cast<std::size_t>(width));
+        } else {
+            kernels::lumaRow(pixels, luma_.row(y), width);
+            Strip &cb = halves_ ? cbPair_ : cb_, &cr = halves_ ? crPair_ : cr_;
+            const int chromaY = halves_ ? y % 2 : y;
+            kernels::chromaRow(pixels, cb.row(chromaY), cr.row(chromaY), width);
+            cb.extendRow(chromaY, width);
+            cr.extendRow(chromaY, width);
+            if (halves_ && (chromaY == 1 || isLast)) halvePair(y / 2, chromaY);
+        }
+        luma_.extendRow(y, width);
+    }
+
     /// The last row of an odd height is averaged with itself.
-    void addRowPair(int top, int y, bool both) {
-        addRow(top, y, 0);
-        if (both) addRow(top, y + 1, 1);
-        const int lower = both ? 1 : 0;
-        kernels::halveRows(cbPair_.row(0), cbPair_.row(lower), cb_.row(y / 2), cbPair_.stride() / 2);
-        kernels::halveRows(crPair_.row(0), crPair_.row(lower), cr_.row(y / 2), crPair_.stride() / 2);
+    void halvePair(int y, int lower) {
+        kernels::halveRows(cbPair_.row(0), cbPair_.row(lower), cb_.row(y), cbPair_.stride() / 2);
+        kernels::halveRows(crPair_.row(0), crPair_.row(lower), cr_.row(y), crPair_.stride() / 2);
     }
 
-    void addRow(int top, int y, int ofPair) {
-        const std::uint8_t* rgbx = input_.row(top + y, scratch_.data());
-        kernels::lumaRow(rgbx, luma_.row(y), input_.width);
-        kernels::chromaRow(rgbx, cbPair_.row(ofPair), crPair_.row(ofPair), input_.width);
-        luma_.extendRow(y, input_.width);
-        cbPair_.extendRow(ofPair, input_.width);
-        crPair_.extendRow(ofPair, input_.width);
-    }
-
-    void transformLuma(int blockRow) {
-        const CoefficientPlane& plane = to_.luma;
+    void transformLuma(int blockRow, int ofUnit) {
+        const TransformedPlane& plane = to_.luma;
         if (8 * blockRow >= input_.height) {
             for (int x = 0; x < plane.blocksWide; ++x)
                 fillBlock(plane.block(x, blockRow), plane.block(x | 1, blockRow - 1));
             return;
         }
         const int real = ceilDiv(input_.width, 8);
-        luma_.transformRow(blockRow % 2 * 8, real, plane.block(0, blockRow));
+        luma_.transformRow(8 * ofUnit, real, plane.block(0, blockRow));
         if (real < plane.blocksWide) fillBlock(plane.block(real, blockRow), plane.block(real - 1, blockRow));
     }
 
     const EncoderInput& input_;
-    const Coefficients& to_;
+    const TransformedPicture& to_;
+    bool halves_;
+    int unitHeight_;
     std::vector<std::uint8_t> scratch_;
-    Strip luma_, cbPair_, crPair_, cb_, cr_;
+    Strip luma_, cb_, cr_, cbPair_, crPair_;
 };
-
-class FullChromaTransform {
-  public:
-    FullChromaTransform(const EncoderInput& input, const Coefficients& to)
-        : input_(input),
-          to_(to),
-          scratch_(static_cast<std::size_t>(input.width) * 4),
-          cb_(input.width, 8),
-          cr_(input.width, 8) {}
-
-    void run(int blockRow) {
-        const int rows = std::min(8, input_.height - 8 * blockRow);
-        for (int y = 0; y < rows; ++y) {
-            const std::uint8_t* rgbx = input_.row(8 * blockRow + y, scratch_.data());
-            kernels::chromaRow(rgbx, cb_.row(y), cr_.row(y), input_.width);
-            cb_.extendRow(y, input_.width);
-            cr_.extendRow(y, input_.width);
-        }
-        cb_.extendDown(rows);
-        cr_.extendDown(rows);
-        cb_.transformRow(0, to_.cb.blocksWide, to_.cb.block(0, blockRow));
-        cr_.transformRow(0, to_.cr.blocksWide, to_.cr.block(0, blockRow));
-    }
-
-  private:
-    const EncoderInput& input_;
-    const Coefficients& to_;
-    std::vector<std::uint8_t> scratch_;
-    Strip cb_, cr_;
-};
-
-class GreyTransform {
-  public:
-    GreyTransform(const EncoderInput& input, const Coefficients& to)
-        : input_(input), to_(to), scratch_(static_cast<std::size_t>(input.width)), luma_(input.width, 8) {}
-
-    void run(int blockRow) {
-        const int rows = std::min(8, input_.height - 8 * blockRow);
-        for (int y = 0; y < rows; ++y) {
-            std::memcpy(luma_.row(y), input_.row(8 * blockRow + y, scratch_.data()), scratch_.size());
-            luma_.extendRow(y, input_.width);
-        }
-        luma_.extendDown(rows);
-        luma_.transformRow(0, to_.luma.blocksWide, to_.luma.block(0, blockRow));
-    }
-
-  private:
-    const EncoderInput& input_;
-    const Coefficients& to_;
-    std::vector<std::uint8_t> scratch_;
-    Strip luma_;
-};
-
-template <class Transform>
-void runOnAllCores(const EncoderInput& input, const Coefficients& to, int rows) {
-    constexpr int rowsAtOnce = 4;
-    forEachStrip(
-        rows,
-        [&](int begin, int end) {
-            Transform transform(input, to);
-            for (int row = begin; row < end; ++row)
-                transform.run(row);
-        },
-        rowsAtOnce);
-}
 
 /// Gives the planes one block of memory together: large blocks come in large pages. False when there is none.
-bool allocate(std::initializer_list<CoefficientPlane*> planes) {
+bool allocate(std::initializer_list<TransformedPlane*> planes) {
     std::size_t bytes = 0;
-    for (const CoefficientPlane* plane : planes)
+    for (const TransformedPlane* plane : planes)
         bytes += plane->bytes();
     const PixelBuffer whole = PixelBuffer::make(bytes);
     std::size_t offset = 0;
-    for (CoefficientPlane* plane : planes) {
+    for (TransformedPlane* plane : planes) {
         if (whole) plane->memory = whole.piece(offset, plane->bytes());
         offset += plane->bytes();
     }
@@ -194,27 +139,25 @@ bool allocate(std::initializer_list<CoefficientPlane*> planes) {
 
 } // namespace
 
-Coefficients transform(const EncoderInput& input) {
-    Coefficients planes;
-    if (input.grey) {
-        planes.luma = {ceilDiv(input.width, 8), ceilDiv(input.height, 8), {}};
-        if (allocate({&planes.luma})) runOnAllCores<GreyTransform>(input, planes, planes.luma.blocksHigh);
-        return planes;
-    }
-    const int unitsWide = ceilDiv(input.width, 16), unitsHigh = ceilDiv(input.height, 16);
-    planes.luma = {2 * unitsWide, 2 * unitsHigh, {}};
-    planes.cb = planes.cr = {unitsWide, unitsHigh, {}};
-    if (allocate({&planes.luma, &planes.cb, &planes.cr}))
-        runOnAllCores<HalfChromaTransform>(input, planes, unitsHigh);
-    return planes;
-}
-
-Coefficients transformFullChroma(const EncoderInput& input) {
-    Coefficients planes;
-    planes.cb = planes.cr = {ceilDiv(input.width, 8), ceilDiv(input.height, 8), {}};
-    if (allocate({&planes.cb, &planes.cr}))
-        runOnAllCores<FullChromaTransform>(input, planes, planes.cb.blocksHigh);
-    return planes;
+TransformedPicture transform(const EncoderInput& input, ChromaSize chroma) {
+    constexpr int rowsAtOnce = 4;
+    const bool halves = !input.grey && chroma == ChromaSize::half;
+    const int blocks = halves ? 2 : 1; // of luma, across and down a unit
+    const int unitsWide = ceilDiv(input.width, 8 * blocks), unitsHigh = ceilDiv(input.height, 8 * blocks);
+    TransformedPicture to;
+    to.chroma = chroma;
+    to.luma = {blocks * unitsWide, blocks * unitsHigh, ceilDiv(input.width, 8), ceilDiv(input.height, 8), {}};
+    if (!input.grey) to.cb = to.cr = {unitsWide, unitsHigh, unitsWide, unitsHigh, {}};
+    if (!allocate({&to.luma, &to.cb, &to.cr})) return to;
+    forEachStrip(
+        unitsHigh,
+        [&](int begin, int end) {
+            RowTransform rows(input, to);
+            for (int row = begin; row < end; ++row)
+                rows.run(row);
+        },
+        rowsAtOnce);
+    return to;
 }
 
 } // namespace pex::jpeg

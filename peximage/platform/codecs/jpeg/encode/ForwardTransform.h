@@ -9,8 +9,10 @@
 namespace pex::jpeg {
 
 /// The transformed blocks of one component, row by row, each 64 coefficients (times 8) in zigzag order.
-struct CoefficientPlane {
+struct TransformedPlane {
     int blocksWide = 0, blocksHigh = 0;
+    /// Without those that only fill up the last units.
+    int realWide = 0, realHigh = 0;
     PixelBuffer memory;
 
     std::size_t bytes() const {
@@ -24,17 +26,17 @@ struct CoefficientPlane {
     }
 };
 
+/// Chroma has as many samples as luma, or one for 2 x 2 pixels.
+enum class ChromaSize { full, half };
+
 /// Luma, and two chroma planes unless the picture is grey.
-struct Coefficients {
-    CoefficientPlane luma, cb, cr;
+struct TransformedPicture {
+    TransformedPlane luma, cb, cr;
+    ChromaSize chroma = ChromaSize::half;
 };
 
-/// Transforms a picture, with chroma at half its width and height. The luma of a colour picture is filled up
-/// to an even number of blocks both ways with blocks that cost next to nothing to code. Uses all cores.
-/// Planes without memory: there was none.
-Coefficients transform(const EncoderInput& input);
-
-/// The chroma of the same picture at its full size; luma stays empty.
-Coefficients transformFullChroma(const EncoderInput& input);
+/// Transforms a picture, on all cores. With half chroma its luma is filled up to an even number of blocks
+/// both ways with blocks that cost next to nothing to code. Planes without memory: there was none.
+TransformedPicture transform(const EncoderInput& input, ChromaSize chroma);
 
 } // namespace pex::jpeg

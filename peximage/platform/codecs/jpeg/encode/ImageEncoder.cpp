@@ -5,7 +5,8 @@
 
 namespace pex {
 
-std::shared_ptr<jpeg::Encoder> jpeg::encoderOf(const CGImage& image, std::vector<std::uint8_t> metadata) {
+std::shared_ptr<jpeg::Encoder> jpeg::encoderOf(const CGImage& image, std::vector<std::uint8_t> metadata,
+                                               const JpegOptions& options) {
     const std::optional<PixelView> pixels = image.pixels();
     if (!pixels) return nullptr;
     jpeg::EncoderInput input;
@@ -25,12 +26,12 @@ std::shared_ptr<jpeg::Encoder> jpeg::encoderOf(const CGImage& image, std::vector
         const auto icc = image.colorSpace().iccProfile().bytes();
         input.iccProfile.assign(icc.begin(), icc.end());
     }
-    return jpeg::Encoder::make(std::move(input));
+    return jpeg::Encoder::make(std::move(input), options);
 }
 
 std::optional<Data> encodeJpeg(const CGImage& image, const CGImageDestination::Options& options) {
     const std::shared_ptr<jpeg::Encoder> encoder =
-        jpeg::encoderOf(image, jpegMetadataSegments(options.metadata));
+        jpeg::encoderOf(image, jpegMetadataSegments(options.metadata), options.jpeg);
     if (!encoder) return std::nullopt;
     std::vector<std::uint8_t> bytes = encoder->encode(options.quality);
     if (bytes.empty()) return std::nullopt;

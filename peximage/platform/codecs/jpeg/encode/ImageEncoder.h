@@ -10,7 +10,8 @@ namespace jpeg {
 /// An encoder for the image: grey pictures as one component, others in colour, transparency laid over white,
 /// a profile that is not standard embedded, whole segments of metadata behind the JFIF one. Null when the
 /// pixels cannot be had or are too many for the format.
-std::shared_ptr<Encoder> encoderOf(const CGImage& image, std::vector<std::uint8_t> metadata = {});
+std::shared_ptr<Encoder> encoderOf(const CGImage& image, std::vector<std::uint8_t> metadata = {},
+                                   const JpegOptions& options = {});
 
 } // namespace jpeg
 

@@ -6,7 +6,7 @@
 #include <cstdint>
 #include <vector>
 
-/// Pictures for encoder tests, and the codec library's own encoding of them.
+/// Pictures for encoder tests, and what the codec library makes of them and of files.
 namespace pex::jpegtest {
 
 /// Rows top first, of R G B x or of grey; black when made.
@@ -32,7 +32,26 @@ Picture mixed(int width, int height, bool grey);
 /// Reads the rows in place; the picture has to outlive the input.
 jpeg::EncoderInput inputOf(const Picture& picture);
 
-/// Written by libjpeg-turbo with quantisation tables worked out here, chroma of full size from quality 0.9.
-std::vector<std::uint8_t> reference(const Picture& picture, double quality);
+/// What libjpeg-turbo reads in a file.
+struct ReadFile {
+    int width = 0, height = 0, warnings = 0;
+    bool isProgressive = false;
+    /// The sampling factors of the first component.
+    int across = 0, down = 0;
+    std::vector<std::uint8_t> iccProfile;
+    /// Of each component in natural order: its table, and its blocks row by row.
+    struct Component {
+        int blocksWide = 0, blocksHigh = 0;
+        std::vector<int> table, levels;
+    };
+    std::vector<Component> components;
+};
+ReadFile readFile(const std::vector<std::uint8_t>& file);
+
+/// The picture's own coefficients, in whole steps of one: as libjpeg-turbo writes them with tables of ones.
+ReadFile coefficientsOf(const Picture& picture, bool fullChroma);
+
+/// The mean squared difference between the picture and what libjpeg-turbo decodes.
+double meanSquaredError(const Picture& picture, const std::vector<std::uint8_t>& file);
 
 } // namespace pex::jpegtest

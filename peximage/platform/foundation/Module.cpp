@@ -1,27 +1,48 @@
 #include "peximage/platform/foundation/Module.h"
 
 #include "peximage/platform/foundation/ForkSafe.h"
+#include "peximage/platform/foundation/Reason.h"
 
+#include <cerrno>
+#include <charconv>
+#include <cstdint>
 #include <dlfcn.h>
+#include <fcntl.h>
 #include <filesystem>
+#include <fstream>
 #include <map>
 #include <mutex>
 #include <string>
 #include <system_error>
+#include <unistd.h>
 
 namespace pex {
 namespace {
 
 namespace fs = std::filesystem;
 
-/// Where the object that holds this very code was loaded from; empty when that is not known.
+/// The file behind a line of the system's list of mappings ("5f00-5f80 r-xp 0000 08:01 42   /usr/lib/a.so"),
+/// if the address lies in that mapping; else empty.
+std::string fileMappedAt(std::uintptr_t address, const std::string& line) {
+    std::uintptr_t begin = 0, end = 0;
+    const char* const last = line.data() + line.size();
+    const char* const dash = std::from_chars(line.data(), last, begin, 16).ptr;
+    if (dash == last || std::from_chars(dash + 1, last, end, 16).ec != std::errc()) return {};
+    const std::size_t path = line.find('/');
+    const bool holds = begin <= address && address < end && path != std::string::npos;
+    return holds ? line.substr(path) : std::string();
+}
+
+/// Where the object that holds this very code was loaded from, be it a library or a program; empty when that
+/// is not known. The loader is not asked: for a program it knows no more than the name that it was called by.
 fs::path ownFolder() {
     static const int anchor = 0;
-    Dl_info info{};
-    if (dladdr(&anchor, &info) == 0 || info.dli_fname == nullptr) return {};
-    std::error_code error;
-    const fs::path object = fs::canonical(info.dli_fname, error);
-    return error ? fs::path{} : object.parent_path();
+    std::ifstream mappings("/proc/self/maps");
+    for (std::string line; std::getline(mappings, line);) {
+        const fs::path object = fileMappedAt(reinterpret_cast<std::uintptr_t>(&anchor), line);
+        if (!object.empty()) return object.parent_path();
+    }
+    return {};
 }
 
 /// Empty when there is none.
@@ -37,10 +58,25 @@ fs::path find(std::string_view name) {
     return {};
 }
 
+/// Why the loader did not take it, which tells that in words alone.
+void giveLoadingReason(const fs::path& object) {
+    const char* const words = ::dlerror();
+    const int descriptor = ::open(object.c_str(), O_RDONLY | O_CLOEXEC);
+    if (descriptor < 0) return giveReadingReason(errno);
+    ::close(descriptor);
+    giveReason(ReasonCode::missingModule, words ? words : object.string() + " is no module");
+}
+
 const ModuleEntry* open(std::string_view name) {
     const fs::path object = find(name);
-    void* handle = object.empty() ? nullptr : dlopen(object.c_str(), RTLD_NOW | RTLD_LOCAL);
-    return handle != nullptr ? static_cast<const ModuleEntry*>(dlsym(handle, "pexModule")) : nullptr;
+    if (object.empty()) {
+        giveReason(ReasonCode::missingModule, "built without " + std::string(name));
+        return nullptr;
+    }
+    void* const handle = ::dlopen(object.c_str(), RTLD_NOW | RTLD_LOCAL);
+    void* const entry = handle ? ::dlsym(handle, "pexModule") : nullptr;
+    if (!entry) giveLoadingReason(object);
+    return static_cast<const ModuleEntry*>(entry);
 }
 
 } // namespace
@@ -53,9 +89,14 @@ const void* moduleInterface(std::string_view name, int version) {
         *new std::map<std::string, const ModuleEntry*, std::less<>>; // never freed, as above
     const std::lock_guard lock(mutex);
     auto found = loaded.find(name);
-    if (found == loaded.end()) found = loaded.emplace(name, open(name)).first;
-    const ModuleEntry* entry = found->second;
-    return entry != nullptr && entry->version == version ? entry->interface : nullptr;
+    if (found == loaded.end()) {
+        const ModuleEntry* const entry = open(name);
+        if (!entry) return nullptr; // the next call may find the descriptors that this one lacked
+        found = loaded.emplace(name, entry).first;
+    }
+    if (found->second->version == version) return found->second->interface;
+    giveReason(ReasonCode::missingModule, std::string(name) + " is of another version");
+    return nullptr;
 }
 
 } // namespace pex

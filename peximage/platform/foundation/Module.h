@@ -9,8 +9,8 @@ namespace pex {
 /// the folder of a program that has the library linked into it. It offers one interface, a struct of plain
 /// functions over plain values, and calls nothing of the library itself.
 ///
-/// Loads the module at the first call and keeps it; the interface, or null when the module is missing, cannot
-/// be loaded, or was built for another version of its interface. Any thread.
+/// Loads the module at the first call and keeps it; the interface, or null with the reason when the module is
+/// missing, cannot be loaded, or was built for another version of its interface. Any thread.
 const void* moduleInterface(std::string_view name, int version);
 
 /// The same with its type, which counts its own versions (`Interface::version`).

@@ -76,14 +76,13 @@ struct Budget {
     std::string file;
 };
 
-pex::PexImageHelper::SavedJpeg searchAndWrite(const std::shared_ptr<pex::PexImage>& image,
-                                              const Budget& how) {
+pex::FittedPicture searchAndWrite(const std::shared_ptr<pex::PexImage>& image, const Budget& how) {
     // A new object around the pixels, as nothing of an earlier search may help.
-    const auto saved = pex::PexImageHelper::saveToJpegWithin(
-        pex::PexImage::make(*image->cgImage),
-        {.desiredSize = how.bytes, .dpi = {}, .toUrl = pex::URL::fromPath(how.file)});
-    if (!saved) throw std::runtime_error("cannot be saved");
-    return *saved;
+    auto fitted = pex::PexImageHelper::jpegDataWithin(pex::PexImage::make(*image->cgImage),
+                                                      {.desiredSize = how.bytes, .dpi = {}});
+    if (!fitted || !fitted->bytes.write(pex::URL::fromPath(how.file), pex::Data::Writing::atomically))
+        throw std::runtime_error("cannot be saved");
+    return std::move(*fitted);
 }
 
 void addSearch(JobMap& jobs, const std::string& folder) {
@@ -92,7 +91,7 @@ void addSearch(JobMap& jobs, const std::string& folder) {
         const Budget budget{width, bytes, folder + "/searched.jpg"};
         jobs[name + "ours"] = [=]() -> Run {
             const auto image = imageOf(photo(folder, budget.width, 4));
-            return [=] { return static_cast<std::size_t>(searchAndWrite(image, budget).bytes); };
+            return [=] { return static_cast<std::size_t>(searchAndWrite(image, budget).bytes.size()); };
         };
         // One encoding at the whole quality nearest to the one that the search finds.
         jobs[name + "turbo"] = [=]() -> Run {

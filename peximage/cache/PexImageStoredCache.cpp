@@ -1,8 +1,8 @@
 #include "peximage/cache/PexImageStoredCache.h"
 
 #include "peximage/helpers/PexImageHelperSavers.h"
+#include "peximage/platform/foundation/AtomicFile.h"
 #include "peximage/platform/varda/FileUtilities.h"
-#include "peximage/platform/varda/PexId.h"
 #include "peximage/platform/varda/Queue.h"
 
 #include <algorithm>
@@ -16,17 +16,9 @@ namespace {
 
 constexpr double storedQuality = 0.75;
 constexpr double secondsADay = 86400;
-/// No save takes that long: a temporary file this old belongs to nobody.
-constexpr double temporaryLifeInSeconds = 3600;
-constexpr std::string_view temporaryStart = ".pex-", temporaryEnd = ".tmp";
 
 std::string_view extensionOf(PexImageStoredCache::Mode mode) {
     return mode == PexImageStoredCache::Mode::png ? ".png" : ".jpg";
-}
-
-bool isTemporary(const URL& file) {
-    const std::string name = file.lastPathComponent();
-    return name.starts_with(temporaryStart) && name.ends_with(temporaryEnd);
 }
 
 /// A file or folder inside the folder; absent when the relative path names the folder itself, leads out of
@@ -54,23 +46,15 @@ std::shared_ptr<PexImage> twin(const PexImage& image) {
     return copy;
 }
 
-bool save(const std::shared_ptr<PexImage>& image, PexImageStoredCache::Mode mode, const URL& url) {
-    return mode == PexImageStoredCache::Mode::png
-               ? PexImageHelper::saveToPNG(*image, url)
-               : PexImageHelper::saveToJpeg(image, {.quality = storedQuality, .dpi = {}, .url = url});
+std::optional<Data> encoded(const std::shared_ptr<PexImage>& image, PexImageStoredCache::Mode mode) {
+    if (mode == PexImageStoredCache::Mode::png) return image->pngData();
+    return PexImageHelper::jpegData(image, {.quality = storedQuality, .dpi = {}});
 }
 
-/// Under another name in the same folder first: the savers delete what is there before they write.
-bool saveWhole(const std::shared_ptr<PexImage>& image, PexImageStoredCache::Mode mode, const URL& url) {
-    const URL temporary = url.deletingLastPathComponent().appendingPathComponent(
-        std::string(temporaryStart) + PexId::newId("", "", true) + std::string(temporaryEnd));
-    std::error_code error;
-    if (save(image, mode, temporary)) {
-        fs::rename(temporary.path(), url.path(), error);
-        if (!error) return true;
-    }
-    fu_deleteFile(temporary);
-    return false;
+/// The savers of the helper delete what is there before they write, and another process may be reading it.
+bool save(const std::shared_ptr<PexImage>& image, PexImageStoredCache::Mode mode, const URL& url) {
+    const std::optional<Data> bytes = encoded(image, mode);
+    return bytes && bytes->write(url, Data::Writing::atomically);
 }
 
 std::shared_ptr<PexImage> readWhole(const URL& url) {
@@ -92,8 +76,10 @@ bool isOlder(const URL& file, double seconds) {
 
 std::size_t removeOld(const std::vector<URL>& files, std::int64_t days) {
     const double life = static_cast<double>(days) * secondsADay;
+    constexpr double longestSave = std::chrono::duration<double>(AtomicFile::longestSave).count();
     return static_cast<std::size_t>(std::count_if(files.begin(), files.end(), [&](const URL& file) {
-        return isOlder(file, isTemporary(file) ? temporaryLifeInSeconds : life) && fu_deleteFile(file);
+        const bool isTemporary = AtomicFile::isTemporary(file.lastPathComponent());
+        return isOlder(file, isTemporary ? longestSave : life) && fu_deleteFile(file);
     }));
 }
 
@@ -141,7 +127,7 @@ bool PexImageStoredCache::storeNow(const std::shared_ptr<PexImage>& image, const
             image->resize({.withMinSideBoundedTo = static_cast<double>(*resizeMinSideToMax)});
         if (resized) stored = resized;
     }
-    return saveWhole(stored, mode, *url);
+    return save(stored, mode, *url);
 }
 
 void PexImageStoredCache::store(const std::shared_ptr<PexImage>& image, const std::string& withId) {

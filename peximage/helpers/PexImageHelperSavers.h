@@ -1,5 +1,6 @@
 #pragma once
 
+#include "peximage/image/FittedPicture.h"
 #include "peximage/platform/Export.h"
 #include "peximage/platform/codecs/JpegOptions.h"
 #include "peximage/platform/filters/CIImage.h"
@@ -56,10 +57,19 @@ struct JpegAtQuality {
     /// Effort, resolution of colour, order of the file.
     JpegOptions options = {};
 };
-/// Saves as JPEG. Folders on the way are made, and a file at the address is deleted before encoding; the
-/// bytes are then written atomically. Prints "saveToJpeg (quality: q)". False when there is no bitmap, the
-/// format cannot hold it, or writing fails.
+/// Saves as JPEG. Folders on the way are made, and a file at the address is deleted before encoding: when
+/// that fails, neither the old file nor a new one is there. The bytes are written atomically. Prints
+/// "saveToJpeg (quality: q)". False when there is no image or no bitmap, the format cannot hold it, or
+/// writing fails.
 PEX_EXPORT bool saveToJpeg(const std::shared_ptr<PexImage>& image, const JpegAtQuality& how);
+
+struct JpegBytes {
+    double quality;
+    std::optional<int> dpi = {};
+    JpegOptions options = {};
+};
+/// The bytes that `saveToJpeg` writes, with the line that it prints; absent where they cannot be made.
+PEX_EXPORT std::optional<Data> jpegData(const std::shared_ptr<PexImage>& image, const JpegBytes& how);
 
 struct JpegOfSize {
     /// The most bytes that the file may have.
@@ -72,20 +82,19 @@ struct JpegOfSize {
 /// and 1 that a `PexDicotomic` finds nearest to 0.975 of the size. When even quality 0 is too large, the
 /// image is shrunk to 90 % a side until it fits; it is shrunk from `cgImage`, so that what `setColor` wrote
 /// is lost then. Prints the search's lines and "quality: q". Never writes a larger file: when the nearest
-/// quality is too large, the best one tried that fits takes its place. False as `saveToJpeg` above, and when
-/// the image cannot be shrunk enough.
+/// quality is too large, the best one tried that fits takes its place. A file at the address is deleted once
+/// the quality is found. False as `saveToJpeg` above, and when the image cannot be shrunk enough.
 PEX_EXPORT bool saveToJpeg(const std::shared_ptr<PexImage>& image, const JpegOfSize& how);
 
-/// What the saver within a byte budget wrote.
-struct SavedJpeg {
-    double quality;
-    /// In pixels; smaller than the image's when it had to be shrunk.
-    CGSize size;
-    long long bytes;
+struct JpegWithin {
+    /// The most bytes.
+    long long desiredSize;
+    std::optional<int> dpi = {};
+    JpegOptions options = {};
 };
-/// The same, telling what was written; absent where `saveToJpeg` gives false.
-PEX_EXPORT std::optional<SavedJpeg> saveToJpegWithin(const std::shared_ptr<PexImage>& image,
-                                                     const JpegOfSize& how);
+/// The bytes that this `saveToJpeg` writes, with the lines that it prints; absent where it gives false.
+PEX_EXPORT std::optional<FittedPicture> jpegDataWithin(const std::shared_ptr<PexImage>& image,
+                                                       const JpegWithin& how);
 
 /// Saves the platform image as PNG, which records the resolution that its size in points gives. Folders are
 /// made and an existing file is deleted first. False when there is no bitmap or writing fails.

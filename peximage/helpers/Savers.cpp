@@ -6,6 +6,7 @@
 #include "peximage/platform/foundation/Diagnostics.h"
 #include "peximage/platform/foundation/NumberText.h"
 #include "peximage/platform/foundation/OutOfMemory.h"
+#include "peximage/platform/foundation/Reason.h"
 #include "peximage/platform/varda/FileUtilities.h"
 
 #include <algorithm>
@@ -43,18 +44,27 @@ void stampDpi(std::vector<std::uint8_t>& jpeg, int dpi) {
     }
 }
 
-bool saveEncoded(jpeg::Encoder* encoder, double quality, std::optional<int> dpi, const URL& url) {
+/// Absent when there is no encoder or it gives up.
+std::optional<Data> encoded(jpeg::Encoder* encoder, double quality, std::optional<int> dpi) {
     diagnostics::print("saveToJpeg (quality: " + decimalText(quality) + ")");
-    prepareDestination(url);
     std::vector<std::uint8_t> bytes = encoder ? encoder->encode(quality) : std::vector<std::uint8_t>();
-    if (bytes.empty()) return false;
+    if (bytes.empty()) return std::nullopt;
     if (dpi) stampDpi(bytes, *dpi);
-    return Data(std::move(bytes)).write(url, Data::Writing::atomically);
+    return Data(std::move(bytes));
 }
 
-std::shared_ptr<jpeg::Encoder> encoderFor(const PexImage& image, const JpegOptions& options) {
-    const auto rep = image.bitmapRep();
-    return rep ? jpeg::encoderOf(rep->cgImage(), {}, options) : nullptr;
+bool saveEncoded(jpeg::Encoder* encoder, double quality, std::optional<int> dpi, const URL& url) {
+    prepareDestination(url);
+    const std::optional<Data> bytes = encoded(encoder, quality, dpi);
+    return bytes && bytes->write(url, Data::Writing::atomically);
+}
+
+/// Null with the reason.
+std::shared_ptr<jpeg::Encoder> encoderFor(const PexImage* image, const JpegOptions& options) {
+    const auto rep = image ? image->bitmapRep() : nullptr;
+    if (rep) return jpeg::encoderOf(rep->cgImage(), {}, options);
+    giveReason(ReasonCode::badArgument, image ? "has no bitmap" : "there is no image");
+    return nullptr;
 }
 
 PexDicotomic searchFor(long long budget) {
@@ -86,44 +96,60 @@ double searchQuality(jpeg::Encoder& encoder, jpeg::BudgetSizes& sizes, long long
     return quality;
 }
 
-std::optional<PexImageHelper::SavedJpeg> savedAt(jpeg::Encoder& encoder, const PexImage& image,
-                                                 double quality, const PexImageHelper::JpegOfSize& how) {
-    if (!saveEncoded(&encoder, quality, how.dpi, how.toUrl)) return std::nullopt;
-    return PexImageHelper::SavedJpeg{quality, image.size, static_cast<long long>(encoder.byteCount(quality))};
-}
+/// What keeps a budget: a picture, perhaps smaller than the one given, at a quality.
+struct Fit {
+    std::shared_ptr<jpeg::Encoder> encoder;
+    double quality;
+    CGSize size;
+};
 
-std::optional<PexImageHelper::SavedJpeg> savedWithin(const std::shared_ptr<PexImage>& image,
-                                                     const PexImageHelper::JpegOfSize& how) {
-    const long long budget = how.desiredSize;
-    for (std::shared_ptr<PexImage> current = image; current;
-         current = current->resize({.to = (current->size * shrinkFactor).boundToInt()})) {
-        const auto encoder = encoderFor(*current, how.options);
+std::optional<Fit> fitInto(long long budget, const JpegOptions& options,
+                           const std::shared_ptr<PexImage>& image) {
+    std::shared_ptr<PexImage> current = image;
+    do {
+        const auto encoder = encoderFor(current.get(), options);
         if (!encoder) return std::nullopt;
         const auto limit = static_cast<double>(budget);
         const PexDicotomic search = searchFor(budget);
         jpeg::BudgetSizes sizes(encoder, limit, search.target, search.intervalTolerance);
-        if (sizes.sizeForSearch(1) < limit) return savedAt(*encoder, *current, 1, how);
-        if (sizes.sizeForSearch(0) > limit) continue;
-        return savedAt(*encoder, *current, searchQuality(*encoder, sizes, budget), how);
-    }
+        if (sizes.sizeForSearch(1) < limit) return Fit{encoder, 1, current->size};
+        if (sizes.sizeForSearch(0) <= limit)
+            return Fit{encoder, searchQuality(*encoder, sizes, budget), current->size};
+        current = current->resize({.to = (current->size * shrinkFactor).boundToInt()});
+    } while (current);
+    giveReason(ReasonCode::budgetTooSmall, "cannot be made as small as " + std::to_string(budget) + " bytes");
     return std::nullopt;
 }
 
 } // namespace
 
 bool PexImageHelper::saveToJpeg(const std::shared_ptr<PexImage>& image, const JpegAtQuality& how) {
-    if (!image) return false;
-    return absentWithoutMemory(
-        [&] { return saveEncoded(encoderFor(*image, how.options).get(), how.quality, how.dpi, how.url); });
+    return absentWithoutMemory([&] {
+        const auto encoder = encoderFor(image.get(), how.options);
+        return image && saveEncoded(encoder.get(), how.quality, how.dpi, how.url);
+    });
 }
 
-std::optional<PexImageHelper::SavedJpeg>
-PexImageHelper::saveToJpegWithin(const std::shared_ptr<PexImage>& image, const JpegOfSize& how) {
-    return absentWithoutMemory([&] { return savedWithin(image, how); });
+std::optional<Data> PexImageHelper::jpegData(const std::shared_ptr<PexImage>& image, const JpegBytes& how) {
+    return absentWithoutMemory(
+        [&] { return encoded(encoderFor(image.get(), how.options).get(), how.quality, how.dpi); });
 }
 
 bool PexImageHelper::saveToJpeg(const std::shared_ptr<PexImage>& image, const JpegOfSize& how) {
-    return saveToJpegWithin(image, how).has_value();
+    return absentWithoutMemory([&] {
+        const std::optional<Fit> fit = fitInto(how.desiredSize, how.options, image);
+        return fit && saveEncoded(fit->encoder.get(), fit->quality, how.dpi, how.toUrl);
+    });
+}
+
+std::optional<FittedPicture> PexImageHelper::jpegDataWithin(const std::shared_ptr<PexImage>& image,
+                                                            const JpegWithin& how) {
+    return absentWithoutMemory([&]() -> std::optional<FittedPicture> {
+        const std::optional<Fit> fit = fitInto(how.desiredSize, how.options, image);
+        auto bytes = fit ? encoded(fit->encoder.get(), fit->quality, how.dpi) : std::nullopt;
+        if (!bytes) return std::nullopt;
+        return FittedPicture{std::move(*bytes), fit->quality, fit->size};
+    });
 }
 
 bool PexImageHelper::saveToPNG(const PexImage& image, const URL& toUrl) {

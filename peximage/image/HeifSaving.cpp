@@ -4,6 +4,7 @@
 #include "peximage/platform/codecs/CGImageDestination.h"
 #include "peximage/platform/foundation/Diagnostics.h"
 #include "peximage/platform/foundation/NumberText.h"
+#include "peximage/platform/foundation/Reason.h"
 #include "peximage/platform/raster/ConvertedImage.h"
 
 #include <map>
@@ -89,7 +90,7 @@ bool PexImage::saveAsHEIF(const ToUrlAtHeifQuality& how) const {
     return bytes && bytes->write(how.to, Data::Writing::inPlace);
 }
 
-std::optional<PexImage::SavedHeif> PexImage::saveAsHEIFWithin(const DesiredHeifSize& how) const {
+std::optional<FittedPicture> PexImage::heifDataWithin(const HeifWithin& how) const {
     const long long budget = how.desiredSize;
     Encodings encodings(*this, how.useAlpha);
     const long long largest = encodings.byteCount(1);
@@ -97,15 +98,20 @@ std::optional<PexImage::SavedHeif> PexImage::saveAsHEIFWithin(const DesiredHeifS
     const long long smallest = fits ? largest : encodings.byteCount(0);
     if (largest == 0 && smallest == 0) return std::nullopt; // nothing here can encode it
     if (!fits && smallest > budget) {
-        const auto smaller = resize({.to = (image->size() * shrinkFactor).boundToInt()});
-        return smaller ? smaller->saveAsHEIFWithin(how) : std::nullopt;
+        if (const auto smaller = resize({.to = (image->size() * shrinkFactor).boundToInt()}))
+            return smaller->heifDataWithin(how);
+        giveReason(ReasonCode::budgetTooSmall,
+                   "cannot be made as small as " + std::to_string(budget) + " bytes");
+        return std::nullopt;
     }
     const double quality = fits ? 1 : searchQuality(encodings, budget);
-    const auto& file = encodings.at(quality);
-    if (!file || !file->write(how.to, Data::Writing::inPlace)) return std::nullopt;
-    return SavedHeif{quality, encodings.size(), static_cast<long long>(file->size())};
+    const std::optional<Data>& file = encodings.at(quality);
+    return file ? std::optional(FittedPicture{*file, quality, encodings.size()}) : std::nullopt;
 }
 
-bool PexImage::saveAsHEIF(const DesiredHeifSize& how) const { return saveAsHEIFWithin(how).has_value(); }
+bool PexImage::saveAsHEIF(const DesiredHeifSize& how) const {
+    const auto fitted = heifDataWithin({.desiredSize = how.desiredSize, .useAlpha = how.useAlpha});
+    return fitted && fitted->bytes.write(how.to, Data::Writing::inPlace);
+}
 
 } // namespace pex

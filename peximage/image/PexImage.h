@@ -1,5 +1,6 @@
 #pragma once
 
+#include "peximage/image/FittedPicture.h"
 #include "peximage/platform/Export.h"
 #include "peximage/platform/filters/CIImage.h"
 #include "peximage/platform/foundation/Data.h"
@@ -543,14 +544,13 @@ class PEX_EXPORT PexImage : public std::enable_shared_from_this<PexImage> {
     /// points as pixels. Prints the search's lines, "size: n" for every quality tried and "quality: q".
     bool saveAsHEIF(const DesiredHeifSize& how) const;
 
-    struct SavedHeif {
-        double quality;
-        /// In pixels; smaller than the image's when it had to be shrunk.
-        CGSize size;
-        long long bytes;
+    struct HeifWithin {
+        /// The most bytes.
+        long long desiredSize;
+        bool useAlpha = true;
     };
-    /// The same, telling what was written; absent where `saveAsHEIF` gives false.
-    std::optional<SavedHeif> saveAsHEIFWithin(const DesiredHeifSize& how) const;
+    /// The bytes that this `saveAsHEIF` writes; absent where it gives false.
+    std::optional<FittedPicture> heifDataWithin(const HeifWithin& how) const;
 
   private:
     explicit PexImage(std::shared_ptr<NSImage> platformImage);

@@ -3,6 +3,7 @@
 #include "peximage/platform/codecs/CGImageSource.h"
 #include "peximage/platform/codecs/jpeg/encode/Encoder.h"
 #include "peximage/platform/foundation/NumberText.h"
+#include "peximage/platform/foundation/Reason.h"
 #include "peximage/platform/toolkit/NSScreen.h"
 #include "tests/platform/codecs/jpeg/encode/EncoderReference.h"
 #include "tests/support/CapturedLines.h"
@@ -94,18 +95,15 @@ TEST(BudgetSaver, TakesQualityOneWhereItFits) {
     const Picture picture = jpegtest::mixed(60, 40, false);
     const auto best = plainJpeg(picture, 1);
     CapturedLines captured;
-    const auto saved = helper::saveToJpegWithin(
+    ASSERT_TRUE(helper::saveToJpeg(
         PexImage::make(imageOf(picture)),
-        {.desiredSize = static_cast<long long>(best.size()) + 1, .toUrl = folder.url("a.jpg")});
-    ASSERT_TRUE(saved);
-    EXPECT_EQ(saved->quality, 1);
+        {.desiredSize = static_cast<long long>(best.size()) + 1, .toUrl = folder.url("a.jpg")}));
     EXPECT_EQ(fileBytes(folder.url("a.jpg")), best);
     EXPECT_EQ(captured.lines, std::vector<std::string>{"saveToJpeg (quality: 1.0)"});
 }
 
 TEST(BudgetSaver, ShrinksByTenthsUntilTheLowestQualityFits) {
     const CapturedLines quiet;
-    const TempFolder folder;
     const auto image = PexImage::make(noise(200, 100, PixelLayout::skipLast));
     // The same by hand: the first size whose quality 0 fits.
     const long long budget = 500;
@@ -115,11 +113,11 @@ TEST(BudgetSaver, ShrinksByTenthsUntilTheLowestQualityFits) {
             {.to = {std::trunc(smaller->size.width * 0.9), std::trunc(smaller->size.height * 0.9)}});
     ASSERT_LT(smaller->size.width, 200);
 
-    const auto saved = helper::saveToJpegWithin(image, {.desiredSize = budget, .toUrl = folder.url("a.jpg")});
-    ASSERT_TRUE(saved);
-    EXPECT_EQ(saved->size, smaller->size);
-    EXPECT_EQ(static_cast<std::size_t>(saved->bytes), fileBytes(folder.url("a.jpg")).size());
-    EXPECT_LE(saved->bytes, budget);
+    const auto fitted = helper::jpegDataWithin(image, {.desiredSize = budget, .dpi = 300});
+    ASSERT_TRUE(fitted);
+    EXPECT_EQ(fitted->size, smaller->size);
+    EXPECT_LE(static_cast<long long>(fitted->bytes.size()), budget);
+    EXPECT_EQ(CGImageSource::make(fitted->bytes)->properties().pixelWidth, smaller->size.width);
 }
 
 TEST(BudgetSaver, ImpossibleBudgetsEndInFalseAndWriteNothing) {
@@ -128,9 +126,13 @@ TEST(BudgetSaver, ImpossibleBudgetsEndInFalseAndWriteNothing) {
     const auto image = PexImage::make(photoLike(64, 48));
     for (const long long budget : {0LL, 1LL, 200LL, -5LL, -(1LL << 62)})
         EXPECT_FALSE(image->saveToJpeg({.toUrl = folder.url("a.jpg"), .maxSize = budget}));
+    EXPECT_EQ(lastReason().code, ReasonCode::budgetTooSmall);
     EXPECT_EQ(folder.count(), 0);
-    EXPECT_FALSE(
-        PexImage::make({.size = {10, 10}})->saveToJpeg({.toUrl = folder.url("a.jpg"), .maxSize = 10'000}));
+    for (const auto& nothing : {PexImage::make({.size = {10, 10}}), std::shared_ptr<PexImage>()}) {
+        EXPECT_FALSE(helper::saveToJpeg(nothing, {.desiredSize = 10'000, .toUrl = folder.url("a.jpg")}));
+        EXPECT_FALSE(helper::saveToJpeg(nothing, {.quality = 1, .url = folder.url("a.jpg")}));
+        EXPECT_EQ(lastReason().code, ReasonCode::badArgument);
+    }
 }
 
 TEST(JpegSaver, StampsTheLowSixteenBitsOfADpi) {

@@ -60,6 +60,11 @@ std::size_t schemeLength(std::string_view text) {
     return wellFormed ? colon : 0;
 }
 
+/// A file of another computer has no path that would be any use on this one.
+bool isElsewhere(std::string_view scheme, std::string_view authority) {
+    return scheme == "file" && !authority.empty() && authority != "localhost";
+}
+
 } // namespace
 
 URL URL::fromPath(std::string_view path) {
@@ -86,7 +91,7 @@ std::optional<URL> URL::parse(std::string_view text) {
     }
     const std::size_t pathEnd = std::min(rest.find_first_of("?#"), rest.size());
     url.suffix_ = rest.substr(pathEnd);
-    url.path_ = unescape(rest.substr(0, pathEnd));
+    if (!isElsewhere(url.scheme_, url.authority_)) url.path_ = unescape(rest.substr(0, pathEnd));
     url.text_ = std::string(text);
     return url;
 }
@@ -95,8 +100,8 @@ URL URL::withPath(std::string path) const {
     URL url;
     url.scheme_ = scheme_;
     url.authority_ = authority_;
-    url.path_ = std::move(path);
-    url.text_ = scheme_ + "://" + authority_ + escapePath(url.path_);
+    url.text_ = scheme_ + "://" + authority_ + escapePath(path);
+    if (!isElsewhere(scheme_, authority_)) url.path_ = std::move(path);
     return url;
 }
 

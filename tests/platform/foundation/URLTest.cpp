@@ -19,6 +19,15 @@ TEST(URL, FileAddressesKeepTheirPath) {
     EXPECT_EQ(URL::fromPath("x.jpg").path().front(), '/');
 }
 
+TEST(URL, FilesOfOtherComputersHaveNoPathHere) {
+    for (const auto& [text, path] : {std::pair("file://localhost/a", "/a"), std::pair("file:/a", "/a"),
+                                     std::pair("file://other/etc/passwd", ""), std::pair("file://other", "")})
+        EXPECT_EQ(URL::parse(text)->path(), path) << text;
+    const URL other = *URL::parse("file://other/a");
+    EXPECT_EQ(other.absoluteString(), "file://other/a");
+    EXPECT_EQ(other.appendingPathComponent("b").path(), "");
+}
+
 TEST(URL, TellsPartsOfThePath) {
     const URL url = URL::fromPath("/photos/day.one/a.tar.gz");
     EXPECT_EQ(url.lastPathComponent(), "a.tar.gz");

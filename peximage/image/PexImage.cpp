@@ -1,7 +1,7 @@
 #include "peximage/image/PexImage.h"
 
 #include "peximage/helpers/PexImageHelperGeometry.h"
-#include "peximage/platform/varda/FileUtilities.h"
+#include "peximage/platform/codecs/ImageLimits.h"
 #include "peximage/platform/varda/PexId.h"
 
 #include <algorithm>
@@ -45,14 +45,12 @@ std::shared_ptr<PexImage> PexImage::make(const Named& source) {
 }
 
 std::shared_ptr<PexImage> PexImage::make(const URL& url, const NoTimeOut&) {
-    if (!fu_fileExists(url)) return nullptr;
     const auto read = NSImage::make(url);
     return read ? make(read, {}) : nullptr;
 }
 
 std::shared_ptr<PexImage> PexImage::make(const FastUrl& source) {
-    if (!fu_fileExists(source.fastUrl)) return nullptr;
-    const std::optional<Data> bytes = Data::contentsOf(source.fastUrl);
+    const auto bytes = Data::contentsOf(source.fastUrl, ImageLimits::current().maxSourceBytes);
     return bytes ? make(*bytes, {}) : nullptr; // NOLINT: the analyser takes the shared image for a leak
 }
 

@@ -1,27 +1,38 @@
 #include "peximage/platform/codecs/CGDataProvider.h"
 
-#include "peximage/platform/foundation/URL.h"
+#include "peximage/platform/foundation/OpenFile.h"
 
 #include <algorithm>
-#include <cerrno>
+#include <array>
 #include <cstring>
-#include <fcntl.h>
-#include <sys/stat.h>
-#include <unistd.h>
+#include <utility>
 
 namespace pex {
 
+/// Small reads go through a block of the file, as headers are read a few bytes at a time.
 struct CGDataProvider::State {
+    static constexpr std::size_t blockBytes = 4096;
+
     Data data;
-    int descriptor = -1;
+    std::optional<OpenFile> file = {};
     std::size_t size = 0;
     std::size_t bytesRead = 0;
+    std::size_t blockStart = 0, blockFilled = 0;
+    std::array<std::uint8_t, blockBytes> block;
 
-    State() = default;
-    State(const State&) = delete;
-    State& operator=(const State&) = delete;
-    ~State() {
-        if (descriptor >= 0) ::close(descriptor);
+    std::size_t fromFile(std::size_t offset, std::span<std::uint8_t> into) {
+        const std::size_t got = file->read(offset, into).value_or(0);
+        bytesRead += got;
+        return got;
+    }
+    std::size_t throughBlock(std::size_t offset, std::span<std::uint8_t> into) {
+        if (offset < blockStart || offset + into.size() > blockStart + blockFilled) {
+            blockStart = offset;
+            blockFilled = fromFile(offset, block);
+        }
+        const std::size_t got = std::min(into.size(), blockFilled - (offset - blockStart));
+        std::memcpy(into.data(), block.data() + (offset - blockStart), got);
+        return got;
     }
 };
 
@@ -31,13 +42,11 @@ CGDataProvider::CGDataProvider(Data data) : state_(std::make_shared<State>()) {
 }
 
 std::optional<CGDataProvider> CGDataProvider::open(const URL& url) {
-    if (!url.isFileURL()) return std::nullopt;
+    std::optional<OpenFile> file = OpenFile::toRead(url);
+    if (!file) return std::nullopt;
     auto state = std::make_shared<State>();
-    state->descriptor = ::open(url.path().c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
-    struct stat info {};
-    if (state->descriptor < 0 || ::fstat(state->descriptor, &info) != 0 || !S_ISREG(info.st_mode))
-        return std::nullopt;
-    state->size = static_cast<std::size_t>(info.st_size);
+    state->size = file->size();
+    state->file.emplace(std::move(*file));
     return CGDataProvider(std::move(state));
 }
 
@@ -48,20 +57,12 @@ std::size_t CGDataProvider::bytesRead() const { return state_->bytesRead; }
 std::size_t CGDataProvider::read(std::size_t offset, std::span<std::uint8_t> into) const {
     if (offset >= state_->size || into.empty()) return 0;
     const std::size_t wanted = std::min(into.size(), state_->size - offset);
-    if (state_->descriptor < 0) {
-        std::memcpy(into.data(), state_->data.data() + offset, wanted);
-        return wanted;
-    }
-    std::size_t got = 0;
-    while (got < wanted) {
-        const ssize_t n =
-            ::pread(state_->descriptor, into.data() + got, wanted - got, static_cast<off_t>(offset + got));
-        if (n < 0 && errno == EINTR) continue;
-        if (n <= 0) break;
-        got += static_cast<std::size_t>(n);
-    }
-    state_->bytesRead += got;
-    return got;
+    const std::span<std::uint8_t> part = into.first(wanted);
+    if (state_->file)
+        return wanted < State::blockBytes ? state_->throughBlock(offset, part)
+                                          : state_->fromFile(offset, part);
+    std::memcpy(part.data(), state_->data.data() + offset, wanted);
+    return wanted;
 }
 
 } // namespace pex

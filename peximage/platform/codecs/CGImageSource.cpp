@@ -12,6 +12,10 @@ namespace {
 
 std::optional<OpenedImage> openImage(const CGDataProvider& bytes) {
     const ImageLimits limits = ImageLimits::current();
+    if (bytes.size() == 0) {
+        giveReason(ReasonCode::emptyFile, "is empty");
+        return std::nullopt;
+    }
     if (!limits.allowsBytes(bytes.size())) return std::nullopt;
     const ImageCodec* codec = codecForBytes(bytes);
     if (!codec) {

@@ -27,7 +27,10 @@ bool PdfDocument::isAvailable() { return loadModule<PdfModule>(PdfModule::name) 
 std::unique_ptr<PdfDocument> PdfDocument::open(const Data& bytes) {
     const auto* module = loadModule<PdfModule>(PdfModule::name);
     PdfModule::Document* document = module != nullptr ? module->open(bytes.data(), bytes.size()) : nullptr;
-    if (document == nullptr) return nullptr;
+    if (document == nullptr) {
+        if (needsPassword(bytes)) giveReason(ReasonCode::needsPassword, "needs a password");
+        return nullptr;
+    }
     return std::unique_ptr<PdfDocument>(new PdfDocument(
         bytes, std::unique_ptr<Handle>(new Handle{module, document}))); // NOLINT: an aggregate
 }

@@ -33,11 +33,13 @@ std::string fileMappedAt(std::uintptr_t address, const std::string& line) {
     return holds ? line.substr(path) : std::string();
 }
 
-/// Where the object that holds this very code was loaded from, be it a library or a program; empty when that
-/// is not known. The loader is not asked: for a program it knows no more than the name that it was called by.
-fs::path ownFolder() {
+/// Where the object that holds this very code was loaded from, be it a library or a program; empty, with the
+/// reason, when that cannot be learned. The loader is not asked: for a program it knows no more than the name
+/// that it was called by.
+fs::path folderOfThisCode() {
     static const int anchor = 0;
     std::ifstream mappings("/proc/self/maps");
+    if (!mappings) giveReadingReason(errno);
     for (std::string line; std::getline(mappings, line);) {
         const fs::path object = fileMappedAt(reinterpret_cast<std::uintptr_t>(&anchor), line);
         if (!object.empty()) return object.parent_path();
@@ -45,16 +47,25 @@ fs::path ownFolder() {
     return {};
 }
 
-/// Empty when there is none.
+/// The same, learned once.
+fs::path ownFolder() {
+    static ForkSafeMutex mutex;
+    static fs::path& known = *new fs::path; // never destroyed: threads may outlive statics
+    const std::lock_guard lock(mutex);
+    if (known.empty()) known = folderOfThisCode();
+    return known;
+}
+
+/// Empty, with the reason, when there is none.
 fs::path find(std::string_view name) {
-    static const fs::path& here = *new fs::path(ownFolder()); // never destroyed: threads may outlive statics
-    const fs::path above = here.parent_path();
+    const fs::path here = ownFolder(), above = here.parent_path();
     if (here.empty()) return {};
     for (const fs::path& folder : {here, above / PEX_LIBDIR, above / "lib"}) {
         fs::path object = folder / "peximage" / (std::string(name) + ".so");
         std::error_code ignored;
         if (fs::exists(object, ignored)) return object;
     }
+    giveReason(ReasonCode::missingModule, "built without " + std::string(name));
     return {};
 }
 
@@ -69,10 +80,7 @@ void giveLoadingReason(const fs::path& object) {
 
 const ModuleEntry* open(std::string_view name) {
     const fs::path object = find(name);
-    if (object.empty()) {
-        giveReason(ReasonCode::missingModule, "built without " + std::string(name));
-        return nullptr;
-    }
+    if (object.empty()) return nullptr;
     void* const handle = ::dlopen(object.c_str(), RTLD_NOW | RTLD_LOCAL);
     void* const entry = handle ? ::dlsym(handle, "pexModule") : nullptr;
     if (!entry) giveLoadingReason(object);

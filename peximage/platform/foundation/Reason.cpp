@@ -56,8 +56,29 @@ ReasonCode codeOf(int systemError, ReasonCode fallback) {
     }
 }
 
+/// What people ask about often, in words that need no second reading; empty for what is rare.
+std::string_view plainWords(ReasonCode code) {
+    switch (code) {
+    case ReasonCode::noSuchFile:
+        return "no such file";
+    case ReasonCode::isFolder:
+        return "is a folder";
+    case ReasonCode::noPermission:
+        return "permission denied";
+    case ReasonCode::tooManyOpenFiles:
+        return "too many open files";
+    case ReasonCode::outOfMemory:
+        return "out of memory";
+    case ReasonCode::diskFull:
+        return "the disk is full";
+    default:
+        return {};
+    }
+}
+
 void giveSystemReason(int systemError, ReasonCode fallback) noexcept {
     const ReasonCode code = codeOf(systemError, fallback);
+    if (systemError != ENOTDIR && !plainWords(code).empty()) return giveReason(code, plainWords(code));
     try {
         giveReason(code, std::generic_category().message(systemError));
     } catch (const std::bad_alloc&) {

@@ -2,6 +2,7 @@
 
 #include "Incomplete.h"
 #include "Interrupt.h"
+#include "Printable.h"
 #include "peximage/platform/foundation/Diagnostics.h"
 
 #include <algorithm>
@@ -9,6 +10,7 @@
 #include <iostream>
 #include <mutex>
 #include <optional>
+#include <system_error>
 #include <thread>
 #include <unistd.h>
 #include <vector>
@@ -16,7 +18,6 @@
 namespace {
 
 constexpr int someFailed = 1;
-constexpr int endedByInterrupt = 130;
 
 /// A bar on standard error while there is more than one thing to do and somebody is looking.
 class Progress {
@@ -68,11 +69,11 @@ class Report {
             if (outcomes_[next_]) tell(next_);
         }
         if (settings_.json)
-            std::cout << (outcomes_.size() == 1 && !list_.empty() ? list_[0] : list_).dump(2) << '\n';
+            std::cout << jsonText(outcomes_.size() == 1 && !list_.empty() ? list_[0] : list_) << '\n';
         std::cout.flush();
         if (interrupted()) {
             std::cerr << "peximage: interrupted\n";
-            return endedByInterrupt;
+            return interruptedStatus();
         }
         return failed_ || !std::cout ? someFailed : 0;
     }
@@ -80,18 +81,25 @@ class Report {
   private:
     void tell(std::size_t index) {
         for (const std::string& warning : outcomes_[index]->warnings)
-            std::cerr << "peximage: " << warning << std::endl;
-        const Outcome& outcome = outcomes_[index]->outcome;
-        if (const auto* failure = std::get_if<Failure>(&outcome)) {
-            std::cerr << "peximage: " << settings_.inputs[index] << ": " << failure->message << std::endl;
-            failed_ = true;
-            return;
+            std::cerr << "peximage: " << printable(warning) << std::endl;
+        Outcome& outcome = outcomes_[index]->outcome;
+        if (const auto* failure = std::get_if<Failure>(&outcome)) return complain(index, failure->message);
+        Result& result = std::get<Result>(outcome);
+        for (const std::string& problem : result.problems)
+            complain(index, problem);
+        if (!settings_.quiet) {
+            for (const std::string& note : result.notes)
+                std::cerr << "peximage: " << printable(settings_.inputs[index] + ": " + note) << std::endl;
         }
-        const Result& result = std::get<Result>(outcome);
         if (settings_.json)
-            list_.push_back(result.json);
+            list_.push_back(withFileBytes(std::move(result.json)));
         else if (!settings_.quiet)
-            std::cout << result.line << std::endl;
+            std::cout << printableLines(result.line) << std::endl;
+    }
+
+    void complain(std::size_t index, const std::string& message) {
+        std::cerr << "peximage: " << printable(settings_.inputs[index] + ": " + message) << std::endl;
+        failed_ = true;
     }
 
     const Settings& settings_;
@@ -112,7 +120,7 @@ Report::Told done(const std::function<Outcome(std::size_t)>& work, std::size_t i
 
 void directDiagnostics(const Settings& settings) {
     if (settings.verbose)
-        pex::diagnostics::setSink([](std::string_view line) { std::cerr << line << '\n'; });
+        pex::diagnostics::setSink([](std::string_view line) { std::cerr << printable(line) << '\n'; });
     else
         pex::diagnostics::setSink({});
 }
@@ -131,8 +139,11 @@ int runBatch(const Settings& settings, const std::function<Outcome(std::size_t)>
     const std::size_t wanted = settings.jobs > 0 ? static_cast<std::size_t>(settings.jobs)
                                                  : std::max(std::thread::hardware_concurrency(), 1U);
     std::vector<std::thread> helpers;
-    for (std::size_t i = 1; i < std::min(wanted, count); ++i)
-        helpers.emplace_back(workOff);
+    try {
+        for (std::size_t i = 1; i < std::min(wanted, count); ++i)
+            helpers.emplace_back(workOff);
+    } catch (const std::system_error&) { // no more threads to be had: those that there are do it all
+    }
     workOff();
     for (std::thread& helper : helpers)
         helper.join();

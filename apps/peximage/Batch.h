@@ -7,11 +7,16 @@
 #include <functional>
 #include <string>
 #include <variant>
+#include <vector>
 
-/// What came of one input: a line for people and the same for programs.
+/// What came of one input: a line for people (or several), and the same for programs.
 struct Result {
     std::string line;
     nlohmann::ordered_json json;
+    /// What somebody should know of it, on standard error.
+    std::vector<std::string> notes = {};
+    /// The same of what is missing: the input then counts as failed.
+    std::vector<std::string> problems = {};
 };
 using Outcome = std::variant<Result, Failure>;
 

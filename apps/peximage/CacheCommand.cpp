@@ -1,5 +1,6 @@
 #include "Batch.h"
 #include "Commands.h"
+#include "Printable.h"
 #include "Saving.h"
 #include "Text.h"
 #include "peximage/cache/PexImageStoredCache.h"
@@ -31,7 +32,7 @@ Outcome list(const Request& request) {
                       (all.size() == 1 ? " image" : " images"),
                   {{"cache", request.cache}, {"identifiers", all}}};
     for (const std::string& id : all)
-        result.line += "\n  " + id;
+        result.line += "\n  " + printable(id);
     return result;
 }
 
@@ -50,7 +51,8 @@ Outcome put(const Request& request) {
     if (!cache->storeNow(std::get<std::shared_ptr<pex::PexImage>>(opened), request.id))
         return Failure{"cannot store " + request.id};
     const auto url = cache->imageUrl(request.id);
-    return Result{request.image + " → " + url->path(), {{"file", request.image}, {"output", url->path()}}};
+    return Result{printable(request.image + " → " + url->path()),
+                  {{"file", request.image}, {"output", url->path()}}};
 }
 
 Outcome clean(const Request& request) {

@@ -11,9 +11,26 @@ struct Request {
     WritingOptions writing;
 };
 
+/// One line for each layer that has no picture to draw.
+std::vector<std::string> missingPictures(const pex::PexCanvas& canvas) {
+    using Source = pex::PexCanvasLayer::Source;
+    std::vector<std::string> missing;
+    for (std::size_t i = 0; i < canvas.layerList.size(); ++i) {
+        const Source& source = canvas.layerList[i].source;
+        if (canvas.layerList[i].image) continue;
+        std::string what = "names no picture";
+        if (source.identification == Source::Identification::url && source.url)
+            what = source.url->absoluteString() + " is missing or no picture";
+        if (source.identification == Source::Identification::shareAppId && source.shareAppId)
+            what = "the shared file " + *source.shareAppId + " is missing or no picture";
+        missing.push_back("layer " + std::to_string(i + 1) + ": " + what);
+    }
+    return missing;
+}
+
 Outcome drawn(const std::string& file, const Destination& destination, const WritingOptions& writing) {
     const auto bytes = pex::Data::contentsOf(pex::URL::fromPath(file));
-    if (!bytes) return whyNoImage(file);
+    if (!bytes) return libraryFailure("cannot be read");
     pex::DocumentError error;
     auto canvas =
         pex::decode<pex::PexCanvas>({reinterpret_cast<const char*>(bytes->data()), bytes->size()}, &error);
@@ -26,7 +43,9 @@ Outcome drawn(const std::string& file, const Destination& destination, const Wri
         image->cgImage ? image : pex::PexImageHelper::getFillColorImage({0, 0, 0, 0}, image->size);
     picture->setSize();
     if (!picture->cgImage) return Failure{"cannot be made that large"};
-    return saveImage(file, picture, destination, writing);
+    Outcome outcome = saveImage(file, picture, destination, writing);
+    if (auto* const result = std::get_if<Result>(&outcome)) result->problems = missingPictures(*canvas);
+    return outcome;
 }
 
 int run(const Request& request) {

@@ -2,6 +2,7 @@
 #include "Commands.h"
 #include "Files.h"
 #include "Options.h"
+#include "Printable.h"
 #include "Text.h"
 #include "peximage/helpers/PexImageHelperColours.h"
 
@@ -43,7 +44,7 @@ Outcome describe(const std::string& file, const Request& request) {
     const auto image = std::get<std::shared_ptr<pex::PexImage>>(opened);
     const auto small = quarter(*image);
     const pex::NSColor average = pex::PexImageHelper::getAverageColorOfImage(small ? small : image);
-    Result result{file + "  " + hex(average), {{"file", file}, {"average", channels(average)}}};
+    Result result{printable(file) + "  " + hex(average), {{"file", file}, {"average", channels(average)}}};
     if (!request.grid) return result;
     const bool fits =
         small && request.grid->width <= small->size.width && request.grid->height <= small->size.height;

@@ -1,6 +1,7 @@
 #include "Batch.h"
 #include "Commands.h"
 #include "Options.h"
+#include "Printable.h"
 #include "peximage/composer/PexComposer.h"
 #include "peximage/platform/foundation/Data.h"
 
@@ -14,23 +15,40 @@ using pex::PexComposer;
 struct ComposerOptions : Settings {
     std::string document;
     std::string output;
+    std::optional<std::size_t> number;
     PexComposer::SearchAndReplace texts;
 };
 
 struct Document {
     PexComposer composer;
-    pex::Data bytes;
+    std::string text; // of it alone
 };
 
 using Read = std::variant<Document, Failure>;
 
-Read readDocument(const std::string& file) {
-    const auto bytes = pex::Data::contentsOf(pex::URL::fromPath(file));
-    if (!bytes) return whyNoImage(file);
+std::string counted(std::size_t number, const std::string& what) {
+    return std::to_string(number) + ' ' + what + (number == 1 ? "" : "s");
+}
+
+Read decoded(std::string text) {
     pex::DocumentError error;
-    auto composer = pex::decode<PexComposer>(bytes->text(), &error);
-    if (!composer) return Failure{error.message()};
-    return Document{*std::move(composer), *bytes};
+    if (auto composer = pex::decode<PexComposer>(text, &error))
+        return Document{*std::move(composer), std::move(text)};
+    return Failure{error.message()};
+}
+
+/// A document of the manager holds a list of composers; anything else is one composer.
+Read readComposer(const ComposerOptions& options) {
+    const auto bytes = pex::Data::contentsOf(pex::URL::fromPath(options.document));
+    if (!bytes) return libraryFailure("cannot be read");
+    const auto tree = nlohmann::ordered_json::parse(bytes->text(), nullptr, false);
+    const bool isList = tree.is_object() && tree.contains("composerList") && tree["composerList"].is_array();
+    if (!isList) return decoded(std::string(bytes->text()));
+    const auto& list = tree["composerList"];
+    const std::size_t chosen = options.number.value_or(list.size() == 1 ? 1 : 0);
+    if (chosen >= 1 && chosen <= list.size()) return decoded(list[chosen - 1].dump());
+    return Failure{"holds a manager's list of " + counted(list.size(), "composer") +
+                   "; --composer N takes the one of that number, from 1"};
 }
 
 Result listGuides(const PexComposer& composer) {
@@ -46,13 +64,10 @@ Result listGuides(const PexComposer& composer) {
     return result;
 }
 
-std::string counted(std::size_t number, const std::string& what) {
-    return std::to_string(number) + ' ' + what + (number == 1 ? "" : "s");
-}
-
 Result describe(const std::string& file, const PexComposer& composer) {
     const std::size_t layers = composer.layerList.size(), guides = composer.guideList_.size();
-    return {.line = file + "  reads  " + counted(layers, "layer") + "  " + counted(guides, "guide"),
+    return {.line =
+                printable(file) + "  reads  " + counted(layers, "layer") + "  " + counted(guides, "guide"),
             .json = {{"file", file}, {"layers", layers}, {"guides", guides}}};
 }
 
@@ -71,17 +86,15 @@ std::size_t putTexts(const PexComposer& derived, const PexComposer& composer, nl
 
 /// Without an output the new document itself is the result.
 Outcome replaceTexts(const ComposerOptions& options, const Document& document) {
-    auto json = nlohmann::ordered_json::parse(document.bytes.text());
+    auto json = nlohmann::ordered_json::parse(document.text);
     const PexComposer derived = document.composer.composer(options.texts);
     const std::size_t changed = putTexts(derived, document.composer, json);
     const std::string text = json.dump();
-    if (options.output.empty()) return Result{.line = text, .json = std::move(json)};
+    if (options.output.empty()) return Result{.line = printableJson(text), .json = std::move(json)};
 
-    const pex::URL output = pex::URL::fromPath(options.output);
-    if (!pex::Data(text + '\n').write(output, pex::Data::Writing::atomically))
-        return Failure{"cannot write " + options.output};
-    return Result{.line = options.document + " → " + options.output + "  " + counted(changed, "layer") +
-                          " changed",
+    if (auto failure = writeFile(options.output, pex::Data(text + '\n'))) return *failure;
+    return Result{.line = printable(options.document + " → " + options.output) + "  " +
+                          counted(changed, "layer") + " changed",
                   .json = {{"file", options.document}, {"output", options.output}, {"changed", changed}}};
 }
 
@@ -90,7 +103,7 @@ using Action = Outcome (*)(const ComposerOptions&, const Document&);
 int runAction(ComposerOptions& options, Action action) {
     options.inputs = {options.document};
     return runBatch(options, [&](std::size_t) -> Outcome {
-        const Read read = readDocument(options.document);
+        const Read read = readComposer(options);
         if (const auto* failure = std::get_if<Failure>(&read)) return *failure;
         return action(options, std::get<Document>(read));
     });
@@ -112,6 +125,8 @@ void addComposer(CLI::App& program, int& status) {
     command->add_option("document", options->document, "A composer as JSON")
         ->required()
         ->type_name("DOC.json");
+    command->add_option("--composer", options->number, "Of a manager's list of composers this one, from 1")
+        ->type_name("N");
     command->require_subcommand(1);
     command->footer("Example: peximage composer page.json replace Draft Final -o final.json");
 

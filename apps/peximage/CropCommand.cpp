@@ -49,7 +49,7 @@ void addCrop(CLI::App& program, int& status) {
     addParsed(*part, "--ratio", "W:H", "The largest part of this shape, in the middle", "a ratio; write 16:9",
               parseRatio, request->ratio);
     command->add_option("--zoom", request->zoom, "With --ratio: so many times smaller a part")
-        ->check(CLI::Range(1.0, 1e6))
+        ->check(numberBetween(1, 1e6))
         ->type_name("Z")
         ->needs(part->get_option("--ratio"));
     command->footer("Example: peximage crop photo.jpg -o wide.jpg --ratio 16:9");

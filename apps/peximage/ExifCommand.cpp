@@ -2,6 +2,8 @@
 #include "Commands.h"
 #include "Files.h"
 #include "Options.h"
+#include "Photo.h"
+#include "Printable.h"
 #include "Text.h"
 #include "peximage/metadata/PexExif.h"
 #include "peximage/platform/codecs/CGImageSource.h"
@@ -51,7 +53,7 @@ void addLines(std::string& text, const std::string& prefix, const Json& object) 
             continue;
         }
         text.append("\n  ").append(prefix).append(key).append("  ");
-        text += value.is_string() ? value.get<std::string>() : value.dump();
+        text += value.is_string() ? printable(value.get_ref<const std::string&>()) : value.dump();
     }
 }
 
@@ -63,12 +65,13 @@ std::string degrees(double value) {
 
 Outcome describe(const std::string& file, const Request& request) {
     const auto source = pex::CGImageSource::make(pex::URL::fromPath(file));
-    if (!source) return whyNoImage(file);
+    if (!source) return libraryFailure("not an image");
     pex::diagnostics::print(file + ": read " + grouped(static_cast<long long>(source->bytesRead())) +
                             " bytes");
     const pex::PropertyDictionary properties = source->copyProperties();
-    const pex::PexExif::BasicData data = pex::PexExif::basicData(properties);
-    Result result{file, {{"file", file}}};
+    pex::PexExif::BasicData data = pex::PexExif::basicData(properties);
+    data.coordinates = signedPlace(properties);
+    Result result{printable(file), {{"file", file}}};
     result.json.update(Json::parse(pex::encode(data)));
     if (data.shotDate) result.line += "  " + pex::localTimeText(*data.shotDate);
     if (data.coordinates.lat) result.line += "  lat " + degrees(*data.coordinates.lat);

@@ -1,5 +1,8 @@
 #include "Commands.h"
+#include "Photo.h"
 #include "Saving.h"
+#include "peximage/platform/codecs/CGImageSource.h"
+#include "peximage/platform/varda/PexResourceDownloader.h"
 
 #include <future>
 
@@ -8,24 +11,38 @@ namespace {
 struct Request {
     Settings settings;
     WritingOptions writing;
+    bool refresh = false;
 };
 
 struct Fetched {
-    std::shared_ptr<pex::PexImage> image;
-    std::string problem;
+    pex::Data bytes;
+    Failure problem;
 };
 
-Fetched fetch(const pex::URL& url) {
+/// Through the download cache, which knows an address by all of it.
+Fetched fetch(pex::PexResourceDownloader& downloader, const pex::URL& url) {
     // Shared, since the other thread is still at it when the result is there.
     const auto arrived = std::make_shared<std::promise<Fetched>>();
-    std::string problem;
-    pex::PexImage::getCachedImage({.url = url,
-                                   .callback =
-                                       [arrived, &problem](std::shared_ptr<pex::PexImage> image) {
-                                           arrived->set_value({std::move(image), problem});
-                                       },
-                                   .failed = [&](const std::string& why) { problem = why; }});
+    downloader.asyncDownload({.url = url, .completion = [arrived](const pex::Data& bytes) {
+                                  arrived->set_value({bytes, libraryFailure("cannot be fetched")});
+                              }});
     return arrived->get_future().get();
+}
+
+bool changesAnything(const WritingOptions& options) {
+    return options.quality || options.dpi || options.maxBytes;
+}
+
+/// The server's own bytes, unless another format or anything else is asked for.
+Outcome save(const std::string& input, const pex::Data& bytes, const Destination& destination,
+             const WritingOptions& options) {
+    forgetReason();
+    const auto source = pex::CGImageSource::make(bytes);
+    if (!source) return libraryFailure("not an image");
+    if (source->properties().format == destination.format && !changesAnything(options))
+        return saveBytes(input, bytes, uprightSize(source->properties()), destination.path);
+    const auto image = pex::PexImage::make(bytes, {});
+    return image ? saveImage(input, image, destination, options) : Outcome(libraryFailure("not an image"));
 }
 
 std::vector<pex::URL> parsed(const std::vector<std::string>& inputs) {
@@ -53,10 +70,14 @@ int run(const Request& request) {
     Settings named = request.settings;
     named.inputs = fileNames(urls);
     const std::vector<Destination> destinations = planResults(named, request.writing);
+    const auto downloader = pex::PexResourceDownloader::make();
     return runBatch(request.settings, [&](std::size_t i) -> Outcome {
-        const Fetched fetched = fetch(urls[i]);
-        if (!fetched.image) return Failure{fetched.problem};
-        return saveImage(request.settings.inputs[i], fetched.image, destinations[i], request.writing);
+        if (request.refresh) downloader->forget(urls[i]);
+        const Fetched fetched = fetch(*downloader, urls[i]);
+        if (fetched.bytes.empty()) return fetched.problem;
+        Outcome outcome = save(request.settings.inputs[i], fetched.bytes, destinations[i], request.writing);
+        if (std::holds_alternative<Failure>(outcome)) downloader->forget(urls[i]);
+        return outcome;
     });
 }
 
@@ -68,6 +89,7 @@ void addFetch(CLI::App& program, int& status) {
     addCommonOptions(*command, request->settings);
     command->get_option("input")->description("Addresses: http, https or file")->type_name("URL…");
     addWritingOptions(*command, request->writing, QualityOption::yes);
+    command->add_flag("--refresh", request->refresh, "Ask the servers, whatever the cache holds");
     command->footer("Example: peximage fetch https://example.org/cover.jpg -o cover.jpg");
     command->callback([request, &status] { status = run(*request); });
 }

@@ -4,14 +4,10 @@
 #include "Text.h"
 #include "peximage/platform/codecs/CGImageDestination.h"
 #include "peximage/platform/codecs/CGImageSource.h"
+#include "peximage/platform/foundation/Reason.h"
 
-#include <atomic>
-#include <cerrno>
-#include <cstring>
-#include <fcntl.h>
 #include <set>
 #include <system_error>
-#include <unistd.h>
 
 namespace fs = std::filesystem;
 
@@ -51,18 +47,25 @@ bool isFolder(const std::string& output) {
     return output.ends_with('/') || fs::is_directory(output, ignored);
 }
 
+pex::ImageFormat formatOfOutput(const std::string& output, const std::optional<std::string>& format) {
+    const std::string extension = fs::path(output).extension().string();
+    if (extension.size() <= 1 && format) return formatNamed(*format, "--format");
+    if (extension.size() <= 1)
+        throw UsageError{output +
+                         " has no extension that tells a format; give it one, or --format, or write " +
+                         output + "/ for a folder"};
+    const pex::ImageFormat byName = formatNamed(extension.substr(1), output);
+    if (format && formatNamed(*format, "--format") != byName)
+        throw UsageError{"--format " + *format + " does not go with the output " + output};
+    return byName;
+}
+
 } // namespace
 
 std::vector<Destination> planDestinations(const std::vector<std::string>& inputs, const std::string& output,
                                           const std::optional<std::string>& format) {
-    if (inputs.size() == 1 && !isFolder(output)) {
-        const std::string extension = fs::path(output).extension().string();
-        const pex::ImageFormat byName =
-            formatNamed(extension.empty() ? extension : extension.substr(1), output);
-        if (format && formatNamed(*format, "--format") != byName)
-            throw UsageError{"--format " + *format + " does not go with the output " + output};
-        return {{output, byName}};
-    }
+    if (inputs.size() == 1 && !isFolder(output) && !isFolder(inputs[0]))
+        return {{output, formatOfOutput(output, format)}};
     std::vector<Destination> destinations;
     std::set<fs::path> taken;
     for (const fs::path input : inputs) {
@@ -75,50 +78,25 @@ std::vector<Destination> planDestinations(const std::vector<std::string>& inputs
     return destinations;
 }
 
+Failure libraryFailure(const std::string& otherwise) {
+    const pex::Reason& reason = pex::lastReason();
+    if (reason.code == pex::ReasonCode::overLimit)
+        return {reason.message + "; --limit-pixels and --limit-bytes set the limits"};
+    return {reason ? reason.message : otherwise};
+}
+
+void forgetReason() { pex::giveReason(pex::ReasonCode::none, {}); }
+
 std::variant<std::shared_ptr<pex::PexImage>, Failure> openImage(const std::string& path) {
+    forgetReason();
     if (auto image = pex::PexImage::make({.fastUrl = pex::URL::fromPath(path)})) {
         incomplete::addOpened(path, image);
         return image;
     }
-    return whyNoImage(path);
+    return libraryFailure("not an image");
 }
 
-PendingFile::PendingFile(const fs::path& destination) : destination_(destination) {
-    static std::atomic<unsigned> counter{0};
-    std::error_code ignored;
-    if (fs::is_symlink(destination_, ignored)) { // the file it names is replaced, not the link
-        const fs::path target = fs::weakly_canonical(destination_, ignored);
-        if (!target.empty()) destination_ = target;
-    }
-    const std::string name =
-        ".peximage-" + std::to_string(::getpid()) + '-' + std::to_string(counter++) + ".part";
-    temporary_ = destination_.parent_path() / name;
-}
-
-PendingFile::~PendingFile() {
-    std::error_code ignored;
-    if (!temporary_.empty()) fs::remove(temporary_, ignored);
-}
-
-std::optional<Failure> PendingFile::commit() {
-    std::error_code error, ignored;
-    const fs::file_status existing = fs::status(destination_, ignored);
-    if (fs::exists(existing) && !fs::is_regular_file(existing))
-        return Failure{"cannot write " + destination_.string() + ": it is no regular file"};
-    if (fs::exists(existing)) fs::permissions(temporary_, existing.permissions(), ignored);
-    fs::rename(temporary_, destination_, error);
-    if (error) return Failure{"cannot write " + destination_.string() + ": " + error.message()};
-    temporary_.clear();
-    return std::nullopt;
-}
-
-Failure PendingFile::whyNotWritten() const {
-    const std::string what = "cannot write " + destination_.string();
-    const int descriptor = ::open(temporary_.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0666);
-    if (descriptor < 0) return {what + ": " + std::strerror(errno)};
-    const std::vector<char> probe(1 << 16);
-    const bool wrote = ::write(descriptor, probe.data(), probe.size()) == static_cast<ssize_t>(probe.size());
-    const int reason = errno;
-    ::close(descriptor);
-    return wrote ? Failure{what} : Failure{what + ": " + std::strerror(reason)};
+std::optional<Failure> writeFile(const fs::path& path, const pex::Data& bytes) {
+    if (bytes.write(pex::URL::fromPath(path.string()), pex::Data::Writing::atomically)) return std::nullopt;
+    return Failure{"cannot write " + path.string() + ": " + pex::lastReason().message};
 }

@@ -1,7 +1,6 @@
 #pragma once
 
 #include "Settings.h"
-#include "WhyNoImage.h"
 #include "peximage/image/PexImage.h"
 #include "peximage/platform/codecs/ImageFormat.h"
 
@@ -18,30 +17,15 @@ struct Destination {
     pex::ImageFormat format;
 };
 
-/// A destination for every input. One input and an `output` that is no folder: that file, in the format of
-/// its extension. Else `output` is a folder, and every result keeps its input's base name, in `format` where
-/// given, else the input's. Throws UsageError when names collide or an extension is not known.
+/// A destination for every input. One input that is no folder and an `output` that is none: that file, in the
+/// format of its extension; where it has none, in `format`. Else `output` is a folder, and every result keeps
+/// its input's base name, in `format` where given, else the input's. Throws UsageError when names collide or
+/// no format is told.
 std::vector<Destination> planDestinations(const std::vector<std::string>& inputs, const std::string& output,
                                           const std::optional<std::string>& format);
 
 /// The image in a file, or one line that says why there is none.
 std::variant<std::shared_ptr<pex::PexImage>, Failure> openImage(const std::string& path);
 
-/// A result on its way: written under a temporary name in the destination's folder, and put in place by
-/// `commit` when it is complete. What is not committed is removed.
-class PendingFile {
-  public:
-    explicit PendingFile(const std::filesystem::path& destination);
-    ~PendingFile();
-    PendingFile(const PendingFile&) = delete;
-    PendingFile& operator=(const PendingFile&) = delete;
-
-    const std::filesystem::path& path() const { return temporary_; }
-    /// Absent when all went well.
-    std::optional<Failure> commit();
-    /// Why writing to it failed, as far as that can be told afterwards.
-    Failure whyNotWritten() const;
-
-  private:
-    std::filesystem::path destination_, temporary_;
-};
+/// Puts bytes in their place, whole or not at all. Absent when all went well.
+std::optional<Failure> writeFile(const std::filesystem::path& path, const pex::Data& bytes);

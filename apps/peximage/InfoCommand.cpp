@@ -2,6 +2,8 @@
 #include "Commands.h"
 #include "Files.h"
 #include "Options.h"
+#include "Photo.h"
+#include "Printable.h"
 #include "Text.h"
 #include "peximage/helpers/PexImageHelperExifDates.h"
 #include "peximage/helpers/PexImageHelperGeometry.h"
@@ -12,12 +14,6 @@
 #include <utility>
 
 namespace {
-
-/// As the picture is shown, orientation applied.
-pex::CGSize uprightSize(const pex::ImageProperties& properties) {
-    const double width = properties.pixelWidth, height = properties.pixelHeight;
-    return pex::swapsSides(properties.orientation) ? pex::CGSize{height, width} : pex::CGSize{width, height};
-}
 
 std::string decimalsIfNeeded(double value) {
     const double rounded = std::round(value * 100) / 100;
@@ -33,19 +29,19 @@ void addShot(Result& result, const pex::PropertyDictionary& properties) {
         result.line += "  " + pex::localTimeText(*date);
         result.json["shotDate"] = pex::localTimeText(*date);
     }
-    const pex::PropertyDictionary& gps = properties.dictionary(pex::kCGImagePropertyGPSDictionary);
+    const auto place = signedPlace(properties);
     const auto addDegrees = [&](const char* name, std::optional<double> degrees) {
         if (!degrees) return;
         result.line += std::string("  ") + name + ' ' + std::to_string(*degrees);
         result.json[name] = *degrees;
     };
-    addDegrees("lat", gps.number(pex::kCGImagePropertyGPSLatitude));
-    addDegrees("lon", gps.number(pex::kCGImagePropertyGPSLongitude));
+    addDegrees("lat", place.lat);
+    addDegrees("lon", place.lon);
 }
 
 Outcome describe(const std::string& file) {
     auto source = pex::CGImageSource::make(pex::URL::fromPath(file));
-    if (!source) return whyNoImage(file);
+    if (!source) return libraryFailure("not an image");
     const bool incomplete = source->isIncomplete();
     pex::diagnostics::print(file + ": read " + grouped(static_cast<long long>(source->bytesRead())) +
                             " bytes");
@@ -55,7 +51,7 @@ Outcome describe(const std::string& file) {
     const std::string ratio = pex::PexImageHelper::getReadableRatio(size);
 
     Result result;
-    result.line = file + "  " + format + "  " + pixelSize(size) + "  " + ratio;
+    result.line = printable(file) + "  " + format + "  " + pixelSize(size) + "  " + ratio;
     result.json = {{"file", file},
                    {"format", format},
                    {"width", std::llround(size.width)},
@@ -68,7 +64,7 @@ Outcome describe(const std::string& file) {
     result.line += properties.hasAlpha ? "  alpha" : "";
     result.json["alpha"] = properties.hasAlpha;
     if (properties.profileName) {
-        result.line += "  profile " + *properties.profileName;
+        result.line += "  profile " + printable(*properties.profileName);
         result.json["profile"] = *properties.profileName;
     }
     const int orientation = static_cast<int>(properties.orientation);

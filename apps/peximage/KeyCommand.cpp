@@ -59,11 +59,12 @@ void addKey(CLI::App& program, int& status) {
     const auto request = std::make_shared<Request>();
     addCommonOptions(*command, request->settings);
     addWritingOptions(*command, request->writing, QualityOption::yes);
+    request->writing.wantsAlpha = true;
     addParsed(*command, "--color", "RRGGBB", "The colour", "a colour; write 00ff00", parseColor,
               request->color)
         ->required();
     command->add_option("--tolerance", request->tolerance, "How far off a colour may be, 0-442 (default: 0)")
-        ->check(CLI::Range(0.0, 442.0))
+        ->check(numberBetween(0, 442))
         ->type_name("T");
     command->footer("Example: peximage key actor.png -o cut.png --color 00ff00 --tolerance 60");
     command->callback([request, &status] { status = key(*request); });
@@ -74,6 +75,7 @@ void addMask(CLI::App& program, int& status) {
     const auto request = std::make_shared<Request>();
     addCommonOptions(*command, request->settings);
     addWritingOptions(*command, request->writing, QualityOption::yes);
+    request->writing.wantsAlpha = true;
     command->add_option("--by", request->by, "What of the mask counts: luminance (default) or alpha")
         ->check(CLI::IsMember({"luminance", "alpha"}))
         ->type_name("WHAT");

@@ -1,18 +1,41 @@
 #include "Options.h"
 
 #include "Text.h"
+#include "peximage/platform/codecs/ImageLimits.h"
 
 #include <charconv>
+#include <cmath>
 #include <map>
+#include <sstream>
 
 namespace {
 
-/// Unlike the ready-made range check it also refuses what is not a number.
-std::string fromZeroToOne(const std::string& text) {
-    double number = -1;
-    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
-    const bool good = error == std::errc() && end == text.data() + text.size() && number >= 0 && number <= 1;
-    return good ? std::string() : "'" + text + "' is not between 0 and 1";
+long long byteSize(const std::string& text) {
+    if (const auto size = parseByteSize(text)) return *size;
+    throw CLI::ValidationError("'" + text + "' is no size; write 300000, 300KB, 300KiB or 1.5MB");
+}
+
+/// In force from then on, for the whole program.
+template <class T>
+void setLimit(T pex::ImageLimits::*limit, T value) {
+    pex::ImageLimits limits = pex::ImageLimits::current();
+    limits.*limit = value;
+    pex::ImageLimits::setCurrent(limits);
+}
+
+void addLimits(CLI::App& command) {
+    command
+        .add_option_function<std::int64_t>(
+            "--limit-pixels", [](std::int64_t pixels) { setLimit(&pex::ImageLimits::maxPixels, pixels); },
+            "The most pixels that an image may have (default: 268435456)")
+        ->check(CLI::PositiveNumber)
+        ->type_name("N");
+    const auto bytes = [](const std::string& text) {
+        setLimit(&pex::ImageLimits::maxSourceBytes, static_cast<std::size_t>(byteSize(text)));
+    };
+    command
+        .add_option_function<std::string>("--limit-bytes", bytes, "The largest file to read (default: 2GiB)")
+        ->type_name("SIZE");
 }
 
 void addJpegOptions(CLI::App& command, pex::JpegOptions& options) {
@@ -44,6 +67,7 @@ void addReportOptions(CLI::App& command, Settings& settings) {
     const auto json = command.add_flag("--json", settings.json, "Print one JSON value instead of lines");
     command.add_flag("-q,--quiet", settings.quiet, "Print nothing but errors")->excludes(json);
     command.add_flag("-v,--verbose", settings.verbose, "Print what the library does, on standard error");
+    addLimits(command);
 }
 
 void addCommonOptions(CLI::App& command, Settings& settings) {
@@ -54,13 +78,21 @@ void addCommonOptions(CLI::App& command, Settings& settings) {
         ->type_name("N");
 }
 
+std::function<std::string(const std::string&)> numberBetween(double least, double most) {
+    return [=](const std::string& text) {
+        double number = std::nan("");
+        const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
+        const bool whole = error == std::errc() && end == text.data() + text.size();
+        if (whole && number >= least && number <= most) return std::string();
+        std::ostringstream range;
+        range << "'" << text << "' is not between " << least << " and " << most;
+        return range.str();
+    };
+}
+
 CLI::Option* addByteSize(CLI::App& command, const std::string& name, std::optional<long long>& target,
                          const std::string& help) {
-    const auto parse = [&target](const std::string& text) {
-        target = parseByteSize(text);
-        if (!target)
-            throw CLI::ValidationError("'" + text + "' is no size; write 300000, 300KB, 300KiB or 1.5MB");
-    };
+    const auto parse = [&target](const std::string& text) { target = byteSize(text); };
     return command.add_option_function<std::string>(name, parse, help)->type_name("SIZE");
 }
 
@@ -80,7 +112,7 @@ void addWritingOptions(CLI::App& command, WritingOptions& options, QualityOption
     addJpegOptions(command, options.jpeg);
     if (quality == QualityOption::no) return;
     command.add_option("--quality", options.quality, "Quality of a JPEG, 0 to 1 (default 0.9)")
-        ->check(fromZeroToOne)
+        ->check(numberBetween(0, 1))
         ->excludes(bytes)
         ->type_name("Q");
 }

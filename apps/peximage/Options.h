@@ -6,6 +6,7 @@
 
 #include <CLI/CLI.hpp>
 
+#include <functional>
 #include <memory>
 #include <optional>
 #include <string>
@@ -25,12 +26,17 @@ struct WritingOptions {
     std::optional<long long> maxBytes;
     bool force = false; // an input of which something is missing may be replaced
     pex::JpegOptions jpeg;
+    /// The command is about transparency: a format that has none is worth a word.
+    bool wantsAlpha = false;
 };
 
 enum class QualityOption { yes, no };
 
 /// Adds -o, --format, --dpi, --max-bytes, how a JPEG is made and, where it makes sense, --quality.
 void addWritingOptions(CLI::App& command, WritingOptions& options, QualityOption quality);
+
+/// A check of an option's number; unlike the ready-made one it also refuses what is not a number.
+std::function<std::string(const std::string&)> numberBetween(double least, double most);
 
 /// A size with a unit, as an option.
 CLI::Option* addByteSize(CLI::App& command, const std::string& name, std::optional<long long>& target,

@@ -1,4 +1,5 @@
 #include "Commands.h"
+#include "Printable.h"
 #include "Saving.h"
 #include "peximage/platform/codecs/ImageLimits.h"
 #include "peximage/platform/raster/CGContext.h"
@@ -77,7 +78,7 @@ std::shared_ptr<pex::PexImage> drawPage(Documents& documents, int page, const Re
 }
 
 int fail(const std::string& file, const std::string& why) {
-    std::cerr << "peximage: " << file << ": " << why << '\n';
+    std::cerr << "peximage: " << printable(file + ": " + why) << '\n';
     return 1;
 }
 
@@ -112,14 +113,13 @@ int drawPages(const Request& request, Documents& documents, int first, int count
 int pdf(const Request& request) {
     const std::string& file = request.settings.inputs[0];
     if (!pex::NSPDFImageRep::isAvailable()) return fail(file, "built without PDF");
+    forgetReason();
     const auto bytes =
         pex::Data::contentsOf(pex::URL::fromPath(file), pex::ImageLimits::current().maxSourceBytes);
-    if (!bytes || bytes->empty()) return fail(file, whyNoImage(file).message);
+    if (!bytes) return fail(file, libraryFailure("cannot be read").message);
+    if (bytes->empty()) return fail(file, "is empty");
     auto document = pex::NSPDFImageRep::make(*bytes);
-    if (!document) {
-        const bool locked = pex::NSPDFImageRep::needsPassword(*bytes);
-        return fail(file, locked ? "needs a password" : "not a PDF document");
-    }
+    if (!document) return fail(file, libraryFailure("not a PDF document").message);
     const int count = document->pageCount(), first = request.page.value_or(1) - 1;
     if (count == 0) return fail(file, "has no pages");
     if (first >= count)

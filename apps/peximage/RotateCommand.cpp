@@ -38,10 +38,10 @@ void addRotate(CLI::App& program, int& status) {
         ->check(CLI::IsMember({90, -90, 180}))
         ->type_name("90|-90|180");
     angle->add_option("--degrees", request->degrees, "Any angle, on a canvas that grows")
-        ->check(CLI::Range(-1e6, 1e6))
+        ->check(numberBetween(-1e6, 1e6))
         ->type_name("D");
     angle->add_option("--straighten", request->straighten, "Any angle, enlarged so that no corner is empty")
-        ->check(CLI::Range(-1e6, 1e6))
+        ->check(numberBetween(-1e6, 1e6))
         ->type_name("D");
     command->footer("Example: peximage rotate photo.jpg -o level.jpg --straighten -1.5");
     command->callback([request, &status] {

@@ -1,6 +1,7 @@
 #include "Saving.h"
 
 #include "Incomplete.h"
+#include "Printable.h"
 #include "Text.h"
 #include "peximage/helpers/PexImageHelperSavers.h"
 #include "peximage/platform/codecs/CGImageDestination.h"
@@ -14,72 +15,68 @@ namespace {
 
 constexpr double defaultQuality = 0.9;
 
-struct Written {
+using Image = std::shared_ptr<pex::PexImage>;
+
+/// A file that is not written yet.
+struct Encoded {
+    pex::Data bytes;
     pex::CGSize size;
-    std::optional<double> quality;
+    std::optional<double> quality = {};
 };
 
-std::optional<Written> writeJpeg(const std::shared_ptr<pex::PexImage>& image, const fs::path& path,
-                                 const WritingOptions& options) {
-    const pex::URL url = pex::URL::fromPath(path.string());
-    if (options.maxBytes) {
-        const auto saved = pex::PexImageHelper::saveToJpegWithin(
-            image,
-            {.desiredSize = *options.maxBytes, .dpi = options.dpi, .toUrl = url, .options = options.jpeg});
-        return saved ? std::optional(Written{saved->size, saved->quality}) : std::nullopt;
-    }
-    const double quality = options.quality.value_or(defaultQuality);
-    if (!pex::PexImageHelper::saveToJpeg(
-            image, {.quality = quality, .dpi = options.dpi, .url = url, .options = options.jpeg}))
-        return std::nullopt;
-    return Written{image->size, quality};
+/// The library's savers within a budget reckon from the size in points, which a file's resolution sets; here
+/// a point is a pixel, and no picture is enlarged first.
+Image withPixelPoints(const Image& image) {
+    return image->cgImage ? pex::PexImage::make(*image->cgImage) : image;
 }
 
-std::optional<Written> writePng(const std::shared_ptr<pex::PexImage>& image, const fs::path& path,
-                                const WritingOptions& options) {
+std::optional<Encoded> encodeWithin(const Image& image, pex::ImageFormat format,
+                                    const WritingOptions& options) {
+    const long long budget = *options.maxBytes;
+    const Image plain = withPixelPoints(image);
+    const bool alpha = plain->cgImage && pex::hasAlpha(plain->cgImage->layout());
+    auto fitted = format == pex::ImageFormat::jpeg
+                      ? pex::PexImageHelper::jpegDataWithin(
+                            plain, {.desiredSize = budget, .dpi = options.dpi, .options = options.jpeg})
+                      : plain->heifDataWithin({.desiredSize = budget, .useAlpha = alpha});
+    if (!fitted) return std::nullopt;
+    return Encoded{std::move(fitted->bytes), fitted->size, fitted->quality};
+}
+
+std::optional<pex::Data> encodePng(const Image& image, std::optional<int> dpi) {
     constexpr double pointsPerInch = 72;
-    const pex::URL url = pex::URL::fromPath(path.string());
-    if (!options.dpi) {
-        if (!image->saveToPNG(url)) return std::nullopt;
-    } else {
-        const auto png = image->pngData({.size = image->size * (pointsPerInch / *options.dpi)});
-        if (!png || !png->write(url, pex::Data::Writing::inPlace)) return std::nullopt;
-    }
-    return Written{image->size, std::nullopt};
+    if (!dpi) return image->pngData();
+    return image->pngData({.size = image->size * (pointsPerInch / *dpi)});
+}
+
+/// Any other format, with the profile and the alpha that the picture has.
+std::optional<pex::Data> encodePlain(const Image& image, pex::ImageFormat format, double quality,
+                                     std::optional<int> dpi) {
+    if (!image->cgImage) return std::nullopt;
+    pex::CGImageDestination::Options how;
+    how.quality = quality;
+    if (dpi) how.dpiWidth = how.dpiHeight = *dpi;
+    return pex::CGImageDestination::encode(*image->cgImage, format, how);
 }
 
 bool hasQuality(pex::ImageFormat format) {
     return format != pex::ImageFormat::png && format != pex::ImageFormat::tiff;
 }
 
-std::optional<Written> writeHeif(const std::shared_ptr<pex::PexImage>& image, const fs::path& path,
-                                 const WritingOptions& options) {
-    const bool alpha = image->cgImage && pex::hasAlpha(image->cgImage->layout());
-    const auto saved = image->saveAsHEIFWithin(
-        {.desiredSize = *options.maxBytes, .to = pex::URL::fromPath(path.string()), .useAlpha = alpha});
-    return saved ? std::optional(Written{saved->size, saved->quality}) : std::nullopt;
-}
-
-/// Any other format, with the profile and the alpha that the picture has.
-std::optional<Written> writePlain(const std::shared_ptr<pex::PexImage>& image, const fs::path& path,
-                                  pex::ImageFormat format, const WritingOptions& options) {
-    if (!image->cgImage) return std::nullopt;
-    pex::CGImageDestination::Options how;
-    how.quality = options.quality.value_or(defaultQuality);
-    how.jpeg = options.jpeg;
-    if (options.dpi) how.dpiWidth = how.dpiHeight = *options.dpi;
-    const auto bytes = pex::CGImageDestination::encode(*image->cgImage, format, how);
-    if (!bytes || !bytes->write(pex::URL::fromPath(path.string()), pex::Data::Writing::inPlace))
-        return std::nullopt;
-    return Written{image->size, hasQuality(format) ? std::optional(how.quality) : std::nullopt};
-}
-
-std::optional<Written> write(const std::shared_ptr<pex::PexImage>& image, const fs::path& path,
-                             pex::ImageFormat format, const WritingOptions& options) {
-    if (format == pex::ImageFormat::jpeg) return writeJpeg(image, path, options);
-    if (format == pex::ImageFormat::png) return writePng(image, path, options);
-    if (format == pex::ImageFormat::heif && options.maxBytes) return writeHeif(image, path, options);
-    return writePlain(image, path, format, options);
+std::optional<Encoded> encode(const Image& image, pex::ImageFormat format, const WritingOptions& options) {
+    if (options.maxBytes) return encodeWithin(image, format, options);
+    const double quality = options.quality.value_or(defaultQuality);
+    std::optional<pex::Data> bytes;
+    if (format == pex::ImageFormat::jpeg)
+        bytes = pex::PexImageHelper::jpegData(
+            image, {.quality = quality, .dpi = options.dpi, .options = options.jpeg});
+    else if (format == pex::ImageFormat::png)
+        bytes = encodePng(image, options.dpi);
+    else
+        bytes = encodePlain(image, format, quality, options.dpi);
+    if (!bytes) return std::nullopt;
+    return Encoded{*std::move(bytes), image->size,
+                   hasQuality(format) ? std::optional(quality) : std::nullopt};
 }
 
 std::string decimals(double value, int places) {
@@ -88,10 +85,11 @@ std::string decimals(double value, int places) {
     return text;
 }
 
-Result describe(const std::string& input, const fs::path& output, const Written& written, long long bytes) {
+Result describe(const std::string& input, const fs::path& output, const Encoded& written) {
+    const auto bytes = static_cast<long long>(written.bytes.size());
     Result result;
-    result.line =
-        input + " → " + output.string() + "  " + pixelSize(written.size) + "  " + grouped(bytes) + " bytes";
+    result.line = printable(input + " → " + output.string()) + "  " + pixelSize(written.size) + "  " +
+                  grouped(bytes) + " bytes";
     result.json = {{"file", input},
                    {"output", output.string()},
                    {"width", std::llround(written.size.width)},
@@ -104,26 +102,26 @@ Result describe(const std::string& input, const fs::path& output, const Written&
     return result;
 }
 
-Failure whyNotSaved(const PendingFile& file, const Destination& destination, const WritingOptions& options) {
-    Failure failure = file.whyNotWritten();
-    const bool couldWrite = failure.message == "cannot write " + destination.path.string();
-    if (couldWrite && options.maxBytes)
-        return {"cannot be made as small as " + grouped(*options.maxBytes) + " bytes"};
-    return failure;
-}
-
 } // namespace
 
-Outcome saveImage(const std::string& input, const std::shared_ptr<pex::PexImage>& image,
-                  const Destination& destination, const WritingOptions& options) {
-    PendingFile file(destination.path);
-    const auto written = write(image, file.path(), destination.format, options);
-    if (!written) return whyNotSaved(file, destination, options);
+Outcome saveImage(const std::string& input, const Image& image, const Destination& destination,
+                  const WritingOptions& options) {
+    forgetReason();
+    const std::optional<Encoded> encoded = encode(image, destination.format, options);
+    if (!encoded)
+        return libraryFailure("cannot be written as " + std::string(pex::displayName(destination.format)));
     if (auto failure = incomplete::check(destination.path, options.force)) return *failure;
-    std::error_code error;
-    const auto bytes = static_cast<long long>(fs::file_size(file.path(), error));
-    if (auto failure = file.commit()) return *failure;
-    return describe(input, destination.path, *written, bytes);
+    if (auto failure = writeFile(destination.path, encoded->bytes)) return *failure;
+    Result result = describe(input, destination.path, *encoded);
+    if (options.wantsAlpha && destination.format == pex::ImageFormat::jpeg)
+        result.notes.emplace_back("JPEG has no transparency: what is transparent was laid over white");
+    return result;
+}
+
+Outcome saveBytes(const std::string& input, const pex::Data& bytes, pex::CGSize size,
+                  const std::filesystem::path& path) {
+    if (auto failure = writeFile(path, bytes)) return *failure;
+    return describe(input, path, {bytes, size});
 }
 
 std::vector<Destination> planResults(const Settings& settings, const WritingOptions& options) {

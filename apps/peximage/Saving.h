@@ -8,6 +8,10 @@
 Outcome saveImage(const std::string& input, const std::shared_ptr<pex::PexImage>& image,
                   const Destination& destination, const WritingOptions& options);
 
+/// The same of a file whose bytes are there already.
+Outcome saveBytes(const std::string& input, const pex::Data& bytes, pex::CGSize size,
+                  const std::filesystem::path& path);
+
 /// `planDestinations`; throws UsageError, too, where a byte budget goes with another format than JPEG.
 std::vector<Destination> planResults(const Settings& settings, const WritingOptions& options);
 

@@ -21,3 +21,8 @@ struct UsageError {
 struct Failure {
     std::string message;
 };
+
+/// The failure of what the library has just given nothing for: the reason that it told since
+/// `forgetReason`, else the given words.
+Failure libraryFailure(const std::string& otherwise);
+void forgetReason();

@@ -1,4 +1,5 @@
 #include "Commands.h"
+#include "Printable.h"
 #include "Saving.h"
 #include "Text.h"
 
@@ -64,7 +65,7 @@ Outcome split(const std::string& input, const Request& request) {
         result.json.push_back(std::move(row));
     }
     const char* rows = tiles.size() == 1 ? " row, " : " rows, ";
-    result.line = input + " → " + folder.string() + "  " + std::to_string(tiles.size()) + rows +
+    result.line = printable(input + " → " + folder.string()) + "  " + std::to_string(tiles.size()) + rows +
                   grouped(static_cast<long long>(count)) + " tiles";
     return result;
 }

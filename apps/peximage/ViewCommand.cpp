@@ -1,19 +1,18 @@
 #include "Commands.h"
+#include "Interrupt.h"
+#include "Options.h"
 #include "Settings.h"
+#include "peximage/platform/foundation/Bundle.h"
 
 #include <cerrno>
 #include <cstring>
-#include <filesystem>
 #include <iostream>
 #include <memory>
 #include <optional>
 #include <string>
-#include <system_error>
 #include <type_traits>
 #include <unistd.h>
 #include <vector>
-
-namespace fs = std::filesystem;
 
 namespace {
 
@@ -25,10 +24,9 @@ struct Request {
 };
 
 /// The viewer is a program of its own beside this one, so that no other command loads a desktop toolkit.
-fs::path viewer() {
-    std::error_code error;
-    const fs::path own = fs::read_symlink("/proc/self/exe", error);
-    return own.parent_path() / "peximage-view";
+std::string viewer() {
+    const std::optional<pex::URL> folder = pex::Bundle::main();
+    return folder ? folder->appendingPathComponent("peximage-view").path() : std::string();
 }
 
 std::vector<std::string> arguments(const Request& request) {
@@ -51,9 +49,8 @@ std::vector<std::string> arguments(const Request& request) {
 
 /// Becomes the viewer; returns only when that fails.
 int run(const Request& request) {
-    const fs::path program = viewer();
-    std::error_code ignored;
-    if (!fs::exists(program, ignored)) {
+    const std::string program = viewer();
+    if (::access(program.c_str(), F_OK) != 0) {
         std::cerr << "peximage: built without the viewer\n";
         return 1;
     }
@@ -63,8 +60,9 @@ int run(const Request& request) {
     for (std::string& argument : list)
         pointers.push_back(argument.data());
     pointers.push_back(nullptr);
+    unwatchInterrupts();
     ::execv(program.c_str(), pointers.data());
-    std::cerr << "peximage: cannot start " << program.string() << ": " << std::strerror(errno) << '\n';
+    std::cerr << "peximage: cannot start " << program << ": " << std::strerror(errno) << '\n';
     return 1;
 }
 
@@ -75,10 +73,10 @@ void addView(CLI::App& program, int& status) {
     const auto request = std::make_shared<Request>();
     command->add_option("item", request->items, "Files and addresses")->required()->type_name("FILE|URL…");
     command->add_option("--radius", request->radius, "Round corners of so many points")
-        ->check(CLI::Range(0, 10'000))
+        ->check(numberBetween(0, 10'000))
         ->type_name("N");
     command->add_option("--border", request->border, "A border of so many points")
-        ->check(CLI::Range(0, 10'000))
+        ->check(numberBetween(0, 10'000))
         ->type_name("N");
     command->add_option("--border-color", request->borderColor, "The border's colour (default: grey)")
         ->type_name("RRGGBB");

@@ -72,7 +72,7 @@ void addWatermark(CLI::App& program, int& status) {
         ->excludes(document);
     const auto add = [&](const char* name, double& target, const char* help, double most) {
         command->add_option(name, target, help)
-            ->check(CLI::Range(0.0, most))
+            ->check(numberBetween(0, most))
             ->type_name("S")
             ->excludes(document);
     };

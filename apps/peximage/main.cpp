@@ -1,10 +1,12 @@
 #include "Commands.h"
 #include "Interrupt.h"
+#include "Printable.h"
 #include "Settings.h"
 #include "Text.h"
 #include "peximage/peximage.h"
 
 #include <algorithm>
+#include <csignal>
 #include <iostream>
 #include <iterator>
 #include <string>
@@ -18,7 +20,7 @@ int explain(const CLI::App& program, const std::string& message) {
     std::string command;
     for (const CLI::App* asked : program.get_subcommands())
         command += ' ' + asked->get_name();
-    std::cerr << "peximage: " << message << "\nTry 'peximage" << command << " --help'.\n";
+    std::cerr << "peximage: " << printableLines(message) << "\nTry 'peximage" << command << " --help'.\n";
     return wrongUsage;
 }
 
@@ -65,6 +67,10 @@ int run(CLI::App& program, int argc, char** argv) {
 } // namespace
 
 int main(int argc, char** argv) {
+    // A file that may grow no more, or a reader that is gone, is a write that fails, not the end of the
+    // program with temporary files lying about.
+    std::signal(SIGXFSZ, SIG_IGN);
+    std::signal(SIGPIPE, SIG_IGN);
     watchInterrupts();
     CLI::App program("Fits, converts and measures images.", "peximage");
     program.set_version_flag("--version", "peximage " PEX_VERSION "\n" + knownFormats());

@@ -1,7 +1,7 @@
 #include "Album.h"
 
-#include "../peximage/WhyNoImage.h"
 #include "peximage/platform/codecs/CGImageSource.h"
+#include "peximage/platform/foundation/Reason.h"
 #include "peximage/platform/toolkit/NSScreen.h"
 #include "peximage/platform/varda/Queue.h"
 #include "peximage/platform/varda/XMain.h"
@@ -74,7 +74,7 @@ void open(const std::string& item, const std::function<bool()>& wanted,
     pex::Queue::execute(true, [=] {
         if (!wanted()) return done(nullptr, "");
         const auto image = PexImage::make({.fastUrl = URL::fromPath(item)});
-        done(image, image ? std::string() : whyNoImage(item).message);
+        done(image, image ? std::string() : pex::lastReason().message);
     });
 }
 

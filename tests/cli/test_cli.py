@@ -3,12 +3,15 @@
 PEXIMAGE and SAMPLE_SCENE in the environment name the built programs.
 """
 
+import base64
 import contextlib
 import http.server
 import json
 import os
 import pathlib
+import resource
 import signal
+import socket
 import struct
 import subprocess
 import tempfile
@@ -210,6 +213,17 @@ class CommandLine(unittest.TestCase):
         read = int("".join(c for c in errors.split(": read ")[1] if c.isdigit()))
         self.assertLess(read, 10000)
 
+    def test_south_and_west_are_negative(self):
+        script = ("import sys; from PIL import Image; photo = Image.open(sys.argv[1]); exif = Image.Exif();"
+                  "exif[0x8825] = {1: sys.argv[3], 2: (33.0, 30.0, 0.0), 3: sys.argv[4], 4: (70.0, 15.0, 0.0)}; photo.save(sys.argv[2], exif=exif)")
+        path = self.dir / "place.jpg"
+        for south, west, lat, lon in (("S", "W", -33.5, -70.25), ("N", "E", 33.5, 70.25), ("s", "E", -33.5, 70.25)):
+            subprocess.run(["/usr/bin/python3", "-c", script, self.photo, path, south, west], check=True, timeout=60)
+            told, exif = (json.loads(run(command, path, "--json")[1]) for command in ("info", "exif"))
+            self.assertEqual((told["lat"], told["lon"]), (lat, lon))
+            self.assertEqual(exif["coordinates"], {"lat": lat, "lon": lon})
+            self.assertIn(f"lat {lat:.6f}", run("exif", path)[1])
+
     def test_info_tells_of_pictures_that_are_cut_short(self):
         whole = {"photo.jpg": self.photo.read_bytes()}
         for name in ("a.png", "a.tif", "a.webp"):
@@ -296,6 +310,27 @@ class CommandLine(unittest.TestCase):
                              [str(path) for path in inputs if path.name.startswith("in-")])
             self.assertEqual(errors, f"peximage: {inputs[3]}: no such file\npeximage: {inputs[5]}: not an image\n")
 
+    def test_a_new_folder_is_made_whatever_the_format(self):
+        twin = self.dir / "twin.jpg"
+        twin.write_bytes(self.photo.read_bytes())
+        for ending in ("jpg", "png", "tif", "webp", "heic", "avif"):
+            out = self.dir / ending / "new"
+            code, _, errors = run("convert", self.photo, twin, "-o", out, "--format", ending)
+            self.assertEqual((code, errors, sorted(os.listdir(out))), (0, "", [f"photo.{ending}", f"twin.{ending}"]))
+        for source, options, code, what in ((self.photo, (), 2, "out1 has no extension"), (self.dir, (), 1, "is a folder"),
+                                            (self.photo, ("--format", "png"), 0, "")):
+            self.assertEqual((code, what in (told := run("convert", source, "-o", "out1", *options, cwd=self.dir))[2]), (told[0], True))
+        self.assertEqual(png_size(self.dir / "out1"), (640, 480))
+
+    def test_budgets_count_pixels_whatever_the_resolution(self):
+        sizes = []
+        for dpi in (20, 72):
+            source, out = self.dir / f"{dpi}.png", self.dir / f"{dpi}.heic"
+            run("convert", self.photo, "-o", source, "--dpi", dpi)
+            self.assertEqual(run("shrink", source, "-o", out, "--max-bytes", "2500")[0], 0)
+            sizes.append(heif_header(out))
+        self.assertEqual(sizes[0], sizes[1])
+
     def test_what_is_no_picture_is_told_apart(self):
         empty = self.dir / "empty.jpg"
         empty.touch()
@@ -305,6 +340,24 @@ class CommandLine(unittest.TestCase):
             for command in (("info",), ("convert", "-o", self.dir / "out.png")):
                 code, text, errors = run(command[0], path, *command[1:])
                 self.assertEqual((code, text, errors), (1, "", f"peximage: {path}: {reason}\n"))
+
+    def test_names_and_texts_have_no_power_over_a_terminal(self):
+        names = [b"a\x1b]0;title\x07\n.jpg", b"c1\xc2\x9b31m.jpg", b"latin\xff.jpg", "ü→.jpg".encode()]
+        told = ["a\\x1b]0;title\\x07\\x0a.jpg", "c1\\x9b31m.jpg", "latin\\xff.jpg", "ü→.jpg"]
+        for name in names:
+            pathlib.Path(os.fsdecode(bytes(self.dir) + b"/" + name)).write_bytes(self.photo.read_bytes())
+        inputs = [os.fsdecode(name) for name in names]
+        code, text, _ = run("info", *inputs, cwd=self.dir)
+        self.assertEqual((code, [line.split("  ")[0] for line in text.splitlines()]), (0, told))
+        missing = [os.fsdecode(b"no" + name) for name in names]
+        self.assertEqual(run("info", *missing, cwd=self.dir)[2],
+                         "".join(f"peximage: no{name}: no such file\n" for name in told))
+        code, text, _ = run("convert", *inputs, "-o", "out", "--json", cwd=self.dir)
+        report = json.loads(text)
+        self.assertEqual((code, len(report)), (0, 4))
+        self.assertEqual([row.get("fileBytes") for row in report], [None, None, base64.b64encode(names[2]).decode(), None])
+        self.assertEqual([row["file"] for row in report], [name.decode(errors="replace") for name in names])
+        self.assertNotRegex(text, "[\x00-\x09\x0b-\x1f\x7f-\x9f]")
 
     def test_wrong_usage_exits_with_2_and_a_hint(self):
         photo, out = self.photo, self.dir / "o.jpg"
@@ -339,12 +392,28 @@ class CommandLine(unittest.TestCase):
         self.assertOnly("file", "real.jpg", "link.jpg")
 
     def test_a_full_disk_leaves_nothing_behind(self):
-        limited = f"ulimit -f 4; exec '{TOOL}' convert '{self.photo}' -o '{self.dir}/big.png'"
-        done = subprocess.run(["bash", "-c", limited], capture_output=True, timeout=60,
-                              preexec_fn=lambda: signal.signal(signal.SIGXFSZ, signal.SIG_IGN))
-        self.assertEqual(done.returncode, 1)
-        self.assertIn(b"cannot write", done.stderr)
+        for name, *options in (("big.png",), ("big.tif",), ("big.jpg", "--max-bytes", "50000"), ("big.webp",)):
+            command = " ".join(["convert", f"'{self.photo}'", "-o", f"'{self.dir}/{name}'", *options])
+            done = subprocess.run(["bash", "-c", f"ulimit -f 4; exec '{TOOL}' {command}"], capture_output=True, timeout=60)
+            self.assertEqual(done.returncode, 1)
+            self.assertRegex(done.stderr, rb"cannot write .*: File too large\n$")
         self.assertOnly()
+
+    def test_a_signal_ends_what_cannot_be_interrupted(self):
+        """A server that sends half a picture and then nothing."""
+        with socket.create_server(("127.0.0.1", 0)) as server:
+            server.settimeout(60)
+            for number in (signal.SIGTERM, signal.SIGHUP):
+                address = f"http://127.0.0.1:{server.getsockname()[1]}/a.jpg"
+                process = subprocess.Popen([TOOL, "fetch", address, "-o", self.dir / "a.jpg"], stderr=subprocess.PIPE,
+                                           env={**os.environ, "XDG_CACHE_HOME": str(self.dir / "caches")})
+                connection, _ = server.accept()
+                connection.sendall(b"HTTP/1.1 200 OK\r\nContent-Length: 100000\r\n\r\n\xff\xd8")
+                process.send_signal(number)
+                _, errors = process.communicate(timeout=20)
+                connection.close()
+                self.assertEqual((process.returncode, errors), (128 + number, b"peximage: interrupted\n"))
+        self.assertFalse((self.dir / "a.jpg").exists())
 
     def test_an_interrupt_leaves_whole_files_only(self):
         inputs = [self.dir / f"in-{i:03}.jpg" for i in range(200)]
@@ -428,6 +497,11 @@ class CommandLine(unittest.TestCase):
         document.write_text("{ no document")
         code, _, errors = run("canvas", document, "-o", out)
         self.assertEqual((code, errors.count("\n")), (1, 1))
+        layers = [{"source": {"identification": "url", "url": address}} for address in (mark.as_uri(), "file:///none.png")]
+        document.write_text(json.dumps({"size": {"width": 40, "height": 30}, "layerList": layers}))
+        code, text, errors = run("canvas", document, "-o", out)
+        self.assertEqual((code, png_size(out), "40×30" in text), (1, (40, 30), True))
+        self.assertEqual(errors, f"peximage: {document}: layer 2: file:///none.png is missing or no picture\n")
 
     def test_composer_documents(self):
         document = self.dir / "page.json"
@@ -437,7 +511,18 @@ class CommandLine(unittest.TestCase):
             self.assertEqual((code, text), (1, ""), verb)
             self.assertRegex(errors, r"peximage: .*: \S+: expected .+\n")
         self.assertEqual(run("composer", self.dir / "missing.json", "check")[0], 1)
-        self.assertOnly("page.json")
+        one = {"id": "c", "name": "C", "ratio": 1.5, "guideList_": [], "layerList": [], "shouldBeDeleted": False,
+               "bgColor": {"red": 1, "green": 1, "blue": 1, "alpha": 1}}
+        document.write_text(json.dumps({"configurationName": "Default", "composerList": [one, {**one, "layerList": 5}]}))
+        code, _, errors = run("composer", document, "check")
+        self.assertEqual((code, "list of 2 composers; --composer N" in errors), (1, True))
+        alone = self.dir / "alone.json"
+        alone.write_text(json.dumps(one))
+        told = [run("composer", alone, "check"), run("composer", "--composer", 1, document, "check")]
+        self.assertEqual((told[0][0], told[1][0]), (0, 0), told)
+        self.assertEqual(told[0][1:], tuple(text.replace(str(document), str(alone)) for text in told[1][1:]))
+        self.assertIn("layerList", run("composer", "--composer", 2, document, "check")[2])
+        self.assertOnly("page.json", "alone.json")
 
         layer = {"id": "L", "layerType": "text", "image": {"type": "url", "ratio": 1, "resourceAccess": {}, "later": 1},
                  "shape": {"type": "circle", "style": {"strokeWidth": {"nonFinite": "nan"}, "fill": True, "fillStyle": "color",
@@ -467,7 +552,11 @@ class CommandLine(unittest.TestCase):
         self.assertTrue(all(0 <= channel <= 1 for colour in report["grid"] for channel in colour))
         self.assertRegex(run("colors", self.photo)[1], r"photo.jpg  #[0-9a-f]{6}\n$")
         self.check_colors_of_halves()
-        for wrong in (("key", self.photo, "-o", out, "--color", "green"), ("key", self.photo, "-o", out),
+        code, _, errors = run("key", self.photo, "--color", "ffffff", "-o", self.dir / "out.jpg")
+        self.assertEqual((code, "JPEG has no transparency" in errors), (0, True))
+        for wrong in (("key", self.photo, "-o", out, "--color", "ffffff", "--tolerance", "nan"),
+                      ("crop", self.photo, "-o", out, "--ratio", "1:1", "--zoom", "nan"),
+                      ("key", self.photo, "-o", out, "--color", "green"), ("key", self.photo, "-o", out),
                       ("mask", self.photo, "-o", out), ("mask", self.photo, self.dir / "none.png", "-o", out),
                       ("colors", self.photo, "--grid", "3")):
             self.assertEqual(run(*wrong)[0], 2, wrong)
@@ -536,6 +625,8 @@ class CommandLine(unittest.TestCase):
     def test_remote_pictures(self):
         small = self.dir / "remote.png"
         self.assertEqual(run("resize", self.photo, "-o", small, "--size", "60x40")[0], 0)
+        other = self.dir / "other.png"
+        self.assertEqual(run("resize", self.photo, "-o", other, "--size", "30x20")[0], 0)
         files = {"/a.png": small.read_bytes(), "/text.png": b"log in first"}
         caches = str(self.dir / "caches")
         with web_server(files) as (address, asked):
@@ -545,6 +636,11 @@ class CommandLine(unittest.TestCase):
                 self.assertIn("60×40", line)
                 self.assertEqual(jpeg_size(self.dir / "a.jpg"), (60, 40))
             self.assertEqual(asked, ["/a.png?size=1"])
+            with web_server({"/a.png": other.read_bytes()}) as (elsewhere, _):
+                self.assertEqual(run("fetch", f"{elsewhere}/a.png", "-o", self.dir / "same.png", XDG_CACHE_HOME=caches)[0], 0)
+            self.assertEqual((self.dir / "same.png").read_bytes(), other.read_bytes())  # as they are, of that server
+            run("fetch", f"{address}/a.png?size=1", "-o", self.dir / "a.jpg", "--refresh", XDG_CACHE_HOME=caches)
+            self.assertEqual(asked.count("/a.png?size=1"), 2)
             (self.dir / "all").mkdir()
             status, told, errors = run("fetch", f"{address}/a.png", f"{address}/none.png", f"{address}/text.png", "-o",
                                        self.dir / "all", "--json", XDG_CACHE_HOME=caches)
@@ -571,7 +667,7 @@ class CommandLine(unittest.TestCase):
         self.assertEqual(max(png_size(small)), 120)
         kept = small.read_bytes()
         for words in ((self.dir / "none.jpg", small, 10), (self.photo, small, 0), (self.photo, small, "ten"),
-                      (self.photo, self.dir / "a.xyz", 10), (self.photo, "/nowhere/a.png", 10), (self.photo, small)):
+                      (self.photo, self.dir / "a.xyz", 10), (self.photo, self.photo / "a.png", 10), (self.photo, small)):
             status, told, _ = run(*words, program=RESIZER)
             self.assertNotEqual(status, 0, words)
             self.assertEqual(told.count("\n"), 1)
@@ -595,6 +691,26 @@ class CommandLine(unittest.TestCase):
         document.write_bytes(two_page_pdf()[:40])
         self.assertEqual(run("pdf", document, "-o", pages)[::2],
                          (1, f"peximage: {document}: not a PDF document\n"))
+
+    def test_modules_are_found_however_the_tool_is_started(self):
+        (self.dir / "peximage").mkdir()
+        for module in ("heif", "tiff", "webp", "gif"):
+            (self.dir / "peximage" / f"{module}.so").write_text("planted")
+        (self.dir / "link").symlink_to(TOOL)
+        self.assertEqual(run("convert", self.photo, "-o", self.dir / "a.heic")[0], 0)
+        few = subprocess.run([TOOL, "info", self.dir / "a.heic"], capture_output=True, timeout=120,
+                             preexec_fn=lambda: resource.setrlimit(resource.RLIMIT_NOFILE, (4, 4)))
+        self.assertEqual((few.returncode, few.stderr), (1, f"peximage: {self.dir}/a.heic: too many open files\n".encode()))
+        folder = os.path.dirname(TOOL)
+        starts = {"through PATH": ("peximage", {"PATH": folder}), "an empty name": ("", {}), "any name": ("a b/c", {}),
+                  "a link": ("./link", {}), "a file of that name here": ("peximage/heif.so", {})}
+        for what, (name, environment) in starts.items():
+            done = subprocess.run([name, "--version"], executable=name if what == "a link" else TOOL, cwd=self.dir,
+                                  env={**os.environ, **environment}, capture_output=True, timeout=120)
+            self.assertIn("HEIF", done.stdout.decode().partition("writes")[2], what)
+            made = subprocess.run([name, "convert", self.photo, "-o", "a.tiff"], executable=TOOL, cwd=self.dir,
+                                  env={**os.environ, **environment}, capture_output=True, timeout=120)
+            self.assertEqual((made.returncode, made.stderr), (0, b""), what)
 
     def test_help_and_version(self):
         for call in (("--help",), ("--version",), *((command, "--help") for command in COMMANDS)):

@@ -20,15 +20,10 @@ struct CGDataProvider::State {
     std::size_t blockStart = 0, blockFilled = 0;
     std::array<std::uint8_t, blockBytes> block;
 
-    std::size_t fromFile(std::size_t offset, std::span<std::uint8_t> into) {
-        const std::size_t got = file->read(offset, into).value_or(0);
-        bytesRead += got;
-        return got;
-    }
     std::size_t throughBlock(std::size_t offset, std::span<std::uint8_t> into) {
         if (offset < blockStart || offset + into.size() > blockStart + blockFilled) {
             blockStart = offset;
-            blockFilled = fromFile(offset, block);
+            blockFilled = file->read(offset, block).value_or(0);
         }
         const std::size_t got = std::min(into.size(), blockFilled - (offset - blockStart));
         std::memcpy(into.data(), block.data() + (offset - blockStart), got);
@@ -58,9 +53,13 @@ std::size_t CGDataProvider::read(std::size_t offset, std::span<std::uint8_t> int
     if (offset >= state_->size || into.empty()) return 0;
     const std::size_t wanted = std::min(into.size(), state_->size - offset);
     const std::span<std::uint8_t> part = into.first(wanted);
-    if (state_->file)
-        return wanted < State::blockBytes ? state_->throughBlock(offset, part)
-                                          : state_->fromFile(offset, part);
+    if (state_->file) {
+        const bool isSmall = wanted < State::blockBytes;
+        const std::size_t got =
+            isSmall ? state_->throughBlock(offset, part) : state_->file->read(offset, part).value_or(0);
+        state_->bytesRead += got;
+        return got;
+    }
     std::memcpy(part.data(), state_->data.data() + offset, wanted);
     return wanted;
 }

@@ -156,7 +156,7 @@ TEST(PexImage, NullInNullOut) {
     EXPECT_EQ(helper::getAverageColorOfImage(none), NSColor(0, 0, 0, 0));
     EXPECT_FALSE(helper::saveToJpeg(none, {.quality = 1, .url = folder.url("a.jpg")}));
     EXPECT_FALSE(helper::saveToJpeg(none, {.desiredSize = 1000, .toUrl = folder.url("a.jpg")}));
-    EXPECT_FALSE(helper::saveToJpegWithin(none, {.desiredSize = 1000, .toUrl = folder.url("a.jpg")}));
+    EXPECT_FALSE(helper::jpegDataWithin(none, {.desiredSize = 1000}));
     EXPECT_EQ(PexContextImage::make(none)->width, 0);
     EXPECT_FALSE(Draw::start(nullptr));
     EXPECT_FALSE(PexImageStoredCache::make({.name = "none", .removeItemsAfterDays = 1, .mode = {}})

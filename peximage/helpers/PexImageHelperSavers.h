@@ -2,6 +2,7 @@
 
 #include "peximage/image/FittedPicture.h"
 #include "peximage/platform/Export.h"
+#include "peximage/platform/codecs/ImageMetadata.h"
 #include "peximage/platform/codecs/JpegOptions.h"
 #include "peximage/platform/filters/CIImage.h"
 #include "peximage/platform/foundation/URL.h"
@@ -56,6 +57,8 @@ struct JpegAtQuality {
     URL url;
     /// Effort, resolution of colour, order of the file.
     JpegOptions options = {};
+    /// What the file says about the picture beside its pixels; it counts in a byte budget.
+    ImageMetadata metadata = {};
 };
 /// Saves as JPEG. Folders on the way are made, and a file at the address is deleted before encoding: when
 /// that fails, neither the old file nor a new one is there. The bytes are written atomically. Prints
@@ -67,6 +70,7 @@ struct JpegBytes {
     double quality;
     std::optional<int> dpi = {};
     JpegOptions options = {};
+    ImageMetadata metadata = {};
 };
 /// The bytes that `saveToJpeg` writes, with the line that it prints; absent where they cannot be made.
 PEX_EXPORT std::optional<Data> jpegData(const std::shared_ptr<PexImage>& image, const JpegBytes& how);
@@ -77,6 +81,7 @@ struct JpegOfSize {
     std::optional<int> dpi = {};
     URL toUrl;
     JpegOptions options = {};
+    ImageMetadata metadata = {};
 };
 /// Saves as JPEG of at most `desiredSize` bytes: at quality 1 where that fits, else at the quality between 0
 /// and 1 that a `PexDicotomic` finds nearest to 0.975 of the size. When even quality 0 is too large, the
@@ -91,6 +96,7 @@ struct JpegWithin {
     long long desiredSize;
     std::optional<int> dpi = {};
     JpegOptions options = {};
+    ImageMetadata metadata = {};
 };
 /// The bytes that this `saveToJpeg` writes, with the lines that it prints; absent where it gives false.
 PEX_EXPORT std::optional<FittedPicture> jpegDataWithin(const std::shared_ptr<PexImage>& image,
@@ -98,9 +104,9 @@ PEX_EXPORT std::optional<FittedPicture> jpegDataWithin(const std::shared_ptr<Pex
 
 /// Saves the platform image as PNG, which records the resolution that its size in points gives. Folders are
 /// made and an existing file is deleted first. False when there is no bitmap or writing fails.
-PEX_EXPORT bool saveToPNG(const PexImage& image, const URL& toUrl);
+PEX_EXPORT bool saveToPNG(const PexImage& image, const URL& toUrl, const ImageMetadata& metadata = {});
 /// The same as TIFF, packed without loss. False in a build without TIFF, too.
-PEX_EXPORT bool saveToTIFF(const PexImage& image, const URL& toUrl);
+PEX_EXPORT bool saveToTIFF(const PexImage& image, const URL& toUrl, const ImageMetadata& metadata = {});
 
 } // namespace PexImageHelper
 

@@ -1,6 +1,7 @@
 #include "peximage/helpers/PexDicotomic.h"
 #include "peximage/helpers/PexImageHelperSavers.h"
 #include "peximage/image/PexImage.h"
+#include "peximage/platform/codecs/jpeg/JpegMetadata.h"
 #include "peximage/platform/codecs/jpeg/encode/BudgetSizes.h"
 #include "peximage/platform/codecs/jpeg/encode/ImageEncoder.h"
 #include "peximage/platform/foundation/Diagnostics.h"
@@ -59,10 +60,22 @@ bool saveEncoded(jpeg::Encoder* encoder, double quality, std::optional<int> dpi,
     return bytes && bytes->write(url, Data::Writing::atomically);
 }
 
+/// What goes into the file beside the pixels: with orientation, sizes and resolution of this picture.
+std::vector<std::uint8_t> segmentsFor(const CGImage& picture, const ImageMetadata& metadata,
+                                      std::optional<int> dpi) {
+    if (metadata.empty()) return {};
+    const ImageMetadata upright = metadata.uprighted(picture.width(), picture.height());
+    const ImageMetadata told = dpi ? upright.withResolution(*dpi, *dpi) : upright;
+    return jpegMetadataSegments(told.heldBy(ImageFormat::jpeg));
+}
+
 /// Null with the reason.
-std::shared_ptr<jpeg::Encoder> encoderFor(const PexImage* image, const JpegOptions& options) {
+template <class How>
+std::shared_ptr<jpeg::Encoder> encoderFor(const PexImage* image, const How& how) {
     const auto rep = image ? image->bitmapRep() : nullptr;
-    if (rep) return jpeg::encoderOf(rep->cgImage(), {}, options);
+    if (rep)
+        return jpeg::encoderOf(rep->cgImage(), segmentsFor(rep->cgImage(), how.metadata, how.dpi),
+                               how.options);
     giveReason(ReasonCode::badArgument, image ? "has no bitmap" : "there is no image");
     return nullptr;
 }
@@ -103,11 +116,11 @@ struct Fit {
     CGSize size;
 };
 
-std::optional<Fit> fitInto(long long budget, const JpegOptions& options,
-                           const std::shared_ptr<PexImage>& image) {
+std::optional<Fit> fitInto(const PexImageHelper::JpegWithin& how, const std::shared_ptr<PexImage>& image) {
+    const long long budget = how.desiredSize;
     std::shared_ptr<PexImage> current = image;
     do {
-        const auto encoder = encoderFor(current.get(), options);
+        const auto encoder = encoderFor(current.get(), how);
         if (!encoder) return std::nullopt;
         const auto limit = static_cast<double>(budget);
         const PexDicotomic search = searchFor(budget);
@@ -125,19 +138,19 @@ std::optional<Fit> fitInto(long long budget, const JpegOptions& options,
 
 bool PexImageHelper::saveToJpeg(const std::shared_ptr<PexImage>& image, const JpegAtQuality& how) {
     return absentWithoutMemory([&] {
-        const auto encoder = encoderFor(image.get(), how.options);
+        const auto encoder = encoderFor(image.get(), how);
         return image && saveEncoded(encoder.get(), how.quality, how.dpi, how.url);
     });
 }
 
 std::optional<Data> PexImageHelper::jpegData(const std::shared_ptr<PexImage>& image, const JpegBytes& how) {
     return absentWithoutMemory(
-        [&] { return encoded(encoderFor(image.get(), how.options).get(), how.quality, how.dpi); });
+        [&] { return encoded(encoderFor(image.get(), how).get(), how.quality, how.dpi); });
 }
 
 bool PexImageHelper::saveToJpeg(const std::shared_ptr<PexImage>& image, const JpegOfSize& how) {
     return absentWithoutMemory([&] {
-        const std::optional<Fit> fit = fitInto(how.desiredSize, how.options, image);
+        const std::optional<Fit> fit = fitInto({how.desiredSize, how.dpi, how.options, how.metadata}, image);
         return fit && saveEncoded(fit->encoder.get(), fit->quality, how.dpi, how.toUrl);
     });
 }
@@ -145,26 +158,26 @@ bool PexImageHelper::saveToJpeg(const std::shared_ptr<PexImage>& image, const Jp
 std::optional<FittedPicture> PexImageHelper::jpegDataWithin(const std::shared_ptr<PexImage>& image,
                                                             const JpegWithin& how) {
     return absentWithoutMemory([&]() -> std::optional<FittedPicture> {
-        const std::optional<Fit> fit = fitInto(how.desiredSize, how.options, image);
+        const std::optional<Fit> fit = fitInto(how, image);
         auto bytes = fit ? encoded(fit->encoder.get(), fit->quality, how.dpi) : std::nullopt;
         if (!bytes) return std::nullopt;
         return FittedPicture{std::move(*bytes), fit->quality, fit->size};
     });
 }
 
-bool PexImageHelper::saveToPNG(const PexImage& image, const URL& toUrl) {
+bool PexImageHelper::saveToPNG(const PexImage& image, const URL& toUrl, const ImageMetadata& metadata) {
     prepareDestination(toUrl);
-    const std::optional<Data> png = image.pngData();
+    const std::optional<Data> png = image.pngData({.metadata = metadata});
     return png && png->write(toUrl, Data::Writing::inPlace);
 }
 
-bool PexImageHelper::saveToTIFF(const PexImage& image, const URL& toUrl) {
+bool PexImageHelper::saveToTIFF(const PexImage& image, const URL& toUrl, const ImageMetadata& metadata) {
     prepareDestination(toUrl);
     const std::optional<CGImage> bitmap = image.image->cgImageForProposedRect();
     if (!bitmap) return false;
     NSBitmapImageRep rep(*bitmap);
     rep.setSize(image.image->size());
-    const std::optional<Data> tiff = rep.representation(ImageFormat::tiff, {});
+    const std::optional<Data> tiff = rep.representation(ImageFormat::tiff, {.metadata = metadata});
     return tiff && tiff->write(toUrl, Data::Writing::inPlace);
 }
 

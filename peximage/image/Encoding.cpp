@@ -13,17 +13,19 @@ std::optional<Data> PexImage::pngData(const PngSize& options) const {
     if (!bitmap) return std::nullopt;
     NSBitmapImageRep rep(*bitmap);
     rep.setSize(options.size.value_or(image->size()));
-    return rep.representation(ImageFormat::png, {});
+    return rep.representation(ImageFormat::png, {.metadata = options.metadata});
 }
 
 bool PexImage::saveToJpeg(const QualityToUrl& how) {
-    return PexImageHelper::saveToJpeg(shared_from_this(),
-                                      {.quality = how.quality, .dpi = how.dpi, .url = how.url});
+    return PexImageHelper::saveToJpeg(
+        shared_from_this(),
+        {.quality = how.quality, .dpi = how.dpi, .url = how.url, .metadata = how.metadata});
 }
 
 bool PexImage::saveToJpeg(const ToUrlOfMaxSize& how) {
-    return PexImageHelper::saveToJpeg(shared_from_this(),
-                                      {.desiredSize = how.maxSize, .dpi = how.dpi, .toUrl = how.toUrl});
+    return PexImageHelper::saveToJpeg(
+        shared_from_this(),
+        {.desiredSize = how.maxSize, .dpi = how.dpi, .toUrl = how.toUrl, .metadata = how.metadata});
 }
 
 bool PexImage::saveToPNG(const URL& url) const { return PexImageHelper::saveToPNG(*this, url); }

@@ -26,23 +26,25 @@ std::optional<CGImage> pictureToEncode(const PexImage& image) {
     return convertedImage(*picture, layout, CGColorSpace::sRGB());
 }
 
-std::optional<Data> encoded(const CGImage& picture, double quality, bool useAlpha) {
+std::optional<Data> encoded(const CGImage& picture, const PexImage::HeifQuality& how) {
     CGImageDestination::Options options;
-    options.quality = quality;
-    options.keepsAlpha = useAlpha;
-    options.tenBits = !useAlpha;
+    options.quality = how.quality;
+    options.keepsAlpha = how.useAlpha;
+    options.tenBits = !how.useAlpha;
+    options.metadata = how.metadata;
     return CGImageDestination::encode(picture, ImageFormat::heif, options);
 }
 
 /// One picture at any quality, encoded once at each.
 class Encodings {
   public:
-    Encodings(const PexImage& image, bool useAlpha) : picture_(pictureToEncode(image)), useAlpha_(useAlpha) {}
+    Encodings(const PexImage& image, const PexImage::HeifWithin& how)
+        : picture_(pictureToEncode(image)), how_(how) {}
 
     CGSize size() const { return picture_ ? PexImageHelper::getSize(*picture_) : CGSize{}; }
     const std::optional<Data>& at(double quality) {
         const auto [found, isNew] = files_.try_emplace(quality);
-        if (isNew && picture_) found->second = encoded(*picture_, quality, useAlpha_);
+        if (isNew && picture_) found->second = encoded(*picture_, {quality, how_.useAlpha, how_.metadata});
         return found->second;
     }
     /// 0 when it cannot be encoded.
@@ -60,7 +62,7 @@ class Encodings {
 
   private:
     std::optional<CGImage> picture_;
-    bool useAlpha_;
+    const PexImage::HeifWithin& how_;
     std::map<double, std::optional<Data>> files_;
 };
 
@@ -82,17 +84,17 @@ double searchQuality(Encodings& encodings, long long budget) {
 
 std::optional<Data> PexImage::heifData(const HeifQuality& how) const {
     const std::optional<CGImage> picture = pictureToEncode(*this);
-    return picture ? encoded(*picture, how.quality, how.useAlpha) : std::nullopt;
+    return picture ? encoded(*picture, how) : std::nullopt;
 }
 
 bool PexImage::saveAsHEIF(const ToUrlAtHeifQuality& how) const {
-    const auto bytes = heifData({.quality = how.quality, .useAlpha = how.useAlpha});
+    const auto bytes = heifData({.quality = how.quality, .useAlpha = how.useAlpha, .metadata = how.metadata});
     return bytes && bytes->write(how.to, Data::Writing::inPlace);
 }
 
 std::optional<FittedPicture> PexImage::heifDataWithin(const HeifWithin& how) const {
     const long long budget = how.desiredSize;
-    Encodings encodings(*this, how.useAlpha);
+    Encodings encodings(*this, how);
     const long long largest = encodings.byteCount(1);
     const bool fits = largest > 0 && largest < budget;
     const long long smallest = fits ? largest : encodings.byteCount(0);
@@ -110,7 +112,8 @@ std::optional<FittedPicture> PexImage::heifDataWithin(const HeifWithin& how) con
 }
 
 bool PexImage::saveAsHEIF(const DesiredHeifSize& how) const {
-    const auto fitted = heifDataWithin({.desiredSize = how.desiredSize, .useAlpha = how.useAlpha});
+    const auto fitted =
+        heifDataWithin({.desiredSize = how.desiredSize, .useAlpha = how.useAlpha, .metadata = how.metadata});
     return fitted && fitted->bytes.write(how.to, Data::Writing::inPlace);
 }
 

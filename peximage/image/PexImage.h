@@ -2,6 +2,7 @@
 
 #include "peximage/image/FittedPicture.h"
 #include "peximage/platform/Export.h"
+#include "peximage/platform/codecs/ImageMetadata.h"
 #include "peximage/platform/filters/CIImage.h"
 #include "peximage/platform/foundation/Data.h"
 #include "peximage/platform/foundation/Task.h"
@@ -464,7 +465,8 @@ class PEX_EXPORT PexImage : public std::enable_shared_from_this<PexImage> {
     /// Null when there is no such page, too.
     static std::shared_ptr<PexImage> pdfDocumentToPexImage(const PdfDocumentPage& source);
 
-    // Encoding and saving (Encoding.cpp).
+    // Encoding and saving (Encoding.cpp). `metadata` is what the file says about the picture beside its
+    // pixels, such as `CGImageSource::metadata` of the one that it was made from.
 
     /// JPEG of `bitmapRep()`, pixel writes included. `quality` is 0 … 1, 1 best, and looks like what coders
     /// with the standard's tables make of 100 × quality, in fewer bytes. Transparency is laid over white.
@@ -475,6 +477,7 @@ class PEX_EXPORT PexImage : public std::enable_shared_from_this<PexImage> {
         /// In points; the platform image's own size when absent. Pixels over points × 72 is the resolution
         /// that the file records.
         std::optional<CGSize> size = {};
+        ImageMetadata metadata = {};
     };
     /// PNG of the platform image. Absent without a bitmap.
     std::optional<Data> pngData(const PngSize& options) const;
@@ -484,6 +487,7 @@ class PEX_EXPORT PexImage : public std::enable_shared_from_this<PexImage> {
         double quality;
         std::optional<int> dpi = {};
         URL url;
+        ImageMetadata metadata = {};
     };
     /// `PexImageHelper::saveToJpeg` at a quality.
     bool saveToJpeg(const QualityToUrl& how);
@@ -493,6 +497,7 @@ class PEX_EXPORT PexImage : public std::enable_shared_from_this<PexImage> {
         std::optional<int> dpi = {};
         /// Bytes.
         long long maxSize;
+        ImageMetadata metadata = {};
     };
     /// `PexImageHelper::saveToJpeg` within a byte budget: the file is never larger.
     bool saveToJpeg(const ToUrlOfMaxSize& how);
@@ -519,6 +524,7 @@ class PEX_EXPORT PexImage : public std::enable_shared_from_this<PexImage> {
         /// 0 … 1, 1 best.
         double quality;
         bool useAlpha = true;
+        ImageMetadata metadata = {};
     };
     /// Of `ciImage()`, rendered where a filter graph was assigned to it. Absent without one.
     std::optional<Data> heifData(const HeifQuality& how) const;
@@ -527,6 +533,7 @@ class PEX_EXPORT PexImage : public std::enable_shared_from_this<PexImage> {
         URL to;
         double quality;
         bool useAlpha = true;
+        ImageMetadata metadata = {};
     };
     /// False when encoding or writing fails.
     bool saveAsHEIF(const ToUrlAtHeifQuality& how) const;
@@ -536,6 +543,7 @@ class PEX_EXPORT PexImage : public std::enable_shared_from_this<PexImage> {
         long long desiredSize;
         URL to;
         bool useAlpha = true;
+        ImageMetadata metadata = {};
     };
     /// Within a byte budget, which is never exceeded: at quality 1 where that fits, else at the quality that
     /// a `PexDicotomic` finds nearest to 0.975 of it. When even quality 0 is too large, the image is resized
@@ -548,6 +556,7 @@ class PEX_EXPORT PexImage : public std::enable_shared_from_this<PexImage> {
         /// The most bytes.
         long long desiredSize;
         bool useAlpha = true;
+        ImageMetadata metadata = {};
     };
     /// The bytes that this `saveAsHEIF` writes; absent where it gives false.
     std::optional<FittedPicture> heifDataWithin(const HeifWithin& how) const;

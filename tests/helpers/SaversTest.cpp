@@ -7,6 +7,7 @@
 #include "peximage/platform/toolkit/NSScreen.h"
 #include "tests/platform/codecs/jpeg/encode/EncoderReference.h"
 #include "tests/support/CapturedLines.h"
+#include "tests/support/ExifFiles.h"
 #include "tests/support/Pictures.h"
 #include "tests/support/TempFolder.h"
 
@@ -150,6 +151,22 @@ TEST(JpegSaver, StampsTheLowSixteenBitsOfADpi) {
         ASSERT_GT(bytes.size(), 18U);
         EXPECT_EQ(std::vector(bytes.begin() + 13, bytes.begin() + 18), stamp);
     }
+}
+
+TEST(JpegSaver, CountsMetadataInABudget) {
+    const TempFolder folder;
+    const URL url = folder.url("a.jpg");
+    ImageMetadata metadata{.exif = Data(exifBlock({exifFractions(0x011A, {72, 1})}, {exifShort(0xA002, 9)})),
+                           .xmp = Data(std::string_view(std::string(20'000, ' ')))};
+    const auto image = PexImage::make(noise(300, 200, PixelLayout::skipLast));
+    ASSERT_TRUE(image->saveToJpeg({.toUrl = url, .dpi = 300, .maxSize = 30'000, .metadata = metadata}));
+    EXPECT_LE(fileBytes(url).size(), 30'000u);
+    const ImageMetadata kept = ImageMetadata::of(url);
+    EXPECT_EQ(kept.xmp, metadata.xmp);
+    EXPECT_EQ(kept.exifField(ExifDirectory::image, 0x011A), PropertyDictionary::Value(300.0));
+    const std::int64_t width = helper::resolution(url)->first;
+    EXPECT_LT(width, 300);
+    EXPECT_EQ(kept.exifField(ExifDirectory::exif, 0xA002), PropertyDictionary::Value(width));
 }
 
 TEST(JpegSaver, MakesFoldersAndReplacesFiles) {

@@ -65,6 +65,7 @@ std::optional<Data> NSBitmapImageRep::representation(ImageFormat usingType,
                                                      const Properties& properties) const {
     CGImageDestination::Options options;
     options.quality = properties.compressionFactor;
+    options.metadata = properties.metadata;
     options.dpiWidth = dotsPerInch(pixelsWide(), size_.width);
     options.dpiHeight = dotsPerInch(pixelsHigh(), size_.height);
     return CGImageDestination::encode(cgImage(), usingType, options);

@@ -2,6 +2,7 @@
 
 #include "peximage/platform/Export.h"
 #include "peximage/platform/codecs/ImageFormat.h"
+#include "peximage/platform/codecs/ImageMetadata.h"
 #include "peximage/platform/foundation/Data.h"
 #include "peximage/platform/geometry/CGSize.h"
 #include "peximage/platform/raster/CGImage.h"
@@ -35,6 +36,7 @@ class PEX_EXPORT NSBitmapImageRep {
     struct Properties {
         /// `NSImageCompressionFactor`: 0 … 1, 1 best; for JPEG.
         double compressionFactor = 0.9;
+        ImageMetadata metadata = {};
     };
     /// Encoded bytes; absent when the format cannot be written or hold the picture.
     std::optional<Data> representation(ImageFormat usingType, const Properties& properties) const;

@@ -10,6 +10,7 @@ void addConvert(CLI::App& program, int& status) {
     const auto request = std::make_shared<Request>();
     addCommonOptions(*command, request->settings);
     addWritingOptions(*command, request->writing, QualityOption::yes);
+    addMetadataOptions(*command, request->writing);
     command->footer("Example: peximage convert drawing.png -o drawing.jpg --quality 0.85");
     command->callback([request, &status] {
         status = runChanging(

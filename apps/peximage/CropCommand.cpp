@@ -42,6 +42,7 @@ void addCrop(CLI::App& program, int& status) {
     const auto request = std::make_shared<Request>();
     addCommonOptions(*command, request->settings);
     addWritingOptions(*command, request->writing, QualityOption::yes);
+    addMetadataOptions(*command, request->writing);
     CLI::App* part = command->add_option_group("Part", "One of these");
     part->require_option(1);
     addParsed(*part, "--rect", "X,Y,W,H", "In pixels, from the top-left corner",

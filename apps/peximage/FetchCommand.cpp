@@ -30,7 +30,7 @@ Fetched fetch(pex::PexResourceDownloader& downloader, const pex::URL& url) {
 }
 
 bool changesAnything(const WritingOptions& options) {
-    return options.quality || options.dpi || options.maxBytes;
+    return options.quality || options.dpi || options.maxBytes || options.metadata != MetadataChoice::keep;
 }
 
 /// The server's own bytes, unless another format or anything else is asked for.
@@ -42,7 +42,8 @@ Outcome save(const std::string& input, const pex::Data& bytes, const Destination
     if (source->properties().format == destination.format && !changesAnything(options))
         return saveBytes(input, bytes, uprightSize(source->properties()), destination.path);
     const auto image = pex::PexImage::make(bytes, {});
-    return image ? saveImage(input, image, destination, options) : Outcome(libraryFailure("not an image"));
+    if (!image) return libraryFailure("not an image");
+    return saveImage(input, image, destination, options, originOf(*source, options));
 }
 
 std::vector<pex::URL> parsed(const std::vector<std::string>& inputs) {
@@ -89,6 +90,7 @@ void addFetch(CLI::App& program, int& status) {
     addCommonOptions(*command, request->settings);
     command->get_option("input")->description("Addresses: http, https or file")->type_name("URL…");
     addWritingOptions(*command, request->writing, QualityOption::yes);
+    addMetadataOptions(*command, request->writing);
     command->add_flag("--refresh", request->refresh, "Ask the servers, whatever the cache holds");
     command->footer("Example: peximage fetch https://example.org/cover.jpg -o cover.jpg");
     command->callback([request, &status] { status = run(*request); });

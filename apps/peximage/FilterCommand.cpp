@@ -163,6 +163,7 @@ void addFilter(CLI::App& program, int& status) {
     const auto request = std::make_shared<Request>();
     addCommonOptions(*command, request->settings);
     addWritingOptions(*command, request->writing, QualityOption::yes);
+    addMetadataOptions(*command, request->writing);
     addSteps(*command, *request);
     command->footer(
         "Example: peximage filter photo.jpg -o film.jpg --exposure 0.3 --lut film.cube --sharpen 0.4");

@@ -27,7 +27,8 @@ Outcome joined(const Request& request, const Destination& destination) {
                                                     : Joining::JoinOrientation::horizontal,
                     .scaleMode = request.scale == "max" ? Joining::ScaleMode::max : Joining::ScaleMode::min});
     if (!result->cgImage) return Failure{"cannot be made that large"};
-    return saveImage(request.settings.inputs[0], result, destination, request.writing);
+    const std::string& first = request.settings.inputs[0];
+    return saveImage(first, result, destination, request.writing, originOf(first, request.writing));
 }
 
 int join(const Request& request) {
@@ -45,6 +46,7 @@ void addJoin(CLI::App& program, int& status) {
     const auto request = std::make_shared<Request>();
     addCommonOptions(*command, request->settings);
     addWritingOptions(*command, request->writing, QualityOption::yes);
+    addMetadataOptions(*command, request->writing);
     command->add_flag("--vertical", request->vertical, "The second below the first");
     command
         ->add_option("--scale", request->scale,

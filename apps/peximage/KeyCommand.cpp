@@ -59,6 +59,7 @@ void addKey(CLI::App& program, int& status) {
     const auto request = std::make_shared<Request>();
     addCommonOptions(*command, request->settings);
     addWritingOptions(*command, request->writing, QualityOption::yes);
+    addMetadataOptions(*command, request->writing);
     request->writing.wantsAlpha = true;
     addParsed(*command, "--color", "RRGGBB", "The colour", "a colour; write 00ff00", parseColor,
               request->color)
@@ -75,6 +76,7 @@ void addMask(CLI::App& program, int& status) {
     const auto request = std::make_shared<Request>();
     addCommonOptions(*command, request->settings);
     addWritingOptions(*command, request->writing, QualityOption::yes);
+    addMetadataOptions(*command, request->writing);
     request->writing.wantsAlpha = true;
     command->add_option("--by", request->by, "What of the mask counts: luminance (default) or alpha")
         ->check(CLI::IsMember({"luminance", "alpha"}))

@@ -116,3 +116,17 @@ void addWritingOptions(CLI::App& command, WritingOptions& options, QualityOption
         ->excludes(bytes)
         ->type_name("Q");
 }
+
+void addMetadataOptions(CLI::App& command, WritingOptions& options) {
+    const std::map<std::string, MetadataChoice> choices{{"keep", MetadataChoice::keep},
+                                                        {"no-location", MetadataChoice::noLocation},
+                                                        {"none", MetadataChoice::none}};
+    command
+        .add_option_function<std::string>(
+            "--metadata",
+            [&options, choices](const std::string& name) { options.metadata = choices.at(name); },
+            "EXIF, XMP and IPTC of the photo: all (keep, the default), without the place, or none")
+        ->check(CLI::IsMember(choices))
+        ->type_name("keep|no-location|none");
+    command.add_flag("--keep-time", options.keepTime, "Give the result the photo's time of change");
+}

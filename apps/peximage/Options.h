@@ -17,6 +17,9 @@ void addReportOptions(CLI::App& command, Settings& settings);
 /// INPUT… and what every command understands.
 void addCommonOptions(CLI::App& command, Settings& settings);
 
+/// What of the metadata goes over to a result.
+enum class MetadataChoice { keep, noLocation, none };
+
 /// -o and how results are written.
 struct WritingOptions {
     std::string output;
@@ -26,6 +29,8 @@ struct WritingOptions {
     std::optional<long long> maxBytes;
     bool force = false; // an input of which something is missing may be replaced
     pex::JpegOptions jpeg;
+    MetadataChoice metadata = MetadataChoice::keep;
+    bool keepTime = false;
     /// The command is about transparency: a format that has none is worth a word.
     bool wantsAlpha = false;
 };
@@ -34,6 +39,9 @@ enum class QualityOption { yes, no };
 
 /// Adds -o, --format, --dpi, --max-bytes, how a JPEG is made and, where it makes sense, --quality.
 void addWritingOptions(CLI::App& command, WritingOptions& options, QualityOption quality);
+
+/// Adds --metadata and --keep-time, for commands whose results are made of a photo.
+void addMetadataOptions(CLI::App& command, WritingOptions& options);
 
 /// A check of an option's number; unlike the ready-made one it also refuses what is not a number.
 std::function<std::string(const std::string&)> numberBetween(double least, double most);

@@ -45,6 +45,7 @@ void addResize(CLI::App& program, int& status) {
     const auto request = std::make_shared<Request>();
     addCommonOptions(*command, request->settings);
     addWritingOptions(*command, request->writing, QualityOption::yes);
+    addMetadataOptions(*command, request->writing);
     CLI::App* target = command->add_option_group("New size", "One of these");
     target->require_option(1);
     addSize(*target, *request, "--size", "Exactly this size, stretched", [](pex::CGSize size) {

@@ -32,6 +32,7 @@ void addRotate(CLI::App& program, int& status) {
     const auto request = std::make_shared<Request>();
     addCommonOptions(*command, request->settings);
     addWritingOptions(*command, request->writing, QualityOption::yes);
+    addMetadataOptions(*command, request->writing);
     CLI::App* angle = command->add_option_group("Angle", "One of these");
     angle->require_option(1);
     angle->add_option("--turn", request->turn, "A quarter or half turn, without loss of pixels")

@@ -8,6 +8,7 @@
 
 #include <cmath>
 #include <cstdio>
+#include <system_error>
 
 namespace fs = std::filesystem;
 
@@ -31,31 +32,35 @@ Image withPixelPoints(const Image& image) {
 }
 
 std::optional<Encoded> encodeWithin(const Image& image, pex::ImageFormat format,
-                                    const WritingOptions& options) {
+                                    const WritingOptions& options, const Origin& origin) {
     const long long budget = *options.maxBytes;
     const Image plain = withPixelPoints(image);
     const bool alpha = plain->cgImage && pex::hasAlpha(plain->cgImage->layout());
-    auto fitted = format == pex::ImageFormat::jpeg
-                      ? pex::PexImageHelper::jpegDataWithin(
-                            plain, {.desiredSize = budget, .dpi = options.dpi, .options = options.jpeg})
-                      : plain->heifDataWithin({.desiredSize = budget, .useAlpha = alpha});
+    auto fitted =
+        format == pex::ImageFormat::jpeg
+            ? pex::PexImageHelper::jpegDataWithin(plain, {.desiredSize = budget,
+                                                          .dpi = origin.dpi,
+                                                          .options = options.jpeg,
+                                                          .metadata = origin.metadata})
+            : plain->heifDataWithin({.desiredSize = budget, .useAlpha = alpha, .metadata = origin.metadata});
     if (!fitted) return std::nullopt;
     return Encoded{std::move(fitted->bytes), fitted->size, fitted->quality};
 }
 
-std::optional<pex::Data> encodePng(const Image& image, std::optional<int> dpi) {
+std::optional<pex::Data> encodePng(const Image& image, const Origin& origin) {
     constexpr double pointsPerInch = 72;
-    if (!dpi) return image->pngData();
-    return image->pngData({.size = image->size * (pointsPerInch / *dpi)});
+    if (!origin.dpi) return image->pngData({.metadata = origin.metadata});
+    return image->pngData({.size = image->size * (pointsPerInch / *origin.dpi), .metadata = origin.metadata});
 }
 
 /// Any other format, with the profile and the alpha that the picture has.
 std::optional<pex::Data> encodePlain(const Image& image, pex::ImageFormat format, double quality,
-                                     std::optional<int> dpi) {
+                                     const Origin& origin) {
     if (!image->cgImage) return std::nullopt;
     pex::CGImageDestination::Options how;
     how.quality = quality;
-    if (dpi) how.dpiWidth = how.dpiHeight = *dpi;
+    if (origin.dpi) how.dpiWidth = how.dpiHeight = *origin.dpi;
+    how.metadata = origin.metadata;
     return pex::CGImageDestination::encode(*image->cgImage, format, how);
 }
 
@@ -63,17 +68,19 @@ bool hasQuality(pex::ImageFormat format) {
     return format != pex::ImageFormat::png && format != pex::ImageFormat::tiff;
 }
 
-std::optional<Encoded> encode(const Image& image, pex::ImageFormat format, const WritingOptions& options) {
-    if (options.maxBytes) return encodeWithin(image, format, options);
+std::optional<Encoded> encode(const Image& image, pex::ImageFormat format, const WritingOptions& options,
+                              const Origin& origin) {
+    if (options.maxBytes) return encodeWithin(image, format, options, origin);
     const double quality = options.quality.value_or(defaultQuality);
     std::optional<pex::Data> bytes;
     if (format == pex::ImageFormat::jpeg)
         bytes = pex::PexImageHelper::jpegData(
-            image, {.quality = quality, .dpi = options.dpi, .options = options.jpeg});
+            image,
+            {.quality = quality, .dpi = origin.dpi, .options = options.jpeg, .metadata = origin.metadata});
     else if (format == pex::ImageFormat::png)
-        bytes = encodePng(image, options.dpi);
+        bytes = encodePng(image, origin);
     else
-        bytes = encodePlain(image, format, quality, options.dpi);
+        bytes = encodePlain(image, format, quality, origin);
     if (!bytes) return std::nullopt;
     return Encoded{*std::move(bytes), image->size,
                    hasQuality(format) ? std::optional(quality) : std::nullopt};
@@ -102,26 +109,38 @@ Result describe(const std::string& input, const fs::path& output, const Encoded&
     return result;
 }
 
+void setTime(const fs::path& path, const Origin& origin, Result& result) {
+    std::error_code error;
+    if (origin.time) fs::last_write_time(path, *origin.time, error);
+    if (error) result.notes.push_back("its time cannot be set: " + error.message());
+}
+
 } // namespace
 
 Outcome saveImage(const std::string& input, const Image& image, const Destination& destination,
-                  const WritingOptions& options) {
+                  const WritingOptions& options, const Origin& origin) {
     forgetReason();
-    const std::optional<Encoded> encoded = encode(image, destination.format, options);
+    Origin from = fitted(origin, destination.format, options);
+    if (options.dpi) from.dpi = options.dpi;
+    const std::optional<Encoded> encoded = encode(image, destination.format, options, from);
     if (!encoded)
         return libraryFailure("cannot be written as " + std::string(pex::displayName(destination.format)));
     if (auto failure = incomplete::check(destination.path, options.force)) return *failure;
     if (auto failure = writeFile(destination.path, encoded->bytes)) return *failure;
     Result result = describe(input, destination.path, *encoded);
+    result.notes = std::move(from.notes);
+    setTime(destination.path, from, result);
     if (options.wantsAlpha && destination.format == pex::ImageFormat::jpeg)
         result.notes.emplace_back("JPEG has no transparency: what is transparent was laid over white");
     return result;
 }
 
-Outcome saveBytes(const std::string& input, const pex::Data& bytes, pex::CGSize size,
-                  const std::filesystem::path& path) {
+Outcome saveBytes(const std::string& input, const pex::Data& bytes, pex::CGSize size, const fs::path& path,
+                  const Origin& origin) {
     if (auto failure = writeFile(path, bytes)) return *failure;
-    return describe(input, path, {bytes, size});
+    Result result = describe(input, path, {bytes, size});
+    setTime(path, origin, result);
+    return result;
 }
 
 std::vector<Destination> planResults(const Settings& settings, const WritingOptions& options) {
@@ -135,16 +154,19 @@ std::vector<Destination> planResults(const Settings& settings, const WritingOpti
     return destinations;
 }
 
-int runChanging(
-    const Settings& settings, const WritingOptions& options,
-    const std::function<std::shared_ptr<pex::PexImage>(const std::shared_ptr<pex::PexImage>&)>& change,
-    const std::string& changeFailed) {
+Outcome changeAndSave(const std::string& input, const Destination& destination, const WritingOptions& options,
+                      const Change& change, const std::string& changeFailed) {
+    const auto opened = openImage(input);
+    if (const auto* failure = std::get_if<Failure>(&opened)) return *failure;
+    const auto changed = change(std::get<Image>(opened));
+    if (!changed) return Failure{changeFailed};
+    return saveImage(input, changed, destination, options, originOf(input, options));
+}
+
+int runChanging(const Settings& settings, const WritingOptions& options, const Change& change,
+                const std::string& changeFailed) {
     const std::vector<Destination> destinations = planResults(settings, options);
-    return runBatch(settings, [&](std::size_t i) -> Outcome {
-        const auto opened = openImage(settings.inputs[i]);
-        if (const auto* failure = std::get_if<Failure>(&opened)) return *failure;
-        const auto changed = change(std::get<std::shared_ptr<pex::PexImage>>(opened));
-        if (!changed) return Failure{changeFailed};
-        return saveImage(settings.inputs[i], changed, destinations[i], options);
+    return runBatch(settings, [&](std::size_t i) {
+        return changeAndSave(settings.inputs[i], destinations[i], options, change, changeFailed);
     });
 }

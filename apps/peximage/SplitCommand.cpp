@@ -32,9 +32,9 @@ pex::PexImage::Tiles tilesOf(const pex::PexImage& image, const Request& request)
 
 /// One tile written; what it lacks of the outcome of a whole command is its name.
 std::optional<Failure> writeTile(const std::shared_ptr<pex::PexImage>& tile, const fs::path& path,
-                                 const Request& request, nlohmann::ordered_json& row) {
+                                 const Request& request, const Origin& origin, nlohmann::ordered_json& row) {
     const auto format = planDestinations({path.string()}, path.string(), std::nullopt)[0].format;
-    const Outcome outcome = saveImage(path.string(), tile, {path, format}, request.writing);
+    const Outcome outcome = saveImage(path.string(), tile, {path, format}, request.writing, origin);
     if (const auto* failure = std::get_if<Failure>(&outcome)) return *failure;
     row.push_back({{"file", path.string()},
                    {"width", std::llround(tile->size.width)},
@@ -52,15 +52,19 @@ Outcome split(const std::string& input, const Request& request) {
     fs::create_directories(folder, error);
     if (error) return Failure{"cannot make " + folder.string() + ": " + error.message()};
 
+    const Origin origin = originOf(input, request.writing);
     Result result{{}, nlohmann::ordered_json::array()};
+    const std::string ending = request.writing.format.value_or("png");
+    if (const auto format = pex::imageFormatForExtension(ending))
+        result.notes = fitted(origin, *format, request.writing).notes;
     std::size_t count = 0;
     for (std::size_t r = 0; r < tiles.size(); ++r) {
         auto row = nlohmann::ordered_json::array();
         for (std::size_t c = 0; c < tiles[r].size(); ++c, ++count) {
             const std::string name =
                 stem.string() + "-r" + std::to_string(r) + "-c" + std::to_string(c) + '.';
-            const fs::path path = folder / (name + request.writing.format.value_or("png"));
-            if (auto failure = writeTile(tiles[r][c], path, request, row)) return *failure;
+            const fs::path path = folder / (name + ending);
+            if (auto failure = writeTile(tiles[r][c], path, request, origin, row)) return *failure;
         }
         result.json.push_back(std::move(row));
     }
@@ -102,6 +106,7 @@ void addSplit(CLI::App& program, int& status) {
     const auto request = std::make_shared<Request>();
     addCommonOptions(*command, request->settings);
     addWritingOptions(*command, request->writing, QualityOption::yes);
+    addMetadataOptions(*command, request->writing);
     addParsed(*command, "--tile", "WxH", "Tiles of this size", "a size; write 256x256", parsePixelSize,
               request->tile);
     addCount(*command, "--rows", request->rows, "So many rows");

@@ -63,6 +63,7 @@ void addWatermark(CLI::App& program, int& status) {
     const auto request = std::make_shared<Request>();
     addCommonOptions(*command, request->settings);
     addWritingOptions(*command, request->writing, QualityOption::yes);
+    addMetadataOptions(*command, request->writing);
     CLI::Option* document =
         command->add_option("--settings", request->document, "All of the below, from a document")
             ->type_name("FILE.json");

@@ -75,6 +75,12 @@ def png_size(path):
     return struct.unpack(">II", data[16:24])
 
 
+def told(path):
+    """What exiftool reads, by group and name."""
+    done = subprocess.run(["exiftool", "-j", "-n", "-a", "-G1", "-s", str(path)], capture_output=True, check=True)
+    return json.loads(done.stdout)[0]
+
+
 def pillow(path, other):
     """Format and size of a picture, and how much its colours differ from another's on average, as Pillow reads both."""
     script = ("import sys, json; from PIL import Image, ImageChops, ImageStat; a, b = map(Image.open, sys.argv[1:]);"
@@ -136,6 +142,52 @@ class CommandLine(unittest.TestCase):
             self.assertIn("400×300", text)
             self.assertEqual(text.count("\n"), 1)
         self.assertOnly("small.jpg")
+
+    def photo_with_metadata(self):
+        photo = self.dir / "photo.jpg"
+        photo.write_bytes(self.photo.read_bytes())
+        fields = ["Make=Maker", "Orientation#=6", "XResolution=300", "YResolution=300", "ResolutionUnit#=2",
+                  "DateTimeOriginal=2021:07:14 18:03:55", "ExifImageWidth=640", "GPSLatitude=33.86", "GPSLatitudeRef=S",
+                  "GPSAreaInformation=Hidden Valley", "XMP-xmp:Rating=4", "XMP-photoshop:City=Hidden Valley",
+                  "XMP-tiff:Orientation#=6", "IPTC:City=Hidden Valley", "IPTC:Headline=Found"]
+        subprocess.run(["exiftool", "-q", "-overwrite_original", *("-" + field for field in fields), photo], check=True)
+        os.utime(photo, (1e9, 1e9))
+        return photo
+
+    def test_metadata_go_over_to_every_format(self):
+        photo = self.photo_with_metadata()
+        kept = {"IFD0:Make": "Maker", "ExifIFD:DateTimeOriginal": "2021:07:14 18:03:55", "GPS:GPSLatitude": 33.86,
+                "XMP-xmp:Rating": 4, "XMP-tiff:Orientation": 1, "IFD0:XResolution": 300, "ExifIFD:ExifImageWidth": 480}
+        for ending in ("jpg", "png", "tif", "webp", "heic", "avif"):
+            out = self.dir / f"out.{ending}"
+            code, _, errors = run("convert", photo, "-o", out, "--keep-time")
+            self.assertEqual(code, 0, errors)
+            fields, iptc = told(out), ending in ("jpg", "png", "tif")
+            for key, value in kept.items():
+                self.assertEqual(fields.get(key), value, (ending, key))
+            self.assertEqual(fields.get("IFD0:Orientation"), 1, ending)
+            self.assertEqual(fields.get("IPTC:Headline"), "Found" if iptc else None, ending)
+            self.assertEqual("loses IPTC" in errors, not iptc, ending)
+            self.assertEqual(out.stat().st_mtime, 1e9)
+            run("convert", photo, "-o", out, "--metadata", "no-location")
+            self.assertNotIn(b"Hidden", out.read_bytes())
+            self.assertEqual(told(out).get("IFD0:Make"), "Maker", ending)
+        code, _, errors = run("resize", photo, "-o", out.with_suffix(".jpg"), "--width", 100, "--metadata", "none")
+        self.assertEqual((code, errors), (0, ""))
+        self.assertFalse([key for key in told(out.with_suffix(".jpg")) if key.startswith(("IFD0:Make", "GPS", "XMP", "IPTC"))])
+
+    def test_shrink_hands_on_what_is_small_enough(self):
+        photo, out = self.photo_with_metadata(), self.dir / "small.jpg"
+        self.assertEqual(run("shrink", photo, "-o", out, "--max-bytes", "1MB", "--max-side", 640)[0], 0)
+        self.assertEqual(out.read_bytes(), photo.read_bytes())
+        scan = photo.read_bytes()[photo.read_bytes().index(b"\xff\xdb"):]
+        for choice in ("no-location", "none"):
+            self.assertEqual(run("shrink", photo, "-o", out, "--max-bytes", "1MB", "--metadata", choice)[0], 0)
+            self.assertTrue(out.read_bytes().endswith(scan), choice)
+            self.assertNotIn(b"Hidden", out.read_bytes())
+            self.assertEqual(told(out).get("IFD0:Orientation"), 6)
+        run("shrink", photo, "-o", out, "--max-bytes", "1MB", "--max-side", 320)
+        self.assertEqual(jpeg_size(out), (240, 320))
 
     def test_shrink_reports_as_json(self):
         out = self.dir / "small.jpg"

@@ -167,6 +167,10 @@ ImageMetadata ImageMetadata::heldBy(ImageFormat format) const {
     }
 }
 
+std::optional<Data> ImageMetadata::replacedIn(const Data& jpeg) const {
+    return absentWithoutMemory([&] { return jpegWithMetadata(jpeg, heldBy(ImageFormat::jpeg)); });
+}
+
 std::vector<std::string_view> ImageMetadata::lostIn(const ImageMetadata& later) const {
     std::vector<std::string_view> lost;
     if (!exif.empty() && later.exif.empty())

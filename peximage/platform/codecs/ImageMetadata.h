@@ -61,6 +61,10 @@ struct PEX_EXPORT ImageMetadata {
     /// Of the blocks "EXIF", "XMP" and "IPTC" those that this has and `later` lacks, in whole or in part.
     std::vector<std::string_view> lostIn(const ImageMetadata& later) const;
 
+    /// A JPEG file with this in the place of its own metadata, as it is; the picture stays untouched. Absent
+    /// for what is no JPEG. It is for who asks for it that the orientation stays the picture's.
+    std::optional<Data> replacedIn(const Data& jpeg) const;
+
     // Single fields.
 
     /// By the number of its tag: a text, a number or a list of them. Absent when there is none, or it has no

@@ -138,26 +138,42 @@ void putResources(Bytes& out, std::string_view resources) {
         putSegment(out, app13, resourcesMark, resources.substr(at, room));
 }
 
+/// Of the segment whose marker stands there; absent where the picture begins or the file is damaged.
+struct Segment {
+    std::uint8_t marker;
+    std::size_t length; // behind the marker, with its own two bytes
+};
+std::optional<Segment> segmentAt(const CGDataProvider& bytes, std::size_t at) {
+    std::array<std::uint8_t, 4> head{};
+    if (bytes.read(at, head) != head.size() || head[0] != 0xFF) return std::nullopt;
+    const Segment segment{head[1], std::size_t{head[2]} << 8 | head[3]};
+    const bool isOver = segment.marker == startOfScan || (segment.length < 2 && segment.marker != 0xFF);
+    return isOver ? std::nullopt : std::optional(segment);
+}
+
+bool isMetadata(std::uint8_t marker, std::string_view content) {
+    const auto has = [&](std::string_view mark) { return content.starts_with(mark); };
+    if (marker == app13) return has(resourcesMark);
+    return marker == app1 && (has(exifMark) || has(xmpMark) || has(extensionMark));
+}
+
 } // namespace
 
 ImageMetadata readJpegMetadata(const CGDataProvider& bytes, const ImageLimits& limits) {
     Gathering gathering(limits.maxMetadataBytes);
     std::size_t at = 2;
-    for (std::array<std::uint8_t, 4> head{}; bytes.read(at, head) == head.size() && head[0] == 0xFF;) {
-        const std::uint8_t marker = head[1];
-        if (marker == 0xFF) { // a filling byte
+    while (const auto segment = segmentAt(bytes, at)) {
+        if (segment->marker == 0xFF) { // a filling byte
             ++at;
             continue;
         }
-        const std::size_t length = std::size_t{head[2]} << 8 | head[3];
-        if (marker == startOfScan || length < 2) break;
-        if (marker == app1 || marker == app13) {
-            std::string content(length - 2, '\0');
+        if (segment->marker == app1 || segment->marker == app13) {
+            std::string content(segment->length - 2, '\0');
             auto* into = reinterpret_cast<std::uint8_t*>(content.data());
-            if (bytes.read(at + head.size(), {into, content.size()}) != content.size()) break;
-            gathering.add(marker, content);
+            if (bytes.read(at + 4, {into, content.size()}) != content.size()) break;
+            gathering.add(segment->marker, content);
         }
-        at += 2 + length;
+        at += 2 + segment->length;
     }
     return gathering.take();
 }
@@ -168,6 +184,29 @@ std::vector<std::uint8_t> jpegMetadataSegments(const ImageMetadata& metadata) {
     if (!metadata.xmp.empty()) putXmp(out, metadata.xmp, metadata.extendedXmp);
     putResources(out, metadata.resources.text());
     return out;
+}
+
+std::optional<Data> jpegWithMetadata(const Data& file, const ImageMetadata& metadata) {
+    constexpr std::uint8_t jfif = 0xE0;
+    const std::string_view text = file.text();
+    if (!text.starts_with("\xFF\xD8\xFF")) return std::nullopt;
+    const CGDataProvider bytes(file);
+    Bytes out{0xFF, 0xD8};
+    const auto put = [&](std::string_view part) { out.insert(out.end(), part.begin(), part.end()); };
+    const Bytes segments = jpegMetadataSegments(metadata);
+    std::size_t at = 2, place = 2;
+    while (const auto segment = segmentAt(bytes, at)) {
+        const std::size_t length = segment->marker == 0xFF ? 1 : 2 + segment->length;
+        const std::string_view whole = text.substr(std::min(at, text.size()), length);
+        if (whole.size() < length) return std::nullopt;
+        const bool isOld = length > 4 && isMetadata(segment->marker, whole.substr(4));
+        if (!isOld) put(whole);
+        at += length;
+        if (segment->marker == jfif && place == 2) place = out.size();
+    }
+    put(text.substr(std::min(at, text.size())));
+    out.insert(out.begin() + static_cast<std::ptrdiff_t>(place), segments.begin(), segments.end());
+    return Data(std::move(out));
 }
 
 } // namespace pex

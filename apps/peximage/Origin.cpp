@@ -1,0 +1,75 @@
+#include "Origin.h"
+
+#include <cmath>
+#include <system_error>
+
+namespace fs = std::filesystem;
+
+namespace {
+
+/// "EXIF and IPTC".
+std::string namesOf(const std::vector<std::string_view>& parts) {
+    std::string names;
+    for (std::size_t i = 0; i < parts.size(); ++i) {
+        if (i > 0) names += i + 1 == parts.size() ? " and " : ", ";
+        names += parts[i];
+    }
+    return names;
+}
+
+void noteLoss(Origin& origin, const pex::ImageMetadata& before, const std::string& why) {
+    const auto lost = before.lostIn(origin.metadata);
+    if (!lost.empty()) origin.notes.push_back(why + namesOf(lost));
+}
+
+void takeOutLocation(Origin& origin) {
+    const pex::ImageMetadata before = origin.metadata;
+    origin.metadata = before.withoutLocation();
+    // The maker's notes go on purpose.
+    if (!before.exif.empty() && origin.metadata.exif.empty())
+        origin.notes.emplace_back("the EXIF block is too broken to take the place out: it is left out");
+    if (!before.xmp.empty() && origin.metadata.xmp.empty())
+        origin.notes.emplace_back("the XMP packet is too broken to take the place out: it is left out");
+}
+
+std::optional<int> wholeDpi(const pex::ImageProperties& properties) {
+    constexpr double most = 65535; // what a JPEG can hold
+    const double dpi = std::round(properties.dpiWidth.value_or(0));
+    return dpi >= 1 && dpi <= most ? std::optional(static_cast<int>(dpi)) : std::nullopt;
+}
+
+} // namespace
+
+Origin originOf(const pex::CGImageSource& source, const WritingOptions& options) {
+    Origin origin;
+    const pex::ImageProperties& properties = source.properties();
+    origin.dpi = wholeDpi(properties);
+    if (options.metadata == MetadataChoice::none) return origin;
+    const pex::ImageMetadata before = source.metadata();
+    origin.metadata = before.uprighted(properties.pixelWidth, properties.pixelHeight);
+    noteLoss(origin, before, "broken, and left out: ");
+    if (options.metadata == MetadataChoice::noLocation) takeOutLocation(origin);
+    return origin;
+}
+
+Origin originOf(const std::string& file, const WritingOptions& options) {
+    const auto source = pex::CGImageSource::make(pex::URL::fromPath(file));
+    Origin origin = source ? originOf(*source, options) : Origin();
+    std::error_code error;
+    const auto time = fs::last_write_time(file, error);
+    if (options.keepTime && !error) origin.time = time;
+    return origin;
+}
+
+Origin fitted(Origin origin, pex::ImageFormat format, const WritingOptions& options) {
+    const pex::ImageMetadata before = origin.metadata;
+    origin.metadata = before.heldBy(format);
+    noteLoss(origin, before, std::string(pex::displayName(format)) + " cannot hold all, and loses ");
+    const auto isTooMuch = [&] {
+        return options.maxBytes && static_cast<long long>(origin.metadata.size()) > *options.maxBytes / 2;
+    };
+    if (isTooMuch()) origin.metadata.extendedXmp = {};
+    if (isTooMuch()) origin.metadata = {};
+    noteLoss(origin, before.heldBy(format), "left out, for more than half of the budget: ");
+    return origin;
+}

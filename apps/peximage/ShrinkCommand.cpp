@@ -35,8 +35,8 @@ std::optional<pex::Data> untouched(const std::string& input, const pex::CGImageS
 std::optional<Outcome> handedOn(const std::string& input, const Destination& destination,
                                 const Request& request) {
     auto source = pex::CGImageSource::make(pex::URL::fromPath(input));
-    if (!source || source->properties().format != destination.format || request.writing.dpi)
-        return std::nullopt;
+    const bool asksForMore = request.writing.dpi || request.writing.jpeg != pex::JpegOptions{};
+    if (!source || source->properties().format != destination.format || asksForMore) return std::nullopt;
     const pex::CGSize size = uprightSize(source->properties());
     if (request.maxSide && std::max(size.width, size.height) > *request.maxSide) return std::nullopt;
     std::error_code error;

@@ -146,7 +146,8 @@ class CommandLine(unittest.TestCase):
     def photo_with_metadata(self):
         photo = self.dir / "photo.jpg"
         photo.write_bytes(self.photo.read_bytes())
-        fields = ["Make=Maker", "Orientation#=6", "XResolution=300", "YResolution=300", "ResolutionUnit#=2",
+        fields = ["Make=Maker", "Orientation#=6", "IFD0:XResolution=300", "IFD0:YResolution=300",
+                  "IFD0:ResolutionUnit#=2",
                   "DateTimeOriginal=2021:07:14 18:03:55", "ExifImageWidth=640", "GPSLatitude=33.86", "GPSLatitudeRef=S",
                   "GPSAreaInformation=Hidden Valley", "XMP-xmp:Rating=4", "XMP-photoshop:City=Hidden Valley",
                   "XMP-tiff:Orientation#=6", "IPTC:City=Hidden Valley", "IPTC:Headline=Found"]
@@ -360,7 +361,7 @@ class CommandLine(unittest.TestCase):
             self.assertEqual(sorted(os.listdir(out)), [f"in-{i}.png" for i in range(7)])
             self.assertEqual([line.split(" → ")[0] for line in text.splitlines()],
                              [str(path) for path in inputs if path.name.startswith("in-")])
-            self.assertEqual(errors, f"peximage: {inputs[3]}: no such file\npeximage: {inputs[5]}: not an image\n")
+            self.assertEqual(errors, f"peximage: {inputs[3]}: no such file\npeximage: {inputs[5]}: damaged: its header cannot be read\n")
 
     def test_a_new_folder_is_made_whatever_the_format(self):
         twin = self.dir / "twin.jpg"

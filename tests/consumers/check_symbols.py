@@ -31,7 +31,7 @@ def namespaces(include):
 def declared(node, defined, access="public"):
     """Mangled names of the functions that only a library can define; those that a header defines go to `defined`."""
     kind, children = node.get("kind"), node.get("inner", [])
-    if kind in FUNCTIONS:
+    if kind in FUNCTIONS and "mangledName" in node:
         if any(child.get("kind") in ("CompoundStmt", "CXXTryStmt") for child in children):
             defined.add(node["mangledName"])
         elif access != "private" and not any(node.get(mark) for mark in NEEDS_NO_SYMBOL):

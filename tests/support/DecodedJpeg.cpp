@@ -82,6 +82,11 @@ void expectSame(const Bytes& file, const std::string& what) {
 bool expectSameOfDamaged(const Bytes& file, const std::string& what) {
     const DecodedJpeg theirs = decodeByLibrary(file), ours = decodeForUsers(file);
     if (theirs.rows.empty()) return false;
+    if (ours.rows.empty()) { // there is nothing to show
+        for (const Bytes& row : theirs.rows)
+            EXPECT_EQ(row, theirs.rows.front()) << what;
+        return true;
+    }
     EXPECT_EQ(ours.isDamaged, theirs.isDamaged) << what;
     EXPECT_GE(ours.rows.size(), theirs.rows.size()) << what;
     for (std::size_t y = 0; y < std::min(ours.rows.size(), theirs.rows.size()); ++y) {

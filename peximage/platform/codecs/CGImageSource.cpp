@@ -45,7 +45,8 @@ std::optional<ImageFormat> CGImageSource::formatOf(const URL& file) {
 }
 
 std::optional<CGImageSource> CGImageSource::make(const Data& bytes) {
-    const std::optional<OpenedImage> opened = openImage(CGDataProvider(bytes));
+    const std::optional<OpenedImage> opened =
+        absentWithoutMemory([&] { return openImage(CGDataProvider(bytes)); });
     if (!opened || !opened->source) return std::nullopt;
     CGImageSource source;
     source.properties_ = opened->properties;

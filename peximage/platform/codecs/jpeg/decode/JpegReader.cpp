@@ -6,6 +6,7 @@
 #include "peximage/platform/raster/ColorConversion.h"
 
 #include <algorithm>
+#include <cstring>
 #include <new>
 
 namespace pex {
@@ -48,6 +49,17 @@ void convertInk(const JpegFile& file, std::uint8_t* row, int pixels) {
     }
 }
 
+/// How many rows there are up to the last one that is not all of one colour. Where the codes of the first
+/// scan are missing from the start, later ones may still show something below the first row of blocks.
+int rowsUpToDetail(PixelView rows) {
+    const auto pixel = static_cast<std::size_t>(bytesPerPixel(rows.layout));
+    const std::size_t rest = (static_cast<std::size_t>(rows.width) - 1) * pixel;
+    int count = rows.height;
+    while (count > 0 && std::memcmp(rows.row(count - 1), rows.row(count - 1) + pixel, rest) == 0)
+        --count;
+    return count;
+}
+
 class JpegRows final : public RowReader {
   public:
     /// Null when the decoder refuses the file after all.
@@ -66,7 +78,12 @@ class JpegRows final : public RowReader {
             if (!startLibrary() || !skipDone()) damaged_ = true;
         }
         readByLibrary(rows.part(0, rowsDone_ - first, rows.width, rows.height - (rowsDone_ - first)));
-        const int shown = std::min(rowsDone_, library_->rowsShown()) - first;
+        int shown = std::min(rowsDone_, library_->rowsShown()) - first;
+        if (shown <= 0) {
+            const int detail = rowsUpToDetail(rows.part(0, 0, rows.width, rowsDone_ - first));
+            constexpr int bled = 1; // by upsampling, into the row below
+            if (detail > DCTSIZE * library_->info().max_v_samp_factor + bled) shown = detail;
+        }
         return DecodedRows{std::clamp(shown, 0, rows.height), !damaged_ && !library_->isDamaged()};
     }
 

@@ -57,8 +57,8 @@ void LibraryDecoder::noteMessage(j_common_ptr info, int level) {
     if (info->err->msg_code != JWRN_HIT_MARKER || errors.endsEarly) return;
     const auto& decoder = *reinterpret_cast<j_decompress_ptr>(info);
     const bool isRestart = decoder.unread_marker >= JPEG_RST0 && decoder.unread_marker < JPEG_RST0 + 8;
-    const bool isFirstScan =
-        decoder.Ss == 0 && decoder.Ah == 0 && decoder.cur_comp_info[0]->component_index == 0;
+    const bool isOfPicture = !decoder.progressive_mode || (decoder.Ss == 0 && decoder.Ah == 0);
+    const bool isFirstScan = isOfPicture && decoder.cur_comp_info[0]->component_index == 0;
     if (isRestart || !isFirstScan) return;
     errors.endsEarly = true;
     errors.blockRowsShown = decoder.input_iMCU_row;

@@ -82,9 +82,9 @@ void expectSame(const Bytes& file, const std::string& what) {
 bool expectSameOfDamaged(const Bytes& file, const std::string& what) {
     const DecodedJpeg theirs = decodeByLibrary(file), ours = decodeForUsers(file);
     if (theirs.rows.empty()) return false;
-    if (ours.rows.empty()) { // there is nothing to show
-        for (const Bytes& row : theirs.rows)
-            EXPECT_EQ(row, theirs.rows.front()) << what;
+    if (ours.rows.empty()) { // nothing is shown below the first row of blocks, and what it bleeds into
+        for (std::size_t y = 33; y < theirs.rows.size(); ++y)
+            EXPECT_EQ(theirs.rows[y], theirs.rows.back()) << what << ", row " << y;
         return true;
     }
     EXPECT_EQ(ours.isDamaged, theirs.isDamaged) << what;

@@ -81,13 +81,20 @@ bool putRows(TIFF* tiff, const TiffKind& kind, const TiffPicture& picture, std::
     return true;
 }
 
+/// Writes the directory that was begun, and lets its fields go.
+bool finishDirectory(TIFF* tiff, std::uint64_t& offset) {
+    const bool good = TIFFWriteCustomDirectory(tiff, &offset) != 0;
+    TIFFFreeDirectory(tiff);
+    return good;
+}
+
 /// Behind everything else; the first page's directory is written again behind them.
 bool putPhotoData(TIFF* tiff, const char* shotAt) {
     const double latitude[] = {33, 30, 36};
     std::uint64_t exif = 0, gps = 0;
     return TIFFCreateEXIFDirectory(tiff) == 0 && TIFFSetField(tiff, EXIFTAG_DATETIMEORIGINAL, shotAt) &&
-           TIFFWriteCustomDirectory(tiff, &exif) && TIFFCreateGPSDirectory(tiff) == 0 &&
-           TIFFSetField(tiff, GPSTAG_LATITUDE, latitude) && TIFFWriteCustomDirectory(tiff, &gps) &&
+           finishDirectory(tiff, exif) && TIFFCreateGPSDirectory(tiff) == 0 &&
+           TIFFSetField(tiff, GPSTAG_LATITUDE, latitude) && finishDirectory(tiff, gps) &&
            TIFFSetDirectory(tiff, 0) && TIFFSetField(tiff, TIFFTAG_EXIFIFD, exif) &&
            TIFFSetField(tiff, TIFFTAG_GPSIFD, gps) && TIFFRewriteDirectory(tiff);
 }

@@ -64,7 +64,7 @@ class PEX_EXPORT LongHeldMutex {
 
 /// What threads wait in: a fork takes its mutex for as long as it lasts, and the child, where none of these
 /// threads exists, has it start over. Never made or destroyed with its mutex held.
-class ForkAware {
+class PEX_EXPORT ForkAware {
   public:
     ForkAware(const ForkAware&) = delete;
     ForkAware& operator=(const ForkAware&) = delete;

@@ -751,9 +751,11 @@ class CommandLine(unittest.TestCase):
             (self.dir / "peximage" / f"{module}.so").write_text("planted")
         (self.dir / "link").symlink_to(TOOL)
         self.assertEqual(run("convert", self.photo, "-o", self.dir / "a.heic")[0], 0)
-        few = subprocess.run([TOOL, "info", self.dir / "a.heic"], capture_output=True, timeout=120,
-                             preexec_fn=lambda: resource.setrlimit(resource.RLIMIT_NOFILE, (4, 4)))
-        self.assertEqual((few.returncode, few.stderr), (1, f"peximage: {self.dir}/a.heic: too many open files\n".encode()))
+        if not os.environ.get("SANITIZERS"):  # which open pipes to find out whether an address can be read
+            few = subprocess.run([TOOL, "info", self.dir / "a.heic"], capture_output=True, timeout=120,
+                                 preexec_fn=lambda: resource.setrlimit(resource.RLIMIT_NOFILE, (4, 4)))
+            self.assertEqual((few.returncode, few.stderr),
+                             (1, f"peximage: {self.dir}/a.heic: too many open files\n".encode()))
         folder = os.path.dirname(TOOL)
         starts = {"through PATH": ("peximage", {"PATH": folder}), "an empty name": ("", {}), "any name": ("a b/c", {}),
                   "a link": ("./link", {}), "a file of that name here": ("peximage/heif.so", {})}

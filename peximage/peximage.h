@@ -32,6 +32,7 @@
 #include "peximage/platform/foundation/Network.h"
 #include "peximage/platform/foundation/NotificationCenter.h"
 #include "peximage/platform/foundation/Reason.h"
+#include "peximage/platform/foundation/Threads.h"
 #include "peximage/platform/foundation/UserFolders.h"
 #include "peximage/platform/geometry/Numbers.h"
 #include "peximage/platform/raster/CGContext.h"

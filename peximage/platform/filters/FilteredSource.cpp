@@ -33,7 +33,7 @@ class FilteredRows : public RowReader {
 
 /// Of each thread: memory that comes and goes with every strip is not always used again.
 using StripMemory = std::vector<PixelBuffer>;
-StripMemory memoryOfEach() { return StripMemory(static_cast<std::size_t>(Workers::count())); }
+StripMemory memoryOfEach() { return StripMemory(static_cast<std::size_t>(Workers::mostCount())); }
 
 /// Copies of the rows on both sides of the edges between strips, as they are before the strips change.
 class KeptEdges {

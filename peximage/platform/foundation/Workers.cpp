@@ -2,10 +2,12 @@
 
 #include "peximage/platform/foundation/ForkSafe.h"
 #include "peximage/platform/foundation/ReasonWatch.h"
+#include "peximage/platform/foundation/Threads.h"
 
 #include <algorithm>
 #include <atomic>
 #include <condition_variable>
+#include <cstdlib>
 #include <deque>
 #include <exception>
 #include <list>
@@ -25,6 +27,18 @@ int coreCount() {
 }
 
 std::atomic<int> limit = 0; // 0: none
+
+/// What the environment asks for; 0 where it asks for nothing that makes sense.
+int countByEnvironment() {
+    const char* text = std::getenv("PEXIMAGE_THREADS");
+    const long count = text != nullptr ? std::strtol(text, nullptr, 10) : 0;
+    return static_cast<int>(std::clamp(count, 0L, 1024L));
+}
+
+std::atomic<int>& wantedCount() { // 0: one a core
+    static std::atomic<int> count{countByEnvironment()};
+    return count;
+}
 
 /// One call of forEach, which lives on its caller's stack.
 struct Job {
@@ -235,10 +249,19 @@ class Pool : private ForkAware {
 
 } // namespace
 
-int Workers::count() {
+int Workers::mostCount() {
     const int most = limit;
     return most > 0 ? most : coreCount();
 }
+
+int Workers::count() {
+    const int wanted = wantedCount();
+    return wanted > 0 ? std::min(wanted, mostCount()) : mostCount();
+}
+
+int threadCount() { return Workers::count(); }
+
+void setThreadCount(int count) { wantedCount() = std::max(count, 0); }
 
 void Workers::forEach(int count, const std::function<void(int, int)>& work) {
     Job job{work, count};

@@ -10,14 +10,17 @@ namespace pex {
 /// thread, also from within such work.
 class Workers {
   public:
-    /// How many threads work on one call at once, the caller among them: the number of cores, or the limit.
+    /// How many threads work on one call at once, the caller among them (Threads.h); it may change between
+    /// two calls.
     static int count();
+    /// The most that it can ever be: who has memory for each thread has so much of it.
+    static int mostCount();
 
     /// Calls `work(index, slot)` for every index from 0 to `count` − 1 and returns when all are done. The
-    /// caller takes part. `slot`, from 0 to `Workers::count()` − 1, belongs to one thread during the call, so
-    /// that each can have memory of its own. What one of the calls throws, the caller throws, when all that
-    /// were begun have ended; few more are begun then. A reason that one of them was given is left to the
-    /// caller. The work must not fork.
+    /// caller takes part. `slot`, from 0 to `Workers::mostCount()` − 1, belongs to one thread during the
+    /// call, so that each can have memory of its own. What one of the calls throws, the caller throws, when
+    /// all that were begun have ended; few more are begun then. A reason that one of them was given is left
+    /// to the caller. The work must not fork.
     static void forEach(int count, const std::function<void(int index, int slot)>& work);
 
     /// Runs the task on one of the workers, soon; on the caller's thread when no other can be had. It must

@@ -89,7 +89,7 @@ bool Resampler::resample(PixelView from, MutablePixelView to) const {
     const Blocks blocks(plan);
     const int groups = plan.groupCount(), groupsInStrip = std::max(blocks.groups, groupsAtLeast(plan));
     try {
-        std::vector<PixelBuffer> buffers(static_cast<std::size_t>(Workers::count()));
+        std::vector<PixelBuffer> buffers(static_cast<std::size_t>(Workers::mostCount()));
         Workers::forEach((groups - 1) / groupsInStrip + 1, [&](int strip, int slot) {
             PixelBuffer& buffer = buffers[static_cast<std::size_t>(slot)];
             if (!buffer) buffer = PixelBuffer::make(plan.samplesBytes() * blocks.groups);

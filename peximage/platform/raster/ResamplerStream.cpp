@@ -63,7 +63,7 @@ bool ResamplerStream::work() {
     const int begun = static_cast<int>(sums_.size());
     if (!reachGroups(end)) return false;
     std::atomic<bool> complete{true};
-    std::vector<PixelBuffer> buffers(static_cast<std::size_t>(Workers::count()));
+    std::vector<PixelBuffer> buffers(static_cast<std::size_t>(Workers::mostCount()));
     Workers::forEach(static_cast<int>(sums_.size()), [&](int place, int slot) {
         PixelBuffer& buffer = buffers[static_cast<std::size_t>(slot)];
         if (!buffer) buffer = PixelBuffer::make(plan_->samplesBytes());

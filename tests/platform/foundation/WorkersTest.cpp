@@ -1,6 +1,7 @@
 #include "peximage/platform/foundation/Workers.h"
 
 #include "peximage/platform/foundation/Reason.h"
+#include "peximage/platform/foundation/Threads.h"
 #include "peximage/platform/raster/PixelBuffer.h"
 
 #include <gtest/gtest.h>
@@ -13,6 +14,7 @@
 #include <semaphore>
 #include <stdexcept>
 #include <thread>
+#include <utility>
 #include <vector>
 
 namespace pex {
@@ -44,6 +46,21 @@ TEST(Workers, ASlotBelongsToOneThreadDuringACall) {
         taken[static_cast<std::size_t>(slot)] = false;
     });
     EXPECT_EQ(clashes, 0);
+}
+
+TEST(Workers, TheApplicationBoundsHowManyThreadsACallHas) {
+    const Workers::Limit machine(4);
+    for (const auto& [asked, expected] : {std::pair{1, 1}, {2, 2}, {9, 4}, {0, 4}, {-3, 4}}) {
+        setThreadCount(asked);
+        EXPECT_EQ(threadCount(), expected) << asked;
+        std::atomic<int> highest = 0;
+        Workers::forEach(2000, [&](int, int slot) {
+            for (int seen = highest; seen < slot && !highest.compare_exchange_weak(seen, slot);) {
+            }
+            std::this_thread::yield();
+        });
+        EXPECT_LT(highest, expected) << asked;
+    }
 }
 
 TEST(Workers, CallsWithinCallsAndFromSeveralThreadsEnd) {

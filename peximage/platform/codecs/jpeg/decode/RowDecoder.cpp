@@ -75,7 +75,7 @@ bool RowDecoder::allocate() {
 
 /// For each thread a row of each component.
 bool RowDecoder::makeScratch() {
-    const auto bytes = static_cast<std::size_t>(scratchRow_ * Workers::count()) * planes_.size();
+    const auto bytes = static_cast<std::size_t>(scratchRow_ * Workers::mostCount()) * planes_.size();
     if (scratch_.size() < bytes) scratch_ = PixelBuffer::make(bytes);
     return scratch_.size() >= bytes;
 }

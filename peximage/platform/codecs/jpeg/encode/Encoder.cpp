@@ -20,7 +20,7 @@ constexpr std::uint8_t endOfImage = 0xD9;
 /// Calls `work(index, slot, counts)` for [0, count) on all cores and adds up what it counts.
 template <class Work>
 ScanCounts sumOfCounts(int count, const Work& work) {
-    std::vector<ScanCounts> counts(static_cast<std::size_t>(Workers::count()));
+    std::vector<ScanCounts> counts(static_cast<std::size_t>(Workers::mostCount()));
     Workers::forEach(count, [&](int i, int slot) { work(i, slot, counts[static_cast<std::size_t>(slot)]); });
     for (std::size_t slot = 1; slot < counts.size(); ++slot)
         add(counts[0], counts[slot]);
@@ -54,7 +54,7 @@ struct ScanSymbols {
 ScanSymbols symbolsOf(const Scan& scan) {
     ScanSymbols symbols;
     symbols.rows.resize(static_cast<std::size_t>(scan.unitsHigh));
-    std::vector<std::vector<std::uint8_t>> scratch(static_cast<std::size_t>(Workers::count()));
+    std::vector<std::vector<std::uint8_t>> scratch(static_cast<std::size_t>(Workers::mostCount()));
     symbols.counts = sumOfCounts(scan.unitsHigh, [&](int row, int slot, ScanCounts& counts) {
         std::vector<std::uint8_t>& room = scratch[static_cast<std::size_t>(slot)];
         room.resize(mostSymbolBytes(scan));

@@ -35,6 +35,7 @@
 #include "peximage/platform/foundation/Threads.h"
 #include "peximage/platform/foundation/UserFolders.h"
 #include "peximage/platform/geometry/Numbers.h"
+#include "peximage/platform/raster/ApplicationPixels.h"
 #include "peximage/platform/raster/CGContext.h"
 #include "peximage/platform/raster/PixelBuffer.h"
 #include "peximage/platform/toolkit/NSScreen.h"

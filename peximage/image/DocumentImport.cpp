@@ -68,7 +68,9 @@ int pagesAtOnce(NSPDFImageRep& document, int first, double scale) {
 class PageDrawer {
   public:
     PageDrawer(Data bytes, std::shared_ptr<NSPDFImageRep> document, double scale)
-        : bytes_(std::move(bytes)), documents_(static_cast<std::size_t>(Workers::mostCount())), scale_(scale) {
+        : bytes_(std::move(bytes)),
+          documents_(static_cast<std::size_t>(Workers::mostCount())),
+          scale_(scale) {
         documents_[0] = std::move(document);
     }
 

@@ -147,7 +147,18 @@ PixelBuffer PixelBuffer::makeZeroed(std::size_t bytes) {
     return buffer;
 }
 
+PixelBuffer PixelBuffer::adopt(const std::uint8_t* bytes, std::size_t size, std::function<void()> release) {
+    auto* const data = const_cast<std::uint8_t*>(bytes); // never written: the buffer is not unique
+    try {
+        return {std::shared_ptr<std::uint8_t>(data, [release = std::move(release)](auto*) { release(); }),
+                size, true};
+    } catch (const std::bad_alloc&) { // the shared pointer has called `release`
+        return {};
+    }
+}
+
 bool PixelBuffer::isUnique() const {
+    if (isForeign_) return false;
     const bool alone = bytes_.use_count() == 1;
     std::atomic_thread_fence(std::memory_order_acquire); // what others read of it, they have read before
     return alone;

@@ -4,6 +4,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <memory>
 
 namespace pex {
@@ -20,9 +21,14 @@ class PEX_EXPORT PixelBuffer {
     static PixelBuffer make(std::size_t bytes);
     static PixelBuffer makeZeroed(std::size_t bytes);
 
+    /// Memory that somebody else owns and that is only read: `isUnique` is never true of it, so nobody writes
+    /// it. `release` is called exactly once, by the thread that drops the last buffer over it, or at once
+    /// where memory runs out and the buffer is empty; it must not throw.
+    static PixelBuffer adopt(const std::uint8_t* bytes, std::size_t size, std::function<void()> release);
+
     /// A piece of this buffer that keeps the whole alive; the caller has checked that it lies inside.
     PixelBuffer piece(std::size_t offset, std::size_t bytes) const {
-        return {std::shared_ptr<std::uint8_t>(bytes_, data() + offset), bytes};
+        return {std::shared_ptr<std::uint8_t>(bytes_, data() + offset), bytes, isForeign_};
     }
 
     std::uint8_t* data() const { return bytes_.get(); }
@@ -35,11 +41,12 @@ class PEX_EXPORT PixelBuffer {
   private:
     /// Throws `std::bad_alloc`.
     static PixelBuffer tryToMake(std::size_t bytes);
-    PixelBuffer(std::shared_ptr<std::uint8_t> bytes, std::size_t size)
-        : bytes_(std::move(bytes)), size_(size) {}
+    PixelBuffer(std::shared_ptr<std::uint8_t> bytes, std::size_t size, bool isForeign = false)
+        : bytes_(std::move(bytes)), size_(size), isForeign_(isForeign) {}
 
     std::shared_ptr<std::uint8_t> bytes_;
     std::size_t size_ = 0;
+    bool isForeign_ = false; // somebody else's, only to be read
 };
 
 /// The pool of freed pixel memory behind `PixelBuffer`. What it keeps goes back to the system when the

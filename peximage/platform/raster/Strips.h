@@ -9,7 +9,8 @@ namespace pex {
 /// and what it holds does not depend on the number of cores. `rows` is the height of a strip.
 void forEachStrip(int height, const std::function<void(int begin, int end)>& work, int rows = 32);
 
-/// The same for work that needs memory: `slot`, below `Workers::mostCount()`, is one thread's during the call.
+/// The same for work that needs memory: `slot`, below `Workers::mostCount()`, is one thread's during the
+/// call.
 void forEachStripInSlots(int height, const std::function<void(int begin, int end, int slot)>& work,
                          int rows = 32);
 

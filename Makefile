@@ -68,7 +68,7 @@ format: ## formats all sources
 docs: setup ## writes the API documentation to build/docs/html
 	@scripts/setup scripts/packages-docs.txt
 	@mkdir -p build/docs
-	doxygen docs/Doxyfile
+	PEX_HEADERS="$$(scripts/public-headers | tr '\n' ' ')" doxygen docs/Doxyfile
 
 install: build ## installs under PREFIX=dir (and below DESTDIR=dir)
 	DESTDIR="$(DESTDIR)" cmake --install build/release --prefix "$(abspath $(PREFIX))"

@@ -1,6 +1,7 @@
 # Runs while installing: copies the public headers of PEX_ROOT to PEX_INCLUDE_DIR. Public are the headers that
 # export something, the umbrella header, and whatever these include; scripts/check-dependencies sees to it that
-# none of them needs a kernel or another library.
+# none of them needs a kernel or another library. With PEX_LIST_ONLY it prints their paths instead
+# (scripts/public-headers).
 cmake_policy(VERSION 3.25)
 
 file(GLOB_RECURSE headers RELATIVE ${PEX_ROOT} ${PEX_ROOT}/peximage/*.h)
@@ -24,6 +25,10 @@ while(pending)
   file(STRINGS ${PEX_ROOT}/${header} includes REGEX "^ *# *include *\"")
   list(TRANSFORM includes REPLACE "^[^\"]*\"([^\"]+)\".*" "\\1")
   list(APPEND pending ${includes})
+  if(PEX_LIST_ONLY)
+    message(${header})
+    continue()
+  endif()
   get_filename_component(folder ${header} DIRECTORY)
   file(INSTALL ${PEX_ROOT}/${header} DESTINATION ${PEX_INCLUDE_DIR}/${folder})
 endwhile()

@@ -17,18 +17,18 @@
 
 namespace pex {
 
-/// Images on disk, one file an identifier, in a folder of their own inside the user's caches folder. They
-/// outlive the application; files older than some days are deleted whenever a cache is made. What
-/// `retrieveOrCalc` made during this run is kept in memory, too.
+/// Keeps images on disk, one file for each identifier, in a folder of its own inside the user's caches
+/// folder. They outlive the application. Whenever a cache is made, files older than some days are deleted.
+/// Images that `retrieveOrCalc` made during this run are kept in memory, too.
 ///
-/// An identifier is the file's name as it is, without extension: path separators in it make folders inside
-/// the cache's. One that would lead out of the folder, holds a zero byte, or has a part too long for the file
-/// system names nothing: nothing is read or written for it. A cache whose name leads out of the caches
-/// folder, or is the caches folder itself, holds nothing.
+/// An identifier is a file name without extension; path separators in it make folders inside the cache's
+/// folder. Nothing is read or written for an identifier that leads out of the folder, holds a zero byte, or
+/// has a part too long for the file system. A cache whose name leads out of the caches folder, or is that
+/// folder itself, holds nothing.
 ///
-/// A file appears whole or not at all, also when other processes write to the same cache, or are killed while
-/// they do. A file that is damaged counts as missing. What fails is not reported: the next request finds
-/// nothing.
+/// A file appears whole or not at all, even if other processes write to the same cache or are killed while
+/// they write. A damaged file counts as missing. A failed write is not reported: the next request simply
+/// finds nothing.
 ///
 /// Shared by reference, by `make`. Safe from any thread. Subclasses can override the operations.
 class PEX_EXPORT PexImageStoredCache : public std::enable_shared_from_this<PexImageStoredCache> {
@@ -39,20 +39,29 @@ class PEX_EXPORT PexImageStoredCache : public std::enable_shared_from_this<PexIm
         heif, ///< JPEG at a quality of 0.75, "jpg": the name says what the mode once wrote.
     };
 
+    /// The name of the cache's folder inside the user's caches folder.
     const std::string name;
+    /// Files older than so many days are deleted by `removeOldItems`.
     const std::int64_t removeItemsAfterDays;
+    /// The format of the files that are written.
     const Mode mode;
-    /// Images are reduced before they are stored so that their shorter side has at most so many pixels.
+    /// Images whose shorter side has more pixels are reduced to this before they are stored; absent: never.
     const std::optional<std::int64_t> resizeMinSideToMax;
     /// What `retrieveOrCalc` made during this run, by identifier.
     PexThreadSafeDictionary<std::string, std::shared_ptr<PexImage>> cache;
 
+    /// Options of `make`, one for each of the fields above.
     struct Settings {
+        /// The name of the cache's folder inside the user's caches folder.
         std::string name;
+        /// Files older than so many days are deleted.
         std::int64_t removeItemsAfterDays;
+        /// The format of the files that are written.
         Mode mode;
+        /// The most pixels of a stored image's shorter side; absent: images are stored in their own size.
         std::optional<std::int64_t> resizeMinSideToMax = {};
     };
+    /// A cache over its folder, from which old files are deleted in the background. Never null.
     static std::shared_ptr<PexImageStoredCache> make(Settings settings);
     virtual ~PexImageStoredCache() = default;
 
@@ -60,8 +69,8 @@ class PEX_EXPORT PexImageStoredCache : public std::enable_shared_from_this<PexIm
     /// that names nothing.
     virtual std::optional<URL> imageUrl(std::string_view with) const;
 
-    /// Stores the image in the background, in place of an earlier one. The image may be used and changed
-    /// meanwhile: what is stored is what it is now.
+    /// Stores the image in the background, in place of an earlier one. The image is stored as it is now; it
+    /// may be used and changed meanwhile.
     virtual void store(const std::shared_ptr<PexImage>& image, const std::string& withId);
     /// The same on this thread. False when nothing was stored; an earlier image is then still there.
     virtual bool storeNow(const std::shared_ptr<PexImage>& image, const std::string& withId);
@@ -69,7 +78,9 @@ class PEX_EXPORT PexImageStoredCache : public std::enable_shared_from_this<PexIm
     /// The stored image, decoded; null when there is none or it is damaged.
     virtual std::shared_ptr<PexImage> retrieveImage(const std::string& withId);
 
+    /// Options of `retrieveOrCalc`.
     struct ImageOrCalc {
+        /// The identifier of the image.
         std::string imageWithId;
         /// Called at most once, on this thread, before the operation returns; may give null.
         std::function<std::shared_ptr<PexImage>()> calc;
@@ -78,17 +89,18 @@ class PEX_EXPORT PexImageStoredCache : public std::enable_shared_from_this<PexIm
     /// background. Null when there was none to make, which is not remembered.
     virtual std::shared_ptr<PexImage> retrieveOrCalc(const ImageOrCalc& request);
 
-    /// Deletes, in the background, the files that lie in the folder now and are older than
-    /// `removeItemsAfterDays` days, whatever their format, and what saves that never ended left behind an
-    /// hour ago or earlier.
+    /// Deletes, in the background, all files of any format in the folder that are older than
+    /// `removeItemsAfterDays` days, and temporary files that a killed process left behind more than an hour
+    /// ago.
     virtual void removeOldItems();
-    /// The same on this thread; how many files are gone.
+    /// The same on this thread. Gives the number of deleted files.
     virtual std::size_t removeOldItemsNow();
 
-    /// What is stored in this cache's mode, sorted.
+    /// The identifiers of all files of this cache's format, sorted.
     std::vector<std::string> identifiers() const;
 
   protected:
+    /// For subclasses; `make` deletes old files, too.
     explicit PexImageStoredCache(Settings settings);
 
   private:

@@ -10,22 +10,26 @@ namespace pex {
 
 class PexImage;
 
-/// One part of an application announces an image under a keyword, others receive it: notifications of the
-/// default notification centre that carry the image in their user information under "PexImage". Any thread.
+/// Announces images under keywords to other parts of an application. The announcements are notifications of
+/// the default notification centre, with the image in their user information under "PexImage". Any thread.
 struct PEX_EXPORT PexNotify {
+    /// What `notify` announces.
     struct Announcement {
+        /// The keyword that observers wait for.
         std::string keyword;
-        /// Null when none is named.
+        /// Who announces it; may be null.
         const void* sender = nullptr;
-        /// Null: observers receive none.
+        /// The image; null: observers receive null.
         std::shared_ptr<PexImage> image;
     };
-    /// Returns when all who wait for the keyword have been called, on this thread.
+    /// Calls all observers of the keyword on this thread, then returns.
     static void notify(const Announcement& announcement);
 
+    /// What `observeImage` waits for.
     struct Observation {
-        /// Makes no difference: images from any sender are received.
+        /// Has no effect: images from any sender are received.
         const void* sender = nullptr;
+        /// The keyword of the announcements.
         std::string keyword;
         /// Called on the thread that announces; null when the notification carries no image.
         std::function<void(std::shared_ptr<PexImage> image)> callback;

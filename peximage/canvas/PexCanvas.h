@@ -17,20 +17,25 @@ namespace pex {
 /// A list of image layers on a canvas of a given size in pixels, drawn into one image. A value; copies share
 /// their images.
 ///
-/// One read from a document, or built from addresses, first loads its layers with `loadAllLayers()`, then
-/// gives its image. Reading is lenient: "size" becomes 512 × 512 and "layerList" empty where they are missing
-/// or malformed; only a value that is no object fails.
+/// A canvas that was read from a document, or built from addresses, has to load its layers with
+/// `loadAllLayers()` before it gives its image. Reading is lenient: a missing or malformed "size" becomes
+/// 512 × 512, and such a "layerList" empty. Only a value that is no object fails.
 class PEX_EXPORT PexCanvas {
   public:
+    /// A size in whole pixels.
     struct PEX_EXPORT Size {
+        /// Pixels from left to right.
         std::int64_t width = 0;
+        /// Pixels from top to bottom.
         std::int64_t height = 0;
 
         constexpr Size() = default;
+        /// So many pixels.
         constexpr Size(std::int64_t w, std::int64_t h) : width(w), height(h) {}
         /// Truncated toward zero.
         explicit Size(CGSize size);
 
+        /// The same in real numbers.
         CGSize cg() const { return {static_cast<double>(width), static_cast<double>(height)}; }
 
         friend constexpr bool operator==(const Size&, const Size&) = default;
@@ -41,30 +46,30 @@ class PEX_EXPORT PexCanvas {
         }
     };
 
-    /// Without layers, its image blank.
+    /// A canvas without layers; its image is transparent.
     explicit PexCanvas(Size canvasSize, std::optional<PexShareApp> sharing = {});
-    /// A square of the image's longer side with the image, at its own size, as the one layer in the middle.
-    /// The ratio makes no difference.
+    /// A square canvas as wide as the image's longer side, with the image in the middle as its only layer.
+    /// The ratio has no effect.
     PexCanvas(const std::shared_ptr<PexImage>& withImage, double fitInRatio);
 
-    /// The image of such a square: transparent beside the picture. Null for null.
+    /// The image of such a square canvas, transparent beside the picture. Null for null.
     static std::shared_ptr<PexImage> fit(const std::shared_ptr<PexImage>& image, double inRatio);
 
+    /// The canvas, in pixels.
     Size size;
-    /// Drawn first to last.
+    /// The layers; the first one is drawn lowest.
     std::vector<PexCanvasLayer> layerList;
-    /// Finds the files of layers that name a shared one; never written into documents.
+    /// Finds the files of layers whose source is a shared file. Never written into documents.
     std::optional<PexShareApp> shareApp;
 
-    /// Gives every layer without an image the one that its source names. A layer whose source leads to none
-    /// stays without and is not drawn. Runs on a background thread, on which the awaiting coroutine goes on;
-    /// the canvas must stay where it is, and be left alone, until the task has ended.
+    /// Loads the image of every layer that has none yet. A layer whose source leads to no image is not drawn.
+    /// Runs on a background thread, on which the awaiting coroutine goes on. Until the task has ended, the
+    /// canvas must not be moved, changed or destroyed.
     Task<void> loadAllLayers();
 
-    /// Draws every layer that has an image over what was drawn before: a second pass draws all again over the
-    /// result of the first.
+    /// Draws every layer that has an image. A second call draws them again over the result of the first.
     void drawLayers();
-    /// Draws the layers and gives the image: transparent where there is nothing.
+    /// Draws the layers and gives the image, transparent where nothing was drawn.
     std::shared_ptr<PexImage> getImage();
 
   private:

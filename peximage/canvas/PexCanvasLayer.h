@@ -24,15 +24,19 @@ namespace pex {
 /// as a whole. Only a value that is no object fails.
 class PEX_EXPORT PexCanvasLayer {
   public:
+    /// What a layer shows. There is one kind.
     enum class LayerType { image };
 
+    /// Where the layer's pixels come from.
     struct Source {
         /// Which of the fields below names the image.
         enum class Identification { url, shareAppId, image };
 
+        /// Which field counts.
         Identification identification = Identification::url;
+        /// The address of an image file.
         std::optional<URL> url{};
-        /// Of a file shared between applications (PexShareApp.h).
+        /// The identifier of a file shared between applications (PexShareApp.h).
         std::optional<std::string> shareAppId{};
         /// Held in memory; never written.
         std::shared_ptr<PexImage> image{};
@@ -44,12 +48,13 @@ class PEX_EXPORT PexCanvasLayer {
         }
     };
 
+    /// Where, how large and how opaque the layer is drawn.
     struct Transform {
-        /// In the layer's own unit square. Kept and written, but drawing does not read it.
+        /// A point of the layer's own unit square. Kept in documents; drawing does not use it.
         CGPoint anchor{0.5, 0.5};
         /// Where the layer's centre goes, in fractions of the canvas, origin at the bottom-left corner.
         CGPoint position{0.5, 0.5};
-        /// Of the size after spatial conforming.
+        /// A factor on the size after spatial conforming.
         double scale = 1;
         /// From 0, invisible, to 1, opaque.
         double opacity = 1;
@@ -62,17 +67,22 @@ class PEX_EXPORT PexCanvasLayer {
         }
     };
 
-    /// `image` becomes that of the source, if it holds one.
+    /// A layer of all its fields; `image` is that of the source, if it holds one.
     PexCanvasLayer(std::string layerId, LayerType layerType, Source from, PexSpatialConforming conforming,
                    Transform placement);
 
     /// A new identifier for a layer, with the tag "pexcl".
     static std::string newId() { return PexId::newId("", "pexcl", true); }
 
+    /// The layer's own identifier.
     std::string id;
+    /// What it shows.
     LayerType type = LayerType::image;
+    /// Where the pixels come from.
     Source source{};
+    /// How the image is brought to the canvas before it is scaled: `fill` covers the canvas.
     PexSpatialConforming spatialConforming = PexSpatialConforming::fill;
+    /// Where it is drawn.
     Transform transform{};
     /// The pixels; null until loaded, and such a layer is not drawn.
     std::shared_ptr<PexImage> image{};

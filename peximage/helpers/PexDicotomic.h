@@ -13,6 +13,7 @@ namespace pex {
 struct PEX_EXPORT PexDicotomic {
     /// The interval that is searched.
     double low = 0;
+    /// The upper end.
     double high = 1;
     /// The value wanted. Distances are measured relative to it, so it should not be 0.
     double target = 0;

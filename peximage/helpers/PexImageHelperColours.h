@@ -19,12 +19,13 @@ namespace pex {
 class PexImage;
 
 /// Images reduced to a few pixels, and the colours read from them. Colours have channels from 0 to 1, with
-/// alpha multiplied in where they are read from an image. Some operations print what they are at. All are
+/// alpha multiplied in where they are read from an image. Some operations print diagnostic lines. All are
 /// safe from any thread, as far as the image is.
 namespace PexImageHelper {
 
 /// A list of colours as a document.
 struct PexColorList {
+    /// The colours, in order.
     std::vector<PexColor> list;
 
     static constexpr auto documentKeys() { return std::tuple(keyed::required("list", &PexColorList::list)); }
@@ -37,26 +38,34 @@ PEX_EXPORT std::shared_ptr<PexImage> resizeImage_v3(const PexImage& image, CGSiz
 /// but without pixels when they cannot be had.
 PEX_EXPORT std::shared_ptr<PexImage> resizeImage_v4(const PexImage& image, CGSize size);
 
-/// Reduced to the target, in pixels, in steps to a quarter of either side. Where a step gives no image, what
-/// the steps before it gave; null for null, here and below.
+/// The image reduced to a size in pixels, in steps to a quarter of either side. When a step fails, the result
+/// of the steps before it; null for null.
 PEX_EXPORT std::shared_ptr<PexImage> reduceImageToSize(const std::shared_ptr<PexImage>& image,
                                                        CGSize targetSize);
-/// Reduced to a single pixel in steps to a quarter of either side, each by the mean of the areas below the
-/// pixels; where a step gives no image, what the steps before it gave.
+/// The image reduced to a single pixel, in steps to a quarter of either side; each pixel is the mean of the
+/// area that it stands for. When a step fails, the result of the steps before it; null for null.
 PEX_EXPORT std::shared_ptr<PexImage> reduceImageTo1x1Pixels(const std::shared_ptr<PexImage>& image);
 
 /// The colour of that single pixel; transparent black without a bitmap.
 PEX_EXPORT NSColor getAverageColorOfImage(const std::shared_ptr<PexImage>& image);
 
+/// One pixel of an image.
 struct OfImage {
+    /// The image that is read.
     const PexImage& ofImage;
-    std::int64_t x, y;
+    /// Its column from the left and its row from the top, in pixels.
+    std::int64_t x;
+    /// The row from the top, in pixels.
+    std::int64_t y;
 };
 /// One pixel of the image as it is drawn at its `size`, y from the top; transparent black outside it.
 PEX_EXPORT NSColor getColor(const OfImage& pixel);
 
+/// An image, and the grid that it is reduced to.
 struct OfImageReducedToSize {
+    /// The image that is read.
     const PexImage& ofImage;
+    /// Columns and rows, truncated to whole numbers.
     CGSize reduceToSize;
 };
 /// The image stretched to so many pixels, and their colours row by row from the top. Empty when there is no

@@ -20,23 +20,29 @@ class PexImage;
 namespace PexImageHelper {
 
 /// Width over height; of a rectangle its stored size, of an image its `size`.
+/// @{
 PEX_EXPORT double getRatio(CGSize of);
 PEX_EXPORT double getRatio(const CGRect& of);
 PEX_EXPORT double getRatio(const PexImage& of);
+/// @}
 /// a / b, computed on doubles.
 PEX_EXPORT double getRatio(int of, int by);
 
 /// The sides, truncated to whole numbers, in lowest terms: "16:9" of 1920 × 1080. Both should be at least 1
 /// (a side of 0 gives "0:1", "1:0" or "0:0"). Of a file: of the image in it, the empty text when there is
 /// none.
+/// @{
 PEX_EXPORT std::string getReadableRatio(CGSize of);
 PEX_EXPORT std::string getReadableRatio(const PexImage& of);
 PEX_EXPORT std::string getReadableRatio(const URL& of);
+/// @}
 
 /// The sides, truncated to whole numbers: "1920x1080". Of a file: the empty text when it is no image.
+/// @{
 PEX_EXPORT std::string getReadableImageSize(CGSize of);
 PEX_EXPORT std::string getReadableImageSize(const PexImage& of);
 PEX_EXPORT std::string getReadableImageSize(const URL& of);
+/// @}
 
 /// The largest size of the given ratio that fits into the rectangle, divided by `zoom`. A rectangle that has
 /// the ratio already gives its stored size, and is not zoomed.
@@ -53,14 +59,18 @@ PEX_EXPORT CGRect boundRect(const CGRect& boundRect, const CGRect& rect);
 /// larger is aligned to the far edges.
 PEX_EXPORT CGPoint boundPoint(CGPoint point, const CGRect& rect, CGSize insetSize);
 
+/// The middle of a rectangle.
 PEX_EXPORT CGPoint getCenter(const CGRect& of);
 /// The centre of mass of rectangles of equal density (overlaps count twice). Not a number for an empty list,
 /// or when the areas add up to 0.
 PEX_EXPORT CGPoint getCenterOfGravity(const std::vector<CGRect>& rects);
 
+/// The sum of the two, coordinate by coordinate.
 PEX_EXPORT CGPoint sumPoints(CGPoint a, CGPoint b);
+/// Both coordinates times the factor.
 PEX_EXPORT CGPoint weightedPoint(CGPoint point, double factor);
 
+/// The rectangle of that size whose middle is the point.
 PEX_EXPORT CGRect getRect(CGPoint centeredAt, CGSize withSize);
 /// (0, 0) and the image's `size`.
 PEX_EXPORT CGRect getRect(const PexImage& image);
@@ -73,8 +83,10 @@ PEX_EXPORT CGSize getRepresentedSize(const PexImage& image);
 /// call.
 PEX_EXPORT double bakingScaleFactor();
 /// Pixels to points: divided by `bakingScaleFactor()`.
+/// @{
 PEX_EXPORT CGSize getActualSizeWithoutRetina(CGSize size);
 PEX_EXPORT CGPoint getActualPointWithoutRetina(CGPoint point);
+/// @}
 /// A rectangle in units of the image's `size`, in points of its platform image.
 PEX_EXPORT CGRect getActualRectWithRepresentation(const PexImage& image, const CGRect& rect);
 

@@ -49,11 +49,13 @@ PEX_EXPORT std::optional<std::pair<int, int>> resolution(const URL& of);
 /// The whole extent rendered; absent when that fails.
 PEX_EXPORT std::optional<CGImage> ciImageToCGImage(const CIImage& image);
 
+/// How `saveToJpeg` saves at a given quality.
 struct JpegAtQuality {
     /// 0 … 1, 1 best.
     double quality;
     /// Dots per inch written into the file (its low 16 bits); absent leaves what the encoder wrote.
     std::optional<int> dpi = {};
+    /// A local file.
     URL url;
     /// Effort, resolution of colour, order of the file.
     JpegOptions options = {};
@@ -66,21 +68,31 @@ struct JpegAtQuality {
 /// writing fails.
 PEX_EXPORT bool saveToJpeg(const std::shared_ptr<PexImage>& image, const JpegAtQuality& how);
 
+/// How `jpegData` encodes; the fields are those of `JpegAtQuality`.
 struct JpegBytes {
+    /// 0 … 1, 1 best.
     double quality;
+    /// Dots per inch written into the file; absent leaves what the encoder wrote.
     std::optional<int> dpi = {};
+    /// Effort, resolution of colour, order of the file.
     JpegOptions options = {};
+    /// What the file says about the picture beside its pixels.
     ImageMetadata metadata = {};
 };
 /// The bytes that `saveToJpeg` writes, with the line that it prints; absent where they cannot be made.
 PEX_EXPORT std::optional<Data> jpegData(const std::shared_ptr<PexImage>& image, const JpegBytes& how);
 
+/// How `saveToJpeg` saves within a budget.
 struct JpegOfSize {
     /// The most bytes that the file may have.
     long long desiredSize;
+    /// Dots per inch written into the file; absent leaves what the encoder wrote.
     std::optional<int> dpi = {};
+    /// A local file.
     URL toUrl;
+    /// Effort, resolution of colour, order of the file.
     JpegOptions options = {};
+    /// What the file says about the picture beside its pixels; it counts in the budget.
     ImageMetadata metadata = {};
 };
 /// Saves as JPEG of at most `desiredSize` bytes: at quality 1 where that fits, else at the quality between 0
@@ -91,11 +103,15 @@ struct JpegOfSize {
 /// the quality is found. False as `saveToJpeg` above, and when the image cannot be shrunk enough.
 PEX_EXPORT bool saveToJpeg(const std::shared_ptr<PexImage>& image, const JpegOfSize& how);
 
+/// How `jpegDataWithin` encodes.
 struct JpegWithin {
     /// The most bytes.
     long long desiredSize;
+    /// Dots per inch written into the file; absent leaves what the encoder wrote.
     std::optional<int> dpi = {};
+    /// Effort, resolution of colour, order of the file.
     JpegOptions options = {};
+    /// What the file says about the picture beside its pixels; it counts in the budget.
     ImageMetadata metadata = {};
 };
 /// The bytes that this `saveToJpeg` writes, with the lines that it prints; absent where it gives false.

@@ -13,6 +13,7 @@ class PexImage;
 /// How a watermark is placed on an image (`PexImage::watermark`). A value that applications keep in their
 /// settings as a document; all its keys are required when reading.
 struct PexWatermark {
+    /// Where the watermark goes: a corner, the middle of an edge, or the middle of the image.
     enum class Position {
         topLeft,
         topCenter,
@@ -25,12 +26,15 @@ struct PexWatermark {
         bottomRight,
     };
 
+    /// How large the watermark is drawn.
     struct PEX_EXPORT Scale {
+        /// By what rule.
         enum class Policy {
             originalSize,     ///< Its own size, reduced where it takes more than `maxScale` of either side.
             largestSideScale, ///< `scale` of the image's side that limits it; grows or shrinks.
         };
 
+        /// The rule that `scaleOf` follows.
         Policy policy = Policy::originalSize;
         /// A fraction of the image, for `largestSideScale`.
         double scale = 1;
@@ -51,7 +55,9 @@ struct PexWatermark {
         }
     };
 
+    /// Where it goes.
     Position position = Position::topLeft;
+    /// How large it is drawn.
     Scale scale{};
     /// From 0, invisible, to 1, opaque.
     double opacity = 1;

@@ -9,20 +9,20 @@
 
 namespace pex {
 
-/// Illustration files, which are PDF documents inside, and whatever else the library reads as an image: its
-/// first image or page, one pixel a point. The pages of documents are loaded by `PexImage`.
-
+/// An illustration file (a PDF document inside), or any other file that the library reads as an image.
 struct AiUrl {
+    /// A local file.
     URL aiUrl;
-    /// Scales both sides; drawn anew at the size that gives, where the file holds no pixels.
+    /// Scales both sides; absent: one pixel a point. Drawings are drawn anew at the scaled size.
     std::optional<double> scaleFactor = {};
 };
 
-/// Absent when the file is no image; one that cannot be scaled comes in its own size.
+/// The first image or page of the file. Absent when the file is no image. An image that cannot be scaled
+/// comes in its own size.
 PEX_EXPORT std::optional<CGImage> loadCGImage(const AiUrl& file);
 
-/// As a picture for the filter graph. With a scale factor the sides are those of the desktop image in points,
-/// scaled and truncated, and a failure is told in one printed line.
+/// The same as a picture for the filter graph. With a scale factor the sides are those of the desktop image
+/// in points, scaled and truncated; a failure prints one line.
 PEX_EXPORT std::optional<CIImage> loadCIImage(const AiUrl& file);
 
 } // namespace pex

@@ -7,6 +7,7 @@ namespace pex {
 
 /// A picture encoded to keep a byte budget.
 struct FittedPicture {
+    /// The whole file.
     Data bytes;
     /// 0 … 1, 1 best: the one that was found.
     double quality;

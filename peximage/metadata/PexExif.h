@@ -16,10 +16,13 @@ namespace pex {
 /// What a photo's metadata say of when and where it was taken. Only the file's header is read. Safe from any
 /// thread.
 struct PEX_EXPORT PexExif {
+    /// When and where a photo was taken.
     struct BasicData {
         /// In degrees, without sign, as cameras store them: the hemisphere is not told.
         struct Coordinates {
+            /// Latitude.
             std::optional<double> lat = {};
+            /// Longitude.
             std::optional<double> lon = {};
 
             friend bool operator==(const Coordinates&, const Coordinates&) = default;
@@ -32,6 +35,7 @@ struct PEX_EXPORT PexExif {
 
         /// The camera's clock, taken to be in this machine's time zone.
         std::optional<Moment> shotDate = {};
+        /// The place.
         Coordinates coordinates{};
 
         friend bool operator==(const BasicData&, const BasicData&) = default;
@@ -46,6 +50,7 @@ struct PEX_EXPORT PexExif {
     /// All properties of the file's first image, not only EXIF ones; empty, and a line is printed, when the
     /// file cannot be read as an image.
     static PropertyDictionary exifDict(const URL& of);
+    /// When and where the file's photo was taken; each part absent where the file does not tell it.
     static BasicData basicData(const URL& of);
     /// The same from properties that are at hand.
     static BasicData basicData(const PropertyDictionary& properties);

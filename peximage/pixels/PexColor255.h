@@ -16,6 +16,7 @@ class PEX_EXPORT PexColor255 {
   public:
     /// Transparent black.
     constexpr PexColor255() = default;
+    /// The four channels, 0–255.
     constexpr PexColor255(std::uint8_t red, std::uint8_t green, std::uint8_t blue, std::uint8_t alpha)
         : r(red), g(green), b(blue), a(alpha) {}
     /// The colour's 0–255 accessors.
@@ -24,17 +25,19 @@ class PEX_EXPORT PexColor255 {
     /// Each component × 255, truncated to a whole number of which the low 8 bits are kept.
     explicit PexColor255(const NSColor& color);
 
-    std::uint8_t r = 0;
-    std::uint8_t g = 0;
-    std::uint8_t b = 0;
-    std::uint8_t a = 0; // 255 is opaque
+    std::uint8_t r = 0; ///< Red, 0–255.
+    std::uint8_t g = 0; ///< Green, 0–255.
+    std::uint8_t b = 0; ///< Blue, 0–255.
+    std::uint8_t a = 0; ///< Opacity: 0 transparent, 255 opaque.
 
     /// Opaque black.
     static const PexColor255 pureBlack;
 
     /// The 255th parts of the channels.
+    /// @{
     constexpr NSColor nsColor() const { return {r / 255.0, g / 255.0, b / 255.0, a / 255.0}; }
     constexpr PexColor pexColor() const { return PexColor(r / 255.0, g / 255.0, b / 255.0, a / 255.0); }
+    /// @}
 
     /// The brightness of the hue–saturation–brightness model: the largest channel of 0–1.
     double lightness() const;

@@ -20,7 +20,9 @@ class PEX_EXPORT PexContextImage {
     /// What was drawn; null for an empty context.
     const std::shared_ptr<PexImage> image;
     /// `size` truncated toward zero.
-    const std::int64_t width, height;
+    const std::int64_t width;
+    /// `size` truncated toward zero.
+    const std::int64_t height;
     /// The context's memory, width × height × 4 bytes without padding: R G B A with alpha multiplied in,
     /// device RGB, row 0 on top. Empty when a side is below 1, the size passes `ImageLimits`, or the memory
     /// cannot be had. The context and this object own it together.
@@ -31,15 +33,19 @@ class PEX_EXPORT PexContextImage {
     /// The bitmap at its own size.
     static std::shared_ptr<PexContextImage> make(const CGImage& bitmap);
 
+    /// Options of `make`.
     struct Size {
         /// The image's own size when absent.
         std::optional<CGSize> size = {};
     };
     /// The image, stretched to the size; all zero when it has no `cgImage`.
     static std::shared_ptr<PexContextImage> make(std::shared_ptr<PexImage> image, const Size& options);
+    /// The image at its own size.
     static std::shared_ptr<PexContextImage> make(std::shared_ptr<PexImage> image);
 
+    /// Options of `make`: an empty context.
     struct OfSize {
+        /// In pixels, truncated toward zero.
         CGSize size;
     };
     /// An empty context: every pixel transparent.
@@ -51,8 +57,12 @@ class PEX_EXPORT PexContextImage {
 
     // Pixel (x, y), y from the top. Outside the bitmap all channels are 0.
 
+    /// The four bytes of a pixel, colours with alpha multiplied in.
     struct Components {
-        std::uint8_t r = 0, g = 0, b = 0, a = 0;
+        std::uint8_t r = 0; ///< Red, 0–255.
+        std::uint8_t g = 0; ///< Green, 0–255.
+        std::uint8_t b = 0; ///< Blue, 0–255.
+        std::uint8_t a = 0; ///< Opacity, 0–255.
         friend constexpr bool operator==(const Components&, const Components&) = default;
     };
     /// The four bytes as they are.
@@ -64,9 +74,12 @@ class PEX_EXPORT PexContextImage {
 
   protected:
     // What the three forms of `make` call, for subclasses.
+    /// What the three forms of `make` call; for subclasses.
+    /// @{
     explicit PexContextImage(const CGImage& bitmap);
     PexContextImage(const std::shared_ptr<PexImage>& image, const Size& options);
     explicit PexContextImage(const OfSize& empty);
+    /// @}
 
   private:
     PexContextImage(CGSize drawnSize, std::shared_ptr<PexImage> source,

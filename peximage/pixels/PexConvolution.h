@@ -15,6 +15,7 @@ class PexConvolution {
     std::vector<std::uint8_t> bgColor{0, 0, 0, 0};
 
     PexConvolution() = default;
+    /// The nine weights, row by row from the top.
     explicit PexConvolution(std::vector<std::int16_t> weights) : kernel(std::move(weights)) {}
     /// The kernel's rows, from the top.
     PexConvolution(const std::vector<std::int16_t>& top, const std::vector<std::int16_t>& middle,

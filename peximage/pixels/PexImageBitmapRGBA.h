@@ -18,49 +18,65 @@ namespace kernels {
 enum class Gate;
 }
 
-/// A buffer of 8-bit pixels. Despite the type's name a pixel's bytes are A R G B in memory; rows lie one
-/// after another without padding, the top row first. Colours are stored as they come: pixels of an image have
-/// alpha multiplied in, and the buffer becomes an image as such.
+/// A buffer of 8-bit pixels. Despite the type's name a pixel's bytes are A R G B in memory. Rows follow each
+/// other without padding, the top row first. Pixels of an image have alpha multiplied in; nothing here
+/// multiplies or divides.
 ///
 /// A value: copies share the bytes until one of them is changed. Threads may work on different copies, but
-/// one copy must not be changed while another thread uses it.
+/// no thread may change a copy that another one uses.
 ///
-/// Where a call takes `invertedY`, y counts from the bottom row when that is true and from the top row when
-/// it is false. Reading outside the bitmap gives 0 in all channels and writing there does nothing.
+/// Where a call takes `invertedY`, y counts from the bottom row if that is true, else from the top row.
+/// Reading outside the bitmap gives 0 in all channels; writing there does nothing.
 class PEX_EXPORT PexImageBitmapRGBA {
   public:
     /// In whole pixels; made from real coordinates by truncation toward zero.
     struct Point {
-        std::int64_t x = 0, y = 0;
+        std::int64_t x = 0; ///< From the left.
+        std::int64_t y = 0; ///< From the top or the bottom, as the call says.
 
         constexpr Point() = default;
+        /// A point of whole pixels.
         constexpr Point(std::int64_t atX, std::int64_t atY) : x(atX), y(atY) {}
+        /// Both coordinates truncated toward zero.
         constexpr explicit Point(CGPoint point) : x(truncated(point.x)), y(truncated(point.y)) {}
         friend constexpr bool operator==(const Point&, const Point&) = default;
     };
+    /// A width and a height in whole pixels.
     struct Size {
-        std::int64_t width = 0, height = 0;
+        std::int64_t width = 0;  ///< Pixels from left to right.
+        std::int64_t height = 0; ///< Pixels from top to bottom.
 
         constexpr Size() = default;
+        /// A size of whole pixels.
         constexpr Size(std::int64_t w, std::int64_t h) : width(w), height(h) {}
+        /// Both sides truncated toward zero.
         constexpr explicit Size(CGSize size) : width(truncated(size.width)), height(truncated(size.height)) {}
         friend constexpr bool operator==(const Size&, const Size&) = default;
     };
+    /// A rectangle of whole pixels.
     struct Rect {
+        /// The corner with the lowest coordinates.
         Point origin;
+        /// How far it reaches from there.
         Size size;
 
         constexpr Rect() = default;
+        /// By its corner and size.
         constexpr Rect(const Point& at, const Size& of) : origin(at), size(of) {}
+        /// By real coordinates, each truncated toward zero.
+        /// @{
         constexpr Rect(CGPoint at, CGSize of) : origin(at), size(of) {}
         constexpr explicit Rect(const CGRect& rect) : Rect(rect.origin, rect.size) {}
+        /// @}
         friend constexpr bool operator==(const Rect&, const Rect&) = default;
     };
 
-    /// Pixels per row and number of rows. Whoever sets them must not do so without replacing the pixels:
-    /// the buffer keeps its size. Nothing outside it is ever touched, though.
+    /// Pixels in a row, and rows. Setting them does not resize the buffer; nothing outside it is ever
+    /// touched.
+    /// @{
     std::int64_t width = 0;
     std::int64_t height = 0;
+    /// @}
 
     /// A new bitmap, transparent black or opaque black; it prints one diagnostic line. It has no pixels when
     /// a side is below 1, the size passes `ImageLimits`, or the memory cannot be had.
@@ -79,35 +95,65 @@ class PEX_EXPORT PexImageBitmapRGBA {
 
     // Single pixels.
 
+    /// The pixel's alpha, 0–255.
     std::uint8_t getPixelAlpha(std::int64_t x, std::int64_t y, bool invertedY) const;
     /// The colour alone: its alpha is always 1.
     PexColor getPixelColor(std::int64_t x, std::int64_t y, bool invertedY) const;
     /// (red + green + blue) / 3, rounded down.
     std::uint8_t getPixelLuminance(std::int64_t x, std::int64_t y, bool invertedY) const;
+    /// The pixel's four bytes.
     PexColor255 getPixelPexColor255(std::int64_t x, std::int64_t y, bool invertedY) const;
 
+    /// A pixel and its four channels, 0–255.
     struct PixelChannels {
+        /// The column from the left, and the row as `invertedY` says.
+        /// @{
         std::int64_t x, y;
+        /// @}
+        /// The channels, 0–255.
+        /// @{
         std::uint8_t r, g, b, a;
+        /// @}
+        /// Whether y counts from the bottom.
         bool invertedY;
     };
+    /// Writes the four bytes.
     void setPixel(const PixelChannels& pixel);
+    /// A pixel and its colour.
     struct PixelColor {
+        /// The column from the left, and the row from where `invertedY` says.
+        /// @{
         std::int64_t x, y;
+        /// @}
+        /// The colour to write.
         PexColor color;
+        /// Whether y counts from the bottom.
         bool invertedY;
     };
     /// Writes the colour's four 0–255 accessors.
     void setPixel(const PixelColor& pixel);
+    /// A pixel and its colour in bytes.
     struct PixelColor255 {
+        /// The column from the left, and the row from where `invertedY` says.
+        /// @{
         std::int64_t x, y;
+        /// @}
+        /// The four bytes to write.
         PexColor255 color;
+        /// Whether y counts from the bottom.
         bool invertedY;
     };
+    /// Writes the four bytes.
     void setPixel(const PixelColor255& pixel);
+    /// A pixel and its alpha.
     struct PixelAlpha {
+        /// The column from the left, and the row from where `invertedY` says.
+        /// @{
         std::int64_t x, y;
+        /// @}
+        /// 0 transparent, 255 opaque.
         std::uint8_t alpha;
+        /// Whether y counts from the bottom.
         bool invertedY = true;
     };
     /// Writes the alpha byte only. Unless told otherwise y counts from the bottom.

@@ -19,6 +19,7 @@ namespace pex {
 /// within 0.52 / 255 of exact arithmetic.
 class PEX_EXPORT PexLut {
   public:
+    /// The bytes of the table's file. Setting them does not change the filter.
     Data data;
     /// Absent when `data` is no table, which only a document can bring about.
     std::optional<CIFilter> filter;

@@ -13,14 +13,16 @@ namespace pex {
 
 class URL;
 
-/// Bytes by position: of something in memory, or of a file that is read piece by piece, so that whoever needs
-/// a header reads no more than that. Copies share the file. One thread at a time.
+/// Random access to bytes in memory or of a file. Files are read piece by piece, so that reading a header
+/// does not read the rest. Copies share the file. One thread at a time.
 class PEX_EXPORT CGDataProvider {
   public:
+    /// Bytes in memory, which are shared.
     explicit CGDataProvider(Data data);
     /// Keeps the file open for the provider's life. Absent when it is no regular file or cannot be opened.
     static std::optional<CGDataProvider> open(const URL& url);
 
+    /// How many bytes there are.
     std::size_t size() const;
     /// Copies bytes from `offset` on; fewer than asked for at the end, 0 behind it or when reading fails.
     std::size_t read(std::size_t offset, std::span<std::uint8_t> into) const;

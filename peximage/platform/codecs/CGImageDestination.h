@@ -11,23 +11,26 @@
 
 namespace pex {
 
-/// Turns images into encoded bytes. An embedded profile goes along unless it gives sRGB's colours anyway;
-/// nothing says an orientation that the pixels already have.
+/// Encodes images. The colour profile is embedded unless it gives the colours of sRGB anyway. The bytes never
+/// name an orientation that the pixels already have.
 class PEX_EXPORT CGImageDestination {
   public:
+    /// How a picture is written.
     struct Options {
         /// 0 … 1, 1 best. Formats without loss ignore it.
         double quality = 0.9;
         /// Pixels per inch to record; absent leaves the format's default. JPEG ignores it: its density is
+        /// @{
         /// stamped into the finished bytes.
         std::optional<double> dpiWidth = {};
         std::optional<double> dpiHeight = {};
-        /// Without it what is transparent is laid over white. JPEG never has any.
+        /// @}
+        /// Whether the opacity is written; if not, the picture is laid over white, as it always is for JPEG.
         bool keepsAlpha = true;
         /// HEIF without alpha: ten bits a component instead of eight.
         bool tenBits = false;
-        /// Carried over as far as the format can hold it, with orientation, sizes and resolution made those
-        /// of the picture.
+        /// Written as far as the format can hold it; orientation, sizes and resolution are set to the
+        /// picture's.
         ImageMetadata metadata = {};
         /// How a JPEG is made.
         JpegOptions jpeg = {};

@@ -13,37 +13,38 @@
 
 namespace pex {
 
-/// An encoded image file: what its header says, and its pixels when they are asked for. The format is told
-/// from the bytes, never from a name. The EXIF orientation is reported, not applied. An immutable value.
+/// An encoded image: what its header says, and its pixels on request. The format is told from the bytes,
+/// never from a file name. The EXIF orientation is reported, not applied. An immutable value.
 class PEX_EXPORT CGImageSource {
   public:
-    /// From bytes in memory. Absent when they are no image of a known format, or break an `ImageLimits`.
+    /// From bytes in memory. Absent when they are no image of a known format, or exceed one of `ImageLimits`.
     static std::optional<CGImageSource> make(const Data& bytes);
-    /// From a file, of which only the header is read until `createImage`; the file is not kept open. Absent
-    /// also when it cannot be read.
+    /// From a file. Only its header is read until `createImage`; the file is not kept open. Absent as above,
+    /// and when the file cannot be read.
     static std::optional<CGImageSource> make(const URL& file);
 
     /// Whether this build can read the format.
     static bool reads(ImageFormat format);
-    /// The format that a file's first bytes show, also one that this build cannot read; absent for an unknown
-    /// one and when the file cannot be read.
+    /// The format that a file's first bytes show, even if this build cannot read it. Absent when it is
+    /// unknown or the file cannot be read.
     static std::optional<ImageFormat> formatOf(const URL& file);
 
+    /// What the header says of the first image.
     const ImageProperties& properties() const { return properties_; }
-    /// All that the file says of its first image, by the keys of PropertyDictionary.h.
+    /// All that the file says about its first image, by the keys of PropertyDictionary.h.
     PropertyDictionary copyProperties() const;
-    /// The blocks that this stands in, as they are, to be carried over to another file; read when asked for.
+    /// The same as the blocks of bytes in the file, to be carried over to another one; read on request.
     ImageMetadata metadata() const;
-    /// How many bytes of the file were read to learn that; all of them for bytes in memory.
+    /// How many bytes of the file were read so far; for bytes in memory, all of them.
     std::size_t bytesRead() const { return bytesRead_; }
 
-    /// True when the file breaks off before its first image ends, as far as its structure tells: nothing is
-    /// decoded, and of a whole file little more than its end is read. False says nothing of damage within.
-    /// What is read counts as `bytesRead`. HEIF and AVIF files that break off do not open at all.
+    /// True when the file breaks off before its first image ends, as far as its structure tells. Nothing is
+    /// decoded, and little more than the end of a whole file is read, so damage inside is not found. HEIF and
+    /// AVIF files that break off do not open at all.
     bool isIncomplete();
 
-    /// The first image, decoded when its pixels are first touched. For a file this reads all its bytes:
-    /// absent when that fails or they changed into something else meanwhile.
+    /// The first image, decoded when its pixels are first touched. Reads the whole file; absent when that
+    /// fails, or when the file has become another one meanwhile.
     std::optional<CGImage> createImage() const;
 
   private:

@@ -12,12 +12,15 @@ namespace pex {
 /// `CGImageDestination`.
 enum class ImageFormat { jpeg, png, tiff, webp, heif, avif, gif, bmp, pdf };
 
+/// What people and file names call a format.
 struct ImageFormatNames {
+    /// The format itself.
     ImageFormat format;
-    std::string_view name;                      // as people say it: "JPEG"
-    std::array<std::string_view, 2> extensions; // lower case, the usual one first
+    std::string_view name;                      ///< As people say it: "JPEG".
+    std::array<std::string_view, 2> extensions; ///< Lower case, the usual one first.
 };
 
+/// All formats, a line each.
 inline constexpr std::array imageFormats{
     ImageFormatNames{ImageFormat::jpeg, "JPEG", {"jpg", "jpeg"}},
     ImageFormatNames{ImageFormat::png, "PNG", {"png", "png"}},
@@ -30,6 +33,7 @@ inline constexpr std::array imageFormats{
     ImageFormatNames{ImageFormat::pdf, "PDF", {"pdf", "ai"}},
 };
 
+/// The format's name as people say it: "JPEG".
 constexpr std::string_view displayName(ImageFormat format) {
     for (const auto& names : imageFormats) {
         if (names.format == format) return names.name;

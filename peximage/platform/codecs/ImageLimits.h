@@ -24,8 +24,10 @@ struct PEX_EXPORT ImageLimits {
     double maxDrawingSeconds = 60;
 
     /// The limits in force for the whole process. Safe from any thread.
+    /// @{
     static ImageLimits current();
     static void setCurrent(const ImageLimits& limits);
+    /// @}
 
     /// True when a picture of this size may be opened: both sides at least 1 and the limit kept. Else the
     /// reason is `overLimit`, with the numbers, or `damaged`.

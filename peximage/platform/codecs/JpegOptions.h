@@ -22,7 +22,9 @@ enum class Chroma {
 
 /// How a JPEG file is made, apart from its quality. A value; the defaults suit most uses.
 struct JpegOptions {
+    /// Time spent on a smaller file.
     Effort effort = Effort::normal;
+    /// Resolution of colour.
     Chroma chroma = Chroma::automatic;
     /// A file that shows the whole picture early and gets finer, as a rule a little smaller; it takes
     /// longer to write and to read.

@@ -15,6 +15,7 @@
 
 namespace pex {
 
+/// @{
 /// The names of filters' inputs.
 inline constexpr std::string_view kCIInputImageKey = "inputImage";
 inline constexpr std::string_view kCIInputSharpnessKey = "inputSharpness";
@@ -22,6 +23,7 @@ inline constexpr std::string_view kCIInputEVKey = "inputEV";
 inline constexpr std::string_view kCIInputAngleKey = "inputAngle";
 inline constexpr std::string_view kCIInputScaleKey = "inputScale";
 inline constexpr std::string_view kCIInputTransformKey = "inputTransform";
+/// @}
 
 /// A filter by name, with inputs to be set: a value, of which each thread uses a copy of its own.
 ///
@@ -34,13 +36,17 @@ inline constexpr std::string_view kCIInputTransformKey = "inputTransform";
 /// | CIAffineTransform | inputTransform: a CGAffineTransform, or a point to move by; inputScale, default 1 |
 class PEX_EXPORT CIFilter {
   public:
+    /// What an input may be.
     using Value = std::variant<CIImage, double, CGPoint, CGAffineTransform, std::shared_ptr<const ColorCube>>;
 
     /// Absent for a name that is not known.
     static std::optional<CIFilter> make(std::string_view name);
+    /// The names of all filters.
     static std::vector<std::string_view> names();
 
+    /// The name that the filter was made by.
     std::string_view name() const;
+    /// Sets an input; one that the filter does not have is ignored.
     void setValue(Value value, std::string_view forKey);
 
     /// The picture described, not computed. Absent while an input is missing, or when one is of another kind

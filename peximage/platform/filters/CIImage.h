@@ -35,7 +35,9 @@ class PEX_EXPORT CIImage {
     /// What lies inside the rectangle.
     CIImage cropped(const CGRect& rect) const;
 
+    /// Options of `resized`.
     struct Resized {
+        /// In pixels.
         CGSize to;
         /// Makes no difference: the result is stretched either way.
         bool scaleToFill = false;

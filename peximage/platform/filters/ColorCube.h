@@ -22,20 +22,29 @@ struct CubeTables;
 /// 128ths of 1 / 255. Immutable.
 class PEX_EXPORT ColorCube {
   public:
+    /// How many steps a side may have.
+    /// @{
     static constexpr int smallestSide = 2, largestSide = 128;
+    /// @}
 
+    /// Red, green and blue, 0–1.
     using Color = std::array<double, 3>;
     /// What lies at the cube's corners: colours outside count as the nearest inside.
     struct Domain {
+        /// The cube's two corners, channel by channel.
+        /// @{
         Color least{0, 0, 0}, most{1, 1, 1};
+        /// @}
     };
 
     /// A curve for each channel, given at equal steps of a domain and interpolated in between.
     struct Curves {
         /// Two at least, finite; none stands for no curves.
         std::vector<Color> entries{};
+        /// The colours between which the entries lie.
         Domain domain{};
     };
+    /// More entries than this make no curves.
     static constexpr int mostCurveEntries = 1 << 16;
 
     /// `entries` are side³ colours, red running fastest, then green; they are limited to 0 – 1. What is
@@ -43,6 +52,7 @@ class PEX_EXPORT ColorCube {
     /// entries that are no numbers, or an empty domain.
     static std::shared_ptr<const ColorCube> make(int side, const std::vector<Color>& entries,
                                                  const Domain& domain, const Curves& curves);
+    /// A cube of all colours from 0 to 1, without curves.
     static std::shared_ptr<const ColorCube> make(int side, const std::vector<Color>& entries) {
         return make(side, entries, Domain{}, Curves{});
     }
@@ -62,6 +72,7 @@ class PEX_EXPORT ColorCube {
     /// A table's file, whichever of these it is.
     static std::shared_ptr<const ColorCube> fromBytes(const Data& file);
 
+    /// For the library itself: the form that rows of pixels are looked up in.
     const kernels::CubeTables& tables() const { return *tables_; }
 
   private:

@@ -20,6 +20,7 @@ namespace pex {
 /// reason (`lastReason`). One object belongs to one thread.
 class PEX_EXPORT AtomicFile {
   public:
+    /// A save to a path; nothing is written before `write`.
     explicit AtomicFile(std::string path);
     ~AtomicFile();
     AtomicFile(const AtomicFile&) = delete;
@@ -34,22 +35,24 @@ class PEX_EXPORT AtomicFile {
     /// is then as it was.
     bool commit(Flush flush);
 
-    /// All of it in one call.
+    /// Writes and commits in one call.
     static bool save(const std::string& path, std::span<const std::uint8_t> bytes, Flush flush);
 
-    /// Whether a file of that name is, or was, one on its way to another name.
+    /// Whether the name is that of a temporary file of a save.
     static bool isTemporary(std::string_view name);
-    /// No save takes that long: a temporary file this old was left behind by a process that was killed.
+    /// A temporary file older than this was left behind by a process that was killed.
     static constexpr std::chrono::hours longestSave{1};
-    /// Removes such files from a folder; folders inside it are not looked into.
+    /// Deletes temporary files that old from a folder, but not from folders inside it.
     static void removeStale(const std::string& folder);
 
-    /// For a process that ends while other threads may be saving: removes all temporary files. A thread that
-    /// wants to begin or commit a save then waits for ever, so the caller has to end the process.
+    /// Deletes all temporary files of this process, for a process that ends while other threads may be
+    /// saving. From then on a thread that begins or commits a save waits forever, so the caller has to end
+    /// the process.
     static void endAllSaves();
 
-    /// Where a save can be interrupted, in order.
+    /// The steps of a save, in order.
     enum class Step { created, written, flushed, renamed };
+    /// What `setObserver` calls.
     using Observer = void (*)(Step);
     /// Called at each step of every save, on the saving thread; null calls nothing. For tests that stop a
     /// save half-way.

@@ -14,14 +14,18 @@ class PEX_EXPORT ChangePublisher {
     struct State;
 
   public:
+    /// Called without arguments: what has changed is asked of the object.
     using Observer = std::function<void()>;
 
     /// Keeps an observer subscribed as long as it lives. May outlive the publisher. Moved, not copied.
     class PEX_EXPORT Subscription {
       public:
         Subscription() = default;
+        /// Takes the subscription over; the one taken from is empty, and one that was held ends.
+        /// @{
         Subscription(Subscription&& other) noexcept;
         Subscription& operator=(Subscription&& other) noexcept;
+        /// @}
         ~Subscription() { unsubscribe(); }
 
         /// The observer is not called any more, not even by a `send` under way. Again: no effect.

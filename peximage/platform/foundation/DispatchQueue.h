@@ -26,6 +26,7 @@ class PEX_EXPORT DispatchQueue {
     /// What the block throws is dropped. Where no thread can be had, those who use the queue run it.
     void async(std::function<void()> block);
 
+    /// What the queue was named.
     const std::string& label() const { return label_; }
 
   private:

@@ -37,14 +37,17 @@ struct DocumentCodec;
 class DocumentAccess {
   public:
     template <class T>
+    /// A new value.
     static T make() {
         return T();
     }
     template <class T>
+    /// A new object.
     static std::shared_ptr<T> makeShared() {
         return std::shared_ptr<T>(new T());
     }
     template <class T>
+    /// The list of a type's keys.
     static constexpr auto keys() {
         return T::documentKeys();
     }

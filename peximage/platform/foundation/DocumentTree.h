@@ -17,14 +17,15 @@ class DocumentValue;
 
 /// What a text must stay within to be read as a document, so that a hostile one costs bounded memory.
 struct DocumentLimits {
-    std::size_t bytes = std::size_t{256} << 20; // at most 4 GiB
-    std::size_t values = 16'000'000;
-    std::size_t depth = 128;
+    std::size_t bytes = std::size_t{256} << 20; ///< Of the text; at most 4 GiB.
+    std::size_t values = 16'000'000;            ///< Numbers, texts, members and so on, counted together.
+    std::size_t depth = 128;                    ///< Lists and objects inside one another.
 };
 
 /// A JSON text as read: its values in one flat run, each container followed by what it holds. Immutable.
 class PEX_EXPORT DocumentTree {
   public:
+    /// The kinds of values. An `integer` is a number written without a fraction.
     enum class Kind : std::uint8_t { null, boolean, integer, number, text, list, object };
 
     /// The tree of a text. Absent when it is no JSON (strict, UTF-8, nothing behind it), when a number is out
@@ -32,6 +33,7 @@ class PEX_EXPORT DocumentTree {
     static std::optional<DocumentTree> parse(std::string_view text, DocumentError* error = nullptr,
                                              const DocumentLimits& limits = {});
 
+    /// The value that the text is.
     DocumentValue root() const;
 
   private:
@@ -59,21 +61,28 @@ class PEX_EXPORT DocumentTree {
 /// One value of a tree, or nothing. Small, copied freely; valid as long as its tree.
 class PEX_EXPORT DocumentValue {
   public:
+    /// The kinds of values.
     using Kind = DocumentTree::Kind;
 
     DocumentValue() = default;
 
+    /// False for nothing, such as a member that an object does not have.
     bool exists() const { return tree_ != nullptr; }
+    /// True of a null.
     bool isNull() const { return exists() && node().kind == Kind::null; }
+    /// True of an object.
     bool isObject() const { return exists() && node().kind == Kind::object; }
+    /// True of a list.
     bool isList() const { return exists() && node().kind == Kind::list; }
 
+    /// A flag; absent for everything else.
     std::optional<bool> boolean() const;
     /// A number, also one written without a fraction, and an object like {"nonFinite":"nan"}, "inf" or
     /// "-inf", which stands for what JSON has no form for. A text is no number.
     std::optional<double> number() const;
     /// A number without a fraction ("3" and "3.0" alike) that a 64-bit integer holds.
     std::optional<std::int64_t> integer() const;
+    /// A text, valid as long as the tree; absent for everything else.
     std::optional<std::string_view> text() const;
 
     /// How many values a list holds; 0 for everything else.

@@ -12,13 +12,22 @@ namespace pex {
 /// of an object with `key` before its value.
 class PEX_EXPORT DocumentWriter {
   public:
+    /// Begins or ends an object.
+    /// @{
     void beginObject();
     void endObject() { text_ += '}'; }
+    /// @}
+    /// Begins or ends a list.
+    /// @{
     void beginList();
     void endList() { text_ += ']'; }
+    /// @}
+    /// Names the member that follows.
     void key(std::string_view name);
 
+    /// Writes true or false.
     void boolean(bool value);
+    /// Writes a whole number.
     void integer(std::int64_t value);
     /// The shortest form that reads back as the same number. What JSON has no form for is written as
     /// {"nonFinite":"nan"}, "inf" or "-inf", so that one odd number does not make the document unreadable.

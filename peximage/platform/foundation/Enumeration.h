@@ -12,7 +12,9 @@ namespace pex {
 /// One line of an enumeration's table: a case and the text that stands for it in documents.
 template <class E>
 struct EnumerationCase {
+    /// The case.
     E value;
+    /// The text that stands for it.
     std::string_view rawValue;
 };
 

@@ -5,13 +5,13 @@
 #include <atomic>
 #include <mutex>
 
-/// `fork` copies the calling thread alone. What other threads were just changing would stay half-changed in
-/// the child, and what they had locked locked for good; so that a program may fork whenever it likes,
-/// whatever all threads share is guarded by one of these.
+/// A forked child has only the thread that forked. What other threads were just changing would stay
+/// half-changed there, and what they had locked would stay locked. The guards below prevent that for
+/// everything that threads share, so that a program may fork at any time.
 namespace pex {
 
-/// Held while a thread changes what others see. A fork waits until nobody holds one, and whoever wants one
-/// waits for the fork: for a few statements that wait for nothing else. May be held more than once.
+/// Held while a thread changes shared data, for a few statements that wait for nothing else. A fork waits
+/// until no thread holds one, and threads that want one wait for the fork. A thread may hold several.
 class PEX_EXPORT ForkPass {
   public:
     ForkPass() noexcept { enter(); }
@@ -25,10 +25,12 @@ class PEX_EXPORT ForkPass {
     static void leave() noexcept;
 };
 
-/// A mutex that comes with a pass: a child always finds it free, and whole what it guards. For a few
-/// statements that wait for nothing else and call nothing of the application's.
+/// A mutex that is held together with a pass: in a child it is always free, and what it guards is whole. For
+/// a few statements that wait for nothing else and call nothing of the application's.
 class PEX_EXPORT ForkSafeMutex {
   public:
+    /// As of a `std::mutex`: for `std::lock_guard` and its like.
+    /// @{
     void lock() {
         ForkPass::enter();
         mutex_.lock();
@@ -37,20 +39,24 @@ class PEX_EXPORT ForkSafeMutex {
         mutex_.unlock();
         ForkPass::leave();
     }
+    /// @}
 
   private:
     std::mutex mutex_;
 };
 
-/// A mutex that may be held for long. A fork does not wait for the holder, who does not exist in the child:
-/// there it is free. What it guards is changed with a pass.
+/// A mutex that may be held for long. A fork does not wait for the holder; in the child the mutex is free.
+/// What it guards has to be changed with a pass.
 class PEX_EXPORT LongHeldMutex {
   public:
+    /// As of a `std::mutex`: for `std::lock_guard` and its like.
+    /// @{
     void lock() {
         if (generation_.load(std::memory_order_acquire) != currentGeneration()) renew();
         mutex_.lock();
     }
     void unlock() { mutex_.unlock(); }
+    /// @}
 
     /// How many forks led to this process, from the one that loaded the library.
     static unsigned currentGeneration() noexcept;

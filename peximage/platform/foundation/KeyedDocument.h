@@ -36,10 +36,15 @@ namespace keyed {
 /// whose value is of another kind.
 template <class Owner, class Member, class Fallback>
 struct Key {
+    /// The key's name in the document.
     std::string_view name;
+    /// The member behind it.
     Member Owner::*member;
-    enum class Reading { required, optional, lenient } reading;
-    Fallback fallback; // of a lenient key: makes the value to take; null leaves the member's own default
+    /// What reading makes of a key that is missing or of another kind: see the functions below.
+    enum class Reading { required, optional, lenient };
+    /// How strictly this key is read.
+    Reading reading;
+    Fallback fallback; ///< Of a lenient key: makes the value to take; null leaves the member's own default.
 };
 
 /// The key must be there and be of the right kind. Always written.
@@ -115,6 +120,7 @@ bool read(DocumentValue value, const Key& key, Owner& owner, DocumentError* erro
 /// A type with keys is an object.
 template <class T>
 struct DocumentCodec {
+    /// Writes the keys in the order of the list.
     static void write(DocumentWriter& writer, const T& value) {
         writer.beginObject();
         std::apply([&](const auto&... key) { (keyed::detail::write(writer, key, value), ...); },
@@ -122,6 +128,7 @@ struct DocumentCodec {
         writer.endObject();
     }
 
+    /// Reads them; false when the value is no object, or a key of it fails.
     static bool read(DocumentValue value, T& target, DocumentError* error) {
         if (!value.isObject()) return failDocument(error, "expected an object");
         return std::apply(

@@ -27,7 +27,9 @@ struct PEX_EXPORT NetworkLimits {
     /// Default 1 GB.
     std::size_t maxBytesTogether = std::size_t{1} << 30;
 
+    /// The limits in force.
     static NetworkLimits current();
+    /// Puts others in force for the whole process.
     static void setCurrent(const NetworkLimits& limits);
 };
 
@@ -39,6 +41,7 @@ struct NetworkReply {
     Reason reason;
 };
 
+/// Options of one transfer.
 struct NetworkOptions {
     /// For the whole transfer, waiting for its turn included; absent: `NetworkLimits::wholeSeconds`.
     std::optional<double> timeOutSeconds = {};
@@ -46,6 +49,7 @@ struct NetworkOptions {
     std::stop_token stop = {};
 };
 
+/// Called once with what came of a transfer.
 using NetworkReceiver = std::function<void(NetworkReply reply)>;
 
 /// Reads all that is at an address, on the calling thread: http, https (certificates are checked) and file
@@ -60,8 +64,11 @@ PEX_EXPORT void readAddressInBackground(const URL& url, const NetworkOptions& op
 
 /// A file for a server.
 struct NetworkFile {
+    /// Its content.
     Data data;
+    /// The file name that the server is told.
     std::string name;
+    /// Such as "image/jpeg".
     std::string mimeType;
 };
 

@@ -15,17 +15,21 @@ namespace pex {
 
 /// What is announced: a name, who announces it, and values by key.
 struct Notification {
+    /// Values of any type by key.
     using UserInfo = std::map<std::string, std::any>;
 
+    /// What observers wait for.
     std::string name;
     /// The sender; null when none is named. Only told apart by its address.
     const void* object = nullptr;
+    /// Values that go along; absent: none.
     std::optional<UserInfo> userInfo = {};
 };
 
 /// Announces notifications to those who wait for them by name. Safe from any thread.
 class PEX_EXPORT NotificationCenter {
   public:
+    /// What a notification is handed to.
     using Observer = std::function<void(const Notification&)>;
 
     /// The process's own.

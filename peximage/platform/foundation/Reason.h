@@ -38,9 +38,12 @@ enum class ReasonCode {
 /// A code for programs, and one line for people, without the file's name before it and without a full stop
 /// after it ("larger than the limit of 2 000 pixels a side").
 struct Reason {
+    /// What happened, for programs.
     ReasonCode code = ReasonCode::none;
+    /// What happened, for people.
     std::string message;
 
+    /// True when there is a reason: something failed.
     explicit operator bool() const { return code != ReasonCode::none; }
 };
 
@@ -56,7 +59,9 @@ PEX_EXPORT void giveReason(ReasonCode code, std::string_view message) noexcept;
 PEX_EXPORT void giveReason(const Reason& reason) noexcept;
 
 /// For an answer of the system (a value of errno) to reading or to writing a file.
+/// @{
 PEX_EXPORT void giveReadingReason(int systemError) noexcept;
 PEX_EXPORT void giveWritingReason(int systemError) noexcept;
+/// @}
 
 } // namespace pex

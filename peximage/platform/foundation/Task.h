@@ -88,17 +88,22 @@ template <class T>
 class Task {
   public:
     struct promise_type;
+    /// The coroutine behind the task.
     using Handle = std::coroutine_handle<promise_type>;
 
+    /// Takes the operation over; the one taken from is empty.
+    /// @{
     Task(Task&& other) noexcept : handle_(std::exchange(other.handle_, {})) {}
     Task& operator=(Task&& other) noexcept {
         std::swap(handle_, other.handle_);
         return *this;
     }
+    /// @}
     ~Task() {
         if (handle_) handle_.destroy();
     }
 
+    /// @cond
     bool await_ready() const noexcept { return !handle_; }
     std::coroutine_handle<> await_suspend(std::coroutine_handle<> awaiting) noexcept {
         handle_.promise().continuation = awaiting;
@@ -109,11 +114,13 @@ class Task {
         detail::tellOutOfMemory();
         return detail::withoutMemory<T>();
     }
+    /// @endcond
 
     /// Starts the operation on the calling thread and blocks until it is done, wherever it ends. Also on a
     /// background thread of the library: the work that is waited for gets another one.
     T get();
 
+    /// @cond
     struct promise_type : detail::TaskResult<T> {
         std::coroutine_handle<> continuation = std::noop_coroutine();
 
@@ -129,6 +136,7 @@ class Task {
         };
         FinalAwaiter final_suspend() const noexcept { return {}; }
     };
+    /// @endcond
 
   private:
     explicit Task(Handle handle) : handle_(handle) {}

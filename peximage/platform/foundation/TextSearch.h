@@ -14,6 +14,7 @@ namespace pex {
 /// characters only: "e" is not found inside "é" that is written as a letter and an accent. Immutable.
 class PEX_EXPORT TextSearch {
   public:
+    /// The text to look for, in UTF-8.
     explicit TextSearch(std::string_view search);
 
     /// The text with every occurrence replaced, from left to right and without searching what was put in. An

@@ -19,6 +19,7 @@ class PEX_EXPORT URL {
     /// has no scheme.
     static std::optional<URL> parse(std::string_view text);
 
+    /// True for the address of a local file.
     bool isFileURL() const { return scheme_ == "file"; }
     /// Lower-case scheme: "file", "https" …
     const std::string& scheme() const { return scheme_; }

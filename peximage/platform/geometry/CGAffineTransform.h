@@ -10,9 +10,14 @@ namespace pex {
 
 /// x' = a x + c y + tx, y' = b x + d y + ty. The default is the identity.
 struct CGAffineTransform {
+    /// The six numbers of the formula above.
+    /// @{
     double a = 1, b = 0, c = 0, d = 1, tx = 0, ty = 0;
+    /// @}
 
+    /// Each axis times a factor, about the origin.
     static constexpr CGAffineTransform scale(double sx, double sy) { return {sx, 0, 0, sy, 0, 0}; }
+    /// Moves by so much.
     static constexpr CGAffineTransform translation(double x, double y) { return {1, 0, 0, 1, x, y}; }
     /// Counter-clockwise where y grows upward; the angle is in radians.
     static CGAffineTransform rotation(double radians) {
@@ -29,6 +34,7 @@ struct CGAffineTransform {
         return rotation(turn / 180 * std::numbers::pi);
     }
 
+    /// Where the point goes.
     constexpr CGPoint apply(CGPoint p) const { return {a * p.x + c * p.y + tx, b * p.x + d * p.y + ty}; }
 
     /// The smallest upright rectangle around the transformed rectangle.

@@ -11,19 +11,30 @@ namespace pex {
 /// A rectangle by its origin and size. The stored size may be negative; the measuring functions below work on
 /// the standardised rectangle, whose sides are not.
 struct CGRect {
+    /// The corner with the least coordinates, if no side is negative.
     CGPoint origin;
+    /// From that corner to the opposite one; may be negative.
     CGSize size;
 
     constexpr CGRect() = default;
+    /// A rectangle by its corner and size.
+    /// @{
     constexpr CGRect(CGPoint o, CGSize s) : origin(o), size(s) {}
     constexpr CGRect(double x, double y, double w, double h) : origin{x, y}, size{w, h} {}
+    /// @}
 
+    /// The least and largest coordinates that the rectangle covers.
+    /// @{
     constexpr double minX() const { return std::min(origin.x, origin.x + size.width); }
     constexpr double minY() const { return std::min(origin.y, origin.y + size.height); }
     constexpr double maxX() const { return std::max(origin.x, origin.x + size.width); }
     constexpr double maxY() const { return std::max(origin.y, origin.y + size.height); }
+    /// @}
+    /// The sides' lengths, never negative.
+    /// @{
     constexpr double width() const { return size.width < 0 ? -size.width : size.width; }
     constexpr double height() const { return size.height < 0 ? -size.height : size.height; }
+    /// @}
 
     /// True when no area is covered, or when a coordinate is not a number.
     bool isEmpty() const { return !(width() > 0 && height() > 0) || std::isnan(origin.x + origin.y); }

@@ -14,6 +14,7 @@ using CGFloat = double;
 /// Truncated toward zero; what no integer can hold is limited to ±9e18, and what is no number is 0.
 inline std::int64_t toInt(CGFloat value) { return truncated(value); }
 
+/// The same number as a double.
 constexpr CGFloat cgFloat(std::int64_t value) { return static_cast<CGFloat>(value); }
 
 /// True when the value equals its truncation.

@@ -22,16 +22,23 @@ constexpr int byteCount(PixelBytes bytes) {
 /// row first; `bytesPerRow` counts from one row's first byte to the next one's.
 template <class Byte>
 struct BasicApplicationPixels {
+    /// The first byte of the top row.
     Byte* data = nullptr;
+    /// Pixels in a row.
     int width = 0;
+    /// Rows.
     int height = 0;
+    /// From one row's first byte to the next one's.
     std::ptrdiff_t bytesPerRow = 0;
+    /// The order of a pixel's bytes.
     PixelBytes bytes = PixelBytes::rgba;
     /// Whether colours have alpha multiplied in; no matter without alpha.
     bool isPremultiplied = false;
 };
 
+/// Pixels that may be written.
 using ApplicationPixels = BasicApplicationPixels<std::uint8_t>;
+/// Pixels that are only read.
 using ConstApplicationPixels = BasicApplicationPixels<const std::uint8_t>;
 
 /// Writes an image's pixels into memory of the same width and height; colours stay in the image's own space.

@@ -13,8 +13,10 @@ namespace pex {
 /// the profile. Safe to use from many threads.
 class PEX_EXPORT CGColorSpace {
   public:
+    /// What the numbers of a pixel stand for.
     enum class Model { rgb, gray, cmyk };
 
+    /// The built-in space of colour.
     static CGColorSpace sRGB();
     /// Device colours are taken as sRGB.
     static CGColorSpace deviceRGB() { return sRGB(); }
@@ -23,6 +25,7 @@ class PEX_EXPORT CGColorSpace {
     /// Absent when the bytes are no usable RGB, grey or CMYK profile.
     static std::optional<CGColorSpace> fromICC(const Data& icc);
 
+    /// What the numbers of a pixel stand for.
     Model model() const;
     /// True for the built-in spaces and for profiles that give the same colours as sRGB to within 1/255:
     /// nothing needs converting or embedding then. For a grey space the tone curve is what is compared.

@@ -13,8 +13,10 @@
 
 namespace pex {
 
+/// How pictures are brought to another size.
 enum class CGInterpolationQuality { none = 1, low = 2, medium = 4, high = 3 };
 
+/// What becomes of what lay there.
 enum class CGBlendMode {
     normal, // source over
     copy,   // what lay there is replaced
@@ -36,18 +38,28 @@ class PEX_EXPORT CGContext {
     static std::shared_ptr<CGContext> make(int width, int height, PixelLayout layout,
                                            const CGColorSpace& colorSpace, PixelBuffer memory);
 
+    /// In pixels.
+    /// @{
     int width() const { return width_; }
     int height() const { return height_; }
+    /// @}
+    /// How the bytes of a pixel lie.
     PixelLayout layout() const { return layout_; }
+    /// What its colours mean.
     const CGColorSpace& colorSpace() const { return colorSpace_; }
 
     /// Keeps the transform, opacity, blend mode, interpolation and fill colour; `restoreGState` brings the
     /// last kept ones back, and does nothing when there are none.
+    /// @{
     void saveGState();
     void restoreGState();
+    /// @}
 
+    /// Moves or scales user space, as seen from what is drawn next.
+    /// @{
     void translateBy(double x, double y);
     void scaleBy(double x, double y);
+    /// @}
     /// Counter-clockwise, in radians.
     void rotateBy(double radians);
     /// From user space to pixels, the origin at the bottom-left corner of the bitmap, y upward.
@@ -56,9 +68,11 @@ class PEX_EXPORT CGContext {
     void concat(const CGAffineTransform& transform);
     /// 0–1; multiplies the alpha of all that is drawn.
     void setAlpha(double alpha);
+    /// `normal` at first.
     void setBlendMode(CGBlendMode mode);
     /// `none` takes the nearest pixel; all others antialias.
     void setInterpolationQuality(CGInterpolationQuality quality);
+    /// Opaque black at first.
     void setFillColor(const CGColor& color);
 
     /// Fills a rectangle of user space with the fill colour; under a transform that turns it by less than a

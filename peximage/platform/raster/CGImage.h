@@ -27,46 +27,53 @@ class PEX_EXPORT CGImage {
     /// A source that is decoded on first touch.
     static CGImage make(std::shared_ptr<const PixelSource> source);
 
+    /// In pixels.
+    /// @{
     int width() const { return width_; }
     int height() const { return height_; }
+    /// @}
+    /// Always 8.
     int bitsPerComponent() const { return 8; }
+    /// How the bytes of a pixel lie.
     PixelLayout layout() const;
+    /// What its colours mean.
     const CGColorSpace& colorSpace() const;
 
     /// The pixels, decoded now if they were not yet; valid as long as this image or a copy of it. Absent when
-    /// the memory for them cannot be had, and, for the reason `damaged`, when nothing of the picture is left
-    /// in its file. Rows that a broken source could not give are transparent, or mid grey where there is no
-    /// alpha.
+    /// the memory for them cannot be had, or when the file shows nothing of the picture (reason `damaged`).
+    /// Rows that a broken file could not give are transparent, or mid grey where there is no alpha.
     std::optional<PixelView> pixels() const;
-    /// The pixels, for whoever asks to change and keep; this image has none afterwards. Absent, and nothing
-    /// has changed, when somebody else can see them: this is a part or has copies, or its memory has other
-    /// owners; or when they cannot be had.
+    /// Hands the pixels over to the caller, who may change them; this image has none afterwards. Absent, with
+    /// nothing changed, when somebody else can see the pixels (this is a part of an image, has copies, or its
+    /// memory has other owners), or when they cannot be had.
     std::optional<std::pair<PixelBuffer, MutablePixelView>> takePixels();
-    /// True when decoding found the source cut short or damaged. This and the next tell what any decoding of
-    /// it met: of this image or of another one of its source, whole or reduced, also by an operation that
-    /// made a smaller one; only when there was none, this decodes. A part tells of the whole image.
+    /// True when the encoded picture was found cut short or damaged by whatever decoded it: this image,
+    /// another one of the same source, or an operation that made a smaller image of it. If nothing has
+    /// decoded it yet, this does. A part of an image tells of the whole.
     bool isIncomplete() const;
-    /// The share of the rows that show something of the picture: 1 for a whole one, and for one that is
-    /// damaged but has something to show in every row; 0 when there are no `pixels`. Rows of which a
-    /// progressive or interlaced file holds but a coarse view count.
+    /// The share of the rows that show something of the picture, 0–1, learned in the same way: 1 for a whole
+    /// picture, and for a damaged one that shows something in every row; 0 when there are no `pixels`. Rows
+    /// of which a progressive or interlaced file holds only a coarse view count.
     double decodedFraction() const;
 
-    /// The part inside a rectangle of pixels, origin at the top-left corner and y downward: made integral
-    /// outward, then clipped to the image. It shares the pixels. Absent when nothing is left.
+    /// The part inside a rectangle of pixels, origin at the top-left corner and y downward. The rectangle is
+    /// rounded outward to whole pixels and clipped to the image. The part shares the pixels. Absent when
+    /// nothing is left.
     std::optional<CGImage> cropping(const CGRect& rect) const;
 
-    /// The same pixels read as another layout of as many bytes; what they mean is the caller's to know.
-    /// Absent when the layouts differ in size or the pixels cannot be had.
+    /// The same bytes read as another layout; nothing is converted. Absent when pixels of the two layouts
+    /// differ in size, or the pixels cannot be had.
     std::optional<CGImage> reinterpreted(PixelLayout as) const;
 
-    /// The source, while nothing has decoded it yet and the image is the whole of it; null otherwise. Whoever
-    /// needs only a small picture decodes a reduced one from it.
+    /// The encoded source, from which a smaller picture can be decoded directly. Null once the pixels were
+    /// decoded, for a part of an image, and for pixels in memory.
     std::shared_ptr<const PixelSource> source() const;
 
-    /// What was made of the source for a size that was asked for twice in a row, so that a picture that is
-    /// drawn again and again is not decoded each time; absent for other sizes. One no larger than the picture
-    /// is kept, until the pixels themselves are there.
+    /// The picture reduced to a size, if that was kept: so that a picture that is drawn again and again is
+    /// not decoded each time. A reduction is kept when its size was asked for twice in a row, until the
+    /// pixels themselves are decoded. Absent for other sizes.
     std::optional<CGImage> reduction(PixelSize size) const;
+    /// Hands over what was made, for later calls of `reduction`.
     void offerReduction(const CGImage& made) const;
 
   private:

@@ -9,21 +9,23 @@
 
 namespace pex {
 
-/// Memory for pixels, shared by whoever looks at them and given back with the last owner. Large buffers are
-/// aligned to 2 MB and use huge pages where the system offers them, and a few freed ones are kept for the
-/// next picture of about the same size: touching fresh memory costs more than most work done in it. The bytes
-/// are not zeroed. Making and dropping buffers is safe from any thread.
+/// Memory for pixels, shared by its copies and freed with the last one. Large buffers are aligned to 2 MB and
+/// use huge pages where the system offers them. A few freed ones are kept for the next picture of about the
+/// same size, since touching fresh memory costs more than most work done in it. Buffers may be made and
+/// dropped on any thread.
 class PEX_EXPORT PixelBuffer {
   public:
     PixelBuffer() = default;
 
-    /// An empty buffer, with the reason, when the memory cannot be had (check with `operator bool`).
+    /// A buffer of so many bytes, which are not zeroed. Empty, with a reason, when the memory cannot be had
+    /// (check with `operator bool`).
     static PixelBuffer make(std::size_t bytes);
+    /// The same with all bytes 0.
     static PixelBuffer makeZeroed(std::size_t bytes);
 
-    /// Memory that somebody else owns and that is only read: `isUnique` is never true of it, so nobody writes
-    /// it. `release` is called exactly once, by the thread that drops the last buffer over it, or at once
-    /// where memory runs out and the buffer is empty; it must not throw.
+    /// A buffer over memory that somebody else owns. It is only read: `isUnique` is never true of it.
+    /// `release` is called exactly once, by the thread that drops the last copy, or at once when memory runs
+    /// out and the result is empty. It must not throw.
     static PixelBuffer adopt(const std::uint8_t* bytes, std::size_t size, std::function<void()> release);
 
     /// A piece of this buffer that keeps the whole alive; the caller has checked that it lies inside.
@@ -31,11 +33,14 @@ class PEX_EXPORT PixelBuffer {
         return {std::shared_ptr<std::uint8_t>(bytes_, data() + offset), bytes, isForeign_};
     }
 
+    /// The first byte; null when the buffer is empty.
     std::uint8_t* data() const { return bytes_.get(); }
+    /// How many bytes there are.
     std::size_t size() const { return size_; }
+    /// False for an empty buffer.
     explicit operator bool() const { return bytes_ != nullptr; }
-    /// True while no other buffer object shares the bytes: who holds it may then write them, also when
-    /// another thread has just dropped the last other one.
+    /// True while no other buffer object shares the bytes: the holder may then write them, even if another
+    /// thread has just dropped the last copy.
     bool isUnique() const;
 
   private:
@@ -49,7 +54,7 @@ class PEX_EXPORT PixelBuffer {
     bool isForeign_ = false; // somebody else's, only to be read
 };
 
-/// The pool of freed pixel memory behind `PixelBuffer`. What it keeps goes back to the system when the
+/// The pool of freed pixel memory behind `PixelBuffer`. It gives its memory back to the system when the
 /// library's worker threads have had nothing to do for two seconds.
 namespace pixelPool {
 

@@ -14,12 +14,15 @@ enum class PixelLayout {
     grey,
 };
 
+/// 1 for grey, else 4.
 constexpr int bytesPerPixel(PixelLayout layout) { return layout == PixelLayout::grey ? 1 : 4; }
 
+/// Whether a byte tells the opacity.
 constexpr bool hasAlpha(PixelLayout layout) {
     return layout != PixelLayout::grey && layout != PixelLayout::skipLast && layout != PixelLayout::skipFirst;
 }
 
+/// Whether the byte of opacity, or the one in its place, comes first.
 constexpr bool isAlphaFirst(PixelLayout layout) {
     return layout == PixelLayout::premultipliedFirst || layout == PixelLayout::straightFirst ||
            layout == PixelLayout::skipFirst;

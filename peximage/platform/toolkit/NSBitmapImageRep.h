@@ -20,10 +20,14 @@ class PEX_EXPORT NSBitmapImageRep {
     /// Its size in points is the image's size in pixels.
     explicit NSBitmapImageRep(const CGImage& image);
 
+    /// In pixels.
+    /// @{
     int pixelsWide() const { return image_.width(); }
     int pixelsHigh() const { return image_.height(); }
+    /// @}
     /// The size in points; pixels over points × 72 is the resolution that PNG records.
     CGSize size() const { return size_; }
+    /// Sets it; the pixels stay.
     void setSize(CGSize size) { size_ = size; }
 
     /// The pixels as they are now; later writes do not show in it.
@@ -33,9 +37,11 @@ class PEX_EXPORT NSBitmapImageRep {
     /// is converted to the bitmap's space. A picture without alpha keeps the colour alone.
     void setColor(const NSColor& color, int x, int y);
 
+    /// Options of `representation`.
     struct Properties {
         /// `NSImageCompressionFactor`: 0 … 1, 1 best; for JPEG.
         double compressionFactor = 0.9;
+        /// What the file says about the picture beside its pixels.
         ImageMetadata metadata = {};
     };
     /// Encoded bytes; absent when the format cannot be written or hold the picture.

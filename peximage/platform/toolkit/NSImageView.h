@@ -22,6 +22,7 @@ class PEX_EXPORT NSImageView : public std::enable_shared_from_this<NSImageView> 
     static std::shared_ptr<NSImageView> make(const CGRect& frame);
     virtual ~NSImageView() = default;
 
+    /// Where the view lies in what holds it, in points.
     CGRect frame() const;
     /// A view of another size is to be drawn anew.
     void setFrame(const CGRect& frame);
@@ -33,13 +34,17 @@ class PEX_EXPORT NSImageView : public std::enable_shared_from_this<NSImageView> 
 
     /// Without a layer until `setWantsLayer(true)`.
     bool wantsLayer() const { return layer_.has_value(); }
+    /// Gives the view a layer, or takes it away.
     void setWantsLayer(bool wants);
     /// Null without one.
+    /// @{
     CALayer* layer() { return layer_ ? &*layer_ : nullptr; }
     const CALayer* layer() const { return layer_ ? &*layer_ : nullptr; }
+    /// @}
 
     /// How the content is placed: fitted into the view and never enlarged, or fitted and enlarged, too.
     enum class ImageScaling { proportionallyDown, proportionallyUpOrDown };
+    /// Whether small content is enlarged.
     ImageScaling imageScaling = ImageScaling::proportionallyDown;
     /// Enlarges the fitted content around the view's middle; what lies outside the view is cut.
     double magnification = 1;
@@ -53,6 +58,7 @@ class PEX_EXPORT NSImageView : public std::enable_shared_from_this<NSImageView> 
     /// Asks for a part of what holds the view to be drawn anew: calls what `setDisplayRequest` set, on this
     /// thread.
     void setNeedsDisplay(const CGRect& rect);
+    /// Sets what `setNeedsDisplay` calls; empty: nothing.
     void setDisplayRequest(std::function<void(const CGRect& rect)> request);
 
     /// Draws the view into this thread's current `NSGraphicsContext`, whose user space has its origin at the
@@ -62,6 +68,7 @@ class PEX_EXPORT NSImageView : public std::enable_shared_from_this<NSImageView> 
     void drawInto(const std::shared_ptr<CGContext>& context);
 
   protected:
+    /// For subclasses.
     explicit NSImageView(const CGRect& frame) : frame_(frame) {}
 
   private:

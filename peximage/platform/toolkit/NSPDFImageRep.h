@@ -26,10 +26,12 @@ class PEX_EXPORT NSPDFImageRep {
     /// True when the bytes are a PDF document that only its password opens, which no one here can give.
     static bool needsPassword(const Data& bytes);
 
+    /// How many pages the document has.
     int pageCount() const;
     /// The page that the operations below work on, counted from 0, at first the first. A page that is not in
     /// the document has no size and no image.
     void setCurrentPage(int page) { page_ = page; }
+    /// The page that was set.
     int currentPage() const { return page_; }
 
     /// Of the current page, in points (72 are an inch), as the page is seen.

@@ -13,6 +13,7 @@ struct PEX_EXPORT NSScreen {
 
     /// The screens declared last; none at first. Safe from any thread.
     static std::vector<NSScreen> screens();
+    /// Declares all screens there are, in place of those declared before. Safe from any thread.
     static void setScreens(std::vector<NSScreen> screens);
 
     /// The largest backing scale of all screens, and at least 1: 1 without screens, and a scale that is not a

@@ -11,9 +11,12 @@ namespace pex {
 /// The desktop around the application. Any thread.
 class PEX_EXPORT NSWorkspace {
   public:
+    /// The one that there is.
     static const NSWorkspace& shared();
 
+    /// Options of `icon`.
     struct ForFile {
+        /// A path; nothing need lie there.
         std::string path;
     };
     /// The desktop's icon for a file or folder, or, where it is not there, for a file of that name; a plain

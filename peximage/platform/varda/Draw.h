@@ -18,7 +18,9 @@ class PEX_EXPORT Draw {
     /// the target unchanged and nothing to end, when such a bitmap cannot be had.
     static bool start(const std::shared_ptr<NSImage>& image);
 
+    /// What `copybits` draws, and where.
     struct Copybits {
+        /// The image to draw; null draws nothing.
         std::shared_ptr<NSImage> srcImage;
         /// In points of the source; the whole of it when absent.
         std::optional<CGRect> srcRect = {};
@@ -27,12 +29,14 @@ class PEX_EXPORT Draw {
         /// The lower left corner, in points of the target: the source is drawn at its own size in points. At
         /// the origin when absent.
         std::optional<CGPoint> dstPoint = {};
+        /// 0 invisible, 1 as the image is.
         double opacity = 1;
     };
     /// Draws source over what is there, smoothly scaled, its alpha multiplied by the opacity. Nothing without
     /// a target.
     static void copybits(const Copybits& copy);
 
+    /// Ends drawing into the target; without one it does nothing.
     static void end();
 };
 

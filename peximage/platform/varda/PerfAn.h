@@ -12,9 +12,13 @@ namespace pex {
 /// of the process. Safe from any thread; stretches of one thread may nest.
 class PEX_EXPORT PerfAn {
   public:
+    /// What was measured under one label.
     struct Measure {
+        /// The label given to `start`.
         std::string label;
+        /// How many stretches ended.
         long calls = 0;
+        /// Their times together.
         double seconds = 0;
     };
 
@@ -25,6 +29,7 @@ class PEX_EXPORT PerfAn {
 
     /// What was measured so far, in the order in which the labels first ended.
     static std::vector<Measure> measures();
+    /// Forgets what was measured.
     static void reset();
 };
 

@@ -15,8 +15,10 @@ namespace pex {
 /// least recently used ones are dropped. Safe from any thread.
 class PEX_EXPORT PexCache {
   public:
+    /// The bound of a new cache: 256 MB.
     static constexpr std::size_t defaultMaxBytes = std::size_t{256} << 20;
 
+    /// An empty cache with that bound, in bytes.
     explicit PexCache(std::size_t maxBytes = defaultMaxBytes) : maxBytes_(maxBytes) {}
 
     /// The object stored under the key, which counts as used now; without value when there is none.
@@ -29,6 +31,7 @@ class PEX_EXPORT PexCache {
     void setMaxBytes(std::size_t maxBytes);
     /// What the stored objects take together.
     std::size_t bytes() const;
+    /// Drops all objects.
     void removeAll();
 
   private:

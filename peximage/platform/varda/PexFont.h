@@ -11,7 +11,9 @@ namespace pex {
 struct PexFont {
     /// The name of a font and its size in points. A plain value; no font file is looked up.
     struct Font {
+        /// The font's name.
         std::string name = "Courier";
+        /// In points.
         double size = 12;
 
         /// The typewriter font that every system has.

@@ -13,10 +13,15 @@ namespace pex {
 /// Talks to the application's server. Any thread.
 class PEX_EXPORT PexNet {
   public:
+    /// What `upload` sends.
     struct Upload {
+        /// The address that the form is posted to.
         URL to;
+        /// The file's content.
         Data data;
+        /// The file name that the server is told.
         std::string withFileName;
+        /// Such as "image/jpeg".
         std::string mimetype;
     };
     /// Posts the bytes as a file (multipart/form-data, field "file"); the transfer runs in the background,
@@ -26,6 +31,7 @@ class PEX_EXPORT PexNet {
     /// The application's server, such as "https://server.example/"; absent at first. False, and nothing
     /// changes, for an address that is not https; http is taken for this machine itself (localhost).
     static bool setServer(std::optional<URL> server);
+    /// The server that was set; absent: none.
     static std::optional<URL> server();
 };
 

@@ -16,6 +16,7 @@ namespace pex {
 template <class Value>
 class PexPrecalc {
   public:
+    /// An empty table; with a bound of 0 nothing is remembered.
     explicit PexPrecalc(std::size_t listBound, bool threadSafe = false)
         : listBound_(listBound), threadSafe_(threadSafe) {}
 

@@ -9,8 +9,8 @@
 
 namespace pex {
 
-/// Settings that keep themselves in the user's data folder, one keyed document a configuration (where: see
-/// `SettingsStore`). `class Settings : public PexSaveable<Settings>` has
+/// The base of settings that are saved in the user's data folder, one keyed document for each configuration
+/// (`SettingsStore` says where). `class Settings : public PexSaveable<Settings>` has
 ///
 /// - `static std::string appName` and `static std::optional<std::string> subSettings`: whose settings they
 /// are;
@@ -42,8 +42,8 @@ class PexSaveable {
     /// The names under which something is saved, sorted.
     static std::vector<std::string> configurations() { return store().configurations(); }
 
-    /// Saves a copy under another name, which the copy bears, in place of what is saved there; `load` goes on
-    /// reading what it read before.
+    /// Saves a copy under another name, replacing what is saved there. The copy bears that name; `load` goes
+    /// on reading the configuration that it read before.
     bool saveConfiguration(const std::string& withName) {
         Self& self = static_cast<Self&>(*this);
         if (withName == self.configurationName) return self.save();
@@ -57,19 +57,24 @@ class PexSaveable {
     static bool deleteConfiguration(std::string_view withName) { return store().remove(withName); }
 
   protected:
+    /// Where the settings lie.
     static SettingsStore store() { return SettingsStore(Self::appName, Self::subSettings); }
 
     /// What loading gave, and what it saw: absent where something stored could not be read.
     struct Loaded {
+        /// What was loaded; absent or null when there is none.
         Decoded<Self> value{};
+        /// The state of the stored document that was read.
         std::optional<SettingsStore::Version> seen{};
     };
 
+    /// Loads the configuration in use.
     static Loaded loadSeen() {
         const std::optional<std::string> current = store().current();
         return current ? loadSeen(*current) : Loaded();
     }
 
+    /// Loads one configuration.
     static Loaded loadSeen(std::string_view configurationName) {
         const std::optional<SettingsStore::Stored> stored = store().read(configurationName);
         if (!stored) return {};
@@ -83,6 +88,7 @@ class PexSaveable {
         return loaded;
     }
 
+    /// Whether a stored document cannot be read as these settings.
     static bool isDamaged(const SettingsStore::Stored& stored) { return !decode<Self>(*stored.text); }
 
   private:

@@ -14,12 +14,18 @@ namespace pex {
 /// thread and with any number of processes.
 class PEX_EXPORT PexShareApp {
   public:
+    /// Options of `ingestAndGetId`.
     struct Ingest {
+        /// A local file.
         URL fileAtUrl;
+        /// No effect: there is no remote store.
         bool upload = false;
     };
+    /// Options of `url`.
     struct ForId {
+        /// The identifier that `ingestAndGetId` gave.
         std::string forId;
+        /// No effect: there is no remote store.
         bool downloadRemote = false;
     };
 

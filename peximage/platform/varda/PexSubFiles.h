@@ -17,7 +17,9 @@ namespace pex {
 /// thread and with any number of processes.
 class PEX_EXPORT PexSubFiles {
   public:
+    /// Options of `data`.
     struct ForId {
+        /// The identifier that the bytes were stored under.
         std::string forId;
     };
 

@@ -15,6 +15,7 @@ namespace pex {
 template <class Key, class Value>
 class PexThreadSafeDictionary {
   public:
+    /// What a change calls.
     using ChangeCallback = std::function<void()>;
 
     /// The callback, where there is one, is called after every `set`. It may use the dictionary.

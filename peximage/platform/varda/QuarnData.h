@@ -15,15 +15,20 @@ namespace pex {
 /// hands over a function that does. A plain value. Safe from any thread, if the function is.
 class PEX_EXPORT QuarnData {
   public:
+    /// Options of `getData`.
     struct WithId {
+        /// The identifier of the bytes.
         std::string withId;
     };
+    /// What was found.
     struct Result {
+        /// The bytes.
         Data data;
     };
     /// May take its time; gives the bytes of the identifier, or nothing.
     using Source = std::function<std::optional<Data>(const std::string& id)>;
 
+    /// Asks that function, which must not be empty.
     explicit QuarnData(Source source) : source_(std::move(source)) {}
 
     /// Asks the source on a background thread, where the awaiting coroutine goes on, too. Absent when it has

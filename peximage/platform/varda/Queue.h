@@ -8,29 +8,29 @@
 
 namespace pex {
 
-/// Work off the caller's thread.
+/// Runs work on background threads.
 ///
-/// What was handed over before the process ends (by `exit`, or by returning from `main`) is still done,
-/// within `setPatienceAtExit`; it should not use what the application destroys then. A forked child has none
-/// of its parent's work, and threads of its own.
+/// When the process ends (by `exit`, or by returning from `main`), work that was handed over before is still
+/// done, within the time of `setPatienceAtExit`. It should not use what the application destroys then. A
+/// forked child has threads of its own and none of its parent's work.
 class PEX_EXPORT Queue {
   public:
-    /// What an application may run the library's background work on: it calls the work once, on some other
-    /// thread, soon.
+    /// Runs the library's background work for an application: has to call the work once, soon, on another
+    /// thread.
     using Executor = std::function<void(std::function<void()> work)>;
 
-    /// Runs the work asynchronously, not on the caller's stack unless the system gives no thread at all;
-    /// `fast` asks for it to come before work that is not fast. What the work throws is dropped. Any thread.
+    /// Hands work over and returns; `fast` work comes before other work. Only when the system gives no thread
+    /// at all, the work runs before this returns. What the work throws is dropped. Any thread.
     static void execute(bool fast, std::function<void()> work);
 
     /// Replaces the library's own small pool; an empty one brings it back. Work that was already handed over
     /// stays where it is.
     static void setExecutor(Executor executor);
 
-    /// Waits until all is done that was handed over, what this hands over itself, and what goes on elsewhere
-    /// meanwhile: transfers. False when that takes longer, and at once within such work.
+    /// Waits until all work is done: what was handed over, what that hands over itself, and transfers. False
+    /// when it takes longer than so many seconds, and at once when called from such work.
     static bool wait(double seconds = std::numeric_limits<double>::infinity());
-    /// Until its last copy is gone, something counts for `wait` as work that is not done.
+    /// `wait` waits until the last copy of the result is gone.
     static std::shared_ptr<void> hold();
 
     /// How long the end of the process waits for the work of the library's own pool; 10 seconds at first.

@@ -16,22 +16,27 @@ namespace pex {
 /// `<user data>/PexImage/<application>/main/<configuration>.json`, or with sub-settings
 /// `…/sub/<sub-settings>/<configuration>.json`, every name in the form that `storedPath` gives it.
 ///
-/// A write replaces the file whole or leaves it as it was, whatever happens meanwhile. What is stored is
-/// looked at and replaced in one go: others that write through a store, in this process or another, wait.
-/// What gives nothing gives its reason (`lastReason`). Safe from any thread.
+/// A write replaces the whole file or leaves it as it was, even if the machine crashes. Looking at the stored
+/// document and replacing it is one step: other writers, in this process or another, wait. A failure gives
+/// its reason (`lastReason`). Safe from any thread.
 class PEX_EXPORT SettingsStore {
   public:
+    /// The store of an application's settings; with sub-settings, one beside the main one. Any names will do.
     explicit SettingsStore(std::string_view appName, const std::optional<std::string>& subSettings);
 
     /// Tells one state of a stored document from all others.
     struct Version {
+        /// The path of the document's file.
         std::string file;
-        std::optional<std::uint64_t> bytes; // a number made from them; absent: nothing is stored
+        std::optional<std::uint64_t> bytes; ///< A number made from its bytes; absent: nothing is stored.
 
         friend bool operator==(const Version&, const Version&) = default;
     };
+    /// A document as it is stored.
     struct Stored {
+        /// Its text; absent: there is none.
         std::optional<std::string> text;
+        /// What tells it from others.
         Version version;
     };
 
@@ -42,11 +47,12 @@ class PEX_EXPORT SettingsStore {
         staysDamaged, // as `<configuration>.json.damaged`, or `….damaged-2` and so on
         stays,        // nothing is written; the reason is `changedElsewhere`
     };
+    /// Decides about a document that is there.
     using Judge = std::function<Fate(const Stored&)>;
 
-    /// Stores a configuration's document, and says what is stored from then on. `judge` decides about one
-    /// that is there. Absent when it cannot be written, when it is too long to be read again, or when what
-    /// is there cannot be read or be kept as it should: then that stays.
+    /// Stores a configuration's document and gives its version. `judge` decides about a document that is
+    /// already there. Absent when the new one cannot be written or is too long to be read again, or when the
+    /// old one cannot be read or kept; then the old one stays.
     std::optional<Version> write(std::string_view configuration, std::string_view document,
                                  const Judge& judge) const;
     /// What is stored for a configuration, a text or none. Absent when something is there but cannot be read.
@@ -56,9 +62,10 @@ class PEX_EXPORT SettingsStore {
     /// The names of all stored configurations, sorted.
     std::vector<std::string> configurations() const;
 
-    /// The configuration that counts as the one in use: the one named last, or "Default". Absent when that
-    /// is stored but cannot be read.
+    /// The configuration in use: the one that `setCurrent` named last, or "Default". Absent when the stored
+    /// name cannot be read.
     std::optional<std::string> current() const;
+    /// Names the configuration in use. False when that cannot be stored.
     bool setCurrent(std::string_view configuration) const;
 
   private:

@@ -8,6 +8,7 @@
 
 namespace pex {
 
+/// A program and what it is called with.
 struct ShellCommand {
     /// The program's own path: no search, and no shell in between.
     std::string launchPath;

@@ -8,6 +8,15 @@
 extern "C" const char* __asan_default_options(); // NOLINT: the sanitizer's name for it
 extern "C" const char* __asan_default_options() { return "allocator_may_return_null=1"; }
 
+// Leaks that are another library's own.
+extern "C" const char* __lsan_default_suppressions();
+extern "C" const char* __lsan_default_suppressions() {
+    return "leak:libx265.so\n" // its encoder keeps about a kilobyte of each picture
+                               // Where memory runs out within them:
+           "leak:heif_context_alloc\n"
+           "leak:libdav1d.so\n";
+}
+
 int main(int argc, char** argv) {
     testing::InitGoogleTest(&argc, argv);
     // Nothing of the user's own is read or written; some libraries ask for the folder only once.

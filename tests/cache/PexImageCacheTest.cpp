@@ -1,7 +1,7 @@
 #include "peximage/cache/PexImageCache.h"
 
-#include "tests/support/OnThreads.h"
 #include "tests/support/Pictures.h"
+#include "tests/support/Surroundings.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

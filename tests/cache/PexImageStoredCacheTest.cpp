@@ -1,12 +1,9 @@
 #include "peximage/cache/PexImageStoredCache.h"
 
-#include "tests/support/CachesFolder.h"
-#include "tests/support/CapturedLines.h"
-#include "tests/support/DataFolder.h"
-#include "tests/support/Gathered.h"
 #include "tests/support/InChild.h"
-#include "tests/support/OnThreads.h"
 #include "tests/support/Pictures.h"
+#include "tests/support/Surroundings.h"
+#include "tests/support/TempFolder.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

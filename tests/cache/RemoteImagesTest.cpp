@@ -3,10 +3,9 @@
 #include "peximage/platform/codecs/CGImageDestination.h"
 #include "peximage/platform/varda/PexId.h"
 #include "peximage/platform/varda/Queue.h"
-#include "tests/support/CachesFolder.h"
-#include "tests/support/DataFolder.h"
 #include "tests/support/HttpServer.h"
 #include "tests/support/Pictures.h"
+#include "tests/support/TempFolder.h"
 
 #include <gtest/gtest.h>
 

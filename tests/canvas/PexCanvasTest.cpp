@@ -1,7 +1,7 @@
 #include "peximage/canvas/PexCanvas.h"
 
 #include "tests/support/Pictures.h"
-#include "tests/support/Screens.h"
+#include "tests/support/Surroundings.h"
 #include "tests/support/TempFolder.h"
 
 #include <gtest/gtest.h>

@@ -1,5 +1,5 @@
 #include "peximage/composer/PexComposer.h"
-#include "tests/support/CapturedLines.h"
+#include "tests/support/Surroundings.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

@@ -3,9 +3,9 @@
 #include "peximage/image/PexImage.h"
 #include "peximage/platform/foundation/AtomicFile.h"
 #include "peximage/platform/varda/XMain.h"
-#include "tests/support/DataFolder.h"
 #include "tests/support/InChild.h"
 #include "tests/support/Pictures.h"
+#include "tests/support/TempFolder.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

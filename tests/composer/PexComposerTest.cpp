@@ -1,6 +1,6 @@
 #include "peximage/composer/PexComposer.h"
 
-#include "tests/support/ReplacedText.h"
+#include "tests/support/Surroundings.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

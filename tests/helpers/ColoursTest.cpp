@@ -1,9 +1,7 @@
 #include "peximage/helpers/PexImageHelperColours.h"
 #include "peximage/image/PexImage.h"
-#include "tests/support/CapturedLines.h"
 #include "tests/support/Pictures.h"
-#include "tests/support/Profiles.h"
-#include "tests/support/Screens.h"
+#include "tests/support/Surroundings.h"
 
 #include <gtest/gtest.h>
 

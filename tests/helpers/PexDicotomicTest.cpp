@@ -1,6 +1,6 @@
 #include "peximage/helpers/PexDicotomic.h"
 
-#include "tests/support/CapturedLines.h"
+#include "tests/support/Surroundings.h"
 
 #include <gtest/gtest.h>
 

@@ -2,7 +2,7 @@
 
 #include "peximage/image/PexImage.h"
 #include "tests/support/Pictures.h"
-#include "tests/support/Screens.h"
+#include "tests/support/Surroundings.h"
 
 #include <gtest/gtest.h>
 

@@ -6,9 +6,8 @@
 #include "peximage/platform/foundation/Reason.h"
 #include "peximage/platform/toolkit/NSScreen.h"
 #include "tests/platform/codecs/jpeg/encode/EncoderReference.h"
-#include "tests/support/CapturedLines.h"
-#include "tests/support/ExifFiles.h"
-#include "tests/support/Pictures.h"
+#include "tests/support/PictureFiles.h"
+#include "tests/support/Surroundings.h"
 #include "tests/support/TempFolder.h"
 
 #include <gtest/gtest.h>

@@ -8,11 +8,8 @@
 #include "peximage/platform/foundation/Reason.h"
 #include "peximage/platform/foundation/Workers.h"
 #include "peximage/platform/toolkit/NSPDFImageRep.h"
-#include "tests/support/CapturedLines.h"
-#include "tests/support/PdfFiles.h"
-#include "tests/support/Pictures.h"
-#include "tests/support/ReplacedText.h"
-#include "tests/support/Screens.h"
+#include "tests/support/PictureFiles.h"
+#include "tests/support/Surroundings.h"
 #include "tests/support/TempFolder.h"
 
 #include <gtest/gtest.h>

@@ -3,9 +3,8 @@
 #include "peximage/image/PexImage.h"
 #include "peximage/platform/geometry/Numbers.h"
 #include "peximage/platform/raster/CGContext.h"
-#include "tests/support/CapturedLines.h"
 #include "tests/support/Pictures.h"
-#include "tests/support/Profiles.h"
+#include "tests/support/Surroundings.h"
 
 #include <gtest/gtest.h>
 

@@ -10,9 +10,8 @@
 #include "peximage/platform/codecs/ImageLimits.h"
 #include "peximage/platform/toolkit/NSScreen.h"
 #include "peximage/platform/varda/Draw.h"
-#include "tests/support/CachesFolder.h"
-#include "tests/support/CapturedLines.h"
 #include "tests/support/Pictures.h"
+#include "tests/support/Surroundings.h"
 #include "tests/support/TempFolder.h"
 
 #include <gtest/gtest.h>

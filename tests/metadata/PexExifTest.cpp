@@ -4,11 +4,9 @@
 #include "peximage/image/PexImage.h"
 #include "peximage/platform/codecs/CGImageSource.h"
 #include "peximage/platform/codecs/ExifBlock.h"
-#include "tests/support/CapturedLines.h"
-#include "tests/support/DataFolder.h"
-#include "tests/support/ExifFiles.h"
-#include "tests/support/Pictures.h"
-#include "tests/support/TiffFiles.h"
+#include "tests/support/PictureFiles.h"
+#include "tests/support/Surroundings.h"
+#include "tests/support/TempFolder.h"
 
 #include <gtest/gtest.h>
 

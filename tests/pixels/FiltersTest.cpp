@@ -6,9 +6,8 @@
 #include "peximage/platform/filters/CIFilter.h"
 #include "peximage/platform/foundation/Workers.h"
 #include "tests/platform/raster/kernels/EveryInstructionSet.h"
-#include "tests/support/CapturedLines.h"
 #include "tests/support/Pictures.h"
-#include "tests/support/Profiles.h"
+#include "tests/support/Surroundings.h"
 #include "tests/support/TempFolder.h"
 
 #include <gtest/gtest.h>

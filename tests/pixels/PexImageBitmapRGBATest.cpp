@@ -2,8 +2,8 @@
 
 #include "peximage/platform/varda/PerfAn.h"
 #include "tests/platform/raster/kernels/EveryInstructionSet.h"
-#include "tests/support/CapturedLines.h"
 #include "tests/support/Pictures.h"
+#include "tests/support/Surroundings.h"
 
 #include <algorithm>
 #include <cmath>

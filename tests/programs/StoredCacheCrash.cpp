@@ -5,10 +5,9 @@
 #include "peximage/cache/PexImageStoredCache.h"
 #include "peximage/platform/foundation/Diagnostics.h"
 #include "peximage/platform/varda/FileUtilities.h"
-#include "tests/support/CachesFolder.h"
-#include "tests/support/DataFolder.h"
 #include "tests/support/InChild.h"
 #include "tests/support/Pictures.h"
+#include "tests/support/TempFolder.h"
 
 #include <csignal>
 #include <iostream>

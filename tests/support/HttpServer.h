@@ -1,7 +1,6 @@
 #pragma once
 
 #include "peximage/platform/foundation/URL.h"
-#include "tests/support/LoopbackListener.h"
 
 #include <atomic>
 #include <functional>
@@ -11,6 +10,24 @@
 #include <string_view>
 #include <thread>
 #include <vector>
+
+/// Waits for connections on the loopback interface, on a port of its own.
+class LoopbackListener {
+  public:
+    LoopbackListener();
+    ~LoopbackListener();
+    LoopbackListener(const LoopbackListener&) = delete;
+    LoopbackListener& operator=(const LoopbackListener&) = delete;
+
+    int port() const { return port_; }
+    /// The next connection, the caller's to close; -1 after `stop`.
+    int accept() const;
+    /// Ends `accept`, also on another thread.
+    void stop() const;
+
+  private:
+    int socket_ = -1, port_ = 0;
+};
 
 /// A web server on the loopback interface, on a port of its own, that does what the test says: also what no
 /// good server does.
@@ -60,4 +77,24 @@ class HttpServer {
     std::list<std::thread> connections_;
     std::vector<int> sockets_;
     std::thread acceptor_; // last: it uses all of the above
+};
+
+/// A secure web server on the loopback interface, for one connection, whose certificate nobody vouches for.
+class SelfSignedServer {
+  public:
+    SelfSignedServer();
+    ~SelfSignedServer();
+    SelfSignedServer(const SelfSignedServer&) = delete;
+    SelfSignedServer& operator=(const SelfSignedServer&) = delete;
+
+    std::string address() const { return "https://127.0.0.1:" + std::to_string(listener_.port()) + "/"; }
+    /// Whether a client went on after it had seen the certificate.
+    bool wasTrusted() const { return trusted_; }
+
+  private:
+    void serve();
+
+    LoopbackListener listener_;
+    std::atomic<bool> trusted_{false};
+    std::thread thread_; // last: it uses all of the above
 };

@@ -1,6 +1,8 @@
 #pragma once
 
+#include <cstddef>
 #include <functional>
+#include <pthread.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -32,3 +34,13 @@ inline int waitForChild(pid_t child) {
 }
 
 inline int inChild(const std::function<int()>& work) { return waitForChild(startChild(work)); }
+
+/// From now on the process can have no new thread. For child processes.
+inline void allowNoMoreThreads() {
+    constexpr std::size_t moreThanThereIs = std::size_t{1} << 46;
+    pthread_attr_t attributes;
+    ::pthread_attr_init(&attributes);
+    ::pthread_attr_setstacksize(&attributes, moreThanThereIs);
+    ::pthread_setattr_default_np(&attributes);
+    ::pthread_attr_destroy(&attributes);
+}

@@ -1,6 +1,12 @@
 #include "tests/support/Pictures.h"
 
+#include "peximage/platform/codecs/CGImageSource.h"
+
+#include <lcms2.h>
+
+#include <algorithm>
 #include <cmath>
+#include <cstdlib>
 #include <random>
 #include <stdexcept>
 
@@ -59,4 +65,104 @@ CGImage noise(int width, int height, PixelLayout layout, unsigned seed) {
         }
         return pixel;
     });
+}
+
+Bytes bytesOf(const Data& data) { return {data.bytes().begin(), data.bytes().end()}; }
+
+std::optional<CGImage> decoded(const Bytes& file) {
+    const auto source = CGImageSource::make(Data(file));
+    const auto image = source ? source->createImage() : std::nullopt;
+    return image && image->pixels() ? image : std::nullopt;
+}
+
+Data encoded(const CGImage& image, ImageFormat format, const CGImageDestination::Options& options) {
+    const auto file = CGImageDestination::encode(image, format, options);
+    if (!file) throw std::runtime_error("cannot be encoded");
+    return *file;
+}
+
+Pixel straightAt(const CGImage& image, int x, int y) {
+    Pixel p = pixelAt(image, x, y);
+    if (!hasAlpha(image.layout())) p[3] = 255;
+    if (image.layout() == PixelLayout::premultipliedLast && p[3] > 0) {
+        for (std::size_t c = 0; c < 3; ++c)
+            p[c] = static_cast<std::uint8_t>(std::min(255, (p[c] * 255 + p[3] / 2) / p[3]));
+    }
+    return p;
+}
+
+double difference(const CGImage& a, const CGImage& b) {
+    double sum = 0;
+    for (int y = 0; y < a.height(); ++y) {
+        for (int x = 0; x < a.width(); ++x) {
+            for (std::size_t c = 0; c < 3; ++c)
+                sum += std::abs(straightAt(a, x, y)[c] - straightAt(b, x, y)[c]);
+        }
+    }
+    return sum / (3.0 * a.width() * a.height());
+}
+
+namespace {
+
+Bytes saved(cmsHPROFILE profile) {
+    cmsUInt32Number size = 0;
+    cmsSaveProfileToMem(profile, nullptr, &size);
+    Bytes bytes(size);
+    cmsSaveProfileToMem(profile, bytes.data(), &size);
+    cmsCloseProfile(profile);
+    return bytes;
+}
+
+} // namespace
+
+Bytes grayProfile(double gamma) {
+    cmsToneCurve* curve = cmsBuildGamma(nullptr, gamma);
+    auto bytes = saved(cmsCreateGrayProfile(cmsD50_xyY(), curve));
+    cmsFreeToneCurve(curve);
+    return bytes;
+}
+
+Bytes wideProfile(double gamma) {
+    const cmsCIExyY white{0.3127, 0.3290, 1};
+    const cmsCIExyYTRIPLE primaries{{0.68, 0.32, 1}, {0.265, 0.69, 1}, {0.15, 0.06, 1}};
+    cmsToneCurve* curve = cmsBuildGamma(nullptr, gamma);
+    cmsToneCurve* const curves[] = {curve, curve, curve};
+    auto bytes = saved(cmsCreateRGBProfile(&white, &primaries, curves));
+    cmsFreeToneCurve(curve);
+    return bytes;
+}
+
+namespace {
+
+/// `count` pixels of the profile as sRGB, in the engine's own formats.
+void toSrgb(const Bytes& profile, cmsUInt32Number format, const void* pixels, cmsUInt32Number srgbFormat,
+            void* srgb, std::size_t count) {
+    const cmsHPROFILE from =
+        cmsOpenProfileFromMem(profile.data(), static_cast<cmsUInt32Number>(profile.size()));
+    const cmsHPROFILE to = cmsCreate_sRGBProfile();
+    const cmsHTRANSFORM transform =
+        cmsCreateTransform(from, format, to, srgbFormat, INTENT_RELATIVE_COLORIMETRIC, cmsFLAGS_NOOPTIMIZE);
+    cmsDoTransform(transform, pixels, srgb, static_cast<cmsUInt32Number>(count));
+    cmsDeleteTransform(transform);
+    cmsCloseProfile(from);
+    cmsCloseProfile(to);
+}
+
+} // namespace
+
+std::uint8_t srgbOfGrey(const Bytes& profile, std::uint8_t grey) {
+    std::uint8_t rgb[3] = {};
+    toSrgb(profile, TYPE_GRAY_8, &grey, TYPE_RGB_8, rgb, 1);
+    return rgb[1];
+}
+
+double distanceFromExact(const Bytes& profile, const Bytes& rgbx, const Bytes& srgb) {
+    std::vector<double> in, out(rgbx.size() / 4 * 3);
+    for (std::size_t i = 0; i < rgbx.size(); ++i)
+        if (i % 4 < 3) in.push_back(rgbx[i] / 255.0);
+    toSrgb(profile, TYPE_RGB_DBL, in.data(), TYPE_RGB_DBL, out.data(), rgbx.size() / 4);
+    double largest = 0;
+    for (std::size_t i = 0; i < out.size(); ++i)
+        largest = std::max(largest, std::abs(std::clamp(out[i], 0.0, 1.0) * 255 - srgb[i / 3 * 4 + i % 3]));
+    return largest;
 }

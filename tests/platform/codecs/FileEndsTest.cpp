@@ -1,9 +1,6 @@
 #include "peximage/platform/codecs/CGImageSource.h"
-#include "tests/support/EncodedPictures.h"
-#include "tests/support/ExifFiles.h"
-#include "tests/support/HandmadeFiles.h"
+#include "tests/support/PictureFiles.h"
 #include "tests/support/TempFolder.h"
-#include "tests/support/TiffFiles.h"
 
 #include <gtest/gtest.h>
 

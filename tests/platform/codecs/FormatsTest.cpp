@@ -2,16 +2,9 @@
 #include "peximage/image/PexImage.h"
 #include "peximage/platform/codecs/CGImageDestination.h"
 #include "peximage/platform/codecs/CGImageSource.h"
-#include "tests/support/CapturedLines.h"
-#include "tests/support/EncodedPictures.h"
-#include "tests/support/ExifFiles.h"
-#include "tests/support/HandmadeFiles.h"
-#include "tests/support/HeifFiles.h"
-#include "tests/support/PdfFiles.h"
-#include "tests/support/Pictures.h"
-#include "tests/support/Profiles.h"
+#include "tests/support/PictureFiles.h"
+#include "tests/support/Surroundings.h"
 #include "tests/support/TempFolder.h"
-#include "tests/support/TiffFiles.h"
 
 #include <gtest/gtest.h>
 

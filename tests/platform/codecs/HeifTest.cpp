@@ -3,10 +3,8 @@
 #include "peximage/platform/codecs/ImageLimits.h"
 #include "peximage/platform/filters/ColorCube.h"
 #include "peximage/platform/foundation/Reason.h"
-#include "tests/support/EncodedPictures.h"
-#include "tests/support/ExifFiles.h"
 #include "tests/support/FailingMemory.h"
-#include "tests/support/HeifFiles.h"
+#include "tests/support/PictureFiles.h"
 
 #include <gtest/gtest.h>
 

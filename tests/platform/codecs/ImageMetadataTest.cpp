@@ -3,9 +3,8 @@
 #include "peximage/platform/codecs/CGImageDestination.h"
 #include "peximage/platform/codecs/CGImageSource.h"
 #include "peximage/platform/codecs/ImageLimits.h"
-#include "tests/support/EncodedPictures.h"
-#include "tests/support/ExifFiles.h"
-#include "tests/support/ReplacedText.h"
+#include "tests/support/PictureFiles.h"
+#include "tests/support/Surroundings.h"
 
 #include <gtest/gtest.h>
 

@@ -1,8 +1,7 @@
 #include "peximage/platform/codecs/CGImageSource.h"
 #include "peximage/platform/foundation/Reason.h"
-#include "tests/support/EncodedPictures.h"
-#include "tests/support/HandmadeFiles.h"
 #include "tests/support/JpegFiles.h"
+#include "tests/support/PictureFiles.h"
 
 #include <gtest/gtest.h>
 

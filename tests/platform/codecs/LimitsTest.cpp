@@ -2,11 +2,7 @@
 #include "peximage/platform/codecs/ImageLimits.h"
 #include "peximage/platform/foundation/Reason.h"
 #include "tests/platform/codecs/PngFiles.h"
-#include "tests/support/EncodedPictures.h"
-#include "tests/support/ExifFiles.h"
-#include "tests/support/HandmadeFiles.h"
-#include "tests/support/HeifFiles.h"
-#include "tests/support/Profiles.h"
+#include "tests/support/PictureFiles.h"
 #include "tests/support/TempFolder.h"
 
 #include <gtest/gtest.h>

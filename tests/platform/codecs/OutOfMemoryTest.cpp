@@ -1,9 +1,9 @@
 #include "peximage/helpers/PexImageHelper.h"
 #include "peximage/image/PexImage.h"
 #include "peximage/platform/codecs/CGImageSource.h"
-#include "tests/support/CapturedLines.h"
-#include "tests/support/EncodedPictures.h"
 #include "tests/support/FailingMemory.h"
+#include "tests/support/Pictures.h"
+#include "tests/support/Surroundings.h"
 #include "tests/support/TempFolder.h"
 
 #include <gtest/gtest.h>

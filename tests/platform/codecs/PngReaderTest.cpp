@@ -1,7 +1,6 @@
 #include "peximage/platform/codecs/ImageCodec.h"
 #include "tests/platform/codecs/PngFiles.h"
 #include "tests/support/Pictures.h"
-#include "tests/support/Profiles.h"
 #include "tests/support/TempFolder.h"
 
 #include <gtest/gtest.h>

@@ -2,7 +2,6 @@
 #include "peximage/platform/codecs/PngFilter.h"
 #include "tests/platform/codecs/PngFiles.h"
 #include "tests/support/Pictures.h"
-#include "tests/support/Profiles.h"
 
 #include <gtest/gtest.h>
 

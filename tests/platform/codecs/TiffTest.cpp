@@ -1,9 +1,7 @@
 #include "peximage/image/PexImage.h"
 #include "peximage/platform/codecs/CGImageSource.h"
 #include "peximage/platform/raster/ConvertedImage.h"
-#include "tests/support/EncodedPictures.h"
-#include "tests/support/Profiles.h"
-#include "tests/support/TiffFiles.h"
+#include "tests/support/PictureFiles.h"
 
 #include <gtest/gtest.h>
 

@@ -4,8 +4,7 @@
 #include "peximage/platform/varda/PexId.h"
 #include "peximage/platform/varda/PexPrecalc.h"
 #include "tests/support/InChild.h"
-#include "tests/support/NoThreads.h"
-#include "tests/support/OnThreads.h"
+#include "tests/support/Surroundings.h"
 
 #include <gtest/gtest.h>
 

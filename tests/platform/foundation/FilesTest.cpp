@@ -1,8 +1,8 @@
 #include "peximage/platform/foundation/AtomicFile.h"
 #include "peximage/platform/foundation/Data.h"
 #include "peximage/platform/varda/FileUtilities.h"
-#include "tests/support/DataFolder.h"
 #include "tests/support/InChild.h"
+#include "tests/support/TempFolder.h"
 
 #include <gtest/gtest.h>
 

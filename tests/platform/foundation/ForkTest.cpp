@@ -12,11 +12,10 @@
 #include "peximage/platform/varda/PexId.h"
 #include "peximage/platform/varda/Queue.h"
 #include "peximage/platform/varda/XMain.h"
-#include "tests/support/CapturedLines.h"
 #include "tests/support/HttpServer.h"
 #include "tests/support/InChild.h"
-#include "tests/support/NoThreads.h"
 #include "tests/support/Pictures.h"
+#include "tests/support/Surroundings.h"
 
 #include <gtest/gtest.h>
 

@@ -1,6 +1,6 @@
 #include "peximage/platform/foundation/KeyedDocument.h"
 
-#include "tests/support/ReplacedText.h"
+#include "tests/support/Surroundings.h"
 
 #include <gtest/gtest.h>
 

@@ -1,7 +1,6 @@
 #include "peximage/platform/foundation/Network.h"
 
 #include "tests/support/HttpServer.h"
-#include "tests/support/SelfSignedServer.h"
 #include "tests/support/TempFolder.h"
 
 #include <gtest/gtest.h>

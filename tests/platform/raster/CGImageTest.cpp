@@ -8,9 +8,8 @@
 #include "peximage/platform/raster/PixelSource.h"
 #include "peximage/platform/raster/Scaling.h"
 #include "peximage/platform/raster/Turning.h"
-#include "tests/support/OnThreads.h"
 #include "tests/support/Pictures.h"
-#include "tests/support/Profiles.h"
+#include "tests/support/Surroundings.h"
 
 #include <gtest/gtest.h>
 

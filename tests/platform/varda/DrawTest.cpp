@@ -1,7 +1,7 @@
 #include "peximage/platform/varda/Draw.h"
 
 #include "tests/support/Pictures.h"
-#include "tests/support/Screens.h"
+#include "tests/support/Surroundings.h"
 
 #include <gtest/gtest.h>
 

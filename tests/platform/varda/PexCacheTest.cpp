@@ -1,8 +1,7 @@
 #include "peximage/platform/varda/PexCache.h"
 
 #include "peximage/platform/varda/PexThreadSafeDictionary.h"
-#include "tests/support/Gathered.h"
-#include "tests/support/OnThreads.h"
+#include "tests/support/Surroundings.h"
 
 #include <gtest/gtest.h>
 

@@ -3,8 +3,8 @@
 #include "peximage/platform/foundation/AtomicFile.h"
 #include "peximage/platform/foundation/Reason.h"
 #include "peximage/platform/varda/StoredName.h"
-#include "tests/support/DataFolder.h"
 #include "tests/support/InChild.h"
+#include "tests/support/TempFolder.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

@@ -1,6 +1,6 @@
 #include "peximage/platform/varda/PexShareApp.h"
 
-#include "tests/support/DataFolder.h"
+#include "tests/support/TempFolder.h"
 
 #include <gtest/gtest.h>
 

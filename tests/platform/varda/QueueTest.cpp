@@ -1,8 +1,8 @@
 #include "peximage/platform/varda/Queue.h"
 
 #include "peximage/platform/varda/FileUtilities.h"
-#include "tests/support/CachesFolder.h"
 #include "tests/support/InChild.h"
+#include "tests/support/TempFolder.h"
 
 #include <gtest/gtest.h>
 

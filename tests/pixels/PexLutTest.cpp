@@ -4,8 +4,6 @@
 #include "tests/support/Pictures.h"
 #include "tests/support/TempFolder.h"
 
-#include <gtest/gtest.h>
-
 #include <sstream>
 
 namespace pex {
@@ -49,13 +47,13 @@ void expectSwaps(const std::optional<PexLut>& lut, int within) {
     const CGImage from = sample();
     const auto to = PexImage::make(from)->apply({.lut = *lut});
     ASSERT_TRUE(to);
-    for (int y = 0; y < from.height(); ++y) {
-        for (int x = 0; x < from.width(); ++x) {
-            const Pixel a = pixelAt(from, x, y), b = pixelAt(*to->cgImage, x, y);
-            for (std::size_t c = 0; c < 3; ++c)
-                ASSERT_NEAR(b[c], a[2 - c], within) << x << ' ' << y << ' ' << c;
-        }
-    }
+    expectPixels(
+        *to->cgImage,
+        [&](int x, int y) {
+            const Pixel p = pixelAt(from, x, y);
+            return std::array{p[2], p[1], p[0]};
+        },
+        within);
 }
 
 TEST(PexLut, EveryLayoutOfPictures) {
@@ -111,36 +109,23 @@ TEST(PexLut, TextsOfOneDimension) {
 
 TEST(PexLut, RefusesWhatIsNoTable) {
     const std::string good = text(2);
-    for (const std::string& bad : {std::string(),
-                                   std::string("LUT_3D_SIZE 2\n"),
-                                   good + "0 0 0\n",
-                                   good.substr(0, good.size() / 2),
-                                   text(2, "LUT_3D_SIZE 2\n"),
-                                   text(2, "DOMAIN_MIN 1 1 1\n"),
-                                   text(2, "DOMAIN_MAX nan 1 1\n"),
-                                   text(2, "LUT_3D_INPUT_RANGE 0 inf\n"),
-                                   text(2, "LUT_1D_SIZE 4\n"),
-                                   std::string("LUT_1D_SIZE 1\n0 0 0\n"),
-                                   std::string("LUT_1D_SIZE 70000\n"),
-                                   std::string("LUT_1D_SIZE 2\n0 0 0\n1 inf 1\n"),
-                                   std::string("LUT_1D_SIZE 2\n0 0 0\n1 1 1\n1 1 1\n"),
-                                   std::string("an address\nand a letter\n"),
-                                   text(2, "1 2 3\n"),
-                                   std::string("LUT_3D_SIZE 1\n0 0 0\n"),
-                                   std::string("LUT_3D_SIZE 129\n"),
-                                   std::string("LUT_3D_SIZE -2\n"),
-                                   std::string("LUT_3D_SIZE 1e9\n"),
-                                   std::string("LUT_3D_SIZE 2.5\n"),
-                                   std::string("LUT_3D_SIZE 2 2\n"),
-                                   std::string("LUT_3D_SIZE 2\n0 0\n"),
-                                   std::string("LUT_3D_SIZE 2\n0 0 nan\n"),
-                                   std::string("LUT_3D_SIZE 2\n0 0 1e999\n"),
-                                   std::string("\0\0\0", 3)})
-        EXPECT_FALSE(PexLut::make(Data(bad))) << bad;
+    for (const char* head : {"LUT_3D_SIZE 2\n", "DOMAIN_MIN 1 1 1\n", "DOMAIN_MAX nan 1 1\n",
+                             "LUT_3D_INPUT_RANGE 0 inf\n", "LUT_1D_SIZE 4\n", "1 2 3\n"})
+        EXPECT_FALSE(PexLut::make(Data(text(2, head)))) << head;
+    for (const char* size : {"", " 2", " 1", " 129", " -2", " 1e9", " 2.5", " 2 2", " 99999999999"})
+        EXPECT_FALSE(PexLut::make(Data("LUT_3D_SIZE" + std::string(size) + "\n0 0 0\n"))) << size;
+    for (const char* curve : {"1\n0 0 0\n", "70000\n", "2\n0 0 0\n1 inf 1\n", "2\n0 0 0\n1 1 1\n1 1 1\n"})
+        EXPECT_FALSE(PexLut::make(Data("LUT_1D_SIZE " + std::string(curve)))) << curve;
+    for (const std::string& bad :
+         {std::string(), good + "0 0 0\n", good.substr(0, good.size() / 2), good.substr(0, good.size() - 8),
+          std::string("an address\nand a letter\n"), std::string("LUT_3D_SIZE 2\n0 0\n"),
+          std::string("LUT_3D_SIZE 2\n0 0 1e999\n"), std::string("\0\0\0", 3), std::string(100'000, '1')})
+        EXPECT_FALSE(PexLut::make(Data(bad))) << bad.substr(0, 40);
     for (const auto& [width, height] : {std::pair{1, 1}, {5, 5}, {4, 15}, {129, 1}, {27, 27 * 27 - 1}})
         EXPECT_FALSE(PexLut::make(asPng(photoLike(width, height)))) << width << 'x' << height;
     EXPECT_FALSE(PexLut::make(URL::fromPath("/no/such/table.cube")));
     EXPECT_FALSE(ColorCube::make(129, {}));
+    EXPECT_FALSE(PexImage::make({.size = {4, 4}})->apply({.lut = *PexLut::make(Data(good))}));
 }
 
 TEST(PexLut, DocumentsWorkAgain) {

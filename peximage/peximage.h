@@ -1,6 +1,7 @@
 #pragma once
 
 // The whole public library. Programs that use a part of it may include that part's header alone.
+#include "peximage/budget/PexDicotomic.h"
 #include "peximage/cache/PexCLIImageResizer.h"
 #include "peximage/cache/PexImageCache.h"
 #include "peximage/cache/PexImageStoredCache.h"
@@ -10,7 +11,6 @@
 #include "peximage/canvas/PexCanvas.h"
 #include "peximage/composer/PexComposer.h"
 #include "peximage/composer/PexComposerManager.h"
-#include "peximage/helpers/PexDicotomic.h"
 #include "peximage/helpers/PexImageHelper.h"
 #include "peximage/helpers/PexWatermark.h"
 #include "peximage/image/DocumentImport.h"

@@ -2,7 +2,7 @@
 
 #include "bench/worker/Picture.h"
 #include "bench/worker/WholePictures.h"
-#include "peximage/helpers/PexDicotomic.h"
+#include "peximage/budget/PexDicotomic.h"
 #include "peximage/platform/codecs/jpeg/encode/BudgetSizes.h"
 #include "peximage/platform/codecs/jpeg/encode/ImageEncoder.h"
 

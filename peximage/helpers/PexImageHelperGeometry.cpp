@@ -100,9 +100,7 @@ CGRect PexImageHelper::getRect(CGPoint centeredAt, CGSize withSize) {
 
 CGRect PexImageHelper::getRect(const PexImage& image) { return {{0, 0}, image.size}; }
 
-CGSize PexImageHelper::getSize(const CGImage& image) {
-    return {static_cast<double>(image.width()), static_cast<double>(image.height())};
-}
+CGSize PexImageHelper::getSize(const CGImage& image) { return image.size(); }
 
 CGSize PexImageHelper::getRepresentedSize(const PexImage& image) {
     return {image.image->width(), image.image->height()};

@@ -1,7 +1,8 @@
 #pragma once
 
-#include "peximage/image/FittedPicture.h"
+#include "peximage/budget/FittedPicture.h"
 #include "peximage/platform/Export.h"
+#include "peximage/platform/codecs/ImageFormat.h"
 #include "peximage/platform/codecs/ImageMetadata.h"
 #include "peximage/platform/codecs/JpegOptions.h"
 #include "peximage/platform/filters/CIImage.h"
@@ -117,6 +118,22 @@ struct JpegWithin {
 /// The bytes that this `saveToJpeg` writes, with the lines that it prints; absent where it gives false.
 PEX_EXPORT std::optional<FittedPicture> jpegDataWithin(const std::shared_ptr<PexImage>& image,
                                                        const JpegWithin& how);
+
+struct DataWithin {
+    ImageFormat format;
+    /// The most bytes.
+    long long desiredSize;
+    std::optional<int> dpi = {};
+    /// Of a JPEG.
+    JpegOptions options = {};
+    ImageMetadata metadata = {};
+};
+/// A file of any format that is written, at most so large: JPEG as `jpegDataWithin` has it; of others the
+/// quality is searched for `cgImage`, with its alpha, in the same way. A picture that does not fit at quality
+/// 0, or in a format without qualities, is shrunk to 90 % a side until it does. Prints the same lines. Absent
+/// with its reason.
+PEX_EXPORT std::optional<FittedPicture> dataWithin(const std::shared_ptr<PexImage>& image,
+                                                   const DataWithin& how);
 
 /// Saves the platform image as PNG, which records the resolution that its size in points gives. Folders are
 /// made and an existing file is deleted first. False when there is no bitmap or writing fails.

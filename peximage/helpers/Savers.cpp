@@ -1,9 +1,7 @@
-#include "peximage/helpers/PexDicotomic.h"
+#include "peximage/budget/BudgetSearch.h"
 #include "peximage/helpers/PexImageHelperSavers.h"
 #include "peximage/image/PexImage.h"
-#include "peximage/platform/codecs/jpeg/JpegMetadata.h"
-#include "peximage/platform/codecs/jpeg/encode/BudgetSizes.h"
-#include "peximage/platform/codecs/jpeg/encode/ImageEncoder.h"
+#include "peximage/platform/codecs/CGImageDestination.h"
 #include "peximage/platform/foundation/Diagnostics.h"
 #include "peximage/platform/foundation/NumberText.h"
 #include "peximage/platform/foundation/OutOfMemory.h"
@@ -11,16 +9,11 @@
 #include "peximage/platform/varda/FileUtilities.h"
 
 #include <algorithm>
-#include <set>
 #include <string_view>
 #include <vector>
 
 namespace pex {
 namespace {
-
-/// The search aims a little below the budget, so that what it finds fits as a rule.
-constexpr double budgetShare = 0.975;
-constexpr double shrinkFactor = 0.9;
 
 /// Makes the folder and clears the place.
 void prepareDestination(const URL& url) {
@@ -45,123 +38,107 @@ void stampDpi(std::vector<std::uint8_t>& jpeg, int dpi) {
     }
 }
 
-/// Absent when there is no encoder or it gives up.
-std::optional<Data> encoded(jpeg::Encoder* encoder, double quality, std::optional<int> dpi) {
+/// The file at a quality, stamped; absent when there is nothing to encode or encoding fails.
+std::optional<Data> encoded(RepeatedEncoding* encoding, double quality, std::optional<int> dpi) {
     diagnostics::print("saveToJpeg (quality: " + decimalText(quality) + ")");
-    std::vector<std::uint8_t> bytes = encoder ? encoder->encode(quality) : std::vector<std::uint8_t>();
-    if (bytes.empty()) return std::nullopt;
-    if (dpi) stampDpi(bytes, *dpi);
+    std::optional<Data> file = encoding ? encoding->encode(quality) : std::nullopt;
+    if (!file || !dpi) return file;
+    std::vector<std::uint8_t> bytes(file->bytes().begin(), file->bytes().end());
+    stampDpi(bytes, *dpi);
     return Data(std::move(bytes));
 }
 
-bool saveEncoded(jpeg::Encoder* encoder, double quality, std::optional<int> dpi, const URL& url) {
+bool saveEncoded(RepeatedEncoding* encoding, double quality, std::optional<int> dpi, const URL& url) {
     prepareDestination(url);
-    const std::optional<Data> bytes = encoded(encoder, quality, dpi);
+    const std::optional<Data> bytes = encoded(encoding, quality, dpi);
     return bytes && bytes->write(url, Data::Writing::atomically);
-}
-
-/// What goes into the file beside the pixels: with orientation, sizes and resolution of this picture.
-std::vector<std::uint8_t> segmentsFor(const CGImage& picture, const ImageMetadata& metadata,
-                                      std::optional<int> dpi) {
-    if (metadata.empty()) return {};
-    const ImageMetadata upright = metadata.uprighted(picture.width(), picture.height());
-    const ImageMetadata told = dpi ? upright.withResolution(*dpi, *dpi) : upright;
-    return jpegMetadataSegments(told.heldBy(ImageFormat::jpeg));
 }
 
 /// Null with the reason.
 template <class How>
-std::shared_ptr<jpeg::Encoder> encoderFor(const PexImage* image, const How& how) {
+std::unique_ptr<RepeatedEncoding> jpegOf(const PexImage* image, const How& how) {
     const auto rep = image ? image->bitmapRep() : nullptr;
-    if (rep)
-        return jpeg::encoderOf(rep->cgImage(), segmentsFor(rep->cgImage(), how.metadata, how.dpi),
-                               how.options);
-    giveReason(ReasonCode::badArgument, image ? "has no bitmap" : "there is no image");
-    return nullptr;
+    if (!rep) {
+        giveReason(ReasonCode::badArgument, image ? "has no bitmap" : "there is no image");
+        return nullptr;
+    }
+    CGImageDestination::Options options;
+    options.jpeg = how.options;
+    options.metadata =
+        how.dpi && !how.metadata.empty() ? how.metadata.withResolution(*how.dpi, *how.dpi) : how.metadata;
+    return CGImageDestination::repeated(rep->cgImage(), ImageFormat::jpeg, options);
 }
 
-PexDicotomic searchFor(long long budget) {
-    PexDicotomic search;
-    search.target = static_cast<double>(budget) * budgetShare;
-    return search;
+/// Null with the reason.
+std::unique_ptr<RepeatedEncoding> fileOf(const PexImage* image, const PexImageHelper::DataWithin& how) {
+    if (!image || !image->cgImage) {
+        giveReason(ReasonCode::badArgument, image ? "has no bitmap" : "there is no image");
+        return nullptr;
+    }
+    CGImageDestination::Options options;
+    if (how.dpi) options.dpiWidth = options.dpiHeight = *how.dpi;
+    options.metadata = how.metadata;
+    return CGImageDestination::repeated(*image->cgImage, how.format, options);
 }
 
-/// The best of the qualities that fits, given that the lowest one does.
-double bestThatFits(jpeg::Encoder& encoder, const std::set<double>& tried, long long budget) {
-    const auto best = std::find_if(tried.rbegin(), tried.rend(), [&](double quality) {
-        return static_cast<long long>(encoder.byteCount(quality)) <= budget;
+/// What `encodingOf` makes of the image and then of ever smaller ones.
+template <class EncodingOf>
+std::optional<WithinBudget> fitInto(long long budget, const std::shared_ptr<PexImage>& image,
+                                    const EncodingOf& encodingOf) {
+    std::shared_ptr<PexImage> current;
+    return BudgetSearch{.budget = budget}.run([&]() -> std::unique_ptr<RepeatedEncoding> {
+        if (!current) return encodingOf((current = image).get());
+        current = current->resize({.to = (current->size * budgetShrinkFactor).boundToInt()});
+        return current ? encodingOf(current.get()) : nullptr;
     });
-    return best != tried.rend() ? *best : 0;
 }
 
-/// The quality to write for a budget that quality 0 keeps and quality 1 does not.
-double searchQuality(jpeg::Encoder& encoder, jpeg::BudgetSizes& sizes, long long budget) {
-    std::set<double> tried;
-    PexDicotomic search = searchFor(budget);
-    search.function = PexDicotomic::memoised([&](double quality) {
-        tried.insert(quality);
-        return sizes.sizeForSearch(quality);
-    });
-    const double found = search.search();
-    const bool fits = static_cast<long long>(encoder.byteCount(found)) <= budget;
-    const double quality = fits ? found : bestThatFits(encoder, tried, budget);
-    diagnostics::print("quality: " + decimalText(quality));
-    return quality;
-}
-
-/// What keeps a budget: a picture, perhaps smaller than the one given, at a quality.
-struct Fit {
-    std::shared_ptr<jpeg::Encoder> encoder;
-    double quality;
-    CGSize size;
-};
-
-std::optional<Fit> fitInto(const PexImageHelper::JpegWithin& how, const std::shared_ptr<PexImage>& image) {
-    const long long budget = how.desiredSize;
-    std::shared_ptr<PexImage> current = image;
-    do {
-        const auto encoder = encoderFor(current.get(), how);
-        if (!encoder) return std::nullopt;
-        const auto limit = static_cast<double>(budget);
-        const PexDicotomic search = searchFor(budget);
-        jpeg::BudgetSizes sizes(encoder, limit, search.target, search.intervalTolerance);
-        if (sizes.sizeForSearch(1) < limit) return Fit{encoder, 1, current->size};
-        if (sizes.sizeForSearch(0) <= limit)
-            return Fit{encoder, searchQuality(*encoder, sizes, budget), current->size};
-        current = current->resize({.to = (current->size * shrinkFactor).boundToInt()});
-    } while (current);
-    giveReason(ReasonCode::budgetTooSmall, "cannot be made as small as " + std::to_string(budget) + " bytes");
-    return std::nullopt;
+std::optional<WithinBudget> jpegWithin(const PexImageHelper::JpegWithin& how,
+                                       const std::shared_ptr<PexImage>& image) {
+    return fitInto(how.desiredSize, image, [&](const PexImage* current) { return jpegOf(current, how); });
 }
 
 } // namespace
 
 bool PexImageHelper::saveToJpeg(const std::shared_ptr<PexImage>& image, const JpegAtQuality& how) {
     return absentWithoutMemory([&] {
-        const auto encoder = encoderFor(image.get(), how);
-        return image && saveEncoded(encoder.get(), how.quality, how.dpi, how.url);
+        const auto encoding = jpegOf(image.get(), how);
+        return image && saveEncoded(encoding.get(), how.quality, how.dpi, how.url);
     });
 }
 
 std::optional<Data> PexImageHelper::jpegData(const std::shared_ptr<PexImage>& image, const JpegBytes& how) {
-    return absentWithoutMemory(
-        [&] { return encoded(encoderFor(image.get(), how).get(), how.quality, how.dpi); });
+    return absentWithoutMemory([&] { return encoded(jpegOf(image.get(), how).get(), how.quality, how.dpi); });
 }
 
 bool PexImageHelper::saveToJpeg(const std::shared_ptr<PexImage>& image, const JpegOfSize& how) {
     return absentWithoutMemory([&] {
-        const std::optional<Fit> fit = fitInto({how.desiredSize, how.dpi, how.options, how.metadata}, image);
-        return fit && saveEncoded(fit->encoder.get(), fit->quality, how.dpi, how.toUrl);
+        const std::optional<WithinBudget> fit =
+            jpegWithin({how.desiredSize, how.dpi, how.options, how.metadata}, image);
+        return fit && saveEncoded(fit->encoding.get(), fit->quality, how.dpi, how.toUrl);
     });
 }
 
 std::optional<FittedPicture> PexImageHelper::jpegDataWithin(const std::shared_ptr<PexImage>& image,
                                                             const JpegWithin& how) {
     return absentWithoutMemory([&]() -> std::optional<FittedPicture> {
-        const std::optional<Fit> fit = fitInto(how, image);
-        auto bytes = fit ? encoded(fit->encoder.get(), fit->quality, how.dpi) : std::nullopt;
+        const std::optional<WithinBudget> fit = jpegWithin(how, image);
+        auto bytes = fit ? encoded(fit->encoding.get(), fit->quality, how.dpi) : std::nullopt;
         if (!bytes) return std::nullopt;
-        return FittedPicture{std::move(*bytes), fit->quality, fit->size};
+        return FittedPicture{std::move(*bytes), fit->quality, fit->encoding->size()};
+    });
+}
+
+std::optional<FittedPicture> PexImageHelper::dataWithin(const std::shared_ptr<PexImage>& image,
+                                                        const DataWithin& how) {
+    if (how.format == ImageFormat::jpeg)
+        return jpegDataWithin(image, {how.desiredSize, how.dpi, how.options, how.metadata});
+    return absentWithoutMemory([&]() -> std::optional<FittedPicture> {
+        const auto fit =
+            fitInto(how.desiredSize, image, [&](const PexImage* current) { return fileOf(current, how); });
+        auto bytes = fit ? fit->encoding->encode(fit->quality) : std::nullopt;
+        if (!bytes) return std::nullopt;
+        return FittedPicture{std::move(*bytes), fit->quality, fit->encoding->size()};
     });
 }
 
@@ -180,5 +157,19 @@ bool PexImageHelper::saveToTIFF(const PexImage& image, const URL& toUrl, const I
     const std::optional<Data> tiff = rep.representation(ImageFormat::tiff, {.metadata = metadata});
     return tiff && tiff->write(toUrl, Data::Writing::inPlace);
 }
+
+bool PexImage::saveToJpeg(const QualityToUrl& how) {
+    return PexImageHelper::saveToJpeg(
+        shared_from_this(),
+        {.quality = how.quality, .dpi = how.dpi, .url = how.url, .metadata = how.metadata});
+}
+
+bool PexImage::saveToJpeg(const ToUrlOfMaxSize& how) {
+    return PexImageHelper::saveToJpeg(
+        shared_from_this(),
+        {.desiredSize = how.maxSize, .dpi = how.dpi, .toUrl = how.toUrl, .metadata = how.metadata});
+}
+
+bool PexImage::saveToPNG(const URL& url) const { return PexImageHelper::saveToPNG(*this, url); }
 
 } // namespace pex

@@ -1,6 +1,5 @@
 #include "peximage/image/DocumentImport.h"
 
-#include "peximage/helpers/PexImageHelperGeometry.h"
 #include "peximage/image/PexImage.h"
 #include "peximage/platform/codecs/CGImageSource.h"
 #include "peximage/platform/codecs/ImageLimits.h"
@@ -8,6 +7,7 @@
 #include "peximage/platform/foundation/Workers.h"
 #include "peximage/platform/raster/CGContext.h"
 #include "peximage/platform/toolkit/NSPDFImageRep.h"
+#include "peximage/platform/toolkit/NSScreen.h"
 
 #include <algorithm>
 #include <utility>
@@ -27,7 +27,7 @@ std::shared_ptr<NSPDFImageRep> openDocument(const URL& url) {
     return bytes ? NSPDFImageRep::make(*bytes) : nullptr;
 }
 
-double pixelsPerPoint(int dpi) { return dpi / (pointsPerInch * PexImageHelper::bakingScaleFactor()); }
+double pixelsPerPoint(int dpi) { return dpi / (pointsPerInch * NSScreen::largestBackingScaleFactor()); }
 
 /// A length in whole pixels, truncated; 0 for what is none.
 int pixels(double length) {

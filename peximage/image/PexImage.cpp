@@ -1,7 +1,7 @@
 #include "peximage/image/PexImage.h"
 
-#include "peximage/helpers/PexImageHelperGeometry.h"
 #include "peximage/platform/codecs/ImageLimits.h"
+#include "peximage/platform/toolkit/NSScreen.h"
 #include "peximage/platform/varda/PexId.h"
 
 #include <algorithm>
@@ -23,7 +23,7 @@ void PexImage::deriveBitmap() {
 
 void PexImage::setSize() {
     if (!cgImage) deriveBitmap();
-    size = cgImage ? PexImageHelper::getSize(*cgImage) : CGSize{};
+    size = cgImage ? cgImage->size() : CGSize{};
 }
 
 std::shared_ptr<PexImage> PexImage::make(const std::shared_ptr<NSImage>& image,
@@ -55,7 +55,7 @@ std::shared_ptr<PexImage> PexImage::make(const FastUrl& source) {
 }
 
 std::shared_ptr<PexImage> PexImage::make(const CGImage& bitmap) {
-    auto made = around(NSImage::make(bitmap, PexImageHelper::getSize(bitmap)));
+    auto made = around(NSImage::make(bitmap, bitmap.size()));
     made->cgImage = bitmap;
     made->setSize();
     return made;
@@ -64,13 +64,13 @@ std::shared_ptr<PexImage> PexImage::make(const CGImage& bitmap) {
 std::shared_ptr<PexImage> PexImage::make(const CIImage& picture) {
     const std::optional<CGImage> rendered = picture.getCGImage();
     if (!rendered) return nullptr;
-    return make(NSImage::make(*rendered, PexImageHelper::getSize(*rendered)), {});
+    return make(NSImage::make(*rendered, rendered->size()), {});
 }
 
 std::shared_ptr<PexImage> PexImage::make(const FromCIImage& source) { return make(source.ciImage); }
 
 std::shared_ptr<PexImage> PexImage::make(const OfSize& blank) {
-    auto made = around(NSImage::make(blank.size / PexImageHelper::bakingScaleFactor()));
+    auto made = around(NSImage::make(blank.size / NSScreen::largestBackingScaleFactor()));
     made->size = blank.size;
     return made;
 }

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "peximage/image/FittedPicture.h"
+#include "peximage/budget/FittedPicture.h"
 #include "peximage/platform/Export.h"
 #include "peximage/platform/codecs/ImageMetadata.h"
 #include "peximage/platform/filters/CIImage.h"

@@ -1,4 +1,4 @@
-#include "peximage/helpers/PexDicotomic.h"
+#include "peximage/budget/PexDicotomic.h"
 
 #include "tests/support/Surroundings.h"
 

@@ -35,12 +35,27 @@ BAD = [
     (
         "out of the platform",
         {"peximage/platform/raster/Out.cpp": '#include "peximage/image/Photo.h"\n'},
-        "the platform includes a folder above it",
+        "platform includes image, which stands above it",
     ),
     (
         "a room that the check does not know",
         {"peximage/platform/attic/Box.h": '#include "peximage/platform/geometry/Point.h"\n'},
-        "folder attic has no floor",
+        "folder attic has no rank",
+    ),
+    (
+        "upwards within the library",
+        {"peximage/image/Up.h": '#include "peximage/pixels/P.h"\n', "peximage/pixels/P.h": ""},
+        "image includes pixels, which stands above it",
+    ),
+    (
+        "one program's parts in another",
+        {"apps/viewer/A.cpp": '#include "apps/tool/Text.h"\n', "apps/tool/Text.h": ""},
+        "neither of its own folder nor below it",
+    ),
+    (
+        "the library's rooms in a module",
+        {"modules/heif/A.cpp": '#include "peximage/image/Photo.h"\n'},
+        "neither of its own folder nor below it",
     ),
     ("a relative path", {"peximage/image/Rel.cpp": '#include "Photo.h"\n'}, 'begins with "peximage/"'),
     ("a file that is gone", {"peximage/image/Gone.cpp": '#include "peximage/No.h"\n'}, "no such file"),

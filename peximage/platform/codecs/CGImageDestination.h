@@ -4,9 +4,11 @@
 #include "peximage/platform/codecs/ImageFormat.h"
 #include "peximage/platform/codecs/ImageMetadata.h"
 #include "peximage/platform/codecs/JpegOptions.h"
+#include "peximage/platform/codecs/RepeatedEncoding.h"
 #include "peximage/platform/foundation/Data.h"
 #include "peximage/platform/raster/CGImage.h"
 
+#include <memory>
 #include <optional>
 
 namespace pex {
@@ -42,6 +44,12 @@ class PEX_EXPORT CGImageDestination {
     /// Absent when this build cannot write the format, when the picture is too large for it, or when its
     /// pixels cannot be had. Safe from any thread.
     static std::optional<Data> encode(const CGImage& image, ImageFormat format, const Options& options);
+
+    /// For encoding one image at several qualities; that of the options makes no difference. What these have
+    /// in common is done once where the format allows it (JPEG). Null where `encode` gives nothing. Safe from
+    /// any thread.
+    static std::unique_ptr<RepeatedEncoding> repeated(const CGImage& image, ImageFormat format,
+                                                      const Options& options);
 };
 
 } // namespace pex

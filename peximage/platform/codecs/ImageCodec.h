@@ -40,6 +40,9 @@ struct ImageCodec {
     /// What the file says of its first image; empty when it says nothing or is broken. Null where the
     /// format's metadata are not read.
     ImageMetadata (*metadata)(const CGDataProvider& bytes, const ImageLimits& limits) = nullptr;
+    /// For several qualities of one image; null where nothing is saved by it.
+    std::unique_ptr<RepeatedEncoding> (*repeated)(const CGImage& image,
+                                                  const CGImageDestination::Options& options) = nullptr;
 
     /// False when its module is missing.
     bool isAvailable() const;

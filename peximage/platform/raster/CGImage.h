@@ -31,6 +31,7 @@ class PEX_EXPORT CGImage {
     /// @{
     int width() const { return width_; }
     int height() const { return height_; }
+    CGSize size() const { return {static_cast<double>(width_), static_cast<double>(height_)}; }
     /// @}
     /// Always 8.
     int bitsPerComponent() const { return 8; }

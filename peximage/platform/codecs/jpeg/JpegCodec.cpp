@@ -12,7 +12,7 @@ bool isJpeg(std::span<const std::uint8_t> bytes) {
 
 } // namespace
 
-const ImageCodec jpegCodec{ImageFormat::jpeg, isJpeg,        openJpeg,        encodeJpeg,
-                           nullptr,           jpegBreaksOff, readJpegMetadata};
+const ImageCodec jpegCodec{ImageFormat::jpeg, isJpeg,        openJpeg,         encodeJpeg,
+                           nullptr,           jpegBreaksOff, readJpegMetadata, encodeJpegRepeatedly};
 
 } // namespace pex

@@ -16,5 +16,7 @@ std::shared_ptr<Encoder> encoderOf(const CGImage& image, std::vector<std::uint8_
 } // namespace jpeg
 
 std::optional<Data> encodeJpeg(const CGImage& image, const CGImageDestination::Options& options);
+std::unique_ptr<RepeatedEncoding> encodeJpegRepeatedly(const CGImage& image,
+                                                       const CGImageDestination::Options& options);
 
 } // namespace pex

@@ -1,4 +1,4 @@
-#include "peximage/helpers/PexDicotomic.h"
+#include "peximage/budget/PexDicotomic.h"
 
 #include "peximage/platform/foundation/Diagnostics.h"
 #include "peximage/platform/foundation/NumberText.h"

@@ -1,19 +1,15 @@
 #pragma once
 
 #include "peximage/platform/Export.h"
-#include "peximage/platform/foundation/Enumeration.h"
-#include "peximage/platform/foundation/KeyedDocument.h"
 #include "peximage/platform/foundation/URL.h"
 #include "peximage/platform/geometry/CGPoint.h"
 #include "peximage/platform/geometry/CGSize.h"
 #include "peximage/platform/varda/PexColor.h"
 #include "peximage/platform/varda/PexFont.h"
-#include "peximage/platform/varda/PexId.h"
 
 #include <optional>
 #include <span>
 #include <string>
-#include <tuple>
 #include <vector>
 
 namespace pex {
@@ -27,6 +23,9 @@ namespace pex {
 /// way y grows is up to the application that draws.
 class PEX_EXPORT PexComposer {
   public:
+    /// How near on screen a position must come to a guide to snap to it.
+    static constexpr double kGuideSnapDistanceInPixels = 10.0;
+
     /// One layer. It carries all three payloads; `layerType` says which one is in use.
     class PEX_EXPORT Layer {
       public:
@@ -45,12 +44,7 @@ class PEX_EXPORT PexComposer {
 
                 friend bool operator==(const ResourceAccess&, const ResourceAccess&) = default;
 
-                static constexpr auto documentKeys() {
-                    using keyed::optional;
-                    return std::tuple(optional("url", &ResourceAccess::url),
-                                      optional("shareAppId", &ResourceAccess::shareAppId),
-                                      optional("ingestedId", &ResourceAccess::ingestedId));
-                }
+                static constexpr auto documentKeys();
             };
 
             ImageType type = ImageType::shareApp;
@@ -60,11 +54,7 @@ class PEX_EXPORT PexComposer {
 
             friend bool operator==(const Image&, const Image&) = default;
 
-            static constexpr auto documentKeys() {
-                using keyed::required;
-                return std::tuple(required("type", &Image::type), required("ratio", &Image::ratio),
-                                  required("resourceAccess", &Image::resourceAccess));
-            }
+            static constexpr auto documentKeys();
         };
 
         struct Shape {
@@ -80,12 +70,7 @@ class PEX_EXPORT PexComposer {
 
                 friend bool operator==(const Style&, const Style&) = default;
 
-                static constexpr auto documentKeys() {
-                    using keyed::required;
-                    return std::tuple(
-                        required("strokeWidth", &Style::strokeWidth), required("fill", &Style::fill),
-                        required("fillStyle", &Style::fillStyle), required("fillColor", &Style::fillColor));
-                }
+                static constexpr auto documentKeys();
             };
 
             ShapeType type = ShapeType::rectangle;
@@ -93,10 +78,7 @@ class PEX_EXPORT PexComposer {
 
             friend bool operator==(const Shape&, const Shape&) = default;
 
-            static constexpr auto documentKeys() {
-                return std::tuple(keyed::required("type", &Shape::type),
-                                  keyed::required("style", &Shape::style));
-            }
+            static constexpr auto documentKeys();
         };
 
         /// A block of text. Reading one never fails on a field: what is missing or malformed becomes an empty
@@ -111,12 +93,7 @@ class PEX_EXPORT PexComposer {
 
             friend bool operator==(const Text&, const Text&) = default;
 
-            static constexpr auto documentKeys() {
-                using keyed::lenient;
-                return std::tuple(lenient("text", &Text::text),
-                                  lenient("font", &Text::font, [] { return PexFont::Font::courier(12); }),
-                                  lenient("alignment", &Text::alignment), lenient("color", &Text::color));
-            }
+            static constexpr auto documentKeys();
         };
 
         /// Where, how large and how opaque the layer is.
@@ -127,9 +104,7 @@ class PEX_EXPORT PexComposer {
 
                 friend bool operator==(const Scale&, const Scale&) = default;
 
-                static constexpr auto documentKeys() {
-                    return std::tuple(keyed::required("x", &Scale::x), keyed::required("y", &Scale::y));
-                }
+                static constexpr auto documentKeys();
             };
 
             /// The layer's centre, normalized.
@@ -142,12 +117,7 @@ class PEX_EXPORT PexComposer {
 
             friend bool operator==(const Transform&, const Transform&) = default;
 
-            static constexpr auto documentKeys() {
-                using keyed::required;
-                return std::tuple(
-                    required("location", &Transform::location), required("scale", &Transform::scale),
-                    required("rotation", &Transform::rotation), required("opacity", &Transform::opacity));
-            }
+            static constexpr auto documentKeys();
         };
 
         std::string id;
@@ -180,12 +150,7 @@ class PEX_EXPORT PexComposer {
         Layer() = default;
         static Layer fresh();
 
-        static constexpr auto documentKeys() {
-            using keyed::required;
-            return std::tuple(required("id", &Layer::id), required("layerType", &Layer::layerType),
-                              required("image", &Layer::image), required("shape", &Layer::shape),
-                              required("text", &Layer::text), required("transform", &Layer::transform));
-        }
+        static constexpr auto documentKeys();
     };
 
     /// A line across the canvas. Reading one never fails on a field: what is missing or malformed becomes a
@@ -200,12 +165,7 @@ class PEX_EXPORT PexComposer {
         /// True for guides that the composer itself defines, false for those taken from layers.
         bool intrinsic = false;
 
-        static constexpr auto documentKeys() {
-            using keyed::lenient;
-            return std::tuple(lenient("id", &Guide::id, [] { return PexId::newId("", "", true); }),
-                              lenient("orientation", &Guide::orientation),
-                              lenient("location", &Guide::location), lenient("intrinsic", &Guide::intrinsic));
-        }
+        static constexpr auto documentKeys();
     };
 
     /// A text to find and the text to put in its place.
@@ -213,10 +173,7 @@ class PEX_EXPORT PexComposer {
         std::string search{};
         std::string replace{};
 
-        static constexpr auto documentKeys() {
-            return std::tuple(keyed::required("search", &SearchAndReplace::search),
-                              keyed::required("replace", &SearchAndReplace::replace));
-        }
+        static constexpr auto documentKeys();
     };
 
     std::string id;
@@ -240,9 +197,6 @@ class PEX_EXPORT PexComposer {
     PexComposer composer(std::span<const SearchAndReplace> with) const;
 
     // Guides and snapping. All of it is computed anew from the composer at each call.
-
-    /// How near on screen a position must come to a guide to snap to it.
-    static constexpr double kGuideSnapDistanceInPixels = 10.0;
 
     /// From pixels relative to the canvas centre to normalized coordinates and back. Both axes are divided or
     /// multiplied by the displayed canvas width.
@@ -279,60 +233,9 @@ class PEX_EXPORT PexComposer {
     PexComposer() = default;
     static PexComposer fresh();
 
-    static constexpr auto documentKeys() {
-        using keyed::optional;
-        using keyed::required;
-        return std::tuple(
-            required("id", &PexComposer::id), required("name", &PexComposer::name),
-            required("ratio", &PexComposer::ratio), required("layerList", &PexComposer::layerList),
-            required("guideList_", &PexComposer::guideList_), required("bgColor", &PexComposer::bgColor),
-            required("shouldBeDeleted", &PexComposer::shouldBeDeleted),
-            optional("selectedLayerId", &PexComposer::selectedLayerId));
-    }
-};
-
-/// In the composer the raw value is the name of the case, and people see it with a capital first letter.
-struct ComposerEnumeration {
-    static constexpr bool capitalized = true;
-};
-
-template <>
-struct Enumeration<PexComposer::Layer::LayerType> : ComposerEnumeration {
-    using E = PexComposer::Layer::LayerType;
-    static constexpr EnumerationCase<E> cases[] = {
-        {E::image, "image"}, {E::text, "text"}, {E::shape, "shape"}};
-};
-
-template <>
-struct Enumeration<PexComposer::Layer::Image::ImageType> : ComposerEnumeration {
-    using E = PexComposer::Layer::Image::ImageType;
-    static constexpr EnumerationCase<E> cases[] = {
-        {E::url, "url"}, {E::shareApp, "shareApp"}, {E::ingested, "ingested"}};
-};
-
-template <>
-struct Enumeration<PexComposer::Layer::Shape::ShapeType> : ComposerEnumeration {
-    using E = PexComposer::Layer::Shape::ShapeType;
-    static constexpr EnumerationCase<E> cases[] = {{E::rectangle, "rectangle"}, {E::circle, "circle"}};
-};
-
-template <>
-struct Enumeration<PexComposer::Layer::Shape::Style::FillStyle> : ComposerEnumeration {
-    using E = PexComposer::Layer::Shape::Style::FillStyle;
-    static constexpr EnumerationCase<E> cases[] = {{E::color, "color"}};
-};
-
-template <>
-struct Enumeration<PexComposer::Layer::Text::Alignment> : ComposerEnumeration {
-    using E = PexComposer::Layer::Text::Alignment;
-    static constexpr EnumerationCase<E> cases[] = {
-        {E::left, "left"}, {E::center, "center"}, {E::right, "right"}};
-};
-
-template <>
-struct Enumeration<PexComposer::Guide::Orientation> : ComposerEnumeration {
-    using E = PexComposer::Guide::Orientation;
-    static constexpr EnumerationCase<E> cases[] = {{E::horizontal, "horizontal"}, {E::vertical, "vertical"}};
+    static constexpr auto documentKeys();
 };
 
 } // namespace pex
+
+#include "peximage/composer/PexComposerDocument.h"

@@ -56,8 +56,8 @@ struct JpegAtQuality {
     double quality;
     /// Dots per inch written into the file (its low 16 bits); absent leaves what the encoder wrote.
     std::optional<int> dpi = {};
-    /// A local file.
-    URL url;
+    /// The file, under one of three names.
+    std::optional<URL> url = {}, toUrl = {}, to = {};
     /// Effort, resolution of colour, order of the file.
     JpegOptions options = {};
     /// What the file says about the picture beside its pixels; it counts in a byte budget.
@@ -89,8 +89,8 @@ struct JpegOfSize {
     long long desiredSize;
     /// Dots per inch written into the file; absent leaves what the encoder wrote.
     std::optional<int> dpi = {};
-    /// A local file.
-    URL toUrl;
+    /// The file, under one of three names.
+    std::optional<URL> toUrl = {}, to = {}, url = {};
     /// Effort, resolution of colour, order of the file.
     JpegOptions options = {};
     /// What the file says about the picture beside its pixels; it counts in the budget.

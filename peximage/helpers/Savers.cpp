@@ -1,6 +1,7 @@
 #include "peximage/budget/BudgetSearch.h"
 #include "peximage/helpers/PexImageHelperSavers.h"
 #include "peximage/image/PexImage.h"
+#include "peximage/image/arguments/Destination.h"
 #include "peximage/platform/codecs/CGImageDestination.h"
 #include "peximage/platform/foundation/Diagnostics.h"
 #include "peximage/platform/foundation/NumberText.h"
@@ -102,8 +103,9 @@ std::optional<WithinBudget> jpegWithin(const PexImageHelper::JpegWithin& how,
 
 bool PexImageHelper::saveToJpeg(const std::shared_ptr<PexImage>& image, const JpegAtQuality& how) {
     return absentWithoutMemory([&] {
+        const URL* const url = destinationOf(how);
         const auto encoding = jpegOf(image.get(), how);
-        return image && saveEncoded(encoding.get(), how.quality, how.dpi, how.url);
+        return url && image && saveEncoded(encoding.get(), how.quality, how.dpi, *url);
     });
 }
 
@@ -113,9 +115,10 @@ std::optional<Data> PexImageHelper::jpegData(const std::shared_ptr<PexImage>& im
 
 bool PexImageHelper::saveToJpeg(const std::shared_ptr<PexImage>& image, const JpegOfSize& how) {
     return absentWithoutMemory([&] {
+        const URL* const url = destinationOf(how);
         const std::optional<WithinBudget> fit =
             jpegWithin({how.desiredSize, how.dpi, how.options, how.metadata}, image);
-        return fit && saveEncoded(fit->encoding.get(), fit->quality, how.dpi, how.toUrl);
+        return url && fit && saveEncoded(fit->encoding.get(), fit->quality, how.dpi, *url);
     });
 }
 
@@ -161,13 +164,13 @@ bool PexImageHelper::saveToTIFF(const PexImage& image, const URL& toUrl, const I
 bool PexImage::saveToJpeg(const QualityToUrl& how) {
     return PexImageHelper::saveToJpeg(
         shared_from_this(),
-        {.quality = how.quality, .dpi = how.dpi, .url = how.url, .metadata = how.metadata});
+        PexImageHelper::JpegAtQuality{how.quality, how.dpi, how.url, how.toUrl, how.to, {}, how.metadata});
 }
 
 bool PexImage::saveToJpeg(const ToUrlOfMaxSize& how) {
     return PexImageHelper::saveToJpeg(
         shared_from_this(),
-        {.desiredSize = how.maxSize, .dpi = how.dpi, .toUrl = how.toUrl, .metadata = how.metadata});
+        PexImageHelper::JpegOfSize{how.maxSize, how.dpi, how.toUrl, how.to, how.url, {}, how.metadata});
 }
 
 bool PexImage::saveToPNG(const URL& url) const { return PexImageHelper::saveToPNG(*this, url); }

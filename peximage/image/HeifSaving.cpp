@@ -1,5 +1,6 @@
 #include "peximage/budget/BudgetSearch.h"
 #include "peximage/image/PexImage.h"
+#include "peximage/image/arguments/Destination.h"
 #include "peximage/platform/codecs/CGImageDestination.h"
 #include "peximage/platform/raster/ConvertedImage.h"
 
@@ -42,7 +43,8 @@ std::optional<Data> PexImage::heifData(const HeifQuality& how) const {
 
 bool PexImage::saveAsHEIF(const ToUrlAtHeifQuality& how) const {
     const auto bytes = heifData({.quality = how.quality, .useAlpha = how.useAlpha, .metadata = how.metadata});
-    return bytes && bytes->write(how.to, Data::Writing::inPlace);
+    const URL* const url = destinationOf(how);
+    return url && bytes && bytes->write(*url, Data::Writing::inPlace);
 }
 
 std::optional<FittedPicture> PexImage::heifDataWithin(const HeifWithin& how) const {
@@ -61,7 +63,8 @@ std::optional<FittedPicture> PexImage::heifDataWithin(const HeifWithin& how) con
 bool PexImage::saveAsHEIF(const DesiredHeifSize& how) const {
     const auto fitted =
         heifDataWithin({.desiredSize = how.desiredSize, .useAlpha = how.useAlpha, .metadata = how.metadata});
-    return fitted && fitted->bytes.write(how.to, Data::Writing::inPlace);
+    const URL* const url = destinationOf(how);
+    return url && fitted && fitted->bytes.write(*url, Data::Writing::inPlace);
 }
 
 } // namespace pex

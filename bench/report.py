@@ -110,6 +110,14 @@ def table_text(comparisons, facts, where):
     return "\n".join(parts)
 
 
+def page(tables):
+    """The tables as a page of the documentation, with how they were measured."""
+    method = (pathlib.Path(__file__).parent / "method.md").read_text(encoding="utf-8")
+    return "\n".join(["# Benchmarks", "", "Written by `scripts/run-bench build/bench --publish`, from one run. "
+                      "[performance.md](performance.md) tells what to make of it.", "",
+                      "![The peers' times over ours](images/bench.svg)", tables, "", method])
+
+
 def comparison_record(comparison):
     ratios = comparison.ratios()
     return {

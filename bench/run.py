@@ -1,10 +1,11 @@
 #!/usr/bin/env python3
 """Measures the headline jobs beside their peers, in turns within one run.
 
-    bench/run.py BUILD [--only WORD]
+    bench/run.py BUILD [--only WORD] [--publish]
 
 Prints the tables and writes them to BUILD/results.md, .json and .svg (bars). With --only, the jobs whose names
-contain the word. Every ratio is our time over the peer's; below 1 we are faster.
+contain the word; with --publish, docs/benchmarks.md is written, too. Every ratio is our time over the peer's; below
+1 we are faster.
 """
 
 import argparse
@@ -18,7 +19,7 @@ from functools import partial
 import viewer
 from chart import chart
 from measure import Worker, compare, peak_megabytes, process
-from report import Fact, environment, json_text, table_text
+from report import Fact, environment, json_text, page, table_text
 
 BUDGET, LARGE_BUDGET = 300_000, 1_500_000
 TWO_THREADS = 2
@@ -376,7 +377,10 @@ def main():
     parser = argparse.ArgumentParser(description="Measures the headline jobs beside their peers.")
     parser.add_argument("build", type=pathlib.Path)
     parser.add_argument("--only", default="", metavar="WORD", help="only jobs whose names contain the word")
+    parser.add_argument("--publish", action="store_true", help="write docs/benchmarks.md and its picture, too")
     arguments = parser.parse_args()
+    if arguments.only and arguments.publish:
+        parser.error("only a run of everything is published")
     load = os.getloadavg()[0]
     bench = Bench(arguments.build, arguments.only)
     bench.prepare()
@@ -388,6 +392,10 @@ def main():
     (arguments.build / "results.svg").write_text(chart(bench.comparisons))
     tables = table_text(bench.comparisons, bench.facts, where)
     (arguments.build / "results.md").write_text(tables + "\n")
+    if arguments.publish:
+        docs = pathlib.Path(__file__).resolve().parents[1] / "docs"
+        (docs / "benchmarks.md").write_text(page(tables), encoding="utf-8")
+        (docs / "images/bench.svg").write_text(chart(bench.comparisons))
     print(tables)
 
 

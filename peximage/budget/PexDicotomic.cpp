@@ -10,8 +10,8 @@
 namespace pex {
 namespace {
 
-/// The end of [a, b] whose value the target lies beyond; absent when it lies between the two, or they are
-/// equal.
+/// The end of [a, b] beyond whose value the target lies; absent when it lies between the two values, or they
+/// are equal.
 std::optional<double> endBeyond(double a, double fa, double b, double fb, double target) {
     if (fa < fb) {
         if (target < fa) return a;

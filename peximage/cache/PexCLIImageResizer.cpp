@@ -20,7 +20,7 @@ std::optional<URL> program() {
     return fu_fileExists(tool) ? std::optional(tool) : std::nullopt;
 }
 
-/// The letters A–Z in either case; a line break at the end of what a program prints does not count.
+/// Whether a text ends with "DONE" in upper or lower case, not counting line breaks at its end.
 bool saysDone(std::string_view output) {
     while (output.ends_with('\n') || output.ends_with('\r'))
         output.remove_suffix(1);

@@ -44,13 +44,13 @@ std::shared_ptr<PexImage> PexImageCache::getImageOrCalc(const ImageOrCalc& reque
 
     if (request.calcClosure) image = request.calcClosure();
     if (image && request.maxSize) image = reduced(*image, *request.maxSize);
-    std::vector<std::shared_ptr<CachedImage>> dropped; // freed off the queue, others wait for it
+    std::vector<std::shared_ptr<CachedImage>> dropped; // freed after the queue is left, so that others need not wait
     try {
         workQueue().sync([&] {
             const ForkPass pass;
             append(request.withId, image, dropped);
         });
-    } catch (const std::bad_alloc&) { // then it is not kept
+    } catch (const std::bad_alloc&) { // the image is not kept then
     }
     return image;
 }

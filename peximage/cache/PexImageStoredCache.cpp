@@ -21,8 +21,8 @@ std::string_view extensionOf(PexImageStoredCache::Mode mode) {
     return mode == PexImageStoredCache::Mode::png ? ".png" : ".jpg";
 }
 
-/// A file or folder inside the folder; absent when the relative path names the folder itself, leads out of
-/// it, or is none that the file system takes.
+/// A file or folder inside `folder`. Absent when the relative path names the folder itself, leads out of it, or
+/// is not accepted by the file system.
 std::optional<URL> inside(const URL& folder, std::string_view relative) {
     constexpr std::size_t longestName = 255;
     if (relative.find('\0') != std::string_view::npos) return std::nullopt;
@@ -35,7 +35,7 @@ std::optional<URL> inside(const URL& folder, std::string_view relative) {
     return URL::fromPath(path);
 }
 
-/// A twin of the image with caches of its own, for another thread: the caller may go on using the image.
+/// A second object for the same image, for another thread: the caller may go on using the first.
 std::shared_ptr<PexImage> twin(const PexImage& image) {
     const auto bitmap = image.image->cgImageForProposedRect();
     auto copy = PexImage::make(bitmap ? NSImage::make(*bitmap, image.image->size()) : image.image,
@@ -63,8 +63,8 @@ std::shared_ptr<PexImage> readWhole(const URL& url) {
     return whole ? image : nullptr;
 }
 
-/// Whether the file has lived that long. One from the future, which a clock that was set back makes, is dated
-/// now, so that it, too, will be old one day.
+/// Whether the file is older than so many seconds. A file from the future (the clock was set back) gets the
+/// present date, so that it can grow old.
 bool isOlder(const URL& file, double seconds) {
     const auto date = fu_modificationDate(file);
     if (!date) return false;

@@ -20,7 +20,7 @@ Guarded<std::shared_ptr<PexImage>>& sharedPlaceholder() {
     return instance;
 }
 
-/// What a view is stored as.
+/// The document that a view is stored as.
 struct ViewDocument {
     std::vector<std::vector<double>> frame;
 
@@ -38,7 +38,7 @@ std::optional<CGRect> storedFrame(std::string_view document) {
     return CGRect{origin[0], origin[1], size[0], size[1]};
 }
 
-/// On the main thread, if the view is still there by then.
+/// Shows the image on the main thread, if the view still exists then.
 void showOnMain(const std::weak_ptr<NSImageView>& view, std::shared_ptr<NSImage> image) {
     XMain::execute([view, image = std::move(image)] {
         if (const auto shown = view.lock()) shown->setImage(image);

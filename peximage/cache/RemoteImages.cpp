@@ -27,16 +27,16 @@ bool isWhole(const Origin& fileOrBytes) {
     return source && !source->isIncomplete();
 }
 
-/// The same folder for as long as the process runs. Absent when the user has none for caches.
+/// The folder of the cache, asked for once per process. Absent when the user has no caches folder.
 const std::optional<URL>& downloadCacheFolder() {
-    static const auto& folder = *new auto([] { // never freed: work goes on while the process ends
+    static const auto& folder = *new auto([] { // never freed: background work may outlast the end of main
         const std::optional<URL> caches = fu_getCacheFolderUrl(true);
         return caches ? std::optional(caches->appendingPathComponent("PexImageCache")) : std::nullopt;
     }());
     return folder;
 }
 
-/// Absent when nothing can be kept.
+/// The file that keeps the image of an address; absent when nothing can be kept.
 std::optional<URL> downloadCacheFile(const URL& url) {
     const std::optional<URL>& folder = downloadCacheFolder();
     const std::optional<std::string> name = folder ? PexId::md5(url.path()) : std::nullopt;
@@ -52,7 +52,7 @@ void handOver(const PexImage::CachedImageRequest& request, const std::shared_ptr
 void arrive(const PexImage::CachedImageRequest& request, const std::optional<URL>& file,
             const NetworkReply& reply) {
     const std::shared_ptr<PexImage> image = imageIn(reply);
-    // An object of its own for saving: the callback's receiver may use the other one at the same time.
+    // Saved through an object of its own, since the receiver may use the other one at the same time.
     const bool isKept = image && image->cgImage && file && isWhole(*reply.data);
     const auto kept = isKept ? PexImage::make(*image->cgImage) : nullptr;
     handOver(request, image);

@@ -13,7 +13,7 @@ PexCanvasLayer layerOf(std::shared_ptr<PexImage> image, PexSpatialConforming con
             transform};
 }
 
-/// The image with its touching side of another length; as it is where that cannot be.
+/// The image resized so that its touching side has a given length; unchanged if that fails.
 std::shared_ptr<PexImage> matched(const std::shared_ptr<PexImage>& image, bool horizontal, double touching) {
     const auto [width, height] = image->size;
     const CGSize to = horizontal ? CGSize{touching * width / height, touching}
@@ -22,8 +22,8 @@ std::shared_ptr<PexImage> matched(const std::shared_ptr<PexImage>& image, bool h
     return resized ? resized : image;
 }
 
-/// Which of two touching sides is brought to the other: the one that is to change is the larger one where
-/// sides are reduced, the smaller one where they are enlarged.
+/// Whether the first of two touching sides is the one to change: the larger side when sides are reduced, the
+/// smaller one when they are enlarged.
 bool changesFirst(double first, double second, PexImage::ScaleMode mode) {
     return mode == PexImage::ScaleMode::min ? second < first : first < second;
 }

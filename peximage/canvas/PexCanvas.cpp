@@ -17,7 +17,7 @@ PexCanvas::Size squareAround(const PexImage* image) {
 
 } // namespace
 
-/// What of a canvas stands in a document.
+/// The fields of a canvas that documents hold.
 struct PexCanvas::Document {
     Size size{512, 512};
     std::vector<PexCanvasLayer> layerList{};

@@ -11,7 +11,7 @@ namespace {
 
 bool isLoaded(const PexCanvasLayer& layer) { return layer.image != nullptr; }
 
-/// The space that all the pictures share; sRGB where they differ.
+/// The colour space of all the pictures if they share one, else sRGB.
 CGColorSpace sharedSpace(const PexImage& on, std::span<const PexCanvasLayer> layers) {
     std::optional<CGColorSpace> shared;
     const auto add = [&shared](const NSImage& image) {
@@ -36,7 +36,7 @@ PexCanvasLayer::PexCanvasLayer(std::string layerId, LayerType layerType, Source 
       transform(placement),
       image(source.image) {}
 
-/// In pixels of the canvas, origin at the bottom-left corner.
+/// Where the layer is drawn, in pixels of the canvas, origin at the bottom-left corner.
 CGRect PexCanvasLayer::placeOn(CGSize canvas) const {
     const double across = canvas.width / image->size.width, along = canvas.height / image->size.height;
     double factor = transform.scale;

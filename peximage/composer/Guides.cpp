@@ -50,8 +50,7 @@ Lines linesOf(const Layer& layer, const PexComposer& composer, Orientation orien
     return {.positions = {vertical ? layer.transform.location.x : layer.transform.location.y}};
 }
 
-/// Calls `visit(orientation, location, intrinsic)` for every guide that a composer has besides the stored
-/// ones.
+/// Calls `visit(orientation, location, intrinsic)` for every guide that is computed rather than stored.
 template <class Visit>
 void forEachComputedGuide(const PexComposer& composer, std::span<const double> margins, Visit visit) {
     visit(Orientation::horizontal, 0.0, true);
@@ -83,8 +82,8 @@ std::vector<double> snapPositions(const PexComposer& composer, const Layer& movi
     return positions;
 }
 
-/// The first of the nearest positions `guide + offset` within the limit, in the order of offsets, then
-/// guides.
+/// The nearest position `guide + offset` within the limit. Of equally near ones, the first in the order of
+/// offsets, then guides.
 std::optional<double> nearest(const std::vector<double>& guides, std::span<const double> offsets, double at,
                               double limit) {
     std::optional<double> found;
@@ -99,7 +98,7 @@ std::optional<double> nearest(const std::vector<double>& guides, std::span<const
     return found;
 }
 
-/// `length`: how far the layer extends in the direction of the search.
+/// Where a layer snaps; `length` is its extent in the direction of the search.
 std::optional<double> snap(const std::vector<double>& guides, const Layer& layer, double length, double at,
                            CGSize size) {
     const std::array<double, 3> offsets{0, length / 2, -length / 2};

@@ -16,7 +16,7 @@
 namespace pex {
 namespace {
 
-/// A context of so many whole pixels whose user space has the size itself.
+/// A context of the size truncated to whole pixels; its user space has the size as given.
 std::shared_ptr<CGContext> contextOf(CGSize size) {
     const std::int64_t width = truncated(size.width), height = truncated(size.height);
     if (std::max(width, height) > std::numeric_limits<int>::max()) return nullptr;
@@ -38,7 +38,7 @@ std::optional<CGImage> inStandardColours(const CGImage& image) {
     return convertedImage(image, layout, CGColorSpace::deviceRGB());
 }
 
-/// A square of the difference of one channel, rounded to single precision.
+/// The squared difference of one channel, rounded to single precision.
 float square(double a, double b) { return static_cast<float>((b - a) * (b - a)); }
 
 } // namespace
@@ -101,7 +101,7 @@ std::shared_ptr<PexImage> PexImageHelper::reduceImageTo1x1Pixels(const std::shar
     for (bool last = false; !last;) {
         const int width = picture->width(), height = picture->height();
         const auto reduced = areaReduced(*picture, {quarter(width), quarter(height)});
-        // Means are those of what is seen, whatever the curve of the picture's own numbers.
+        // Averaged in sRGB, so that the result does not depend on the picture's own colour space.
         const auto standard = reduced ? inStandardColours(*reduced) : std::nullopt;
         if (!standard) break;
         picture = standard;

@@ -8,7 +8,7 @@
 namespace pex {
 namespace {
 
-/// The lower left corner; `room` is what the image is larger than the watermark.
+/// The watermark's lower left corner; `room` is the image's size minus the watermark's.
 CGPoint originOf(PexWatermark::Position position, CGSize room) {
     // The positions run from left to right, row by row from the top.
     const auto index = static_cast<int>(position);

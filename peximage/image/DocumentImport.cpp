@@ -29,7 +29,7 @@ std::shared_ptr<NSPDFImageRep> openDocument(const URL& url) {
 
 double pixelsPerPoint(int dpi) { return dpi / (pointsPerInch * NSScreen::largestBackingScaleFactor()); }
 
-/// A length in whole pixels, truncated; 0 for what is none.
+/// A length truncated to whole pixels; 0 if it is below 1, not a number, or beyond all limits.
 int pixels(double length) {
     constexpr double longest = 1e9;
     return length >= 1 && length < longest ? static_cast<int>(length) : 0;
@@ -50,7 +50,7 @@ std::shared_ptr<PexImage> pageImage(NSPDFImageRep& document, int page, double sc
 
 using Pages = std::vector<std::shared_ptr<PexImage>>;
 
-/// How many of the pages from `first` on are drawn at once: one for each core, or fewer where they are large.
+/// How many pages from `first` on are drawn at once: one for each core, or fewer if they are large.
 int pagesAtOnce(NSPDFImageRep& document, int first, double scale) {
     constexpr double mostBytes = 256 << 20;
     const int most = std::min(Workers::count(), document.pageCount() - first);
@@ -64,7 +64,7 @@ int pagesAtOnce(NSPDFImageRep& document, int first, double scale) {
     return most;
 }
 
-/// Draws pages on all cores, some at a time. A document serves one thread, so each has its own.
+/// Draws pages on all cores, some at a time. Each thread opens the document for itself.
 class PageDrawer {
   public:
     PageDrawer(Data bytes, std::shared_ptr<NSPDFImageRep> document, double scale)
@@ -74,7 +74,7 @@ class PageDrawer {
         documents_[0] = std::move(document);
     }
 
-    /// Null where a page could not be drawn.
+    /// The drawn pages; null for one that could not be drawn.
     Pages draw(int first, int count) {
         Pages pages(static_cast<std::size_t>(count));
         Workers::forEach(count, [&](int index, int slot) {

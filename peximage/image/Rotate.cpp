@@ -6,7 +6,7 @@
 namespace pex {
 namespace {
 
-/// Drawn about the centre of a bitmap whose y grows upward, a turn by a positive angle is anticlockwise.
+/// The orientation that makes the same turn. y grows upward, so a positive angle turns anticlockwise.
 Orientation orientationFor(PexImage::RotationDirection direction) {
     switch (direction) {
     case PexImage::RotationDirection::r90Clockwhise:

@@ -7,14 +7,13 @@
 namespace pex {
 namespace {
 
-/// About how many tiles lie along a side; what is no number counts as one.
+/// About how many tiles lie along a side; 1 if that is not a number.
 double tilesAlong(double length, double tile, double border) {
     const double count = std::ceil((length - tile) / (tile - 2 * border)) + 1;
     return count > 1 ? count : 1;
 }
 
-/// A tile's side from its length along a bound: the bound itself, or what an equal share of the side takes
-/// where it is a maximum.
+/// The length of a tile along a side: the bound itself or, if the bound is a maximum, an equal share of the side.
 double boundedSide(double side, const std::optional<Length>& bound, bool isMaximum) {
     if (!bound) return side;
     if (!isMaximum || !(bound->value > 0)) return bound->value;

@@ -11,7 +11,7 @@ std::optional<URL> serverEndpoint() {
     return server ? std::optional(server->appendingPathComponent("quarn/filePost.php")) : std::nullopt;
 }
 
-/// Holds the image: the task may start after its last other owner is gone.
+/// Keeps the image alive: the task may start after all other owners are gone.
 Task<bool> uploadJpeg(std::shared_ptr<const PexImage> image, PexImage::UploadTarget target) {
     std::optional<Data> jpeg = image->jpegData(target.quality);
     std::optional<URL> endpoint = target.to ? std::move(target.to) : serverEndpoint();

@@ -13,7 +13,7 @@ namespace {
 using Weights = std::array<std::int16_t, 9>;
 using Background = std::array<std::uint8_t, 4>;
 
-/// A row of pixels as R G B A in this order, colours as they are stored: read as straight, they stay so.
+/// Reorders a row of pixels to R G B A. Colours stay as they are stored, premultiplied or not.
 void storedColours(const std::uint8_t* from, PixelLayout layout, std::uint8_t* to, int pixels) {
     if (!hasAlpha(layout)) return kernels::convertRow(from, layout, to, PixelLayout::skipLast, pixels);
     const auto stored = isAlphaFirst(layout) ? PixelLayout::straightFirst : PixelLayout::straightLast;

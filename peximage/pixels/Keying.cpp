@@ -18,7 +18,7 @@ void maskPixels(std::uint8_t* argb, const std::uint8_t* mask, int maskedPixels, 
     kernels::overwriteRow(argb + std::ptrdiff_t{masked} * 4, pixels - masked, transparent, keepColour);
 }
 
-/// Rows are counted from the bottom in both, so that the two meet there.
+/// The image with opacity from a mask. Both are counted from the bottom row, so that they meet there.
 std::shared_ptr<PexImage> masked(const PexImage& image, const PexImageBitmapRGBA& mask, MaskBy by) {
     PexImageBitmapRGBA bitmap(image);
     const std::span<std::uint8_t> bytes = bitmap.writableBytes();

@@ -27,18 +27,19 @@ Argb argbOf(const PexColor& color) {
     return {color.alphaB255(), color.redB255(), color.greenB255(), color.blueB255()};
 }
 
-/// The sum of channels that a gate compares with; one beyond all sums stands for those beyond.
+/// The sum of channels that a gate compares with, limited to one above the largest sum. Absent for a threshold
+/// that is not a number.
 std::optional<int> gateLimit(double threshold) {
     const double limit = threshold * 255 * 3;
     if (std::isnan(limit)) return std::nullopt;
     return static_cast<int>(std::clamp(limit, -1.0, 766.0));
 }
 
-/// The largest square of a distance between two colours whose root is at most the tolerance; -1 for none.
+/// The largest squared distance of two colours whose root is at most the tolerance; -1 if there is none.
 int largestSquareWithin(double tolerance) {
     constexpr int largest = 3 * 255 * 255;
     if (!(tolerance >= 0)) return -1;
-    // The squared tolerance is rounded; the root decides.
+    // Squaring the tolerance rounds, so the exact limit is found by taking roots.
     int square = static_cast<int>(std::min<double>(tolerance * tolerance, largest));
     while (square < largest && std::sqrt(square + 1) <= tolerance)
         ++square;
@@ -51,7 +52,7 @@ struct Range {
     std::int64_t begin, end;
 };
 
-/// Where begin … begin + length lies inside 0 … limit.
+/// The part of begin … begin + length that lies inside 0 … limit.
 Range clipped(std::int64_t begin, std::int64_t length, std::int64_t limit) {
     if (length <= 0 || begin >= limit) return {0, 0};
     if (begin < 0) return {0, std::min(limit, begin + length)};
@@ -83,7 +84,7 @@ PexImageBitmapRGBA::PexImageBitmapRGBA(const PexContextImage& image)
     if (!bytes_ || !image.bitmap) return;
     const std::int64_t columns = std::min(width, image.width), rows = std::min(height, image.height);
     forEachStrip(static_cast<int>(rows), [&](int begin, int end) {
-        for (int y = begin; y < end; ++y) // as the bytes are: only their order changes
+        for (int y = begin; y < end; ++y) // the bytes stay as they are, only their order changes
             kernels::convertRow(image.bitmap.data() + y * image.width * 4, PixelLayout::straightLast,
                                 bytes_.data() + (height - 1 - y) * width * 4, PixelLayout::straightFirst,
                                 static_cast<int>(columns));
@@ -118,7 +119,7 @@ std::optional<std::size_t> PexImageBitmapRGBA::offsetOf(std::int64_t x, std::int
     if (x < 0 || y < 0 || x >= width || y >= height) return std::nullopt;
     const std::int64_t row = invertedY ? height - 1 - y : y;
     const auto pixels = static_cast<std::int64_t>(bytes_.size() / 4);
-    // Also where the caller has enlarged the sides beyond the buffer.
+    // The caller may have set sides larger than the buffer.
     if (x >= pixels || row > (pixels - 1 - x) / width) return std::nullopt;
     return static_cast<std::size_t>(row * width + x) * 4;
 }

@@ -1,7 +1,6 @@
 // The guide's first program: fits a photo into 300 KB.
-#include <peximage/peximage.h>
-
 #include <cstdio>
+#include <peximage/peximage.h>
 
 int complain(const char* path) {
     std::fprintf(stderr, "%s: %s\n", path, pex::lastReason().message.c_str());

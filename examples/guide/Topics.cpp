@@ -1,9 +1,8 @@
-// The code of the guide's chapters, a function each. Called with a photo and a folder to write to, it runs all of
-// them and names those that fail.
-#include <peximage/peximage.h>
-
+// The code of the guide's chapters, a function each. Called with a photo and a folder to write to, it runs
+// all of them and names those that fail.
 #include <cstdio>
 #include <functional>
+#include <peximage/peximage.h>
 #include <string>
 #include <thread>
 #include <utility>
@@ -18,10 +17,16 @@ bool reasons() {
     if (missing) return false;
     const Reason why = lastReason(); // at once: the next absent result replaces it
     switch (why.code) {
-    case ReasonCode::noSuchFile: return true;
-    case ReasonCode::missingModule: std::puts("please install the package for this format"); break;
-    case ReasonCode::overLimit: std::puts("too large to open"); break;
-    default: std::puts(why.message.c_str());
+    case ReasonCode::noSuchFile:
+        return true;
+    case ReasonCode::missingModule:
+        std::puts("please install the package for this format");
+        break;
+    case ReasonCode::overLimit:
+        std::puts("too large to open");
+        break;
+    default:
+        std::puts(why.message.c_str());
     }
     return false;
 }
@@ -30,7 +35,8 @@ bool header(const URL& photo) {
     const auto source = CGImageSource::make(photo);
     if (!source) return false;
     const ImageProperties& says = source->properties();
-    std::printf("%s, %d x %d as stored\n", displayName(says.format).data(), says.pixelWidth, says.pixelHeight);
+    std::printf("%s, %d x %d as stored\n", displayName(says.format).data(), says.pixelWidth,
+                says.pixelHeight);
     const auto taken = PexExif::basicData(photo).shotDate;
     std::puts(taken ? localTimeText(*taken).c_str() : "no date");
     return source->bytesRead() < 100'000; // the pixels were not touched
@@ -40,8 +46,8 @@ bool budget(const PexImage& photo, const URL& folder) {
     const auto picture = photo.resize({.withMaxSide = 1000});
     const auto fitted = PexImageHelper::jpegDataWithin(picture, {.desiredSize = 100'000});
     if (!fitted) return false;
-    std::printf("quality %.3f, %.0f x %.0f, %zu bytes\n", fitted->quality, fitted->size.width, fitted->size.height,
-                fitted->bytes.size());
+    std::printf("quality %.3f, %.0f x %.0f, %zu bytes\n", fitted->quality, fitted->size.width,
+                fitted->size.height, fitted->bytes.size());
     return fitted->bytes.write(folder.appendingPathComponent("fitted.jpg"), Data::Writing::atomically);
 }
 
@@ -62,7 +68,8 @@ bool mainThread() {
         // … work that takes a while, then:
         XMain::execute([&] { ++shown; });
     });
-    while (shown == 0) XMain::waitAndDrain(); // an event loop calls XMain::drain() instead
+    while (shown == 0)
+        XMain::waitAndDrain(); // an event loop calls XMain::drain() instead
     return shown == 1;
 }
 
@@ -105,9 +112,10 @@ bool caches(const std::shared_ptr<PexImage>& photo) {
                                                    .removeItemsAfterDays = 30,
                                                    .mode = PexImageStoredCache::Mode::heif,
                                                    .resizeMinSideToMax = 256});
-    const auto preview = inMemory->getImageOrCalc({.withId = "photo 1", .maxSize = 256, .calcClosure = [&] {
-        return onDisk->retrieveOrCalc({.imageWithId = "photo 1", .calc = [&] { return photo; }});
-    }});
+    const auto preview = inMemory->getImageOrCalc(
+        {.withId = "photo 1", .maxSize = 256, .calcClosure = [&] {
+             return onDisk->retrieveOrCalc({.imageWithId = "photo 1", .calc = [&] { return photo; }});
+         }});
     return preview != nullptr;
 }
 
@@ -115,9 +123,9 @@ bool metadata(const PexImage& picture, const URL& photo, const URL& folder) {
     ImageMetadata says = ImageMetadata::of(photo).withoutLocation();
     says.setExifField(ExifDirectory::image, 0x8298, std::string("© Studio")); // copyright
     const auto small = picture.resize({.withMaxSide = 800});
-    return small && small->saveToJpeg({.toUrl = folder.appendingPathComponent("signed.jpg"),
-                                       .maxSize = 100'000,
-                                       .metadata = says});
+    return small &&
+           small->saveToJpeg(
+               {.toUrl = folder.appendingPathComponent("signed.jpg"), .maxSize = 100'000, .metadata = says});
 }
 
 bool incomplete(const URL& photo, const URL& folder) {
@@ -138,7 +146,9 @@ struct Preferences : PexSaveable<Preferences> {
     std::string configurationName = "Default";
     double quality = 0.8;
 
-    static constexpr auto documentKeys() { return std::tuple(keyed::lenient("quality", &Preferences::quality)); }
+    static constexpr auto documentKeys() {
+        return std::tuple(keyed::lenient("quality", &Preferences::quality));
+    }
 };
 
 bool settings() {

@@ -44,7 +44,8 @@ std::shared_ptr<PexImage> PexImageCache::getImageOrCalc(const ImageOrCalc& reque
 
     if (request.calcClosure) image = request.calcClosure();
     if (image && request.maxSize) image = reduced(*image, *request.maxSize);
-    std::vector<std::shared_ptr<CachedImage>> dropped; // freed after the queue is left, so that others need not wait
+    std::vector<std::shared_ptr<CachedImage>>
+        dropped; // freed after the queue is left, so that others need not wait
     try {
         workQueue().sync([&] {
             const ForkPass pass;

@@ -21,8 +21,8 @@ std::string_view extensionOf(PexImageStoredCache::Mode mode) {
     return mode == PexImageStoredCache::Mode::png ? ".png" : ".jpg";
 }
 
-/// A file or folder inside `folder`. Absent when the relative path names the folder itself, leads out of it, or
-/// is not accepted by the file system.
+/// A file or folder inside `folder`. Absent when the relative path names the folder itself, leads out of it,
+/// or is not accepted by the file system.
 std::optional<URL> inside(const URL& folder, std::string_view relative) {
     constexpr std::size_t longestName = 255;
     if (relative.find('\0') != std::string_view::npos) return std::nullopt;

@@ -13,7 +13,8 @@ double tilesAlong(double length, double tile, double border) {
     return count > 1 ? count : 1;
 }
 
-/// The length of a tile along a side: the bound itself or, if the bound is a maximum, an equal share of the side.
+/// The length of a tile along a side: the bound itself or, if the bound is a maximum, an equal share of the
+/// side.
 double boundedSide(double side, const std::optional<Length>& bound, bool isMaximum) {
     if (!bound) return side;
     if (!isMaximum || !(bound->value > 0)) return bound->value;

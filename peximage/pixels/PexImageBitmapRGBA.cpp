@@ -27,8 +27,8 @@ Argb argbOf(const PexColor& color) {
     return {color.alphaB255(), color.redB255(), color.greenB255(), color.blueB255()};
 }
 
-/// The sum of channels that a gate compares with, limited to one above the largest sum. Absent for a threshold
-/// that is not a number.
+/// The sum of channels that a gate compares with, limited to one above the largest sum. Absent for a
+/// threshold that is not a number.
 std::optional<int> gateLimit(double threshold) {
     const double limit = threshold * 255 * 3;
     if (std::isnan(limit)) return std::nullopt;

@@ -30,7 +30,7 @@ constexpr mode_t permissionBits = 0777;
 
 /// The temporary files that this process has right now.
 struct Pending {
-    LongHeldMutex mutex; // also while files are opened, renamed and removed
+    LongHeldMutex mutex; // held while files are opened, renamed and removed
     std::set<std::string> names;
 
     Pending() { ::pthread_atfork(nullptr, nullptr, forgetThoseOfTheParent); }
@@ -58,8 +58,8 @@ Pending& pending() {
 
 void Pending::forgetThoseOfTheParent() { pending().names.clear(); }
 
-/// Nobody can foresee it and lie in wait there, and no two machines that share a folder choose the same.
-/// Empty when the system has no random numbers.
+/// A random name, so that nobody can put a file there in advance, and no two machines that share a folder
+/// choose the same one. Empty when the system has no random numbers.
 std::string temporaryName(const std::string& path) {
     static constexpr char digits[] = "0123456789abcdef";
     std::array<unsigned char, 12> random;
@@ -71,7 +71,7 @@ std::string temporaryName(const std::string& path) {
     return name += temporaryEnd;
 }
 
-/// Where the links lead to, be it there already or not.
+/// The path with all links resolved. What they lead to need not exist.
 std::string withoutLinks(std::string path) {
     constexpr int mostLinks = 40; // as many as the system follows
     for (int i = 0; i < mostLinks; ++i) {
@@ -83,8 +83,8 @@ std::string withoutLinks(std::string path) {
     return path;
 }
 
-/// Owner, group and permissions of the file that is replaced. A group that cannot be kept may do no more than
-/// everybody: those in the new one had no part in the old.
+/// Takes over owner, group and permissions of the file that is replaced. If the group cannot be kept, the
+/// new group gets no more rights than everybody: its members had none in the old file.
 void takeOver(const struct stat& replaced, int descriptor) {
     mode_t mode = replaced.st_mode & permissionBits;
     const bool keepsGroup = ::fchown(descriptor, replaced.st_uid, replaced.st_gid) == 0 ||
@@ -150,7 +150,7 @@ bool AtomicFile::create(unsigned mode) {
     return descriptor_ >= 0;
 }
 
-/// Keeps what errno says, for this call and all later ones.
+/// Keeps errno as the reason of this call and all later ones.
 void AtomicFile::fail() {
     giveWritingReason(errno);
     failure_ = lastReason();

@@ -8,7 +8,7 @@
 namespace pex {
 namespace {
 
-/// Never freed: coroutines may go on while the process ends.
+/// Never freed: coroutines may still run while the process ends.
 ThreadPool& pool() {
     static ThreadPool& instance =
         *new ThreadPool(std::max(2, static_cast<int>(std::thread::hardware_concurrency())));

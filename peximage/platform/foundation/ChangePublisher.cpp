@@ -36,7 +36,7 @@ struct ChangePublisher::State {
     }
 
     void remove(std::uint64_t ticket) {
-        std::shared_ptr<Entry> removed; // freed without the lock: what it holds may subscribe or unsubscribe
+        std::shared_ptr<Entry> removed; // freed after unlocking: its destructor may subscribe or unsubscribe
         const std::lock_guard lock(mutex);
         const auto found = std::find_if(entries.begin(), entries.end(),
                                         [ticket](const auto& entry) { return entry->ticket == ticket; });

@@ -20,8 +20,8 @@ namespace {
 
 constexpr std::size_t hugePage = std::size_t{2} << 20;
 
-/// Memory that is not zeroed, in huge pages where it is large: a file fills it at once, and touching fresh
-/// small pages costs as much as reading.
+/// Memory for a whole file. It is not zeroed, and large blocks use huge pages: touching fresh small pages
+/// costs as much as reading the file.
 std::shared_ptr<std::uint8_t> allocate(std::size_t bytes) {
     if (bytes < hugePage)
         return {static_cast<std::uint8_t*>(std::malloc(std::max<std::size_t>(bytes, 1))), std::free};

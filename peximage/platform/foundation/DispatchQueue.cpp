@@ -42,13 +42,13 @@ struct DispatchQueue::State : ForkAware {
     std::uint64_t running = 0; // the ticket whose turn it is
     std::thread::id runner;
     std::deque<Waiting> waiting;
-    std::list<std::deque<Waiting>> inherited; // a parent's blocks are not the child's to run, nor to destroy
+    std::list<std::deque<Waiting>> inherited; // a parent's blocks, which a child must neither run nor destroy
     std::thread worker;
     bool ending = false;
 
     std::unique_lock<std::mutex> locked() { return std::unique_lock(mutex_); }
 
-    /// With the lock held, which the block runs without; gives what the block throws.
+    /// Called with the lock held; the block runs without it. Gives what the block throws.
     std::exception_ptr run(std::unique_lock<std::mutex>& lock, const std::function<void()>& block) {
         runner = std::this_thread::get_id();
         lock.unlock();
@@ -78,7 +78,7 @@ struct DispatchQueue::State : ForkAware {
         }
     }
 
-    /// With the lock held. Without memory or a thread the work is done otherwise.
+    /// Called with the lock held. If no thread can be had, users of the queue run the blocks.
     void startWorker() {
         try {
             if (!worker.joinable()) worker = std::thread([this] { work(); });

@@ -11,7 +11,7 @@
 namespace pex {
 namespace {
 
-/// The parser's message without its own prefix and without the text it stumbled over, which may be anything.
+/// The parser's message without its prefix, and without the offending text, which may be anything.
 std::string syntaxProblem(std::string message) {
     const std::size_t begin = message.find("] ");
     if (begin != std::string::npos) message.erase(0, begin + 2);
@@ -113,7 +113,8 @@ std::optional<DocumentTree> DocumentTree::parse(std::string_view text, DocumentE
                                                 const DocumentLimits& limits) {
     std::optional<DocumentTree> tree(std::in_place);
     DocumentTreeBuilder builder(*tree, limits);
-    // A NUL byte would pass for the end of the text; a file whose tail was never written is full of them.
+    // The parser takes a zero byte for the end of the text. A file whose end was never written is full
+    // of them.
     if (text.size() > limits.bytes)
         builder.problem = "too long";
     else if (text.find('\0') != std::string_view::npos)

@@ -17,7 +17,7 @@ bool isPlain(std::string_view text) {
 } // namespace
 
 void DocumentWriter::separate() {
-    // The character before tells where we are: values never end in one of these.
+    // Only a value or key that follows a value takes a comma; no value ends in one of these.
     const char last = text_.empty() ? '[' : text_.back();
     if (last != '{' && last != '[' && last != ':') text_ += ',';
 }

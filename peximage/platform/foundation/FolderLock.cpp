@@ -16,7 +16,7 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-/// Long enough for any save; a process that was stopped in the middle of one may hold a lock for ever.
+/// Long enough for any save. Not endless: a process that was stopped during a save keeps its lock.
 constexpr std::chrono::seconds longestWait{10};
 constexpr std::chrono::milliseconds betweenAttempts{2};
 
@@ -25,7 +25,7 @@ bool lock(int descriptor) {
     for (const auto end = Clock::now() + longestWait; Clock::now() < end;) {
         if (::flock(descriptor, LOCK_EX | LOCK_NB) == 0) return true;
         if (errno == EINTR) continue;
-        if (errno != EWOULDBLOCK) return true; // there are no locks here
+        if (errno != EWOULDBLOCK) return true; // the file system has no locks
         std::this_thread::sleep_for(betweenAttempts);
     }
     return false;

@@ -4,8 +4,8 @@
 
 namespace pex {
 
-/// Keeps all others who lock the same folder out of it, threads and processes, until it goes. The lock of a
-/// process that is killed goes with it. Nothing is left in the folder.
+/// A lock on a folder, held while the object lives, against all threads and processes that lock the same
+/// folder. It ends with a killed process, and leaves no file in the folder.
 class FolderLock {
   public:
     /// Makes the folder if need be, and waits for a few seconds while others hold the lock.
@@ -14,8 +14,8 @@ class FolderLock {
     FolderLock(const FolderLock&) = delete;
     FolderLock& operator=(const FolderLock&) = delete;
 
-    /// False when the folder cannot be had; the reason is given. True without a lock where the file system
-    /// knows none for folders, as when another machine keeps the files.
+    /// False, with a reason, when the folder cannot be made or locked in time. True even without a
+    /// lock if the file system has none for folders, as some network file systems.
     explicit operator bool() const { return descriptor_ >= 0; }
 
   private:

@@ -12,7 +12,7 @@ constinit std::atomic<int> forksUnderWay{0};
 constinit std::atomic<unsigned> generation{0};
 constinit thread_local int ownPasses = 0;
 
-/// What is alive; changed with a pass.
+/// All living objects; changed with a pass.
 ForkSafeMutex awareMutex;
 std::vector<ForkAware*>& aware() {
     static auto& all = *new std::vector<ForkAware*>;
@@ -27,7 +27,7 @@ struct ForkHandlers {
         ++forksUnderWay;
         for (int out = threadsWithPass; out > own; out = threadsWithPass)
             threadsWithPass.wait(out);
-        ++ownPasses; // this thread comes through until it has forked
+        ++ownPasses; // until it has forked, this thread need not wait for passes
         for (ForkAware* one : aware())
             one->mutex_.lock();
     }
@@ -91,7 +91,7 @@ void LongHeldMutex::renew() {
     static constinit ForkSafeMutex renewing;
     const std::lock_guard lock(renewing);
     if (generation_ == generation) return;
-    ::new (&mutex_) std::mutex; // who held the one before does not exist
+    ::new (&mutex_) std::mutex; // the thread that held the old one does not exist here
     generation_ = generation.load();
 }
 

@@ -15,7 +15,7 @@ class Guarded {
         const std::lock_guard lock(mutex_);
         return value_;
     }
-    /// What was there before is dropped after the lock.
+    /// Replaces the value; the old one is destroyed after unlocking.
     void set(T value) {
         const std::lock_guard lock(mutex_);
         std::swap(value_, value);

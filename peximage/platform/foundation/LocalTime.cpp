@@ -22,8 +22,8 @@ std::tm localParts(sys_seconds moment) {
 /// How far the machine's clocks are ahead of UTC.
 seconds offsetAt(sys_seconds moment) { return seconds(localParts(moment).tm_gmtoff); }
 
-/// When the machine's clocks show a time, which is given as if they showed UTC. Not by `mktime`: what it
-/// makes of an hour that comes twice depends on what it was asked before.
+/// The moment at which the machine's clocks show `time` (given as if they showed UTC). `mktime` is not
+/// used: its answer for an hour that comes twice depends on its previous calls.
 sys_seconds whenClocksShow(sys_seconds time) {
     const seconds before = offsetAt(time - days(1)), after = offsetAt(time + days(1));
     for (const seconds offset :

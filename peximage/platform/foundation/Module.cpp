@@ -33,9 +33,8 @@ std::string fileMappedAt(std::uintptr_t address, const std::string& line) {
     return holds ? line.substr(path) : std::string();
 }
 
-/// Where the object that holds this very code was loaded from, be it a library or a program; empty, with the
-/// reason, when that cannot be learned. The loader is not asked: for a program it knows no more than the name
-/// that it was called by.
+/// The folder of the library or program that contains this code; empty, with a reason, when it cannot be
+/// found. The loader is not asked, since for a program it only knows the name that it was called by.
 fs::path folderOfThisCode() {
     static const int anchor = 0;
     std::ifstream mappings("/proc/self/maps");
@@ -69,7 +68,7 @@ fs::path find(std::string_view name) {
     return {};
 }
 
-/// Why the loader did not take it, which tells that in words alone.
+/// Gives the reason why loading failed. The loader itself explains it only in words.
 void giveLoadingReason(const fs::path& object) {
     const char* const words = ::dlerror();
     const int descriptor = ::open(object.c_str(), O_RDONLY | O_CLOEXEC);

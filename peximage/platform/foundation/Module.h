@@ -13,7 +13,7 @@ namespace pex {
 /// missing, cannot be loaded, or was built for another version of its interface. Any thread.
 const void* moduleInterface(std::string_view name, int version);
 
-/// The same with its type, which counts its own versions (`Interface::version`).
+/// The same for an interface type, which has its version number in `Interface::version`.
 template <class Interface>
 const Interface* loadModule(std::string_view name) {
     return static_cast<const Interface*>(moduleInterface(name, Interface::version));

@@ -54,12 +54,12 @@ struct NetModule {
         void (*ended)(void* context, const Outcome* outcome);
     };
 
-    /// Does it on this thread; `ended` is not called.
+    /// Performs the transfer on this thread; `ended` is not called.
     Outcome (*perform)(const Transfer* transfer);
     /// Begins it on the module's own thread, which does all the calling: nothing there may take long. The
     /// transfer, and all it points to, must stay until it has ended. False when there is no such thread.
     bool (*begin)(const Transfer* transfer);
-    /// Has the module's thread ask soon who is cancelled.
+    /// Lets the module's thread check soon which transfers are cancelled.
     void (*lookForCancelled)();
 };
 

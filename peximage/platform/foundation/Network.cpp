@@ -38,7 +38,7 @@ NetworkReply orOutOfMemory(const Reading& read) {
     }
 }
 
-/// Longer than anyone waits; what is longer would not fit the transfer's own counters.
+/// Limits a time to what the transfer's counters hold, which is longer than anyone waits.
 double inBounds(double seconds) {
     constexpr double aWeek = 7 * 24 * 3600;
     return std::isfinite(seconds) ? std::clamp(seconds, 0.001, aWeek) : aWeek;
@@ -126,12 +126,12 @@ class Transfer {
         const std::unique_ptr<Transfer> transfer(static_cast<Transfer*>(self));
         try {
             transfer->receiver_(transfer->reply(*outcome));
-        } catch (...) { // nobody is there to take it
+        } catch (...) { // nobody could catch it
         }
     }
 
     bool take(const std::uint8_t* bytes, std::size_t size) {
-        if (wanted_.posted != nullptr) return true; // an answer that nobody wants
+        if (wanted_.posted != nullptr) return true; // the answer's content is not needed
         if (size > limits_.maxBytes - bytes_.size())
             return refuse(ReasonCode::overLimit,
                           "larger than " + std::to_string(limits_.maxBytes) + " bytes");

@@ -7,15 +7,15 @@
 
 namespace pex {
 
-/// What `work` gives, or its type's word for absent (false, null, nothing), with the reason, when memory runs
-/// out on the way: for the borders that nothing may throw across.
+/// Gives what `work` gives. When memory runs out, gives the absent value of its type (false, null,
+/// nothing) with a reason. For functions that must not throw.
 template <class Work>
 auto absentWithoutMemory(const Work& work) -> decltype(work()) {
     try {
         return work();
     } catch (const std::bad_alloc&) {
         giveReason(ReasonCode::outOfMemory, "out of memory");
-    } catch (const std::length_error&) { // more than a container can ever hold
+    } catch (const std::length_error&) { // larger than a container can ever be
         giveReason(ReasonCode::outOfMemory, "out of memory");
     }
     return {};

@@ -26,8 +26,8 @@ CodePoint codePointAt(std::string_view text, std::size_t at) {
     return {value, static_cast<std::size_t>(length), true};
 }
 
-/// A text in the form in which case and the way accents are written make no difference, with the place that
-/// each part came from.
+/// A text in a form that is the same for upper and lower case and for all ways to write accents, with the
+/// place in the original that each part came from.
 class FoldedText {
   public:
     static constexpr std::size_t inside = std::string::npos; // within a character of the text

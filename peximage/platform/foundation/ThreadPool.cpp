@@ -13,12 +13,12 @@ namespace {
 
 thread_local ThreadPool* poolOfThisThread = nullptr;
 
-/// What earlier work was told must not look like an answer to this one.
+/// Runs work with the thread's last reason cleared, so that no reason of earlier work appears in it.
 void runAlone(const ThreadPool::Work& work) noexcept {
     giveReason(ReasonCode::none, {});
     try {
         work();
-    } catch (...) { // nobody is there to take it
+    } catch (...) { // nobody could catch it
     }
 }
 
@@ -32,7 +32,7 @@ void ThreadPool::run(Work work, bool first) {
     if (!queue(work, first)) runAlone(work);
 }
 
-/// False when the caller is to do it.
+/// Queues the work. False when no thread can be had and the caller has to do it.
 bool ThreadPool::queue(Work& work, bool first) {
     {
         const std::lock_guard lock(mutex_);
@@ -50,14 +50,14 @@ bool ThreadPool::queue(Work& work, bool first) {
     return true;
 }
 
-/// With the lock held, for one more work.
+/// Called with the lock held, when work was added.
 void ThreadPool::startThreadIfNeeded() {
     const std::size_t queued = first_.size() + others_.size();
     if (queued < static_cast<std::size_t>(idle_) || threads_ - blocked_ >= mostThreads_) return;
     try {
         std::thread([this] { work(); }).detach();
         ++threads_;
-    } catch (const std::exception&) { // no thread, or no memory for one: those that there are do it
+    } catch (const std::exception&) { // no thread, or no memory for one: the existing threads do the work
     }
 }
 
@@ -128,7 +128,7 @@ bool ThreadPool::wait(Seconds patience) {
 
 void ThreadPool::end(Seconds patience) {
     std::unique_lock lock(mutex_);
-    const int own = poolOfThisThread == this ? 1 : 0; // work may end the process itself
+    const int own = poolOfThisThread == this ? 1 : 0; // the thread that ends the process may be running work
     waitUntil(lock, patience, [&] { return running_ <= own && !hasWork(); });
     hasEnded_ = true;
 }

@@ -13,32 +13,34 @@
 
 namespace pex {
 
-/// Threads for work that may take long and wait: for a disk, for other work. They are started as work comes
-/// in. Never destroyed, since work is handed over also while the process ends: to be made by `new`. Any
-/// thread.
+/// Threads for work that may take long or wait, for a disk or for other work. They start as work comes
+/// in. A pool is made with `new` and never destroyed, since work may be handed over while the process
+/// ends. Any thread.
 class ThreadPool : private ForkAware {
   public:
     using Work = std::function<void()>;
     using Seconds = std::chrono::duration<double>;
 
-    /// So many work at once; those who wait for other work are not counted.
+    /// A pool of at most so many working threads; threads that wait for other work are not counted.
     explicit ThreadPool(int mostThreads);
 
-    /// Runs the work on one of the threads, `first` before what is not; on the caller's when the system gives
-    /// none at all. What the work throws is dropped.
+    /// Runs the work on one of the threads; `first` puts it before other work. Runs it on the
+    /// caller's thread when the system gives no threads at all. What the work throws is dropped.
     void run(Work work, bool first = false);
 
-    /// Until its last copy is gone, something counts as unfinished that goes on elsewhere.
+    /// Work that goes on elsewhere counts as unfinished until the last copy of this is gone.
     std::shared_ptr<void> hold();
-    /// Waits until nothing is left to do; false when this takes longer, and at once on a thread of the pool.
+    /// Waits until all work is done. False when that takes longer, and at once on a thread of the
+    /// pool.
     bool wait(Seconds patience);
-    /// Waits for what runs and is queued, but no longer; what is left, or comes later, is dropped.
+    /// Waits that long for the running and queued work. Unfinished and later work is dropped.
     void end(Seconds patience);
 
-    /// The pool that this thread belongs to; null when it is none of a pool's.
+    /// The pool that this thread belongs to; null for other threads.
     static ThreadPool* ofThisThread();
-    /// On a thread of the pool: returns when the flag is set and `lookAgain` was called after that. Meanwhile
-    /// another thread has this one's place; where there is none to be had, this one goes on with the work.
+    /// Called on a thread of the pool: waits until the flag is set and `lookAgain` was called after
+    /// that. Meanwhile another thread takes this one's place; if no other can be had, this one runs
+    /// queued work while it waits.
     void waitFor(const std::atomic<bool>& flag);
     void lookAgain();
 
@@ -57,7 +59,7 @@ class ThreadPool : private ForkAware {
     std::deque<Work> first_, others_;
     int threads_ = 0, idle_ = 0, blocked_ = 0, running_ = 0, held_ = 0;
     bool hasEnded_ = false;
-    /// A parent's work is not the child's to do, nor to destroy: what it holds may be locked.
+    /// A parent's work. A child must neither run nor destroy it: what it holds may be locked.
     std::list<std::deque<Work>> inherited_;
 };
 

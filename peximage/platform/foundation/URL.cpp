@@ -60,7 +60,7 @@ std::size_t schemeLength(std::string_view text) {
     return wellFormed ? colon : 0;
 }
 
-/// A file of another computer has no path that would be any use on this one.
+/// Whether a file address names another computer; its path means nothing on this one.
 bool isElsewhere(std::string_view scheme, std::string_view authority) {
     return scheme == "file" && !authority.empty() && authority != "localhost";
 }

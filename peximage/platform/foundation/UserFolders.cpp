@@ -27,7 +27,7 @@ std::string homeFolder() {
     return failed || !found || !found->pw_dir ? "" : found->pw_dir;
 }
 
-/// What the variable names, else the folder of that name in the user's home.
+/// The folder that an environment variable names, else the given one in the user's home.
 std::optional<URL> baseFolder(const char* variable, std::string_view inHome) {
     if (const std::string folder = environment(variable); folder.starts_with('/'))
         return URL::fromPath(folder);

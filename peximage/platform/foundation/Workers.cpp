@@ -28,7 +28,7 @@ int coreCount() {
 
 std::atomic<int> limit = 0; // 0: none
 
-/// What the environment asks for; 0 where it asks for nothing that makes sense.
+/// The number of threads that the environment asks for; 0 when it names none, or nonsense.
 int countByEnvironment() {
     const char* text = std::getenv("PEXIMAGE_THREADS");
     const long count = text != nullptr ? std::strtol(text, nullptr, 10) : 0;
@@ -40,17 +40,17 @@ std::atomic<int>& wantedCount() { // 0: one a core
     return count;
 }
 
-/// One call of forEach, which lives on its caller's stack.
+/// One call of `forEach`; lives on the caller's stack.
 struct Job {
     const std::function<void(int, int)>& work;
     const int count;
-    const int parts = 3 * Workers::count() / 2; // a run of indices is this part of what is left
+    const int parts = 3 * Workers::count() / 2; // a thread claims one in so many of the remaining indices
     std::atomic<int> next{0};
-    // Those below are changed under the pool's mutex.
+    // The members below are changed under the pool's mutex.
     int slots = 1; // the caller has the first
     std::atomic<int> helpers{0};
     std::exception_ptr error{};
-    Reason reason{}; // what a helper was told
+    Reason reason{}; // the reason that a helping thread was given
 
     void takePart(int slot) {
         for (int index = 0, end = 0; index < count; ++index) {
@@ -70,8 +70,8 @@ struct Job {
     }
 };
 
-/// Looks a little while for what is likely to come soon: putting a thread to sleep and waking it takes longer
-/// than many a call of forEach.
+/// Polls for a short while before a thread goes to sleep: sleeping and waking takes longer than many
+/// calls of `forEach`.
 template <class Condition>
 void awhile(const Condition& condition) {
     constexpr int looks = 300; // about a tenth of a millisecond
@@ -93,7 +93,7 @@ class Pool : private ForkAware {
             startThreads(std::min(job.count, Workers::count()) - 1);
             try {
                 jobs_.push_back(&job);
-            } catch (const std::bad_alloc&) { // nobody will help
+            } catch (const std::bad_alloc&) { // no thread will help
             }
             ++changes_;
         }
@@ -111,7 +111,7 @@ class Pool : private ForkAware {
         if (error) std::rethrow_exception(error);
     }
 
-    /// False when no thread can be had.
+    /// Queues a task; false when no thread can be had.
     bool run(std::function<void()>& task) {
         {
             const std::lock_guard lock(mutex_);
@@ -194,13 +194,13 @@ class Pool : private ForkAware {
             lock.unlock();
             try {
                 task();
-            } catch (...) { // nobody is there to take it
+            } catch (...) { // nobody could catch it
             }
         }
         lock.lock();
     }
 
-    /// With the lock held; the hook is called without it. Returns when something was handed over.
+    /// Called with the lock held; calls the hook without it. Returns when there is new work.
     void beIdle(std::unique_lock<std::mutex>& lock) {
         if (idleHook_ && idleSince_ != changes_) {
             idleSince_ = changes_;
@@ -224,7 +224,7 @@ class Pool : private ForkAware {
         if (--job.helpers == 0) done_.notify_all();
     }
 
-    /// The calls and tasks were those of other threads.
+    /// Forgets the calls and tasks: they belong to threads that do not exist in the child.
     void startOverInChild() override {
         ::new (&changed_) std::condition_variable;
         ::new (&done_) std::condition_variable;
@@ -237,7 +237,8 @@ class Pool : private ForkAware {
     std::atomic<unsigned> changes_{0}; // counts what was handed over
     std::vector<Job*> jobs_;
     std::deque<std::function<void()>> tasks_;
-    std::list<std::deque<std::function<void()>>> inherited_; // a parent's, not the child's to destroy
+    std::list<std::deque<std::function<void()>>>
+        inherited_; // a parent's tasks, which a child must not destroy
     int threads_ = 0;
     std::chrono::milliseconds quiet_{std::chrono::hours(1)};
     std::function<void()> idleHook_;

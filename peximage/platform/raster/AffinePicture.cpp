@@ -12,7 +12,7 @@
 namespace pex {
 namespace {
 
-/// Beyond these steps a plane pixel spans so much of the picture that it has no shape left.
+/// Beyond this gradient a plane pixel spans so much of the picture that its shape is lost.
 constexpr double largestGradient = 1 << 20;
 
 std::int64_t fixed(double value) { return std::llround(std::ldexp(value, 32)); }
@@ -21,8 +21,8 @@ int reducedSide(int side, double scale) {
     return scale < 1 ? std::max(1, static_cast<int>(std::lround(side * scale))) : side;
 }
 
-/// The share of a plane pixel that lies between the two edges 0 and `length`, when its centre is at `at` and
-/// `gradient` lengths make one plane pixel.
+/// The share of a plane pixel that lies between the edges 0 and `length`. Its centre is at `at`, and it
+/// is `gradient` wide.
 double coverage(double at, double length, double gradient) {
     const auto inside = [gradient](double distance) { return std::clamp(distance / gradient, -0.5, 0.5); };
     return std::max(0.0, inside(at) + inside(length - at));
@@ -64,7 +64,7 @@ AffinePicture::AffinePicture(const CGImage& image, PixelView pixels, const CGAff
       gradientY_(std::hypot(toPicture.b, toPicture.d)),
       interpolation_(interpolation) {}
 
-/// Of the pixels [from, to) those whose coordinate at + i step lies in [begin, end).
+/// The pixels i of [from, to) whose coordinate at + i * step lies in [begin, end).
 AffinePicture::Span AffinePicture::where(double begin, double end, double at, double step, int from,
                                          int to) const {
     if (step == 0) return at >= begin && at < end ? Span{from, to} : Span{};
@@ -83,7 +83,7 @@ AffinePicture::Span AffinePicture::spanOf(int y, int width) const {
     return where(-marginY, pixels_.height + marginY, at.y, toPicture_.b, across.begin, across.end);
 }
 
-/// Leaves what the picture does not reach as it is.
+/// Samples one pixel; leaves it unchanged if the picture does not reach it.
 void AffinePicture::samplePixel(int x, int y, std::uint8_t* to) const {
     const CGPoint at = toPicture_.apply(CGPoint{x + 0.5, y + 0.5});
     const auto bounded = [](double v, int length) {
@@ -113,8 +113,7 @@ void AffinePicture::samplePixel(int x, int y, std::uint8_t* to) const {
 
 void AffinePicture::sampleRow(int x, int y, int pixels, std::uint8_t* to) const {
     const CGPoint at = toPicture_.apply(CGPoint{x + 0.5, y + 0.5});
-    // Well inside, all sixteen neighbours exist and the edges are a pixel away; a little less than that, so
-    // that rounding along the row does not lead out.
+    // Well inside, all sixteen neighbours exist. The margin covers rounding along the row.
     constexpr double slack = 1e-3;
     const double marginX = std::max(1.5 + slack, gradientX_ / 2),
                  marginY = std::max(1.5 + slack, gradientY_ / 2);
@@ -135,8 +134,8 @@ void AffinePicture::sampleRow(int x, int y, int pixels, std::uint8_t* to) const 
 }
 
 void AffinePicture::sample(int x, int y, MutablePixelView to) const {
-    // A steep walk touches a row of the picture a pixel: neighbouring rows of a narrow tile find them in the
-    // cache again.
+    // On a steep slope each pixel comes from another row of the picture. In a narrow tile the next
+    // rows find these still in the cache.
     constexpr int tile = 64;
     for (int left = 0; left < to.width; left += tile) {
         const int right = std::min(to.width, left + tile);

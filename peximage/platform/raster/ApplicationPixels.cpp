@@ -12,7 +12,7 @@
 namespace pex {
 namespace {
 
-/// The layout of images that has the same bytes, or the nearest one, of which `swapped` makes the others.
+/// The image layout with the same bytes, or the one that becomes so by swapping bytes.
 PixelLayout layoutFor(PixelBytes bytes, bool isPremultiplied) {
     switch (bytes) {
     case PixelBytes::grey:

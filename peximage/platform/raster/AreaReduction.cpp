@@ -46,7 +46,7 @@ void meanOfColumns(const std::vector<float>& sums, PixelView from, MutablePixelV
     }
 }
 
-/// What is still encoded, decoded no larger than it takes.
+/// Decodes an encoded image, no larger than needed.
 std::optional<CGImage> decodedFor(const CGImage& image, PixelSize size) {
     const auto source = image.source();
     const std::optional<CGImage> decoded =

@@ -7,9 +7,9 @@
 
 namespace pex {
 
-/// The image in a size no larger than its own, every pixel the mean of the area below it: unlike a filter
-/// that keeps edges crisp, it leaves the mean of the whole picture as it is, but for rounding. Alpha is
-/// multiplied in. Absent for a larger or impossible size, and without memory.
+/// The image reduced to a size; every pixel is the mean of the area that it covers. Unlike a filter that
+/// keeps edges crisp, this keeps the mean of the whole picture, but for rounding. Alpha is multiplied in.
+/// Absent for a larger or impossible size, and without memory.
 std::optional<CGImage> areaReduced(const CGImage& image, PixelSize size);
 
 } // namespace pex

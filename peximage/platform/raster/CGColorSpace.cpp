@@ -43,7 +43,7 @@ struct CGColorSpace::Profile {
     mutable bool standard = true;
 };
 
-// The two are never freed: work goes on while the process ends.
+// Never freed: work may go on while the process ends.
 
 CGColorSpace CGColorSpace::sRGB() {
     static const auto& profile = *new auto([] {

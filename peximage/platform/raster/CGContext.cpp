@@ -17,8 +17,8 @@
 namespace pex {
 namespace {
 
-/// How a picture comes out under a transform that leaves upright rectangles upright, whatever their size;
-/// absent for all other transforms. What a turn by sines and cosines leaves beside its zeros counts as zero.
+/// How a picture is turned by a transform that keeps upright rectangles upright; absent for all other
+/// transforms. Rounding errors of sines and cosines beside zeros are ignored.
 std::optional<Orientation> orientationOf(const CGAffineTransform& t) {
     constexpr double slack = 1e-9;
     const auto vanishes = [](double x, double beside) { return std::abs(x) <= std::abs(beside) * slack; };

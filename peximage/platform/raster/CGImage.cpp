@@ -22,7 +22,7 @@ struct CGImage::Store {
     PixelLayout layout;
     CGColorSpace colorSpace;
 
-    LongHeldMutex mutex;                       // also while the pixels are decoded
+    LongHeldMutex mutex;                       // held while the pixels are decoded
     std::shared_ptr<const PixelSource> source; // until the pixels are there
     PixelBuffer buffer;
     std::ptrdiff_t bytesPerRow = 0;
@@ -42,7 +42,7 @@ struct CGImage::Store {
         if (!fresh) return;
         const auto rows = static_cast<std::ptrdiff_t>(stride);
         if (!source->decode({fresh.data(), size.width, size.height, rows, layout})) return;
-        const std::shared_ptr<const PixelSource> decoded = source; // freed when the pass is back
+        const std::shared_ptr<const PixelSource> decoded = source; // freed after the pass was given back
         const ForkPass pass;
         bytesPerRow = rows;
         buffer = std::move(fresh);

@@ -8,8 +8,7 @@
 
 namespace pex {
 
-/// A channel or an opacity of 0–1 as 0–255, rounded; what lies outside is limited, and what is no number is
-/// 0.
+/// A channel or opacity of 0–1 as 0–255, rounded and limited to that range; 0 for what is not a number.
 std::uint8_t channelByte(double channel);
 
 /// R G B A of a colour, straight, as numbers of `colorSpace`.

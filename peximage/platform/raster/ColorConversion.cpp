@@ -41,7 +41,7 @@ std::shared_ptr<const ColorConversion> ColorConversion::make(const CGColorSpace&
     if (conversion->matrix_) return conversion;
     cmsUInt32Number flags = cmsFLAGS_BLACKPOINTCOMPENSATION | cmsFLAGS_NOCACHE; // no cache: shared by threads
     if (pixels == Pixels::rgba) flags |= cmsFLAGS_COPY_ALPHA;
-    if (pixels == Pixels::gray) flags |= cmsFLAGS_NOOPTIMIZE; // exact: it is asked for each level once
+    if (pixels == Pixels::gray) flags |= cmsFLAGS_NOOPTIMIZE; // exact, which is affordable for 256 levels
     Transform transform(cmsCreateTransform(source.get(), inputType(pixels), target.get(), TYPE_RGBA_8,
                                            INTENT_RELATIVE_COLORIMETRIC, flags));
     if (!transform) return nullptr;

@@ -11,7 +11,7 @@ namespace pex {
 std::optional<CGImage> convertedImage(const CGImage& image, PixelLayout layout,
                                       const CGColorSpace& colorSpace);
 
-/// The same into memory of the image's size: false, and the memory holds nothing of use, in those cases.
+/// The same into memory of the image's size. False, with the memory's content undefined, in those cases.
 bool convertPixels(const CGImage& image, MutablePixelView to, const CGColorSpace& colorSpace);
 
 /// True when colours of the two spaces need no conversion between each other.

@@ -8,15 +8,14 @@
 
 namespace pex {
 
-/// How much of a picture decoding found in its file.
+/// How much of a picture was found in its file.
 struct Completeness {
     double shown = 1;    // the share of its rows that show something of it
     bool isSound = true; // no row is missing, and none came from damaged bytes
 };
 
-/// What the decodings of a picture have met, whole or reduced or row by row: the worst of it. Its source
-/// shares it with its row readers, with the images of it and with what turns it upright. Safe from any
-/// thread.
+/// The worst that any decoding of a picture has found, whole, reduced or row by row. A source shares its
+/// record with its row readers, its images and the source that turns it upright. Safe from any thread.
 class DecodingRecord {
   public:
     void add(const Completeness& met) {

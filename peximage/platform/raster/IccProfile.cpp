@@ -6,7 +6,7 @@
 namespace pex {
 namespace {
 
-/// What is wrong with a broken profile is told by an absent result, not by lines on standard error.
+/// Keeps the colour engine from printing errors: a broken profile gives an absent result.
 void silenceEngine() {
     static const bool done = [] {
         cmsSetLogErrorHandler([](cmsContext, cmsUInt32Number, const char*) {});

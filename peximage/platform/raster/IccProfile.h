@@ -35,7 +35,7 @@ struct RgbPrimaries {
 constexpr RgbPrimaries srgbPrimaries{{0.3127, 0.3290, 1},
                                      {{0.64, 0.33, 1}, {0.30, 0.60, 1}, {0.15, 0.06, 1}}};
 
-/// The space of an open profile, of these primaries, and one in which equal components look as the grey of a
+/// A colour space of an open profile; one of given primaries; and one whose greys look like those of a
 /// grey profile. Absent when it cannot be made.
 std::optional<CGColorSpace> spaceOf(const IccProfile& profile);
 std::optional<CGColorSpace> rgbSpace(const RgbPrimaries& primaries, cmsToneCurve* curve);

@@ -15,7 +15,7 @@ struct MatrixProfile {
     Matrix toXyz{};
 };
 
-/// A profile may have tables beside the matrix, which then count.
+/// Whether a profile has tables, which take precedence over its matrix.
 bool hasTables(void* profile) {
     constexpr cmsTagSignature tables[] = {cmsSigAToB0Tag, cmsSigAToB1Tag, cmsSigBToA0Tag, cmsSigBToA1Tag,
                                           cmsSigDToB0Tag, cmsSigDToB1Tag, cmsSigBToD0Tag, cmsSigBToD1Tag};
@@ -60,7 +60,7 @@ std::optional<Matrix> inverted(const Matrix& m) {
     return adjugate;
 }
 
-/// The light of every byte, or of what lies `beyond` it by a part of a byte.
+/// The linear light of every byte value plus `beyond`, a fraction of a step.
 std::array<float, 256> lightOf(const cmsToneCurve* curve, float beyond) {
     std::array<float, 256> light{};
     for (std::size_t byte = 0; byte < light.size(); ++byte)
@@ -68,7 +68,8 @@ std::array<float, 256> lightOf(const cmsToneCurve* curve, float beyond) {
     return light;
 }
 
-/// The nearest byte for every place of light: it changes where light passes what half a byte more gives.
+/// A table from light to the nearest byte value: the byte changes where light passes the value half-way
+/// between.
 std::vector<std::uint8_t> bytesOf(const cmsToneCurve* curve) {
     const std::array<float, 256> limits = lightOf(curve, 0.5F);
     std::vector<std::uint8_t> bytes(kernels::MatrixTables::places);
@@ -81,7 +82,7 @@ std::vector<std::uint8_t> bytesOf(const cmsToneCurve* curve) {
     return bytes;
 }
 
-/// What a channel's bytes add to the light of the three channels of the target.
+/// What each byte value of a channel adds to the light of the target's three channels.
 std::array<std::array<float, 4>, 256> sharesOf(const MatrixProfile& source, std::size_t channel,
                                                const Matrix& fromXyz) {
     std::array<std::array<float, 4>, 256> shares{};

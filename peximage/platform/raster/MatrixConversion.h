@@ -7,9 +7,10 @@
 
 namespace pex {
 
-/// The conversion between two profiles that are nothing but a curve for each channel and a matrix, as nearly
-/// all of cameras and screens are: within one step of exact arithmetic in the dark, too, where the colour
-/// engine's own tables for bytes are coarse. Null for all others, and for curves that do not begin at black.
+/// The conversion between two profiles that consist of a matrix and a curve for each channel, as nearly
+/// all profiles of cameras and screens do. It stays within one step of exact arithmetic even in the dark,
+/// where the colour engine's 8-bit tables are coarse. Null for all other profiles, and for curves that do
+/// not begin at black.
 std::shared_ptr<const kernels::MatrixTables> matrixConversion(const IccProfile& from, const IccProfile& to);
 
 } // namespace pex

@@ -21,7 +21,7 @@ class OrientedSource final : public PixelSource {
     CGColorSpace colorSpace() const override { return stored_->colorSpace(); }
 
   private:
-    /// The first upright row may need the last stored one.
+    /// No rows: the first upright row may need the last stored one.
     std::unique_ptr<RowReader> makeRows(PixelSize) const override { return nullptr; }
 
     std::optional<DecodedRows> decodeAll(MutablePixelView upright) const override {
@@ -62,7 +62,7 @@ class OrientedSource final : public PixelSource {
         return turnedRows(stored, size.height, upright.height);
     }
 
-    /// Stored rows that are missing may be columns now: they count by the area that they leave.
+    /// Missing stored rows may be columns of the upright picture: they are counted by their area.
     static DecodedRows turnedRows(const DecodedRows& stored, int storedHeight, int height) {
         const std::int64_t shown = std::int64_t{stored.shown} * height / storedHeight;
         return {static_cast<int>(std::max<std::int64_t>(shown, stored.shown > 0)), stored.isSound};

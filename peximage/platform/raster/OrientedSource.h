@@ -8,12 +8,12 @@
 
 namespace pex {
 
-/// The stored picture turned upright; the source itself when it is so already. Each strip goes straight to
-/// its upright place as it is decoded.
+/// A source that turns the stored picture upright; the stored source itself when it is upright already.
+/// Each strip is written straight to its upright place as it is decoded.
 std::shared_ptr<const PixelSource> makeUpright(std::shared_ptr<const PixelSource> stored,
                                                Orientation orientation);
 
-/// What such a source turns: small results can be turned instead of it.
+/// The stored picture and how it is turned, for callers that turn a small result instead.
 struct TurnedPicture {
     std::shared_ptr<const PixelSource> stored;
     Orientation orientation;

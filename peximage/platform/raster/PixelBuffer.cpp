@@ -160,7 +160,7 @@ PixelBuffer PixelBuffer::adopt(const std::uint8_t* bytes, std::size_t size, std:
 bool PixelBuffer::isUnique() const {
     if (isForeign_) return false;
     const bool alone = bytes_.use_count() == 1;
-    std::atomic_thread_fence(std::memory_order_acquire); // what others read of it, they have read before
+    std::atomic_thread_fence(std::memory_order_acquire); // other threads' reads happened before this
     return alone;
 }
 

@@ -8,7 +8,7 @@
 namespace pex {
 namespace {
 
-/// Absent when nothing is shown.
+/// Records what was decoded; absent when no row shows anything.
 std::optional<DecodedRows> told(const DecodedRows& rows, int height, DecodingRecord& record) {
     record.add({static_cast<double>(rows.shown) / height, rows.isSound});
     if (rows.shown > 0) return rows;

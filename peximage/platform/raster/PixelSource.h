@@ -17,12 +17,12 @@ struct PixelSize {
     friend constexpr bool operator==(PixelSize, PixelSize) = default;
 };
 
-/// What became of rows that were to be decoded.
+/// The outcome of decoding some rows.
 struct DecodedRows {
     /// How many of them show something of the picture, if only coarsely, as after the first scans of a
     /// progressive file. `fillMissing` has filled the others.
     int shown = 0;
-    /// False from where the file turned out cut short or damaged, also when all rows show something.
+    /// False once the file was found cut short or damaged, even if all rows show something.
     bool isSound = true;
 };
 
@@ -31,14 +31,14 @@ class RowReader {
   public:
     virtual ~RowReader() = default;
 
-    /// Fills `rows` (of the picture's width and layout) with the next rows. Absent, with the reason, when
-    /// there is no picture to be had: for lack of memory, or when not one row of it was shown by its last.
+    /// Fills `rows` (of the picture's width and layout) with the next rows. Absent, with a reason,
+    /// when memory runs out, or when the last row was read and none has shown anything.
     std::optional<DecodedRows> read(MutablePixelView rows);
 
   private:
     friend class PixelSource;
-    /// Does it; absent with the reason, or throws `std::bad_alloc`, when that has to do with this computer
-    /// and not with the file. Is not called again afterwards.
+    /// Does the work of `read`. When this computer rather than the file is the cause of a failure:
+    /// absent with a reason, or throws `std::bad_alloc`. It is not called again afterwards.
     virtual std::optional<DecodedRows> readNext(MutablePixelView rows) = 0;
 
     std::shared_ptr<DecodingRecord> record_;
@@ -51,7 +51,7 @@ class RowReader {
 class PixelSource {
   public:
     PixelSource() : PixelSource(std::make_shared<DecodingRecord>()) {}
-    /// For what shows another source's picture.
+    /// For a source that shows the picture of another one and shares its record.
     explicit PixelSource(std::shared_ptr<DecodingRecord> record) : record_(std::move(record)) {}
     virtual ~PixelSource() = default;
 
@@ -68,22 +68,22 @@ class PixelSource {
     /// reason.
     std::unique_ptr<RowReader> rows(PixelSize size) const;
 
-    /// Decodes the whole picture into `pixels`, which has such a size and the source's layout. Absent, with
-    /// the reason, when there is no picture to be had: for lack of memory, or when no row is shown.
+    /// Decodes the whole picture into `pixels`, which has such a size and the source's layout.
+    /// Absent, with a reason, when memory runs out or no row shows anything.
     std::optional<DecodedRows> decode(MutablePixelView pixels) const;
 
     const std::shared_ptr<DecodingRecord>& record() const { return record_; }
 
   protected:
     virtual std::unique_ptr<RowReader> makeRows(PixelSize size) const = 0;
-    /// As `RowReader::readNext`; by way of the rows, where a source does not do it otherwise.
+    /// As `RowReader::readNext`, for the whole picture; by default decodes row by row.
     virtual std::optional<DecodedRows> decodeAll(MutablePixelView pixels) const;
 
   private:
     std::shared_ptr<DecodingRecord> record_;
 };
 
-/// What takes the place of pixels that could not be decoded.
+/// Fills rows that could not be decoded: transparent, or mid grey without alpha.
 void fillMissing(MutablePixelView rows);
 
 /// The reason why a picture of which no row is shown is absent.

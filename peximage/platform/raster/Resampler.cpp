@@ -19,14 +19,14 @@ bool isStraight(PixelLayout layout) {
 
 bool isSide(int side) { return side >= 1 && side <= Resampler::longestSide; }
 
-/// Groups that are worth another thread: some 20 microseconds of work.
+/// The fewest groups that are worth another thread: about 20 microseconds of work.
 int groupsAtLeast(const ResamplerPlan& plan) {
     const std::size_t work = plan.samplesBytes() * std::max(8, plan.rows.pairs);
     return static_cast<int>(std::max<std::size_t>(1, (std::size_t{1} << 20) / work));
 }
 
-/// Neighbouring groups share source rows. Where those of one group do not fit a core's cache, a few groups
-/// are made at once, tile by tile, so that rows come from memory only once for all of them.
+/// Neighbouring groups share source rows. If the rows of one group do not fit a core's cache, a few
+/// groups are made together, tile by tile, so that rows are loaded from memory only once for all of them.
 struct Blocks {
     int groups;
     std::size_t tileBytes;

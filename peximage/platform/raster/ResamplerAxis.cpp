@@ -54,15 +54,15 @@ class Lanczos {
     double step_, stepSine_, stepCosine_;
 };
 
-/// After how many result samples of a whole source their places between source samples repeat, and how many
-/// source samples that is.
+/// After how many result samples their positions between source samples repeat, and how many source
+/// samples that is.
 struct Period {
     explicit Period(const ResamplerSpan& span) {
         const int divisor = std::gcd(span.from, span.to);
         if (span.start != 0 || span.step != double(span.from) / span.to || divisor == 1) return;
         to = span.to / divisor, from = span.from / divisor;
     }
-    /// None when 0.
+    /// 0 when nothing repeats.
     int to = 0;
     int from = 0;
 };
@@ -131,7 +131,7 @@ void quantise(const double* taps, int count, int shift, std::int16_t* weights) {
     }
 }
 
-/// The integers of all sets, as the windows have their taps.
+/// The weights of all sets as integers, in the order of the windows' taps.
 std::vector<std::int16_t> quantised(const Windows& windows, int shift) {
     std::vector<std::int16_t> weights(windows.taps.size());
     const int count = static_cast<int>(windows.set.size());
@@ -158,7 +158,7 @@ struct Pairing {
             pairs = std::max(pairs, (end + lead + 1) / 2 - (windows.first[i] + lead) / 2);
         }
     }
-    /// What it takes, as measured: as many products as pairs, and loads, of which two together need half.
+    /// The measured cost: a product and a load for each pair; two windows together share loads.
     int work() const { return (inTwos ? 7 : 8) * pairs; }
 };
 

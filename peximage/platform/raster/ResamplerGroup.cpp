@@ -11,7 +11,7 @@ namespace {
 
 using kernels::RowPair;
 
-/// The rows of `used` with those before them or after them, whichever are fewer to weigh.
+/// Extends the rows in `used` to the first or to the last row, whichever adds fewer.
 unsigned firstsOrLasts(unsigned used) {
     constexpr unsigned all = (1u << kernels::groupRows) - 1;
     const unsigned firsts = std::bit_ceil(used + 1) - 1;

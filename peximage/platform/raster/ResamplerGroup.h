@@ -11,7 +11,7 @@
 
 namespace pex {
 
-/// What a resampler knows.
+/// The tables and sizes of a resampler.
 struct ResamplerPlan {
     ResamplerAxis columns;
     ResamplerAxis rows;
@@ -48,8 +48,8 @@ class ResamplerGroup {
     int firstSource() const;
     int endSource() const;
 
-    /// Turns to what `part` has of the group's source rows; its first row is row `partFirst` of the source,
-    /// the first one or the upper one of a pair.
+    /// Selects the group's source rows in `part`, whose first row is row `partFirst` of the source:
+    /// the first row or the upper one of a pair.
     void take(PixelView part, int partFirst);
     /// Weighs a tile of that. `sums` has the plan's `sumsBytes`, `samples` its `samplesBytes`.
     void weighRows(ResamplerTile tile, kernels::Sums how, std::int32_t* sums, std::int16_t* samples) const;

@@ -11,8 +11,8 @@ namespace {
 struct Shape {
     double halfWidth, halfHeight, radius;
 
-    /// How much of a pixel lies inside, from its distance to the edge; x and y are those of the pixel's
-    /// middle from the picture's.
+    /// The share of a pixel inside the shape, from its distance to the edge; x and y go from the
+    /// picture's centre to the pixel's.
     double coverage(double x, double y) const {
         const double outX = std::abs(x) - halfWidth + radius, outY = std::abs(y) - halfHeight + radius;
         const double outside = std::hypot(std::max(outX, 0.0), std::max(outY, 0.0));

@@ -16,8 +16,8 @@
 namespace pex {
 namespace {
 
-/// Straight alpha cannot be filtered: colours that do not show would bleed in. Neither can colours above
-/// their alpha, which bitmaps with alpha first may hold; converting limits them.
+/// The layout to filter in. Straight alpha cannot be filtered, since invisible colours would bleed in.
+/// Bitmaps with alpha first may hold colours above their alpha; converting limits these.
 PixelLayout filteredLayout(PixelLayout layout) {
     return hasAlpha(layout) ? PixelLayout::premultipliedLast : layout;
 }
@@ -65,7 +65,7 @@ struct Stretch {
     }
 };
 
-/// A strip at a time, so that the source is not held in both layouts.
+/// Converts and resamples strip by strip, so that the source is not held in both layouts.
 bool resampleConverted(const Resampler& resampler, PixelView from, MutablePixelView to) {
     auto stream = ResamplerStream::make(resampler, to);
     if (!stream) return false;
@@ -99,7 +99,7 @@ std::optional<CGImage> resampled(PixelView from, const CGColorSpace& colorSpace,
                      Stretch::whole(from.height, size.height));
 }
 
-/// Decodes by rows into the resampler: the source is never held as a whole.
+/// Decodes row by row into the resampler, so that the source is never held as a whole.
 std::optional<CGImage> streamed(const PixelSource& source, RowReader& reader, PixelSize decoded,
                                 PixelSize size) {
     const PixelLayout stored = source.layout(), layout = filteredLayout(stored);
@@ -127,7 +127,7 @@ std::optional<CGImage> decodedAt(const PixelSource& source, PixelSize size) {
 
 std::optional<CGImage> scaledSource(const PixelSource& source, PixelSize size);
 
-/// The stored picture is scaled, and only the result turned: so that one goes by rows, too.
+/// Scales the stored picture and turns only the result, so that it too is decoded row by row.
 std::optional<CGImage> scaledTurned(const TurnedPicture& picture, PixelSize size) {
     const bool swaps = swapsSides(picture.orientation);
     const auto scaled = scaledSource(*picture.stored, swaps ? PixelSize{size.height, size.width} : size);
@@ -150,7 +150,7 @@ std::optional<CGImage> scaledSource(const PixelSource& source, PixelSize size) {
     return pixels ? resampled(*pixels, source.colorSpace(), size) : std::nullopt;
 }
 
-/// The same, kept where it is wanted again.
+/// The same, and offers the result to be kept for the next request.
 std::optional<CGImage> reducedOf(const CGImage& image, const PixelSource& source, PixelSize size) {
     if (auto kept = image.reduction(size)) return kept;
     std::optional<CGImage> made = scaledSource(source, size);

@@ -52,9 +52,10 @@ bool budget(const PexImage& photo, const URL& folder) {
 }
 
 Task<bool> savePreview(URL from, URL to) {
-    const auto photo = co_await PexImage::download({.from = std::move(from)});
+    auto loading = PexImage::download({.from = std::move(from)}); // gcc 12 needs a line of its own for it
+    const auto photo = co_await loading;
     const auto preview = photo ? photo->resize({.withMaxSide = 256}) : nullptr;
-    co_return preview && preview->saveToJpeg({.quality = 0.8, .url = std::move(to)});
+    co_return preview && preview->saveToJpeg({.quality = 0.8, .url = to});
 }
 
 bool tasks(const URL& photo, const URL& folder) {

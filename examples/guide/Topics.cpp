@@ -4,7 +4,6 @@
 #include <functional>
 #include <peximage/peximage.h>
 #include <string>
-#include <thread>
 #include <utility>
 #include <vector>
 

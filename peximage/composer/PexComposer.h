@@ -29,6 +29,7 @@ class PEX_EXPORT PexComposer {
     /// One layer. It carries all three payloads; `layerType` says which one is in use.
     class PEX_EXPORT Layer {
       public:
+        /// What a layer shows.
         enum class LayerType { image, text, shape };
 
         /// An image and where to find it.
@@ -36,10 +37,13 @@ class PEX_EXPORT PexComposer {
             /// Which field of `resourceAccess` names the picture.
             enum class ImageType { url, shareApp, ingested };
 
+            /// Where the picture is; which field counts is told by `type`.
             struct ResourceAccess {
+                /// The address of an image file.
                 std::optional<URL> url{};
                 /// Of a file shared between applications (PexShareApp.h).
                 std::optional<std::string> shareAppId{};
+                /// Kept for the application; the library does not read it.
                 std::optional<std::string> ingestedId{};
 
                 friend bool operator==(const ResourceAccess&, const ResourceAccess&) = default;
@@ -47,9 +51,11 @@ class PEX_EXPORT PexComposer {
                 static constexpr auto documentKeys();
             };
 
+            /// Where the picture comes from.
             ImageType type = ImageType::shareApp;
             /// The image's width divided by its height, in pixels; 1 until known.
             double ratio = 1;
+            /// Where the picture is.
             ResourceAccess resourceAccess{};
 
             friend bool operator==(const Image&, const Image&) = default;
@@ -57,15 +63,23 @@ class PEX_EXPORT PexComposer {
             static constexpr auto documentKeys();
         };
 
+        /// A filled or outlined shape.
         struct Shape {
+            /// Its outline.
             enum class ShapeType { rectangle, circle };
 
+            /// How a shape is drawn.
             struct Style {
+                /// What a shape is filled with. There is one kind.
                 enum class FillStyle { color };
 
+                /// The width of the outline, in the application's unit; 0: none.
                 double strokeWidth = 0;
+                /// Whether the inside is filled.
                 bool fill = true;
+                /// What it is filled with.
                 FillStyle fillStyle = FillStyle::color;
+                /// The colour that it is filled with.
                 PexColor fillColor{0.5, 0.5, 0.5, 1};
 
                 friend bool operator==(const Style&, const Style&) = default;
@@ -73,7 +87,9 @@ class PEX_EXPORT PexComposer {
                 static constexpr auto documentKeys();
             };
 
+            /// Its outline.
             ShapeType type = ShapeType::rectangle;
+            /// How it is drawn.
             Style style{};
 
             friend bool operator==(const Shape&, const Shape&) = default;
@@ -84,11 +100,16 @@ class PEX_EXPORT PexComposer {
         /// A block of text. Reading one never fails on a field: what is missing or malformed becomes an empty
         /// text, courier at 12 points, left, pure white.
         struct Text {
+            /// How lines lie beside each other.
             enum class Alignment { left, center, right };
 
+            /// The text itself, in UTF-8.
             std::string text{};
+            /// Its font, and its size in points.
             PexFont::Font font = PexFont::Font::courier(64);
+            /// How its lines lie beside each other.
             Alignment alignment = Alignment::left;
+            /// Its colour.
             PexColor color = PexColor::pureWhite;
 
             friend bool operator==(const Text&, const Text&) = default;
@@ -98,8 +119,11 @@ class PEX_EXPORT PexComposer {
 
         /// Where, how large and how opaque the layer is.
         struct Transform {
+            /// Factors along both axes.
             struct Scale {
+                /// Along the width.
                 double x = 1;
+                /// Along the height.
                 double y = 1;
 
                 friend bool operator==(const Scale&, const Scale&) = default;
@@ -109,6 +133,7 @@ class PEX_EXPORT PexComposer {
 
             /// The layer's centre, normalized.
             CGPoint location{};
+            /// Factors on the layer's size.
             Scale scale{};
             /// Nothing in the library reads it; its unit is the application's.
             double rotation = 0;
@@ -120,11 +145,17 @@ class PEX_EXPORT PexComposer {
             static constexpr auto documentKeys();
         };
 
+        /// The layer's own identifier.
         std::string id;
+        /// Which of the following three is in use.
         LayerType layerType = LayerType::image;
+        /// The image of an image layer.
         Image image;
+        /// The shape of a shape layer.
         Shape shape;
+        /// The text of a text layer.
         Text text;
+        /// Where, how large and how opaque the layer is.
         Transform transform;
 
         friend bool operator==(const Layer&, const Layer&) = default;
@@ -156,9 +187,12 @@ class PEX_EXPORT PexComposer {
     /// A line across the canvas. Reading one never fails on a field: what is missing or malformed becomes a
     /// fresh identifier, horizontal, 0, not intrinsic.
     struct Guide {
+        /// Which way a line runs.
         enum class Orientation { horizontal, vertical };
 
+        /// The guide's own identifier.
         std::string id{};
+        /// Which way it runs.
         Orientation orientation = Orientation::horizontal;
         /// x of a vertical guide, y of a horizontal one, normalized.
         double location = 0;
@@ -170,19 +204,25 @@ class PEX_EXPORT PexComposer {
 
     /// A text to find and the text to put in its place.
     struct SearchAndReplace {
+        /// The text to find.
         std::string search{};
+        /// The text to put in its place.
         std::string replace{};
 
         static constexpr auto documentKeys();
     };
 
+    /// The composer's own identifier.
     std::string id;
+    /// Its name, for people.
     std::string name = "Composer";
     /// Canvas width divided by canvas height.
     double ratio = 16.0 / 9;
+    /// The layers, in their order.
     std::vector<Layer> layerList;
     /// The guides that the user placed.
     std::vector<Guide> guideList_;
+    /// The colour behind the layers.
     PexColor bgColor{0.5, 0.5, 0.5, 1};
     /// A mark kept with the composer; nothing in the library reads or changes it.
     bool shouldBeDeleted = false;
@@ -200,10 +240,12 @@ class PEX_EXPORT PexComposer {
 
     /// From pixels relative to the canvas centre to normalized coordinates and back. Both axes are divided or
     /// multiplied by the displayed canvas width.
+    /// @{
     static CGPoint normalize(CGPoint point, CGSize to) { return point / to.width; }
     static double normalize(double length, CGSize to) { return length / to.width; }
     static CGPoint deNormalize(CGPoint point, CGSize to) { return point * to.width; }
     static double deNormalize(double length, CGSize to) { return length * to.width; }
+    /// @}
 
     /// The layer's centre in pixels relative to the centre of a canvas displayed in that size.
     static CGPoint actualPosition(const Layer& of, CGSize in);
@@ -224,8 +266,10 @@ class PEX_EXPORT PexComposer {
     /// displayed in the size `in`, in pixels: the nearest position within the snap distance that puts the
     /// centre, or an edge of an image layer, on a guide. Of equally near ones the first in the order centre,
     /// lower edge, upper edge, each in the order of the guides. Absent when none is near enough.
+    /// @{
     std::optional<double> nearestVerticalGuide(const Layer& forLayer, double at, CGSize in) const;
     std::optional<double> nearestHorizontalGuide(const Layer& forLayer, double at, CGSize in) const;
+    /// @}
 
   private:
     friend class PexComposerManager;

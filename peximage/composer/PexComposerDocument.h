@@ -12,6 +12,7 @@ namespace pex {
 
 /// In the composer the raw value is the name of the case, and people see it with a capital first letter.
 struct ComposerEnumeration {
+    /// The first letter is shown as a capital.
     static constexpr bool capitalized = true;
 };
 

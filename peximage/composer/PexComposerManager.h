@@ -121,7 +121,7 @@ class PEX_EXPORT PexComposerManager : public std::enable_shared_from_this<PexCom
     /// @}
     /// Saves as every change does; gives what `isSaved()` is then.
     bool save();
-    /// Saves in any case. A document that another manager stored meanwhile is kept as a configuration of its
+    /// Saves even if another manager has stored a document meanwhile, which is kept as a configuration of its
     /// own.
     bool takeOver();
     /// Drops the changes that were not saved: loads the composers and the selection that are stored under

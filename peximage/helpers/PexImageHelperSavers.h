@@ -57,7 +57,9 @@ struct JpegAtQuality {
     /// Dots per inch written into the file (its low 16 bits); absent leaves what the encoder wrote.
     std::optional<int> dpi = {};
     /// The file, under one of three names.
+    /// @{
     std::optional<URL> url = {}, toUrl = {}, to = {};
+    /// @}
     /// Effort, resolution of colour, order of the file.
     JpegOptions options = {};
     /// What the file says about the picture beside its pixels; it counts in a byte budget.
@@ -90,7 +92,9 @@ struct JpegOfSize {
     /// Dots per inch written into the file; absent leaves what the encoder wrote.
     std::optional<int> dpi = {};
     /// The file, under one of three names.
+    /// @{
     std::optional<URL> toUrl = {}, to = {}, url = {};
+    /// @}
     /// Effort, resolution of colour, order of the file.
     JpegOptions options = {};
     /// What the file says about the picture beside its pixels; it counts in the budget.
@@ -119,13 +123,17 @@ struct JpegWithin {
 PEX_EXPORT std::optional<FittedPicture> jpegDataWithin(const std::shared_ptr<PexImage>& image,
                                                        const JpegWithin& how);
 
+/// How `dataWithin` encodes.
 struct DataWithin {
+    /// The format of the file.
     ImageFormat format;
     /// The most bytes.
     long long desiredSize;
+    /// Dots per inch written into the file; absent leaves what the encoder wrote.
     std::optional<int> dpi = {};
     /// Of a JPEG.
     JpegOptions options = {};
+    /// What the file says about the picture beside its pixels; it counts in the budget.
     ImageMetadata metadata = {};
 };
 /// A file of any format that is written, at most so large: JPEG as `jpegDataWithin` has it; of others the

@@ -62,8 +62,9 @@ class PEX_EXPORT PexImage : public std::enable_shared_from_this<PexImage>,
 
     /// @name Making an image
     /// @{
-    /// Null when it is missing, unreadable, or no image. Icons (FileIcons.cpp) have no `cgImage` and the size
-    /// (0, 0) until `setSize()`.
+
+    /// An image of what the argument names. Null when it is missing, unreadable, or no image. Icons
+    /// (FileIcons.cpp) have no `cgImage` and the size (0, 0) until `setSize()`.
     static std::shared_ptr<PexImage> make(const URL& file, const NoTimeOut& options = {});
     static std::shared_ptr<PexImage> make(const FastUrl& file);
     static std::shared_ptr<PexImage> make(const Data& encoded, const DontCreateAuxiliaryVars& options = {});

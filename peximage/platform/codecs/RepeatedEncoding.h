@@ -23,7 +23,9 @@ class RepeatedEncoding {
     /// A bisection that halves [0, 1] until intervals are shorter than `tolerance`, for the file that is
     /// nearest to `target` bytes, a little below `budget`.
     struct Search {
-        double budget, target, tolerance;
+        double budget;    ///< In bytes.
+        double target;    ///< In bytes.
+        double tolerance; ///< Of qualities.
     };
     /// Says which search `sizeForSearch` is going to answer.
     virtual void prepare(const Search&) {}

@@ -83,7 +83,7 @@ bool readPalette(const CGDataProvider& bytes, std::size_t at, std::uint32_t used
     return true;
 }
 
-/// The old header with sides of 16 bits, and the later ones that begin alike.
+/// Reads the old header with 16-bit sides, and the later ones that begin alike.
 std::optional<BmpHeader> readHeader(const CGDataProvider& bytes) {
     std::array<std::uint8_t, fileHeaderBytes + longestHeader + 12> block{};
     const std::size_t got = bytes.read(0, block);
@@ -145,7 +145,7 @@ void convertRow(const BmpHeader& header, const std::uint8_t* from, std::uint8_t*
     }
 }
 
-/// Runs of equal pixels, from the bottom row up; what they leave out has the first colour.
+/// Decodes runs of equal pixels, from the bottom row up. Pixels that they leave out get the first colour.
 class RunLengthReader {
   public:
     RunLengthReader(const BmpHeader& header, std::span<const std::uint8_t> bytes, MutablePixelView to)
@@ -250,7 +250,7 @@ class BmpSource final : public PixelSource {
     BmpHeader header_;
 };
 
-/// The letters alone begin many texts: the size of the header has to be one that there is.
+/// Many texts begin with these letters, so the header's size has to be a known one, too.
 bool isBmp(std::span<const std::uint8_t> bytes) {
     if (bytes.size() < 18 || bytes[0] != 'B' || bytes[1] != 'M') return false;
     const std::uint32_t size = number(bytes.data() + fileHeaderBytes, 4);
@@ -278,7 +278,7 @@ std::optional<OpenedImage> openBmp(const CGDataProvider& bytes, const ImageLimit
     return opened;
 }
 
-/// What runs end with cannot be told without going through them.
+/// Where runs end is only known by decoding them.
 bool bmpBreaksOff(const CGDataProvider& bytes) {
     const std::optional<BmpHeader> header = readHeader(bytes);
     if (!header || header->isRunLength() || header->width < 1) return false;

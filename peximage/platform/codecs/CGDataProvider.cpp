@@ -9,7 +9,7 @@
 
 namespace pex {
 
-/// Small reads go through a block of the file, as headers are read a few bytes at a time.
+/// Small reads are served from a block of the file, since headers are read a few bytes at a time.
 struct CGDataProvider::State {
     static constexpr std::size_t blockBytes = 4096;
 

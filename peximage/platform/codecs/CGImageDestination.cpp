@@ -9,7 +9,7 @@
 namespace pex {
 namespace {
 
-/// JPEG's resolution is stamped later, by who knows it.
+/// The resolution of a JPEG is stamped later by the saver.
 ImageMetadata metadataFor(const CGImage& image, ImageFormat format,
                           const CGImageDestination::Options& options) {
     const ImageMetadata upright = options.metadata.uprighted(image.width(), image.height());
@@ -25,7 +25,7 @@ CGImageDestination::Options fitted(const CGImage& image, ImageFormat format,
     return options;
 }
 
-/// For formats whose encoders begin anew at each quality: whole files, each made once.
+/// For formats whose encoders begin anew for each quality: encodes whole files, each quality once.
 class WholeFiles : public RepeatedEncoding {
   public:
     WholeFiles(const ImageCodec& codec, const CGImage& image, CGImageDestination::Options options)

@@ -45,7 +45,7 @@ struct CodecModule {
         }
     };
 
-    /// Why something was not done. Memory may also show by a thrown `std::bad_alloc`.
+    /// Why a call failed. A lack of memory may also throw `std::bad_alloc`.
     enum class Failure { none, damaged, overLimit, outOfMemory, noThread };
 
     struct Picture;

@@ -14,7 +14,7 @@ namespace {
 
 constexpr std::array<std::uint8_t, 6> signature{'E', 'x', 'i', 'f', 0, 0};
 
-/// What libexif looks at; an EXIF block fits a JPEG segment.
+/// The most bytes that libexif reads; an EXIF block fits a JPEG segment.
 constexpr std::size_t maxExifBytes = 0xffff;
 
 /// Longer lists of plain bytes mean nothing to a reader.
@@ -95,8 +95,8 @@ bool isUtf8(std::string_view text) {
     return true;
 }
 
-/// Up to the closing zero, without trailing spaces. What is no UTF-8 is taken for Latin-1, as old cameras
-/// write.
+/// A text up to its closing zero, without trailing spaces. If it is not UTF-8, it is read as Latin-1,
+/// which old cameras write.
 std::string textOf(std::string_view bytes) {
     bytes = bytes.substr(0, bytes.find('\0'));
     while (bytes.ends_with(' '))
@@ -196,7 +196,7 @@ ExifBlock::ExifBlock(std::span<const std::uint8_t> bytes) : data_(exif_data_new(
     std::vector<std::uint8_t> block;
     if (!isSigned(bytes)) block.assign(signature.begin(), signature.end());
     block.insert(block.end(), bytes.begin(), bytes.begin() + std::min(bytes.size(), maxExifBytes));
-    // What the block does not hold must not be made up.
+    // Fields that the block does not hold must not be made up.
     exif_data_unset_option(data_.get(), EXIF_DATA_OPTION_FOLLOW_SPECIFICATION);
     exif_data_load_data(data_.get(), block.data(), static_cast<unsigned int>(block.size()));
 }

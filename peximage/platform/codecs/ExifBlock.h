@@ -12,13 +12,13 @@ struct _ExifData; // NOLINT: libexif's own name
 
 namespace pex {
 
-/// The EXIF block of a file, parsed: a TIFF header with its directories, with or without the "Exif" signature
-/// of JPEG's APP1 before it. Of a broken block it has what can be made out.
+/// A parsed EXIF block: a TIFF header with its directories, with or without the "Exif" signature of JPEG
+/// before it. A broken block gives the fields that can be read.
 class ExifBlock {
   public:
     explicit ExifBlock(std::span<const std::uint8_t> bytes);
 
-    /// Whether nothing could be made out.
+    /// Whether no field could be read.
     bool isEmpty() const;
     /// Absent when the block does not say.
     std::optional<Orientation> orientation() const;

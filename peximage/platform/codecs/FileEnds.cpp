@@ -11,7 +11,7 @@
 namespace pex {
 namespace {
 
-/// Numbers by position; absent behind the end.
+/// Numbers at a position of the file; absent beyond its end.
 template <std::size_t Count>
 std::optional<std::array<std::uint8_t, Count>> bytesAt(const CGDataProvider& bytes, std::size_t at) {
     std::array<std::uint8_t, Count> read{};
@@ -31,7 +31,7 @@ bool endsWith(const CGDataProvider& bytes, const std::array<std::uint8_t, Count>
     return bytes.size() >= Count && bytesAt<Count>(bytes, bytes.size() - Count) == end;
 }
 
-/// Where a JPEG's pixels begin, behind all segments before them; the file's size when they do not.
+/// Where a JPEG's pixels begin, after all segments before them; the file's size if it has none.
 std::size_t scanOf(const CGDataProvider& bytes) {
     constexpr std::uint8_t startOfScan = 0xDA;
     for (std::size_t at = 2;;) {
@@ -48,7 +48,7 @@ std::size_t scanOf(const CGDataProvider& bytes) {
 
 constexpr std::array<std::uint8_t, 2> endOfImage{0xFF, 0xD9};
 
-/// Coded pixels cannot contain the marker. Blocks overlap by the byte that it may begin with.
+/// Looks for the marker, which coded pixels cannot contain. Blocks overlap by its first byte.
 bool hasEndOfImage(const CGDataProvider& bytes, std::size_t from) {
     std::vector<std::uint8_t> block(std::size_t{1} << 16);
     for (std::size_t at = from; at < bytes.size(); at += block.size() - 1) {
@@ -60,7 +60,7 @@ bool hasEndOfImage(const CGDataProvider& bytes, std::size_t from) {
     return false;
 }
 
-/// Steps over a GIF's pieces of up to 255 bytes, each behind its length, to what follows the empty one.
+/// Skips a GIF's sub-blocks (a length and up to 255 bytes each) up to the end of the empty one.
 std::optional<std::size_t> behindPieces(const CGDataProvider& bytes, std::size_t at) {
     for (;;) {
         const auto length = bytesAt<1>(bytes, at);
@@ -70,7 +70,7 @@ std::optional<std::size_t> behindPieces(const CGDataProvider& bytes, std::size_t
     }
 }
 
-/// Bytes of the colour table that flags tell of.
+/// The size in bytes of the colour table that the flags announce.
 std::size_t tableBytes(std::uint8_t flags) { return (flags & 0x80) != 0 ? std::size_t{6} << (flags & 7) : 0; }
 
 } // namespace
@@ -82,7 +82,7 @@ bool jpegBreaksOff(const CGDataProvider& bytes) {
 bool pngBreaksOff(const CGDataProvider& bytes) {
     constexpr std::array<std::uint8_t, 12> end{0, 0, 0, 0, 'I', 'E', 'N', 'D', 0xAE, 0x42, 0x60, 0x82};
     if (endsWith(bytes, end)) return false;
-    constexpr int mostChunks = 1 << 22; // nobody's picture has more: such a file has not earned the time
+    constexpr int mostChunks = 1 << 22; // no real picture has more, so the search stops
     std::size_t at = 8;
     for (int i = 0; i < mostChunks; ++i) {
         const auto head = bytesAt<8>(bytes, at);

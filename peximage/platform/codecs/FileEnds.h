@@ -4,15 +4,15 @@
 
 namespace pex {
 
-/// Whether a file of a format breaks off before its first image ends, as its structure tells: nothing is
-/// decoded, and as little read as that takes. The bytes begin as such a file does.
+/// Whether a file of a format is cut short before its first image ends, as far as its structure tells.
+/// Nothing is decoded, and as little as possible is read. The bytes have to begin as such a file does.
 
-/// The end of the file alone, where the picture ends with it; else all of the pixels.
+/// Reads only the end of the file, if the picture ends there; else all of the pixels.
 bool jpegBreaksOff(const CGDataProvider& bytes);
-/// The end of the file alone; else the heads of all chunks.
+/// Reads only the end of the file, or else the heads of all chunks.
 bool pngBreaksOff(const CGDataProvider& bytes);
 bool webpBreaksOff(const CGDataProvider& bytes);
-/// The heads of all blocks.
+/// Reads the heads of all blocks.
 bool gifBreaksOff(const CGDataProvider& bytes);
 
 } // namespace pex

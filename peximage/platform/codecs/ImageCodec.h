@@ -15,8 +15,8 @@
 
 namespace pex {
 
-/// What opening a file gives: its header, and its pixels when the provider holds all bytes in memory (a
-/// provider over a file is only asked for the header; `source` is then null).
+/// The result of opening a file: its header and, if the provider holds all bytes in memory, its pixels. A
+/// provider over a file is only asked for the header; `source` is null then.
 struct OpenedImage {
     ImageProperties properties;
     std::shared_ptr<const PixelSource> source;
@@ -40,11 +40,11 @@ struct ImageCodec {
     /// What the file says of its first image; empty when it says nothing or is broken. Null where the
     /// format's metadata are not read.
     ImageMetadata (*metadata)(const CGDataProvider& bytes, const ImageLimits& limits) = nullptr;
-    /// For several qualities of one image; null where nothing is saved by it.
+    /// Encodes one image at several qualities; null when that saves no work.
     std::unique_ptr<RepeatedEncoding> (*repeated)(const CGImage& image,
                                                   const CGImageDestination::Options& options) = nullptr;
 
-    /// False when its module is missing.
+    /// Whether its module, if it needs one, is there.
     bool isAvailable() const;
 };
 

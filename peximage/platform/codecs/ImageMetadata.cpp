@@ -29,7 +29,7 @@ ImageMetadata readFrom(const CGDataProvider& bytes) {
     return metadata;
 }
 
-/// The block itself where the change leaves it as it is; empty where it cannot be made.
+/// A changed copy of the block; the block itself if nothing changes, empty if it cannot be changed.
 template <class Change>
 Data changedExif(const Data& exif, const Change& change) {
     auto editor = exif.empty() ? std::nullopt : ExifEditor::open(exif.bytes());
@@ -50,7 +50,7 @@ bool hasMakerNote(const Data& exif) {
     return editor && editor->find(ExifDirectory::exif, exifTag::makerNote);
 }
 
-/// Fractions of hundredths, or of whole numbers where these say it all.
+/// A number as a fraction: whole if it is whole, else in hundredths.
 std::array<std::uint32_t, 2> fractionOf(double dpi) {
     const double whole = std::round(dpi);
     const bool isWhole = std::abs(dpi - whole) < 0.005;
@@ -68,7 +68,7 @@ void correctResolution(ExifEditor& exif, std::uint16_t tag, double dpi) {
     exif.set(ExifDirectory::image, tag, TiffStructure::rational, 1, value);
 }
 
-/// Files of other formats have one packet.
+/// Joins the two XMP packets of a JPEG into one, as other formats need it.
 ImageMetadata withOnePacket(ImageMetadata metadata) {
     if (metadata.extendedXmp.empty()) return metadata;
     metadata.xmp = xmpPacket::merged(metadata.xmp, metadata.extendedXmp).value_or(metadata.xmp);

@@ -30,7 +30,7 @@ double numberAt(const TiffStructure& block, std::size_t at, std::uint16_t type, 
     return number;
 }
 
-/// None where a fraction has no value.
+/// The numbers of a field; none if a fraction has no value.
 std::vector<double> numbersOf(const TiffStructure& block, const TiffEntry& entry) {
     const std::size_t size = TiffStructure::sizeOf(entry.type);
     std::vector<double> numbers;
@@ -70,7 +70,8 @@ bool canHold(std::uint16_t type, const std::vector<double>& numbers) {
     });
 }
 
-/// The type of the field that there is, where it can hold the numbers; else the smallest that does. 0: none.
+/// The type for the numbers: that of the existing field if it can hold them, else the smallest that can;
+/// 0 if none can.
 std::uint16_t typeFor(const std::vector<double>& numbers, const std::optional<TiffEntry>& old) {
     if (old && canHold(old->type, numbers)) return old->type;
     constexpr std::array<std::uint16_t, 5> types{Type::shortInt, Type::longInt, signedLong, Type::rational,
@@ -80,7 +81,7 @@ std::uint16_t typeFor(const std::vector<double>& numbers, const std::optional<Ti
     return found != types.end() ? *found : std::uint16_t{0};
 }
 
-/// As many parts as the number's size leaves room for, at most a million.
+/// The denominator for a number: as large as fits beside it, at most a million.
 double partsFor(double number) {
     double parts = number == std::floor(number) ? 1 : 1e6;
     while (parts > 1 && std::abs(number) * parts > 2147483647.0)

@@ -66,7 +66,7 @@ class OpenPicture {
                          &header_, &failure_);
         if (picture_ != nullptr) return;
         if (failure_ == Failure::overLimit)
-            limits.allows(header_.width, header_.height); // which says it in numbers
+            limits.allows(header_.width, header_.height); // gives the reason with the numbers
         else
             giveReasonOf(failure_);
     }
@@ -93,7 +93,7 @@ class OpenPicture {
     CodecModule::Picture* picture_ = nullptr;
 };
 
-/// What every decoding of one file shares.
+/// The data that all decodings of one file share.
 struct ModuleFile {
     const CodecModule* module;
     Data bytes;
@@ -104,7 +104,7 @@ struct ModuleFile {
     std::shared_ptr<const ColorConversion> fromCmyk{};
 };
 
-/// C M Y K to R G B x in place; without a profile ink takes away light.
+/// Converts C M Y K to R G B x in place, by the profile or, without one, as inks that take away light.
 void convertInk(const ModuleFile& file, std::uint8_t* row, int pixels) {
     if (file.fromCmyk) file.fromCmyk->convertRow(row, row, pixels);
     for (int i = 0; i < pixels; ++i, row += 4) {
@@ -191,7 +191,7 @@ ModuleFile fileOf(const CodecModule& module, const Data& bytes, const ImageLimit
     return file;
 }
 
-/// R G B x, what is transparent over white.
+/// A row of R G B x, transparency laid over white.
 std::optional<CGImage> flattened(const CGImage& image, const CGColorSpace& space) {
     if (!hasAlpha(image.layout())) return convertedImage(image, PixelLayout::skipLast, space);
     const std::optional<PixelView> from = image.pixels();

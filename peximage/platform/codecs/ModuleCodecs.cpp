@@ -68,7 +68,7 @@ ImageMetadata metadata(const CGDataProvider& bytes, const ImageLimits& limits) {
     return metadataByModule(Module, bytes, limits);
 }
 
-/// A TIFF file is an EXIF block itself, but a long one.
+/// A TIFF file has the structure of an EXIF block, but is long.
 std::optional<OpenedImage> openTiff(const CGDataProvider& bytes, const ImageLimits& limits) {
     std::optional<OpenedImage> opened = openByModule(tiff, ImageFormat::tiff, bytes, limits);
     if (opened) opened->exif = readTiffMetadata(bytes, limits).exif;

@@ -18,7 +18,7 @@ bool isPdf(std::span<const std::uint8_t> bytes) {
            std::memcmp(bytes.data(), signature.data(), signature.size()) == 0;
 }
 
-/// Of a file all bytes are needed: what says how large a page is stands at the end.
+/// The whole file is needed, since the sizes of pages stand at its end.
 std::optional<Data> allBytes(const CGDataProvider& provider, const ImageLimits& limits) {
     if (!provider.data().empty()) return provider.data();
     if (!limits.allowsBytes(provider.size())) return std::nullopt;

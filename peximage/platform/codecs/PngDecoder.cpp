@@ -34,7 +34,7 @@ void PngDecoder::fail(png_structp png, png_const_charp) {
 
 void PngDecoder::warn(png_structp png, png_const_charp) {
     auto& decoder = *static_cast<PngDecoder*>(png_get_error_ptr(png));
-    // What is odd in the header does no harm to the pixels.
+    // Oddities in the header do no harm to the pixels.
     if (decoder.started_) decoder.damaged_ = true;
 }
 
@@ -68,7 +68,7 @@ bool PngDecoder::readHeader(std::size_t maxChunkBytes) {
 
 bool PngDecoder::start(PixelLayout layout) {
     const bool good = guarded([&] {
-        // A wrong checksum of pixels is told, but does not end the picture before its data do.
+        // A wrong checksum of the pixels is noted, but decoding goes on to the end of the data.
         png_set_crc_action(png_, PNG_CRC_WARN_USE, PNG_CRC_NO_CHANGE);
         png_set_expand(png_);
         png_set_scale_16(png_);

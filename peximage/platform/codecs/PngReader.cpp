@@ -17,12 +17,12 @@ namespace {
 /// Deflate cannot pack tighter than 1032 to one.
 constexpr std::size_t maxRawBytesPerByte = 1100;
 
-/// Chunks up to this size are let in whatever the limit says of profiles: a palette is one, too.
+/// Chunks up to this size are read whatever the limit for profiles: a palette is a chunk, too.
 constexpr std::size_t leastChunkLimit = std::size_t{1} << 20;
 
 constexpr double metresPerInch = 0.0254;
 
-/// What every reader of one file shares.
+/// The data that all readers of one file share.
 struct PngFile {
     Data bytes;
     PixelSize size;
@@ -143,7 +143,7 @@ PixelLayout layoutFor(const ImageProperties& properties) {
     return properties.colorModel == CGColorSpace::Model::gray ? PixelLayout::grey : PixelLayout::skipLast;
 }
 
-/// False when so many pixels cannot be packed into the bytes that are left.
+/// False if the remaining bytes cannot hold so many pixels, however well packed.
 bool canHoldPixels(const PngDecoder& decoder, std::size_t fileSize) {
     const std::size_t raw = png_get_rowbytes(decoder.png(), decoder.info()) *
                             std::size_t{png_get_image_height(decoder.png(), decoder.info())};

@@ -52,8 +52,8 @@ void add(const Node::Recolor& operation, FilterChain& chain) {
 template <class Other>
 void add(const Other&, FilterChain&) {}
 
-/// The picture as a bitmap of its own, so that it can be turned again. Of a filter it is not made before its
-/// pixels are touched, and then row by row where that is enough.
+/// The picture as a bitmap, so that it can be turned again. A filter's picture is computed only when its
+/// pixels are touched, and then row by row if that is enough.
 std::optional<FoldedChain> rendered(const Node& node) {
     const std::optional<CGImage> bitmap = isFilter(node) ? filtered(node) : render(node);
     if (!bitmap) return std::nullopt;
@@ -85,7 +85,7 @@ std::optional<FoldedChain> fold(const Node& node) {
     return chain;
 }
 
-/// Sizes closer than this to a whole number are that number; they come from factors such as 2000 / 4000.
+/// Sizes closer than this to a whole number are taken as that number: factors such as 2000 / 4000 round.
 constexpr double roundingSlack = 1e-6;
 
 CGRect wholePixels(const CGRect& rect, double imageHeight) {
@@ -106,7 +106,7 @@ std::optional<PixelSize> renderedSize(double width, double height) {
     return PixelSize{static_cast<int>(w), static_cast<int>(h)};
 }
 
-/// True when the picture, as it lies in the plane, covers all of it.
+/// True when the picture covers the whole plane.
 bool covers(const CGImage& picture, const CGAffineTransform& toPlane, PixelSize plane) {
     const auto back = toPlane.inverted();
     if (!back) return false;
@@ -122,8 +122,8 @@ bool covers(const CGImage& picture, const CGAffineTransform& toPlane, PixelSize 
     return true;
 }
 
-/// A picture that is turned, mirrored or sheared, sampled in strips. It keeps its colour space; a grey one
-/// whose corners show becomes sRGB, which has room for them.
+/// A turned, mirrored or sheared picture, sampled in strips. It keeps its colour space; a grey picture
+/// with visible corners becomes sRGB, since grey has no alpha.
 std::optional<CGImage> sampled(const CGImage& picture, const CGAffineTransform& toPlane, PixelSize size) {
     const bool opaque = !hasAlpha(picture.layout()) && covers(picture, toPlane, size);
     const bool isGrey = picture.layout() == PixelLayout::grey;

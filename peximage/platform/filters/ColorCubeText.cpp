@@ -30,7 +30,7 @@ std::optional<double> number(std::string_view word) {
     return value;
 }
 
-/// As many numbers as the line has to hold.
+/// Reads a given number of numbers from the line.
 template <std::size_t Count>
 std::optional<std::array<double, Count>> numbers(std::string_view line) {
     std::array<double, Count> values{};
@@ -54,7 +54,7 @@ std::string_view withoutComment(std::string_view line) { return line.substr(0, l
 
 class CubeText {
   public:
-    /// False when the line makes the text none.
+    /// Reads one line; false if the text is no table because of it.
     bool take(std::string_view line) {
         line = withoutComment(line);
         std::string_view rest = line;

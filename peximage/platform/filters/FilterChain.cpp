@@ -46,7 +46,7 @@ class SharpenWindow {
         blur(luma, blurredLuma_.data() + offset(y));
     }
 
-    /// Row y in place; rows beyond `last` are that row again, and above the first one that.
+    /// Row y in place. Beyond the edges the first and the last row repeat.
     void sharpen(std::uint8_t* rgba, int y, int last, const kernels::SharpenStrength& strength) const {
         const std::uint16_t* luma = luma_.data() + offset(y) + margin;
         const kernels::BlurredRows lumas = around(blurredLuma_, y, last);
@@ -111,7 +111,7 @@ void FilterChain::bend(const kernels::ByteCurve& curve) {
 void FilterChain::lookUp(std::shared_ptr<const ColorCube> cube) {
     auto tables = std::make_shared<kernels::CubeTables>(cube->tables());
     auto* last = steps_.empty() ? nullptr : std::get_if<Recolor>(&steps_.back());
-    if (last && !last->cube) { // the curve before it costs nothing: the axes are looked up anyway
+    if (last && !last->cube) { // a curve before a cube costs nothing: the axes are looked up anyway
         for (std::size_t c = 0; c < 3; ++c) {
             for (std::size_t byte = 0; byte < 256; ++byte)
                 tables->axes[c][byte] = cube->tables().axes[c][last->curve[byte]];

@@ -11,9 +11,9 @@
 
 namespace pex {
 
-/// Filters one after the other, ready to run over strips of rows. What changes pixels one by one is fused
-/// with what comes before it: a strip is passed over once for each sharpening. Between two filters pixels are
-/// rounded to bytes, so that a chain gives what its steps give one by one.
+/// A sequence of filters, ready to run over strips of rows. A filter that changes each pixel by itself is
+/// fused with the one before it, so that a strip is passed over once for each sharpening. Between two
+/// filters pixels are rounded to bytes: a chain gives the same as its steps one by one.
 class FilterChain {
   public:
     void sharpen(double sharpness);

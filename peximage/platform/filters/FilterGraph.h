@@ -22,7 +22,8 @@ struct CIImage::Node {
         std::shared_ptr<const Node> input;
     };
 
-    /// Adds to the colours what their luma is above that of what lies around, times the sharpness.
+    /// Adds to the colours the difference of their luma and the luma around them, times the
+    /// sharpness.
     struct Sharpen {
         std::shared_ptr<const Node> input;
         double sharpness;

@@ -31,11 +31,11 @@ class FilteredRows : public RowReader {
     int y_ = 0;
 };
 
-/// Of each thread: memory that comes and goes with every strip is not always used again.
+/// Memory of each thread, kept between strips: freed memory is not always used again.
 using StripMemory = std::vector<PixelBuffer>;
 StripMemory memoryOfEach() { return StripMemory(static_cast<std::size_t>(Workers::mostCount())); }
 
-/// Copies of the rows on both sides of the edges between strips, as they are before the strips change.
+/// Copies of the rows on both sides of the edges between strips, made before the strips change.
 class KeptEdges {
   public:
     KeptEdges(const MutablePixelView& picture, int strip, int reach)
@@ -111,7 +111,7 @@ bool FilteredSource::make(int y, MutablePixelView rows) const {
 }
 
 std::optional<CGImage> FilteredSource::render() {
-    // What is still encoded is decoded for the result alone, as it is where a picture is scaled.
+    // An encoded picture is decoded for this result alone, as for scaling.
     if (auto encoded = picture_.source()) picture_ = CGImage::make(std::move(encoded));
     const bool fits = bytesPerPixel(picture_.layout()) == bytesPerPixel(layout());
     if (auto taken = fits ? picture_.takePixels() : std::nullopt) {

@@ -19,8 +19,9 @@ class FilteredSource : public PixelSource {
     PixelLayout layout() const override;
     CGColorSpace colorSpace() const override;
 
-    /// The result, made now: where nobody else has the picture below, in its memory, so that there is never
-    /// another one of its size. Absent when memory cannot be had. The source is used up.
+    /// Computes the result now; the source is used up. If nobody else has the picture below, this
+    /// works in its memory, so that there is never a second picture of that size. Absent when memory
+    /// cannot be had.
     std::optional<CGImage> render();
 
     /// Makes the rows of the result from `y` on. False, with the reason, when memory or the picture below

@@ -182,7 +182,7 @@ void NSImage::draw(const CGRect& rect, const CGRect& fromRect, NSCompositingOper
     const CGRect from = asked.intersection(whole);
     if (from.isEmpty()) return;
 
-    // The share of `rect` that the part inside the image takes.
+    // The part of `rect` for what lies inside the image.
     const double sx = rect.size.width / asked.size.width, sy = rect.size.height / asked.size.height;
     const CGRect into{rect.origin.x + (from.origin.x - asked.origin.x) * sx,
                       rect.origin.y + (from.origin.y - asked.origin.y) * sy, from.size.width * sx,

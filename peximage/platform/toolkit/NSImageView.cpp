@@ -98,7 +98,7 @@ void NSImageView::drawContent(CGContext& context) const {
     if (bitmap) context.draw(*bitmap, *rect);
 }
 
-/// Through a bitmap of the view's size in the context's pixels, where the corners can be cut.
+/// Draws into a bitmap of the view's size in pixels first, where the corners can be cut.
 void NSImageView::drawFramed(CGContext& context) const {
     const CGRect device = context.transform().apply(bounds());
     const double width = std::round(device.size.width), height = std::round(device.size.height);

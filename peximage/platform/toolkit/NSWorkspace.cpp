@@ -39,7 +39,7 @@ std::optional<CGImage> desktopIcon(const std::string& path, int side) {
     return readIcon(*icons, URL::fromPath(file.data()), side);
 }
 
-/// Square, as large as fits into the size; absent for a size that has no room for a pixel.
+/// An icon, square and as large as fits into the size; absent for a size below a pixel.
 std::optional<NSImageRep> representation(const std::string& path, CGSize size) {
     const double fitting = std::floor(std::min(size.width, size.height));
     if (!(fitting >= 1)) return std::nullopt;

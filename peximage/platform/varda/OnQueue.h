@@ -6,8 +6,8 @@
 
 namespace pex {
 
-/// Awaiting it moves a coroutine to a thread of the background queue, which may wait for the network, as the
-/// worker threads should not.
+/// Awaiting it moves a coroutine to a thread of the background queue. Unlike worker threads these may
+/// wait for the network.
 struct OnQueue {
     bool await_ready() const noexcept { return false; }
     void await_suspend(std::coroutine_handle<> suspended) const {

@@ -26,7 +26,7 @@ std::uint64_t randomStart() {
            (static_cast<std::uint64_t>(::getpid()) << 32);
 }
 
-/// A forked child goes on from a place of its own.
+/// A forked child counts on from a place of its own.
 std::atomic<std::uint64_t>& randomState() {
     static std::atomic<std::uint64_t> state{[] {
         ::pthread_atfork(nullptr, nullptr, [] { randomState() = randomStart(); });

@@ -35,7 +35,7 @@ std::optional<URL> copyOf(const URL& url) {
     return name ? std::optional(folder->appendingPathComponent(*name)) : std::nullopt;
 }
 
-/// At the end of a copy: a mark and the check sum of all before it, by which a damaged one is known.
+/// The end of a copy: a mark and a check sum of all bytes before it, which tells damaged copies.
 struct Seal {
     std::array<char, 4> mark{'p', 'e', 'x', '1'};
     std::uint32_t checkSum = 0;
@@ -55,7 +55,7 @@ bool writeSealed(const Data& bytes, const URL& copy) {
            file.commit(AtomicFile::Flush::no);
 }
 
-/// Absent when there is no such file, or it is not as it was written.
+/// The content of a copy; absent when there is none or it is damaged.
 std::optional<Data> readSealed(const URL& copy) {
     const std::size_t most = NetworkLimits::current().maxBytes;
     const std::optional<Data> file = Data::contentsOf(copy, std::max(most, most + sizeof(Seal)));

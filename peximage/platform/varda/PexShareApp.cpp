@@ -20,7 +20,7 @@ bool isPlainLetter(unsigned char c) {
     return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9');
 }
 
-/// Whether the identifier can be one of ours, which also means that it names a file inside the folder.
+/// Whether the identifier has the form of ours; then it names a file inside the folder.
 bool isIdentifier(std::string_view id) {
     const auto allowed = [](unsigned char c) { return isPlainLetter(c) || c == '-' || c == '.'; };
     return !id.empty() && id.size() <= 200 && id.front() != '.' && std::all_of(id.begin(), id.end(), allowed);

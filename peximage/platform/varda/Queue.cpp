@@ -43,7 +43,7 @@ void Queue::execute(bool fast, std::function<void()> work) {
     executor([work = std::move(work), held = hold()] {
         try {
             work();
-        } catch (...) { // nobody is there to take it
+        } catch (...) { // nobody could catch it
         }
     });
 }

@@ -21,7 +21,7 @@ namespace fs = std::filesystem;
 constexpr std::string_view documentExtension = ".json";
 constexpr std::string_view currentName = ".current"; // no stored name begins with a dot
 
-/// What a file holds; absent when it is there but cannot be read.
+/// A file's content, or none; absent when the file exists but cannot be read.
 std::optional<SettingsStore::Stored> contents(const URL& file) {
     SettingsStore::Stored stored{.text = {}, .version = {file.path(), {}}};
     const std::optional<Data> data = Data::contentsOf(file, DocumentLimits().bytes);

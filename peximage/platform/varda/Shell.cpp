@@ -14,7 +14,7 @@ namespace {
 
 constexpr std::size_t mostOutput = std::size_t{16} << 20;
 
-/// Starts the program with its output going to a descriptor; -1 when it cannot be.
+/// Starts the program with its output going to a descriptor; -1 when that fails.
 pid_t start(const ShellCommand& command, int output) {
     std::vector<char*> arguments{const_cast<char*>(command.launchPath.c_str())}; // posix_spawn changes none
     for (const std::string& argument : command.arguments)
@@ -32,7 +32,7 @@ pid_t start(const ShellCommand& command, int output) {
     return started ? child : -1;
 }
 
-/// Reads to the end, so that the writer is never stopped, and keeps the beginning.
+/// Reads everything, so that the writer is never blocked, but keeps only the beginning.
 std::string readAll(int input) {
     std::string text;
     std::array<char, 65536> buffer;

@@ -6,10 +6,10 @@
 
 namespace pex {
 
-/// A relative path that stands for any name, also an empty or a very long one, one with separators, dots or
-/// control characters: letters, digits, '-', '_', spaces and dots inside stay, every other byte becomes '%'
-/// and two digits, and a long name goes on in folders that end in '+'. Different names have different paths,
-/// and no name's path lies inside another one's.
+/// A relative path for any name, even an empty or very long one, or one with separators or control
+/// characters. Letters, digits, '-', '_', and spaces and dots inside the name stay; every other byte
+/// becomes '%' and two digits. A long name is split into folders that end in '+'. Different names have
+/// different paths, and no name's path lies inside another one's.
 std::string storedPath(std::string_view name);
 
 /// The name that the path stands for; absent when no name has it.

@@ -36,8 +36,8 @@ MainQueue& queue() {
     return instance;
 }
 
-/// The only thread there is becomes the main one. A parent's blocks are not the child's to run, nor to
-/// destroy: what they hold may be locked.
+/// The child's only thread becomes the main thread. A child must neither run nor destroy its parent's
+/// blocks: what they hold may be locked.
 void MainQueue::startOverInChild() {
     MainQueue& main = queue();
     main.mainThread = std::this_thread::get_id();
@@ -75,7 +75,7 @@ std::size_t countBlocks() {
 void runQueued(const std::function<void()>& block) noexcept {
     try {
         block();
-    } catch (...) { // nobody is there to take it
+    } catch (...) { // nobody could catch it
     }
 }
 
@@ -104,7 +104,8 @@ void XMain::execute(std::function<void()> block) {
 void XMain::sync(const std::function<void()>& block) {
     if (!block) return;
     if (isMain()) return block();
-    const auto ran = std::make_shared<std::promise<void>>(); // this thread may leave while it is being set
+    const auto ran = std::make_shared<std::promise<void>>(); // shared, since this thread may return while the
+                                                             // promise is being set
     enqueue([&block, ran] {
         try {
             block();

@@ -11,10 +11,10 @@ struct ByteRange {
 };
 using ByteRanges = std::vector<ByteRange>;
 
-/// In order, touching and overlapping ones joined, empty ones left out.
+/// Sorts ranges, joins touching and overlapping ones, and leaves out empty ones.
 ByteRanges joined(ByteRanges ranges);
 
-/// What of the ranges lies in none of the others; joined, too.
+/// The parts of the ranges that lie in none of the others; sorted and joined, too.
 ByteRanges without(const ByteRanges& ranges, const ByteRanges& others);
 
 } // namespace pex

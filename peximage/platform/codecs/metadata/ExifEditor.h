@@ -11,8 +11,8 @@
 
 namespace pex {
 
-/// An EXIF block that is changed where it stands: nothing moves that can stay, so that what refers to places
-/// in the block (makers' notes above all) stays true.
+/// Changes an EXIF block in place: nothing moves if it can stay, so that references to positions in the
+/// block (as in makers' notes) stay valid.
 class ExifEditor {
   public:
     /// Absent when the main directory cannot be read: nothing can be made of such a block.
@@ -23,7 +23,7 @@ class ExifEditor {
     const std::vector<std::uint8_t>& bytes() const { return bytes_; }
     TiffStructure structure() const { return *TiffStructure::of(bytes_); }
 
-    /// The first such entry; absent, too, when its value lies behind the end.
+    /// The first entry of a tag; absent when there is none, or its value lies beyond the end.
     std::optional<TiffEntry> find(ExifDirectory directory, std::uint16_t tag) const;
 
     /// Replaces the number of every such entry, where it is one.
@@ -37,9 +37,9 @@ class ExifEditor {
 
     /// The directory of the embedded thumbnail with the thumbnail.
     void removeThumbnail();
-    /// What tells or may tell a place: the GPS directory, and what has a form of its own, such as a maker's
-    /// notes. What nothing refers to is blanked. False when the block is so broken that a place would stay
-    /// readable in it.
+    /// Removes everything that tells or may tell the place: the GPS directory, and fields of an
+    /// unknown form such as a maker's notes. Bytes that nothing refers to any more are blanked. False
+    /// when the block is so broken that a place might stay readable.
     bool removeLocation();
 
   private:

@@ -15,7 +15,7 @@ namespace {
 using Bytes = std::vector<std::uint8_t>;
 using Type = TiffStructure::Type;
 
-/// Further away a maker's notes move: the block would be mostly empty.
+/// A maker's notes farther away than this move, since the block would be mostly empty.
 constexpr std::size_t mostEmpty = std::size_t{1} << 14;
 
 struct Field {
@@ -26,7 +26,7 @@ struct Field {
 };
 using Fields = std::vector<Field>;
 
-/// What is said of the picture beside its pixels.
+/// The fields that describe the picture beside its pixels.
 bool describesPhoto(std::uint16_t tag) {
     // Software, document, maker, resolution, page, date, artist, machine; ratings, copyright; texts.
     constexpr std::array<std::uint16_t, 21> tags{11,    269,   270,   271,   272,   282,   283,
@@ -164,7 +164,7 @@ Bytes valueOf(const TiffStructure& file, const TiffDirectory& directory, std::ui
     return file.bytes(entry->valueAt, entry->size);
 }
 
-/// Some writers take the records for numbers of four bytes and turn these round.
+/// Some writers store the records as 4-byte numbers in the other byte order.
 void straightenRecords(Bytes& records) {
     constexpr std::uint8_t mark = 0x1C;
     if (records.size() < 4 || records[0] == mark || records[3] != mark) return;

@@ -41,7 +41,7 @@ struct Node {
 
 using Wanted = std::function<bool(std::string_view nameSpace, std::string_view name, int depth)>;
 
-/// Those wanted; absent when the packet cannot be read.
+/// The wanted nodes; absent when the packet cannot be read.
 std::optional<std::vector<Node>> nodes(const Data& packet, const Wanted& wanted) {
     const auto* module = loadModule<XmpModule>("xmp");
     if (module == nullptr) return std::nullopt;
@@ -211,7 +211,7 @@ std::optional<Data> merged(const Data& packet, const Data& second) {
     };
     const auto to = frame(*into), added = frame(*from);
     if (to == into->end() || added == from->end() || to->value.begin == 0) return std::nullopt;
-    // Its content stands by itself only where what is around it declares no other names.
+    // Its content can stand alone only if the elements around it declare no namespaces.
     const std::string_view text = second.text(), around = text.substr(0, added->value.begin);
     std::size_t declared = 0;
     for (std::size_t at = around.find("xmlns:"); at != std::string_view::npos;

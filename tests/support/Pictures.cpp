@@ -30,6 +30,11 @@ CGImage makePicture(int width, int height, PixelLayout layout, const std::functi
     return *image;
 }
 
+CGImage makePicture(int width, int height, PixelLayout layout, Pixel color, const CGColorSpace& space) {
+    return makePicture(
+        width, height, layout, [color](int, int) { return color; }, space);
+}
+
 Pixel pixelAt(const CGImage& image, int x, int y) {
     const auto view = image.pixels();
     if (!view) throw std::runtime_error("no pixels");

@@ -11,6 +11,7 @@
 #include <cstdint>
 #include <functional>
 #include <optional>
+#include <type_traits>
 #include <vector>
 
 using Bytes = std::vector<std::uint8_t>;
@@ -22,11 +23,15 @@ pex::CGImage makePicture(int width, int height, pex::PixelLayout layout,
                          const std::function<Pixel(int x, int y)>& pixel,
                          const pex::CGColorSpace& space = pex::CGColorSpace::sRGB());
 
+/// The same of one colour.
+pex::CGImage makePicture(int width, int height, pex::PixelLayout layout, Pixel color,
+                         const pex::CGColorSpace& space = pex::CGColorSpace::sRGB());
+
 /// Four bytes of a pixel as they lie in memory (grey: its byte, repeated).
 Pixel pixelAt(const pex::CGImage& image, int x, int y);
 
-/// Expects of every pixel at (x, y) what the function gives for its first channels: bytes, or exact numbers
-/// that it may be off by so much.
+/// Expects of every pixel at (x, y) what the function gives for its first channels, or always the same list:
+/// bytes, or exact numbers that it may be off by so much.
 template <class Wanted>
 void expectPixels(const pex::CGImage& image, Wanted wanted, double within = 0) {
     double most = 0;
@@ -34,7 +39,12 @@ void expectPixels(const pex::CGImage& image, Wanted wanted, double within = 0) {
     for (int y = 0; y < image.height(); ++y) {
         for (int x = 0; x < image.width(); ++x) {
             const Pixel pixel = pixelAt(image, x, y);
-            const auto values = wanted(x, y);
+            const auto values = [&] {
+                if constexpr (std::is_invocable_v<Wanted&, int, int>)
+                    return wanted(x, y);
+                else
+                    return wanted;
+            }();
             for (std::size_t c = 0; c < values.size(); ++c) {
                 const double off = std::abs(pixel[c] - static_cast<double>(values[c]));
                 if (!(off <= most)) most = off, atX = x, atY = y;

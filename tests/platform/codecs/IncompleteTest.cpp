@@ -2,6 +2,7 @@
 #include "peximage/platform/foundation/Reason.h"
 #include "tests/support/JpegFiles.h"
 #include "tests/support/PictureFiles.h"
+#include "tests/support/TempFolder.h"
 
 #include <gtest/gtest.h>
 
@@ -87,6 +88,103 @@ TEST(Incomplete, WhatEarlierScansAndPassesShowIsThere) {
         EXPECT_TRUE(half.isIncomplete());
         EXPECT_EQ(half.decodedFraction(), 1);
         EXPECT_LT(difference(half, *decoded(file)), 10);
+    }
+}
+
+struct Ending {
+    std::string what;
+    Bytes file;
+    /// From how many bytes on the picture is whole.
+    std::size_t whole;
+};
+
+Bytes joined(Bytes file, const Bytes& more) {
+    file.insert(file.end(), more.begin(), more.end());
+    return file;
+}
+
+Ending plain(ImageFormat format) {
+    const Bytes file = bytesOf(encoded(photoLike(200, 150), format));
+    return {std::string(displayName(format)), file, file.size()};
+}
+
+std::vector<Ending> files() {
+    std::vector<Ending> all;
+    for (const ImageFormat format : {ImageFormat::jpeg, ImageFormat::png, ImageFormat::webp})
+        all.push_back(plain(format));
+    const Bytes jpeg = all[0].file, png = all[1].file;
+    // Cameras put films, notes and second pictures behind the first; none of these is missed.
+    const Bytes film(70'000, 0x5A);
+    all.push_back({"JPEG with more behind it", joined(jpeg, film), jpeg.size()});
+    all.push_back({"JPEG with a JPEG behind it", joined(jpeg, jpeg), jpeg.size()});
+    all.push_back({"PNG with more behind it", joined(png, film), png.size()});
+    // A thumbnail before the pixels ends like a picture.
+    all.push_back({"JPEG with a JPEG inside",
+                   withExif(jpeg, exifBlock({{0x9999, 7, 4, {0xFF, 0xD9, 0xFF, 0xD9}}})), 0});
+    all.back().whole = all.back().file.size();
+    const Bytes bmp = bmpFile(40, 40, 24, 0, {}, Bytes(40 * 120));
+    all.push_back({"BMP", bmp, bmp.size()});
+    const Bytes gif = smallGif();
+    all.push_back({"GIF", gif, gif.size() - 1}); // its trailer may lack
+    all.push_back({"GIF with more behind it", joined(gif, film), gif.size() - 1});
+    return all;
+}
+
+bool isIncomplete(const Bytes& file) {
+    const TempFolder folder;
+    const URL url = folder.url("picture");
+    Data(file).write(url, Data::Writing::inPlace);
+    auto source = CGImageSource::make(url);
+    auto memory = CGImageSource::make(Data(file));
+    if (!source || !memory) {
+        ADD_FAILURE() << "does not open at " << file.size();
+        return false;
+    }
+    const bool incomplete = source->isIncomplete();
+    EXPECT_EQ(memory->isIncomplete(), incomplete);
+    return incomplete;
+}
+
+TEST(FileEnds, APictureThatBreaksOffIsIncompleteAndNoOther) {
+    for (const auto& [what, file, whole] : files()) {
+        SCOPED_TRACE(what);
+        for (const std::size_t length : {file.size(), whole})
+            EXPECT_FALSE(isIncomplete({file.begin(), file.begin() + static_cast<std::ptrdiff_t>(length)}))
+                << length;
+        for (const std::size_t length : {whole - 1, whole - 2, whole - 5, whole * 2 / 3})
+            EXPECT_TRUE(isIncomplete({file.begin(), file.begin() + static_cast<std::ptrdiff_t>(length)}))
+                << length << " of " << whole;
+    }
+}
+
+TEST(FileEnds, ATiffWhoseStripsAreNotAllThereIsIncomplete) {
+    for (const bool tiled : {false, true}) {
+        // Its directory first, then 64 × 64 pixels of grey.
+        const auto directory = [&](std::size_t pixels) {
+            return exifBlock({exifShort(256, 64), exifShort(257, 64), exifShort(258, 8), exifShort(259, 1),
+                              exifShort(262, 1), exifShort(277, 1), exifShort(tiled ? 322 : 278, 64),
+                              exifShort(tiled ? 323 : 296, tiled ? 64 : 2),
+                              exifShort(tiled ? 324 : 273, static_cast<std::uint16_t>(pixels)),
+                              exifShort(tiled ? 325 : 279, 64 * 64)});
+        };
+        Bytes file = directory(directory(0).size());
+        file.resize(file.size() + 64 * 64);
+        EXPECT_FALSE(isIncomplete(file));
+        file.pop_back();
+        EXPECT_TRUE(isIncomplete(file));
+    }
+}
+
+TEST(FileEnds, LittleIsReadOfAWholeFile) {
+    const TempFolder folder;
+    const URL url = folder.url("picture");
+    for (const ImageFormat format : {ImageFormat::jpeg, ImageFormat::png}) {
+        encoded(noise(600, 600, PixelLayout::skipLast), format).write(url, Data::Writing::inPlace);
+        auto source = CGImageSource::make(url);
+        const std::size_t header = source->bytesRead();
+        EXPECT_FALSE(source->isIncomplete());
+        EXPECT_GT(source->bytesRead(), header);
+        EXPECT_LE(source->bytesRead(), header + 12);
     }
 }
 

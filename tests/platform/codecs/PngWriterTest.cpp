@@ -55,13 +55,9 @@ Pixel mixedPixel(int x, int y, PixelLayout layout) {
     return {part(9), part(x % 10), part(y % 10), alpha};
 }
 
-constexpr PixelLayout layouts[] = {PixelLayout::premultipliedLast,
-                                   PixelLayout::premultipliedFirst,
-                                   PixelLayout::straightLast,
-                                   PixelLayout::straightFirst,
-                                   PixelLayout::skipLast,
-                                   PixelLayout::skipFirst,
-                                   PixelLayout::grey};
+using enum PixelLayout;
+constexpr PixelLayout layouts[] = {premultipliedLast, premultipliedFirst, straightLast, straightFirst,
+                                   skipLast,          skipFirst,          grey};
 
 CGColorSpace spaceFor(PixelLayout layout) {
     return layout == PixelLayout::grey ? CGColorSpace::deviceGray() : CGColorSpace::sRGB();

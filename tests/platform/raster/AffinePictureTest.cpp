@@ -118,9 +118,7 @@ TEST(AffinePicture, ReducesWithoutAliases) {
     context->translateBy(30, 30);
     context->rotateBy(0.4);
     context->draw(board, {-50, -50, 100, 100});
-    for (int y = 0; y < 60; ++y)
-        for (int x = 0; x < 60; ++x)
-            ASSERT_NEAR(pixelAt(*context->makeImage(), x, y)[0], 127, 4) << x << " " << y;
+    expectPixels(*context->makeImage(), std::array{127}, 4);
 }
 
 TEST(AffinePicture, DegenerateMapsDrawNothing) {
@@ -141,9 +139,7 @@ TEST(AffinePicture, DegenerateMapsDrawNothing) {
     context->rotateBy(0.5); // and far outside
     context->draw(picture, {1e9, 1e9, 1e9, 1e9});
     context->draw(picture, {-1e12, -1e12, 1e3, 1e3});
-    for (int y = 0; y < 10; ++y)
-        for (int x = 0; x < 10; ++x)
-            EXPECT_LE(pixelAt(*context->makeImage(), x, y)[3], 1); // a speck at most
+    expectPixels(*context->makeImage(), Pixel{}, 1); // a speck at most
 }
 
 TEST(CGContext, OfHugeDrawingsOnlyTheVisiblePartIsMade) {
@@ -164,18 +160,14 @@ TEST(CGContext, OfHugeDrawingsOnlyTheVisiblePartIsMade) {
             all->draw(picture, {0, 0, width, height});
             small->draw(picture, {c.x, c.y, width, height});
             const CGImage whole = *all->makeImage(), part = *small->makeImage();
-            for (int y = 0; y < 21; ++y) {
-                for (int x = 0; x < 33; ++x) {
+            expectPixels(
+                part,
+                [&](int x, int y) {
                     const int wx = x - int(c.x), wy = int(height) - 1 - (20 - y - int(c.y));
-                    if (wx < 0 || wy < 0 || wx >= int(width) || wy >= int(height)) {
-                        EXPECT_EQ(pixelAt(part, x, y)[3], 0);
-                        continue;
-                    }
-                    const Pixel a = pixelAt(whole, wx, wy), b = pixelAt(part, x, y);
-                    for (std::size_t i = 0; i < 4; ++i)
-                        ASSERT_NEAR(a[i], b[i], 1) << x << " " << y;
-                }
-            }
+                    const bool inside = wx >= 0 && wy >= 0 && wx < int(width) && wy < int(height);
+                    return inside ? pixelAt(whole, wx, wy) : Pixel{};
+                },
+                1);
         }
     }
 }
@@ -207,9 +199,7 @@ TEST(CIImage, ChainsOfTransformsAndCropsRenderWhatTheyDescribe) {
     EXPECT_EQ(chain.extent(), (CGRect{5, 5, 20, 15}));
     const auto rendered = chain.getCGImage();
     ASSERT_TRUE(rendered);
-    for (int y = 0; y < 15; ++y)
-        for (int x = 0; x < 20; ++x)
-            ASSERT_EQ(pixelAt(*rendered, x, y), pixelAt(picture, x + 5, y + 10)) << x << " " << y;
+    expectPixels(*rendered, [&](int x, int y) { return pixelAt(picture, x + 5, y + 10); });
 
     const auto moved = source.transformed(CGAffineTransform::translation(7, -3));
     EXPECT_EQ(moved.extent(), (CGRect{7, -3, 40, 30}));

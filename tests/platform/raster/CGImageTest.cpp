@@ -126,15 +126,15 @@ TEST(CGImage, TellsWhatItsSourceLacksWhicheverWayThatWasDecoded) {
         {"itself", [](const CGImage& image) { return std::optional(image); }},
         {"a part",
          [](const CGImage& image) {
-             return image.cropping({0, 0, 4, 4});
+             return image.cropping(CGRect{0, 0, 4, 4});
          }},
         {"smaller",
          [](const CGImage& image) {
-             return scaledImage(image, {4, 4}, Interpolation::smooth);
+             return scaledImage(image, PixelSize{4, 4}, Interpolation::smooth);
          }},
         {"larger",
          [](const CGImage& image) {
-             return scaledImage(image, {9, 9}, Interpolation::nearest);
+             return scaledImage(image, PixelSize{9, 9}, Interpolation::nearest);
          }},
         {"turned", [](const CGImage& image) { return turnedImage(image, Orientation::right); }},
         {"filtered",
@@ -198,7 +198,7 @@ TEST(CGImage, RefusesBuffersThatAreTooSmall) {
     EXPECT_FALSE(make(1 << 30, 1 << 30, std::ptrdiff_t{1} << 33, 400));
 }
 
-TEST(OrientedSource, TurnsEveryOrientationUpright) {
+TEST(Turning, EveryOrientationOfSourcesAndPartsComesUpright) {
     const auto picture = noise(70, 150, PixelLayout::straightLast); // more than one strip
     // Where the upright pixel (x, y) lies in the stored picture of w × h.
     using Where = std::pair<int, int> (*)(int x, int y, int w, int h);
@@ -212,20 +212,21 @@ TEST(OrientedSource, TurnsEveryOrientationUpright) {
         [](int x, int y, int w, int h) { return std::pair(w - 1 - y, h - 1 - x); },
         [](int x, int y, int w, int) { return std::pair(w - 1 - y, x); },
     };
+    const CGImage grey = *noise(90, 350, PixelLayout::grey).cropping({5, 7, 70, 150});
     for (int value = 1; value <= 8; ++value) {
-        const auto source =
-            makeUpright(std::make_shared<CountingSource>(picture, 150), *orientationFromExif(value));
-        const CGImage upright = CGImage::make(source);
-        EXPECT_EQ(upright.width(), value < 5 ? 70 : 150);
-        bool same = true;
-        for (int y = 0; y < upright.height(); ++y) {
-            for (int x = 0; x < upright.width(); ++x) {
+        SCOPED_TRACE(value);
+        const Orientation orientation = *orientationFromExif(value);
+        const CGImage upright =
+            CGImage::make(makeUpright(std::make_shared<CountingSource>(picture, 150), orientation));
+        ASSERT_EQ(upright.width(), value < 5 ? 70 : 150);
+        for (const auto& [turned, from] :
+             {std::pair(upright, picture), {*turnedImage(grey, orientation), grey}})
+            expectPixels(turned, [&, &from = from](int x, int y) {
                 const auto [sx, sy] = stored[value - 1](x, y, 70, 150);
-                same = same && pixelAt(upright, x, y) == pixelAt(picture, sx, sy);
-            }
-        }
-        EXPECT_TRUE(same) << value;
+                return pixelAt(from, sx, sy);
+            });
     }
+    EXPECT_EQ(turnedImage(grey, Orientation::up)->pixels()->data, grey.pixels()->data);
 }
 
 TEST(ConvertedImage, LiesWithinOneStepOfExactArithmetic) {

@@ -4,7 +4,10 @@
 
 #include <gtest/gtest.h>
 
+#include <cstdint>
+#include <random>
 #include <string>
+#include <vector>
 
 namespace pex::kernels {
 
@@ -18,6 +21,16 @@ void onEveryInstructionSet(Check check) {
         check();
     }
     setInstructionSet(before);
+}
+
+using Bytes = std::vector<std::uint8_t>;
+
+inline Bytes randomBytes(std::size_t count, unsigned seed) {
+    std::mt19937 random(seed);
+    Bytes bytes(count);
+    for (auto& byte : bytes)
+        byte = static_cast<std::uint8_t>(random() >> 8);
+    return bytes;
 }
 
 } // namespace pex::kernels

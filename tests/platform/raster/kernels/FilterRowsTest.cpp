@@ -13,16 +13,6 @@
 namespace pex::kernels {
 namespace {
 
-using Bytes = std::vector<std::uint8_t>;
-
-Bytes randomBytes(std::size_t count, unsigned seed) {
-    std::mt19937 random(seed);
-    Bytes bytes(count);
-    for (auto& byte : bytes)
-        byte = static_cast<std::uint8_t>(random());
-    return bytes;
-}
-
 double rounded255(double v) { return std::clamp(std::floor(v + 0.5), 0.0, 255.0); }
 
 TEST(ConvolveRow, SumsThirdsAndNothingBeyond) {

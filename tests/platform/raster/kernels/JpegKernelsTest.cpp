@@ -18,15 +18,6 @@
 namespace pex::kernels {
 namespace {
 
-using Bytes = std::vector<std::uint8_t>;
-
-Bytes randomBytes(std::size_t count, unsigned seed) {
-    std::mt19937 random(seed);
-    Bytes bytes(count);
-    std::generate(bytes.begin(), bytes.end(), [&] { return static_cast<std::uint8_t>(random() >> 8); });
-    return bytes;
-}
-
 TEST(JpegKernelsTest, ColoursAreConvertedWithinHalfAStepAndNothingElseIsTouched) {
     onEveryInstructionSet([] {
         for (std::size_t pixels = 1; pixels <= 70; ++pixels) {
@@ -187,16 +178,6 @@ TEST(JpegKernelsTest, PixelsAreMadeOfPlanes) {
             EXPECT_TRUE(fromYcc.back() == 77 && fromPlanes.back() == 77);
         }
     });
-}
-
-TEST(JpegKernelsTest, ZigzagGoesAsTheStandardDrawsIt) {
-    const std::uint8_t start[] = {0, 1, 8, 16, 9, 2, 3, 10, 17, 24, 32}, end[] = {61, 54, 47, 55, 62, 63};
-    EXPECT_TRUE(std::equal(std::begin(start), std::end(start), zigzag.begin()));
-    EXPECT_TRUE(std::equal(std::begin(end), std::end(end), zigzag.end() - 6));
-    Bytes places(zigzag.begin(), zigzag.end());
-    std::sort(places.begin(), places.end());
-    for (std::size_t i = 0; i < 64; ++i)
-        EXPECT_EQ(places[i], i);
 }
 
 TEST(JpegKernelsTest, QuantisingDividesAndRoundsExactly) {

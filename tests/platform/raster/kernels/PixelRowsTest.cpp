@@ -1,6 +1,7 @@
+#include "peximage/platform/raster/kernels/BlendRow.h"
 #include "peximage/platform/raster/kernels/ConvertRow.h"
-
 #include "peximage/platform/raster/kernels/FlattenRow.h"
+#include "peximage/platform/raster/kernels/OrientRows.h"
 #include "tests/platform/raster/kernels/EveryInstructionSet.h"
 
 #include <gtest/gtest.h>
@@ -9,22 +10,80 @@
 #include <array>
 #include <cmath>
 #include <cstdint>
+#include <cstring>
+#include <random>
+#include <string>
 #include <vector>
 
 namespace pex::kernels {
 namespace {
 
-using Bytes = std::vector<std::uint8_t>;
+/// x / 255, rounded.
+int part(int x) { return static_cast<int>(std::floor(x / 255.0 + 0.5)); }
 
-constexpr std::array layouts = {
-    PixelLayout::premultipliedLast,
-    PixelLayout::premultipliedFirst,
-    PixelLayout::straightLast,
-    PixelLayout::straightFirst,
-    PixelLayout::skipLast,
-    PixelLayout::skipFirst,
-    PixelLayout::grey,
-};
+/// Colour counts as no more than alpha.
+int seen(const Bytes& from, std::size_t i) { return std::min(from[i], from[i / 4 * 4 + 3]); }
+
+Bytes over(const Bytes& from, Bytes to, int opacity) {
+    for (std::size_t i = 0; i < to.size(); ++i) {
+        const int alpha = part(from[i / 4 * 4 + 3] * opacity);
+        const int sum = part(seen(from, i) * opacity) + part(to[i] * (255 - alpha));
+        to[i] = static_cast<std::uint8_t>(std::min(sum, 255));
+    }
+    return to;
+}
+
+Bytes faded(const Bytes& from, int opacity) {
+    Bytes to;
+    for (std::size_t i = 0; i < from.size(); ++i)
+        to.push_back(static_cast<std::uint8_t>(part(seen(from, i) * opacity)));
+    return to;
+}
+
+TEST(BlendRow, EveryAlphaAtEveryOpacity) {
+    // All pairs of a source's and a target's byte, the source's alpha running along.
+    const int pixels = 65536;
+    Bytes from, to;
+    for (int i = 0; i < pixels; ++i) {
+        const auto low = std::uint8_t(i), high = std::uint8_t(i >> 8);
+        from.insert(from.end(), {low, std::uint8_t(255 - low), high, high});
+        to.insert(to.end(), {high, low, std::uint8_t(low ^ high), low});
+    }
+    for (const int opacity : {0, 1, 77, 128, 254, 255}) {
+        SCOPED_TRACE(opacity);
+        const Bytes wantedOver = over(from, to, opacity), wantedCopy = faded(from, opacity);
+        onEveryInstructionSet([&] {
+            Bytes result = to;
+            blendRowOver(from.data(), result.data(), pixels, opacity);
+            EXPECT_EQ(result, wantedOver);
+            blendRowCopy(from.data(), result.data(), pixels, opacity);
+            EXPECT_EQ(result, wantedCopy);
+        });
+    }
+}
+
+TEST(BlendRow, AnyLengthAndNothingBeyond) {
+    const Bytes from = randomBytes(4 * 70, 1), to = randomBytes(4 * 70, 2);
+    onEveryInstructionSet([&] {
+        for (int pixels = 0; pixels < 70; ++pixels) {
+            for (const int opacity : {100, 255}) {
+                Bytes wanted = to, result = to;
+                const Bytes part = over({from.begin(), from.begin() + 4 * pixels},
+                                        {to.begin(), to.begin() + 4 * pixels}, opacity);
+                std::ranges::copy(part, wanted.begin());
+                blendRowOver(from.data(), result.data(), pixels, opacity);
+                EXPECT_EQ(result, wanted) << pixels;
+                std::ranges::copy(faded({from.begin(), from.begin() + 4 * pixels}, opacity), wanted.begin());
+                blendRowCopy(from.data(), result.data(), pixels, opacity);
+                EXPECT_EQ(result, wanted) << pixels;
+            }
+        }
+    });
+}
+
+using enum PixelLayout;
+constexpr std::array layouts = {premultipliedLast, premultipliedFirst, straightLast, straightFirst,
+                                skipLast,          skipFirst,          grey};
 
 enum class Alpha { premultiplied, straight, none };
 
@@ -166,6 +225,82 @@ TEST(FlattenRow, LaysEveryLayoutOverWhite) {
             EXPECT_EQ(result, wanted);
         });
     }
+}
+
+struct Place {
+    int x, y;
+};
+
+/// Where the stored pixel (x, y) of a w by h picture shows in the upright one.
+Place uprightPlace(int exif, int x, int y, int w, int h) {
+    const std::array<Place, 8> places = {{{x, y},
+                                          {w - 1 - x, y},
+                                          {w - 1 - x, h - 1 - y},
+                                          {x, h - 1 - y},
+                                          {y, x},
+                                          {h - 1 - y, x},
+                                          {h - 1 - y, w - 1 - x},
+                                          {y, w - 1 - x}}};
+    return places[exif - 1];
+}
+
+struct Case {
+    int width, height, strip;
+    PixelLayout layout;
+};
+
+void checkCase(const Case& c, int exif) {
+    const int bytes = bytesPerPixel(c.layout);
+    const auto orientation = *orientationFromExif(exif);
+    const Bytes stored = randomBytes(std::size_t(c.width) * c.height * bytes, exif);
+    const int width = swapsSides(orientation) ? c.height : c.width;
+    const int height = swapsSides(orientation) ? c.width : c.height;
+    const std::ptrdiff_t stride = width * bytes + 5;
+    Bytes wanted(stride * height, 99), result = wanted;
+    for (int y = 0; y < c.height; ++y) {
+        for (int x = 0; x < c.width; ++x) {
+            const Place to = uprightPlace(exif, x, y, c.width, c.height);
+            std::memcpy(&wanted[to.y * stride + to.x * bytes], &stored[(y * c.width + x) * bytes], bytes);
+        }
+    }
+    const PixelView all{stored.data(), c.width, c.height, c.width * bytes, c.layout};
+    const MutablePixelView upright{result.data(), width, height, stride, c.layout};
+    for (int y = 0; y < c.height; y += c.strip) {
+        const int rows = std::min(c.strip, c.height - y);
+        orientRows(all.part(0, y, c.width, rows), y, orientation, upright);
+    }
+    EXPECT_EQ(result, wanted);
+}
+
+TEST(OrientRows, PlacesEveryPixelWhateverTheStrips) {
+    const auto colour = PixelLayout::straightFirst;
+    const Case cases[] = {
+        {1, 1, 1, colour},
+        {37, 23, 8, colour},
+        {64, 96, 16, colour},
+        {131, 70, 70, colour},
+        {3, 200, 33, colour},
+        {200, 1, 1, colour},
+        {71, 300, 300, colour},
+        {64, 256, 128, colour},
+        {1030, 1050, 1050, colour}, // more than what goes through the caches
+        {45, 83, 16, PixelLayout::grey},
+        {130, 67, 67, PixelLayout::grey},
+    };
+    onEveryInstructionSet([&] {
+        for (const Case& c : cases) {
+            for (int exif = 1; exif <= 8; ++exif) {
+                SCOPED_TRACE(std::to_string(c.width) + " x " + std::to_string(c.height) + ", orientation " +
+                             std::to_string(exif));
+                checkCase(c, exif);
+            }
+        }
+    });
+}
+
+TEST(Orientation, OnlyTheEightExifValues) {
+    for (const int value : {-1, 0, 9, 256})
+        EXPECT_FALSE(orientationFromExif(value)) << value;
 }
 
 } // namespace

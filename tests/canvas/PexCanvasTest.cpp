@@ -19,8 +19,7 @@ const double nan = std::nan("");
 const Pixel clear{0, 0, 0, 0}, red{255, 0, 0, 255}, blue{0, 0, 255, 255};
 
 std::shared_ptr<PexImage> plain(int width, int height, Pixel color) {
-    return PexImage::make(
-        makePicture(width, height, PixelLayout::premultipliedLast, [&](int, int) { return color; }));
+    return PexImage::make(makePicture(width, height, PixelLayout::premultipliedLast, color));
 }
 
 PexCanvasLayer layerOf(const std::shared_ptr<PexImage>& image, PexSpatialConforming conforming,
@@ -102,8 +101,7 @@ TEST(PexCanvas, LaterLayersCoverEarlierOnesAndEachPassDrawsAgain) {
         const auto both = PexCanvasLayer::draw(canvas.layerList, PexImage::make({.size = {8, 6}}));
         const auto one = canvas.layerList[0].draw(PexImage::make({.size = {8, 6}}));
         const auto two = canvas.layerList[1].draw(one);
-        for (int x = 0; x < 8; ++x)
-            EXPECT_EQ(pixelAt(*two->cgImage, x, 3), pixelAt(*both->cgImage, x, 3));
+        expectPixels(*two->cgImage, [&](int x, int y) { return pixelAt(*both->cgImage, x, y); });
     });
 }
 
@@ -137,9 +135,7 @@ TEST(PexCanvas, FitPlacesTheImageInTheMiddleOfASquare) {
         }
         const auto picture = noise(31, 31, PixelLayout::premultipliedLast);
         const auto same = PexCanvas::fit(PexImage::make(picture), 1);
-        for (int y = 0; y < 31; ++y)
-            for (int x = 0; x < 31; ++x)
-                ASSERT_EQ(pixelAt(*same->cgImage, x, y), pixelAt(picture, x, y));
+        expectPixels(*same->cgImage, [&](int x, int y) { return pixelAt(picture, x, y); });
     });
 }
 
@@ -164,73 +160,52 @@ TEST(PexCanvas, DocumentsAreWrittenInOrderAndReadBack) {
 }
 
 TEST(PexCanvas, ReadingForgivesFieldByField) {
-    const auto canvasOf = [](const std::string& text) { return decode<PexCanvas>(text); };
-    const std::pair<const char*, PexCanvas::Size> sizes[] = {
-        {R"({})", {512, 512}},
-        {R"({"size":{"width":800}})", {512, 512}},
-        {R"({"size":{"width":800,"height":"6"}})", {512, 512}},
-        {R"({"size":{"width":1.5,"height":6}})", {512, 512}},
-        {R"({"size":null})", {512, 512}},
-        {R"({"size":[1,2]})", {512, 512}},
-        {R"({"size":{"width":-800,"height":0},"more":1})", {-800, 0}},
-    };
-    for (const auto& [text, size] : sizes) {
-        const auto canvas = canvasOf(text);
-        ASSERT_TRUE(canvas) << text;
-        EXPECT_EQ(canvas->size, size) << text;
-    }
-    for (const char* list : {"[1, 2]", "null", "{}", R"([{"id":"a"}, 3])", "7"})
-        EXPECT_TRUE(canvasOf(R"({"layerList":)" + std::string(list) + "}")->layerList.empty()) << list;
-    for (const char* text : {"", "[]", "7", "null", "{", R"({"size":1)"})
-        EXPECT_FALSE(canvasOf(text)) << text;
-    EXPECT_FALSE(canvasOf(std::string(1'000'000, '[')));
-    auto fresh = *canvasOf(R"({"size":{"width":9,"height":8}})");
-    EXPECT_EQ(fresh.getImage()->size, (CGSize{9, 8}));
+    for (const char* size : {R"({"width":800})", R"({"width":800,"height":"6"})",
+                             R"({"width":1.5,"height":6})", "null", "[1,2]"})
+        EXPECT_EQ(decode<PexCanvas>(R"({"size":)" + std::string(size) + "}")->size, PexCanvas::Size(512, 512))
+            << size;
+    EXPECT_EQ(decode<PexCanvas>(R"({"size":{"width":-800,"height":0},"more":1})")->size,
+              PexCanvas::Size(-800, 0));
+    for (const char* list : {"[1, 2]", "null", R"([{"id":"a"}, 3])"})
+        EXPECT_TRUE(decode<PexCanvas>(R"({"layerList":)" + std::string(list) + "}")->layerList.empty())
+            << list;
+    for (const char* text : {"", "[]", "null", R"({"size":1)"})
+        EXPECT_FALSE(decode<PexCanvas>(text)) << text;
+    EXPECT_EQ(decode<PexCanvas>(R"({"size":{"width":9,"height":8}})")->getImage()->size, (CGSize{9, 8}));
 }
 
 TEST(PexCanvas, LayersForgiveFieldsButPartsAreStrict) {
     const std::string good = R"({"anchor":[0,0],"position":[0,0],"scale":2,"opacity":0.5})";
     struct Case {
         std::string document; // of one layer
-        std::string id;       // empty: a fresh one
         PexCanvasLayer::Source::Identification identification;
-        PexSpatialConforming conforming;
-        double scale, x;
+        PexSpatialConforming conforming = PexSpatialConforming::fill;
+        double scale = 1, x = 0.5;
     };
     using enum PexCanvasLayer::Source::Identification;
     const Case cases[] = {
-        {"{}", "", url, PexSpatialConforming::fill, 1, 0.5},
-        {R"({"id":7,"type":"Film","source":{"identification":"image"}})", "", image,
-         PexSpatialConforming::fill, 1, 0.5},
-        {R"({"id":"b","spatialConforming":"none"})", "b", url, PexSpatialConforming::fill, 1, 0.5},
-        {R"({"id":"b","spatialConforming":"None","transform":)" + good + "}", "b", url,
-         PexSpatialConforming::none, 2, 0},
-        {R"({"id":"b","transform":{"anchor":[0,0],"position":[0,0],"scale":2}})", "b", url,
-         PexSpatialConforming::fill, 1, 0.5},
-        {R"({"id":"b","transform":{"anchor":[0,0,0],"position":[0,0],"scale":2,"opacity":1}})", "b", url,
-         PexSpatialConforming::fill, 1, 0.5},
-        {R"({"id":"b","source":{"identification":"URL"}})", "b", url, PexSpatialConforming::fill, 1, 0.5},
-        {R"({"id":"b","source":{"shareAppId":"s"}})", "b", url, PexSpatialConforming::fill, 1, 0.5},
-        {R"({"id":"b","source":{"identification":"shareAppId","url":7}})", "b", url,
-         PexSpatialConforming::fill, 1, 0.5},
-        {R"({"id":"b","source":{"identification":"shareAppId","url":null}})", "b", shareAppId,
-         PexSpatialConforming::fill, 1, 0.5},
+        {R"("type":"Film","source":{"identification":"image"})", image},
+        {R"("spatialConforming":"none")", url},
+        {R"("spatialConforming":"None","transform":)" + good, url, PexSpatialConforming::none, 2, 0},
+        {R"("transform":{"anchor":[0,0],"position":[0,0],"scale":2})", url},
+        {R"("transform":{"anchor":[0,0,0],"position":[0,0],"scale":2,"opacity":1})", url},
+        {R"("source":{"identification":"URL"})", url},
+        {R"("source":{"identification":"shareAppId","url":7})", url},
+        {R"("source":{"identification":"shareAppId","url":null})", shareAppId},
     };
     for (const Case& c : cases) {
-        const auto layer = decode<PexCanvasLayer>(c.document);
-        ASSERT_TRUE(layer) << c.document;
-        if (c.id.empty()) {
-            EXPECT_NE(layer->id.find("pexcl"), std::string::npos);
-            EXPECT_NE(layer->id, decode<PexCanvasLayer>(c.document)->id);
-        } else {
-            EXPECT_EQ(layer->id, c.id);
-        }
-        EXPECT_EQ(layer->source.identification, c.identification) << c.document;
-        EXPECT_FALSE(layer->source.shareAppId) << c.document;
-        EXPECT_EQ(layer->spatialConforming, c.conforming) << c.document;
-        EXPECT_EQ(layer->transform.scale, c.scale) << c.document;
-        EXPECT_EQ(layer->transform.position.x, c.x) << c.document;
+        SCOPED_TRACE(c.document);
+        const auto layer = decode<PexCanvasLayer>(R"({"id":"b",)" + c.document + "}");
+        ASSERT_TRUE(layer);
+        EXPECT_EQ(layer->id, "b");
+        EXPECT_EQ(layer->source.identification, c.identification);
+        EXPECT_EQ(layer->spatialConforming, c.conforming);
+        EXPECT_EQ(layer->transform.scale, c.scale);
+        EXPECT_EQ(layer->transform.position.x, c.x);
     }
+    const auto fresh = decode<PexCanvasLayer>("{}"), another = decode<PexCanvasLayer>(R"({"id":7})");
+    EXPECT_NE(fresh->id.find("pexcl"), std::string::npos);
+    EXPECT_NE(fresh->id, another->id);
     EXPECT_FALSE(decode<PexCanvasLayer>("[]"));
     EXPECT_EQ(displayName(PexCanvasLayer::LayerType::image), "Image");
     EXPECT_EQ(displayName(PexSpatialConforming::fill), "Fill");

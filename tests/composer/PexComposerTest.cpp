@@ -26,10 +26,6 @@ const std::string composerText =
     R"(],"guideList_":[{"id":"G","orientation":"vertical","location":0.125,"intrinsic":false}],)"
     R"("bgColor":{"red":0.5,"green":0.5,"blue":0.5,"alpha":1},"shouldBeDeleted":true,"selectedLayerId":"L"})";
 
-Layer changed(const std::string& from, const std::string& to) {
-    return decode<Layer>(replaced(layerText, from, to)).value();
-}
-
 TEST(PexComposer, DocumentsComeBackKeyByKey) {
     const auto composer = decode<PexComposer>(composerText);
     ASSERT_TRUE(composer);
@@ -60,17 +56,10 @@ TEST(PexComposer, ReadsStrictly) {
         const char* message;
     } cases[] = {
         {R"("id":"C",)", "", "id: expected a text, found nothing"},
-        {R"("ratio":1.75)", R"("ratio":"1.75")", "ratio: expected a number"},
-        {R"("shouldBeDeleted":true,)", "", "shouldBeDeleted: expected true or false, found nothing"},
-        {R"("bgColor":{"red":0.5)", R"("bgColor":{"red":null)", "bgColor.red: expected a number"},
         {R"("selectedLayerId":"L")", R"("selectedLayerId":3)", "selectedLayerId: expected a text"},
         {R"("guideList_":[{)", R"("guideList_":[7,{)", "guideList_[0]: expected an object"},
         {R"("layerType":"shape")", R"("layerType":"Shape")",
          R"(layerList[0].layerType: expected one of "image", "text", "shape")"},
-        {R"("type":"shareApp")", R"("type":"shareapp")",
-         R"(layerList[0].image.type: expected one of "url", "shareApp", "ingested")"},
-        {R"("resourceAccess":{"shareAppId":"s-1"})", R"("resourceAccess":null)",
-         "layerList[0].image.resourceAccess: expected an object"},
         {R"("shareAppId":"s-1")", R"("url":"nowhere")",
          "layerList[0].image.resourceAccess.url: expected an address"},
         {R"("fillStyle":"color")", R"("fillStyle":"picture")",
@@ -78,11 +67,6 @@ TEST(PexComposer, ReadsStrictly) {
         {R"("text":{"text":"Cat and CAT","font":{"name":"Courier","size":64},"alignment":"right",)"
          R"("color":{"red":1,"green":1,"blue":1,"alpha":1}})",
          R"("text":"Cat")", "layerList[0].text: expected an object"},
-        {R"([0.25,-0.125])", R"({"x":0.25,"y":-0.125})",
-         "layerList[0].transform.location: expected a list of two numbers"},
-        {R"("scale":{"x":1,"y":2})", R"("scale":{"x":"1","y":2})",
-         "layerList[0].transform.scale.x: expected a number"},
-        {R"("rotation":0.5)", R"("rotation":"nan")", "layerList[0].transform.rotation: expected a number"},
         {R"(,"opacity":0.75)", "", "layerList[0].transform.opacity: expected a number, found nothing"},
     };
     for (const auto& [from, to, message] : cases) {
@@ -116,33 +100,6 @@ TEST(PexComposer, TextsAndGuidesReadLeniently) {
     }
     EXPECT_FALSE(decode<Guide>("[]"));
     EXPECT_FALSE(decode<Layer::Text>("3"));
-}
-
-TEST(PexComposer, LayersAreEqualWhenAllOfThemIs) {
-    const Layer layer = decode<Layer>(layerText).value();
-    EXPECT_EQ(layer, decode<Layer>(layerText));
-    const std::pair<const char*, const char*> changes[] = {
-        {R"("id":"L")", R"("id":"M")"},
-        {R"("layerType":"shape")", R"("layerType":"text")"},
-        {R"("type":"shareApp")", R"("type":"url")"},
-        {"1.5", "1.6"},
-        {R"("shareAppId":"s-1")", ""},
-        {R"("shareAppId")", R"("ingestedId")"},
-        {R"("type":"circle")", R"("type":"rectangle")"},
-        {R"("strokeWidth":2)", R"("strokeWidth":3)"},
-        {R"("fill":false)", R"("fill":true)"},
-        {R"("blue":0.3)", R"("blue":0.4)"},
-        {"Cat and", "cat and"},
-        {R"("size":64)", R"("size":12)"},
-        {R"("alignment":"right")", R"("alignment":"center")"},
-        {R"("color":{"red":1)", R"("color":{"red":0.5)"},
-        {"[0.25", "[0.5"},
-        {R"("x":1)", R"("x":2)"},
-        {R"("rotation":0.5)", R"("rotation":0)"},
-        {R"("opacity":0.75)", R"("opacity":1)"},
-    };
-    for (const auto& [from, to] : changes)
-        EXPECT_NE(layer, changed(from, to)) << to;
 }
 
 TEST(PexComposer, EnumerationsShowCapitalizedNames) {

@@ -29,14 +29,13 @@ CGImage imageOf(const Picture& picture) {
                        });
 }
 
-std::vector<std::uint8_t> fileBytes(const URL& url) {
+Bytes fileBytes(const URL& url) {
     const auto data = Data::contentsOf(url);
-    return data ? std::vector<std::uint8_t>(data->bytes().begin(), data->bytes().end())
-                : std::vector<std::uint8_t>();
+    return data ? bytesOf(*data) : Bytes();
 }
 
 /// A whole encoding that knows nothing of any other.
-std::vector<std::uint8_t> plainJpeg(const Picture& picture, double quality) {
+Bytes plainJpeg(const Picture& picture, double quality) {
     return jpeg::Encoder::make(jpegtest::inputOf(picture))->encode(quality);
 }
 
@@ -139,7 +138,7 @@ TEST(JpegSaver, StampsTheLowSixteenBitsOfADpi) {
     const CapturedLines quiet;
     const TempFolder folder;
     const auto image = PexImage::make(photoLike(16, 16));
-    const std::pair<std::optional<int>, std::vector<std::uint8_t>> cases[] = {
+    const std::pair<std::optional<int>, Bytes> cases[] = {
         {300, {1, 0x01, 0x2C, 0x01, 0x2C}}, {0, {1, 0, 0, 0, 0}},
         {-1, {1, 0xFF, 0xFF, 0xFF, 0xFF}},  {70'000, {1, 0x11, 0x70, 0x11, 0x70}},
         {std::nullopt, {0, 0, 1, 0, 1}},
@@ -193,19 +192,13 @@ TEST(JpegEncoding, QualitiesOutsideTheRangeAreLimited) {
 }
 
 TEST(JpegEncoding, LaysTransparencyOverWhite) {
-    const auto clear = makePicture(16, 16, PixelLayout::straightLast, [](int, int) {
-        return Pixel{200, 0, 0, 0};
-    });
+    const auto clear = makePicture(16, 16, PixelLayout::straightLast, Pixel{200, 0, 0, 0});
     const auto again = PexImage::make(*PexImage::make(clear)->jpegData(1), {});
-    const Pixel pixel = pixelAt(*again->cgImage, 8, 8);
-    for (int c = 0; c < 3; ++c)
-        EXPECT_GE(pixel[static_cast<std::size_t>(c)], 253);
+    expectPixels(*again->cgImage, std::array{255, 255, 255}, 2);
 }
 
 TEST(JpegEncoding, SeesWrittenPixelsAtOnce) {
-    const auto image = PexImage::make(makePicture(16, 16, PixelLayout::skipLast, [](int, int) {
-        return Pixel{0, 0, 0, 255};
-    }));
+    const auto image = PexImage::make(makePicture(16, 16, PixelLayout::skipLast, Pixel{0, 0, 0, 255}));
     const auto before = image->jpegData(1);
     image->setColor(3, 4, NSColor(1, 1, 1));
     const auto after = PexImage::make(*image->jpegData(1), {});
@@ -244,14 +237,10 @@ TEST(HelperImages, CropsArePixelsOfTheSourceAtAnyScale) {
         const auto image = PexImage::make(picture);
         const auto cut = helper::crop(*image, {10, 5, 20, 10});
         ASSERT_EQ(cut->size, (CGSize{20, 10})) << scale;
-        for (int y = 0; y < 10; ++y) // the rectangle's y is upward
-            for (int x = 0; x < 20; ++x)
-                EXPECT_EQ(pixelAt(*cut->cgImage, x, y), [&] {
-                    Pixel p = pixelAt(picture, x + 10, y + 15);
-                    p[3] = 255;
-                    return p;
-                }());
-
+        expectPixels(*cut->cgImage, [&](int x, int y) { // the rectangle's y is upward
+            const Pixel p = pixelAt(picture, x + 10, y + 15);
+            return Pixel{p[0], p[1], p[2], 255};
+        });
         const auto middle = helper::cropToPoint(*image, {20, 15}, {20, 15});
         EXPECT_EQ(middle->size, (CGSize{20, 15}));
         const auto wide = helper::cropToPoint(*image, {20, 15}, {60, 10});

@@ -56,13 +56,6 @@ TEST_F(DocumentImport, APageHasTheResolutionAskedForWhateverTheScreen) {
     });
 }
 
-TEST_F(DocumentImport, PagesAreUprightAndTransparentWhereNothingIsDrawn) {
-    const URL url = write({{100, 100, redBelow}});
-    const auto page = PexImage::pdfDocumentToPexImage({.pdfDocumentUrl = url, .pageN = 0, .dpi = 144});
-    EXPECT_EQ(pixelAt(*page->cgImage, 100, 20), (Pixel{0, 0, 0, 0}));
-    EXPECT_EQ(pixelAt(*page->cgImage, 100, 180), (Pixel{255, 0, 0, 255}));
-}
-
 TEST_F(DocumentImport, AllFormsGiveThePagesInOrder) {
     std::vector<PdfPage> pages;
     for (int i = 0; i < 23; ++i)
@@ -99,30 +92,61 @@ TEST_F(DocumentImport, AllFormsGiveThePagesInOrder) {
     }
 }
 
-TEST_F(DocumentImport, WhatIsNoDocumentHasNoImagesAndWhatHasNoPagesNone) {
+TEST_F(DocumentImport, ReadsDocumentsAndNothingElse) {
+    const std::string whole = pdfFile({{100, 100, redBelow}, {30, 40, ""}});
+    const std::size_t table = whole.rfind("xref\n0 ");
+    const std::optional<int> none;
     const struct {
         const char* what;
-        URL url;
-        bool isDocument;
-    } cases[] = {{"missing", folder_.url("missing.pdf"), false},
-                 {"empty", write("empty.pdf", ""), false},
-                 {"text", write("text.pdf", "not a document"), false},
-                 {"signature alone", write("alone.pdf", "%PDF-1.4\n"), false},
-                 {"no pages", write("none.pdf", pdfFile({})), true}};
+        std::string file;
+        std::optional<int> pages; // absent: no document
+        bool needsPassword = false;
+    } cases[] = {
+        {"nothing", "", none},
+        {"text", "not a document", none},
+        {"signature alone", "%PDF-1.4\n", none},
+        {"no pages", pdfFile({}), 0},
+        {"whole", whole, 2},
+        {"password", pdfFile({{100, 50, ""}}, pdfPasswordUnknown), none, true},
+        {"empty password", pdfFile({{100, 50, ""}}, pdfPasswordEmpty), 1},
+        {"12 pages, as many as are allowed", pdfFile(std::vector<PdfPage>(12)), 12},
+        {"13 pages", pdfFile(std::vector<PdfPage>(13)), none},
+        // Broken cross-reference tables are made anew.
+        {"wrong start", replaced(whole, "startxref\n", "startxref\n99"), 2},
+        {"no table", whole.substr(0, table) + "trailer\n<< /Root 1 0 R >>\n", 2},
+        {"wrong places", replaced(whole, "0000000009 00000 n", "0000000077 00000 n"), 2},
+        {"something in front", "%PDF-1.4\n% moved\n" + whole.substr(9), 2},
+        {"no end", whole.substr(0, whole.rfind("startxref")), 2},
+    };
+    const ImageLimits before = ImageLimits::current();
+    ImageLimits limits = before;
+    limits.maxPages = 12;
+    ImageLimits::setCurrent(limits);
+    EXPECT_FALSE(PexImage::pdfDocumentToPexImages({.pdfDocumentUrl = folder_.url("missing.pdf"), .dpi = 72}));
     for (const auto& c : cases) {
-        const auto images = PexImage::pdfDocumentToPexImages({.pdfDocumentUrl = c.url, .dpi = 72});
-        EXPECT_EQ(images.has_value(), c.isDocument) << c.what;
-        EXPECT_TRUE(!images || images->empty()) << c.what;
+        SCOPED_TRACE(c.what);
+        const URL url = write("document.pdf", c.file);
+        EXPECT_EQ(NSPDFImageRep::needsPassword(Data(c.file)), c.needsPassword);
+        const auto images = PexImage::pdfDocumentToPexImages({.pdfDocumentUrl = url, .dpi = 72});
+        ASSERT_EQ(images.has_value(), c.pages.has_value());
+        EXPECT_EQ(images ? images->size() : 0u, static_cast<std::size_t>(c.pages.value_or(0)));
         std::vector<bool> ends;
+        int called = 0;
         PexImage::pdfDocumentToPexImagesAsync(
-            {.pdfDocumentUrl = c.url,
+            {.pdfDocumentUrl = url,
              .dpi = 72,
-             .callback = [](int, int, const auto&) { ADD_FAILURE(); },
+             .callback = [&](int, int, const auto&) { ++called; },
              .finalCallback = [&](bool success) { ends.push_back(success); }});
-        EXPECT_EQ(ends, std::vector{c.isDocument}) << c.what;
-        EXPECT_FALSE(PexImage::pdfDocumentToPexImage({.pdfDocumentUrl = c.url, .pageN = 0, .dpi = 72}))
-            << c.what;
+        EXPECT_EQ(ends, std::vector{c.pages.has_value()});
+        EXPECT_EQ(called, c.pages.value_or(0));
+        EXPECT_EQ(CGImageSource::make(url).has_value(), called > 0);
+        const auto first = PexImage::pdfDocumentToPexImage({.pdfDocumentUrl = url, .pageN = 0, .dpi = 72});
+        EXPECT_EQ(first != nullptr, called > 0);
+        if (c.pages != 2) continue;
+        EXPECT_EQ(pixelAt(*first->cgImage, 50, 80), (Pixel{255, 0, 0, 255}));
+        EXPECT_EQ((*images)[1]->size, (CGSize{30, 40}));
     }
+    ImageLimits::setCurrent(before);
 }
 
 TEST_F(DocumentImport, PagesThatCannotBeDrawnAreLeftOut) {
@@ -138,9 +162,8 @@ TEST_F(DocumentImport, PagesThatCannotBeDrawnAreLeftOut) {
 }
 
 TEST_F(DocumentImport, APageSaysWhatItsUnitIs) {
-    const std::string below = redBelow;
     const URL url =
-        write({{100, 100, below, "/UserUnit 2.5"}, {100, 100, below}, {9, 9, "", "/UserUnit -1"}});
+        write({{100, 100, redBelow, "/UserUnit 2.5"}, {100, 100, redBelow}, {9, 9, "", "/UserUnit -1"}});
     const auto images = *PexImage::pdfDocumentToPexImages({.pdfDocumentUrl = url, .dpi = 72});
     EXPECT_EQ(images[0]->size, (CGSize{250, 250}));
     EXPECT_EQ(pixelAt(*images[0]->cgImage, 240, 130), (Pixel{255, 0, 0, 255}));
@@ -189,40 +212,6 @@ TEST_F(DocumentImport, PagesAreLetGoOnceTheyWereHandedOut) {
     EXPECT_EQ(handedOut.size(), 9u);
 }
 
-TEST_F(DocumentImport, DocumentsOfMorePagesThanTheLimitAreRefused) {
-    const URL url = write(std::vector<PdfPage>(12));
-    const ImageLimits before = ImageLimits::current();
-    for (const auto& [most, opens] : {std::pair{12, true}, {11, false}}) {
-        ImageLimits limits = before;
-        limits.maxPages = most;
-        ImageLimits::setCurrent(limits);
-        EXPECT_EQ(PexImage::pdfDocumentToPexImages({.pdfDocumentUrl = url, .dpi = 72}).has_value(), opens);
-    }
-    ImageLimits::setCurrent(before);
-}
-
-TEST_F(DocumentImport, ADocumentThatNeedsAPasswordIsAbsentAndSaysSo) {
-    const struct {
-        const char* what;
-        std::string file;
-        bool opens, needsPassword;
-    } cases[] = {{"password", pdfFile({{100, 50, ""}}, pdfPasswordUnknown), false, true},
-                 {"empty password", pdfFile({{100, 50, ""}}, pdfPasswordEmpty), true, false},
-                 {"none", pdfFile({{100, 50, ""}}), true, false},
-                 {"text", "not a document", false, false},
-                 {"signature alone", "%PDF-1.4\n", false, false}};
-    for (const auto& c : cases) {
-        SCOPED_TRACE(c.what);
-        const URL url = write("document.pdf", c.file);
-        EXPECT_EQ(NSPDFImageRep::needsPassword(Data(c.file)), c.needsPassword);
-        EXPECT_EQ(CGImageSource::make(url).has_value(), c.opens);
-        const auto page = PexImage::pdfDocumentToPexImage({.pdfDocumentUrl = url, .pageN = 0, .dpi = 72});
-        ASSERT_EQ(page != nullptr, c.opens);
-        EXPECT_EQ(page ? page->size : CGSize{}, c.opens ? (CGSize{100, 50}) : CGSize{});
-        EXPECT_EQ(PexImage::pdfDocumentToPexImages({.pdfDocumentUrl = url, .dpi = 72}).has_value(), c.opens);
-    }
-}
-
 TEST_F(DocumentImport, OneOfThousandsOfPagesIsHadWithoutTheOthers) {
     std::vector<PdfPage> pages(5000, {4'000'000, 4'000'000, ""}); // of which none could be drawn
     pages[4321] = {100, 100, redBelow};
@@ -233,26 +222,6 @@ TEST_F(DocumentImport, OneOfThousandsOfPagesIsHadWithoutTheOthers) {
     EXPECT_EQ(page->size, (CGSize{100, 100}));
     EXPECT_EQ(pixelAt(*page->cgImage, 50, 80), (Pixel{255, 0, 0, 255}));
     EXPECT_FALSE(PexImage::pdfDocumentToPexImage({.pdfDocumentUrl = url, .pageN = 5000, .dpi = 72}));
-}
-
-TEST_F(DocumentImport, ABrokenCrossReferenceTableIsMadeAnew) {
-    const std::string whole = pdfFile({{100, 100, redBelow}, {30, 40, ""}});
-    const std::size_t table = whole.rfind("xref\n0 ");
-    const std::pair<const char*, std::string> cases[] = {
-        {"wrong start", replaced(whole, "startxref\n", "startxref\n99")},
-        {"no table", whole.substr(0, table) + "trailer\n<< /Root 1 0 R >>\n"},
-        {"wrong places", replaced(whole, "0000000009 00000 n", "0000000077 00000 n")},
-        {"something in front", "%PDF-1.4\n% moved\n" + whole.substr(9)},
-        {"no end", whole.substr(0, whole.rfind("startxref"))}};
-    for (const auto& [what, file] : cases) {
-        SCOPED_TRACE(what);
-        const URL url = write("broken.pdf", file);
-        const auto pages = PexImage::pdfDocumentToPexImages({.pdfDocumentUrl = url, .dpi = 72});
-        ASSERT_TRUE(pages);
-        ASSERT_EQ(pages->size(), 2u);
-        EXPECT_EQ(pixelAt(*(*pages)[0]->cgImage, 50, 80), (Pixel{255, 0, 0, 255}));
-        EXPECT_EQ((*pages)[1]->size, (CGSize{30, 40}));
-    }
 }
 
 TEST_F(DocumentImport, IllustrationFilesOpenAsImagesOfTheirFirstPage) {
@@ -271,24 +240,19 @@ TEST_F(DocumentImport, IllustrationFilesOpenAsImagesOfTheirFirstPage) {
 
 TEST_F(DocumentImport, ScalingAnIllustrationSaysWhatFailed) {
     const URL missing = folder_.url("missing.ai"), url = write({{100, 100, ""}});
-    const struct {
-        URL file;
-        double factor;
-        std::vector<std::string> lines;
-    } cases[] = {{missing, 2, {"Failed to load AI file as NSImage."}},
-                 {url, 0, {"Failed to create CGContext."}},
-                 {url, -3, {"Failed to create CGContext."}},
-                 {url, 1e9, {"Failed to create CGContext."}},
-                 {url, 1, {}}};
-    for (const auto& c : cases) {
+    const auto said = [](const URL& file, std::optional<double> factor) {
         const CapturedLines printed;
-        EXPECT_EQ(loadCIImage({.aiUrl = c.file, .scaleFactor = c.factor}).has_value(), c.lines.empty());
-        EXPECT_EQ(printed.lines, c.lines) << c.factor;
-    }
-    const CapturedLines silent;
-    EXPECT_FALSE(loadCIImage({.aiUrl = missing}));
+        const bool made = loadCIImage({.aiUrl = file, .scaleFactor = factor}).has_value();
+        EXPECT_EQ(made, factor == 1);
+        return printed.lines;
+    };
+    using Lines = std::vector<std::string>;
+    EXPECT_EQ(said(missing, 2), Lines{"Failed to load AI file as NSImage."});
+    for (const double factor : {0., -3., 1e9})
+        EXPECT_EQ(said(url, factor), Lines{"Failed to create CGContext."}) << factor;
+    EXPECT_EQ(said(url, 1), Lines());
+    EXPECT_EQ(said(missing, {}), Lines());
     EXPECT_FALSE(loadCGImage({.aiUrl = missing, .scaleFactor = 2}));
-    EXPECT_TRUE(silent.lines.empty());
 }
 
 TEST(Module, AnUnknownOneOrOneOfAnotherVersionIsMissing) {

@@ -2,7 +2,6 @@
 #include "peximage/helpers/PexWatermark.h"
 #include "peximage/image/PexImage.h"
 #include "peximage/platform/geometry/Numbers.h"
-#include "peximage/platform/raster/CGContext.h"
 #include "tests/support/Pictures.h"
 #include "tests/support/Surroundings.h"
 
@@ -11,6 +10,7 @@
 #include <cmath>
 #include <limits>
 #include <numbers>
+#include <tuple>
 
 using namespace pex;
 
@@ -67,51 +67,25 @@ TEST(Crop, CutsPixelsFromTheTopLeft) {
 
 using Direction = PexImage::RotationDirection;
 
-/// What drawing into a turned bitmap context gives.
-CGImage drawnTurned(const CGImage& picture, double angle, int width, int height) {
-    const auto context = CGContext::make(width, height, picture.layout(), picture.colorSpace());
-    context->setBlendMode(CGBlendMode::copy);
-    context->translateBy(width / 2., height / 2.);
-    context->rotateBy(angle);
-    context->translateBy(-picture.width() / 2., -picture.height() / 2.);
-    context->draw(picture, {0, 0, double(picture.width()), double(picture.height())});
-    return *context->makeImage();
-}
-
-TEST(Rotate, QuarterTurnsMovePixelsAsTheContextDoes) {
-    struct Case {
-        Direction direction;
-        double angle;
-        bool swaps;
-        std::pair<int, int> (*from)(int x, int y, int w, int h); // of the result's pixel; w, h its size
-    };
-    constexpr double pi = std::numbers::pi;
-    const Case cases[] = {
-        {Direction::r90Clockwhise, pi / 2, true,
-         [](int x, int y, int, int h) { return std::pair(h - 1 - y, x); }},
-        {Direction::r90AntiClockWise, -pi / 2, true,
-         [](int x, int y, int w, int) { return std::pair(y, w - 1 - x); }},
-        {Direction::r180, pi, false,
-         [](int x, int y, int w, int h) { return std::pair(w - 1 - x, h - 1 - y); }},
-        {Direction::fixHorizon, 0, false, [](int x, int y, int, int) { return std::pair(x, y); }}};
-    for (const PixelLayout layout :
-         {PixelLayout::premultipliedLast, PixelLayout::straightFirst, PixelLayout::grey}) {
+TEST(Rotate, QuarterTurnsMovePixels) {
+    // Where the pixel of a result of w × h comes from.
+    using From = std::pair<int, int> (*)(int x, int y, int w, int h);
+    const std::tuple<Direction, bool, From> cases[] = {
+        {Direction::r90Clockwhise, true, [](int x, int y, int, int h) { return std::pair(h - 1 - y, x); }},
+        {Direction::r90AntiClockWise, true, [](int x, int y, int w, int) { return std::pair(y, w - 1 - x); }},
+        {Direction::r180, false, [](int x, int y, int w, int h) { return std::pair(w - 1 - x, h - 1 - y); }},
+        {Direction::fixHorizon, false, [](int x, int y, int, int) { return std::pair(x, y); }}};
+    for (const PixelLayout layout : {PixelLayout::straightFirst, PixelLayout::grey}) {
         const auto picture = noise(301, 70, layout);
-        for (const Case& c : cases) {
-            const auto turned = PexImage::make(picture)->rotate(c.direction);
-            const int w = c.swaps ? 70 : 301, h = c.swaps ? 301 : 70;
+        for (const auto& [direction, swaps, from] : cases) {
+            const auto turned = PexImage::make(picture)->rotate(direction);
+            const int w = swaps ? 70 : 301, h = swaps ? 301 : 70;
             ASSERT_EQ(turned->size, (CGSize{double(w), double(h)}));
             EXPECT_EQ(turned->cgImage->layout(), layout);
-            const CGImage drawn = drawnTurned(picture, c.angle, w, h);
-            for (int y = 0; y < h; ++y) {
-                for (int x = 0; x < w; ++x) {
-                    const auto [fromX, fromY] = c.from(x, y, w, h);
-                    const Pixel expected = pixelAt(picture, fromX, fromY);
-                    ASSERT_EQ(pixelAt(*turned->cgImage, x, y), expected) << x << " " << y;
-                    const Pixel byContext = pixelAt(drawn, x, y);
-                    ASSERT_EQ(layout == PixelLayout::premultipliedLast ? byContext : expected, expected);
-                }
-            }
+            expectPixels(*turned->cgImage, [&, &from = from](int x, int y) {
+                const auto [fromX, fromY] = from(x, y, w, h);
+                return pixelAt(picture, fromX, fromY);
+            });
         }
     }
     const auto image = PexImage::make(photoLike(3, 2));
@@ -131,9 +105,7 @@ TEST(Rotate, AFileIsTurnedWithoutBeingHeldTwice) {
 }
 
 TEST(Rotate, TheCanvasGrowsToHoldTheTurnedPicture) {
-    const auto picture = makePicture(300, 200, PixelLayout::skipLast, [](int, int) {
-        return Pixel{200, 100, 50, 255};
-    });
+    const auto picture = makePicture(300, 200, PixelLayout::skipLast, Pixel{200, 100, 50, 255});
     struct Case {
         double degrees, width, height;
     };
@@ -203,9 +175,7 @@ TEST(Straighten, LeavesNoEmptyCornerAndCutsNoMoreThanItMust) {
     }
     const auto image = PexImage::make(noise(50, 30, PixelLayout::premultipliedLast));
     const auto same = image->rotateAndZoom(0);
-    for (int y = 0; y < 30; ++y)
-        for (int x = 0; x < 50; ++x)
-            ASSERT_EQ(pixelAt(*same->cgImage, x, y), pixelAt(*image->cgImage, x, y));
+    expectPixels(*same->cgImage, [&](int x, int y) { return pixelAt(*image->cgImage, x, y); });
     EXPECT_FALSE(image->rotateAndZoom(nan));
     EXPECT_FALSE(image->rotateAndZoom(infinity));
     EXPECT_FALSE(PexImage::make({.size = {5, 5}})->rotateAndZoom(1));
@@ -215,12 +185,8 @@ TEST(Geometry, ProfilesAndGreyStayWhereTheyCan) {
     const auto wide = *CGColorSpace::fromICC(Data(wideProfile()));
     const auto dark = *CGColorSpace::fromICC(Data(grayProfile(1.8)));
     const auto of = [](PixelLayout layout, const CGColorSpace& space) {
-        return PexImage::make(makePicture(
-            40, 30, layout,
-            [](int, int) {
-                return Pixel{126, 30, 250, 255};
-            },
-            space));
+        const Pixel pixel{126, 30, 250, 255};
+        return PexImage::make(makePicture(40, 30, layout, pixel, space));
     };
     const auto colour = of(PixelLayout::skipLast, wide), grey = of(PixelLayout::grey, dark);
     const auto standard = of(PixelLayout::skipLast, CGColorSpace::sRGB());

@@ -7,7 +7,6 @@
 #include "peximage/helpers/PexImageHelperSavers.h"
 #include "peximage/helpers/PexWatermark.h"
 #include "peximage/pixels/PexContextImage.h"
-#include "peximage/platform/codecs/ImageLimits.h"
 #include "peximage/platform/toolkit/NSScreen.h"
 #include "peximage/platform/varda/Draw.h"
 #include "tests/support/Pictures.h"
@@ -16,6 +15,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cmath>
 #include <filesystem>
 #include <limits>
@@ -93,9 +93,7 @@ TEST(PexImage, CachesAreFilledOnceAndStay) {
 }
 
 TEST(PexImage, WrittenPixelsShowInTheBitmapRepresentationOnly) {
-    const auto picture = makePicture(4, 4, PixelLayout::premultipliedFirst, [](int, int) {
-        return Pixel{255, 9, 9, 9};
-    });
+    const auto picture = makePicture(4, 4, PixelLayout::premultipliedFirst, Pixel{255, 9, 9, 9});
     const auto image = PexImage::make(picture);
     image->setColor(1, 2, NSColor(1, 0, 0.5, 0.5));
     EXPECT_EQ(pixelAt(image->bitmapRep()->cgImage(), 1, 2), (Pixel{128, 128, 0, 64}));
@@ -116,11 +114,8 @@ TEST(PexImage, WhatIsNoImageIsAbsent) {
         ASSERT_TRUE(Data(std::move(content)).write(folder.url(name), Data::Writing::inPlace));
     };
     auto lying = bytes; // the frame header's height and width
-    for (std::size_t i = 0; i + 9 < lying.size(); ++i) {
-        if (lying[i] == 0xFF && lying[i + 1] == 0xC0)
-            std::fill_n(lying.begin() + static_cast<std::ptrdiff_t>(i) + 5, 4, 0xFF);
-    }
-    lying.resize(300 < lying.size() ? 300 : lying.size());
+    const std::uint8_t frame[] = {0xFF, 0xC0};
+    std::fill_n(std::search(lying.begin(), lying.end(), frame, frame + 2) + 5, 4, 0xFF);
     write("empty.jpg", {});
     write("garbage.jpg", std::vector<std::uint8_t>(1000, 0xA5));
     write("start.jpg", {bytes.begin(), bytes.begin() + 20});
@@ -133,10 +128,6 @@ TEST(PexImage, WhatIsNoImageIsAbsent) {
     }
     EXPECT_FALSE(PexImage::make(Data(), {}));
     EXPECT_FALSE(PexImage::make({.named = "nothing"}));
-}
-
-TEST(PexImage, IsSharedAndNeverCopied) {
-    static_assert(!std::is_copy_constructible_v<PexImage> && !std::is_copy_assignable_v<PexImage>);
 }
 
 TEST(PexImage, NullInNullOut) {
@@ -162,17 +153,6 @@ TEST(PexImage, NullInNullOut) {
                      ->storeNow(none, "a"));
     PexImageStoredCache::make({.name = "none", .removeItemsAfterDays = 1, .mode = {}})->store(none, "a");
     PexImageView::make(PexImageView::Frame{})->drawInto(nullptr);
-}
-
-TEST(PexImage, ATruncatedPhotoGivesWhatIsThere) {
-    const auto jpeg = *PexImage::make(photoLike(200, 160))->jpegData(0.8);
-    const std::vector<std::uint8_t> half(jpeg.data(), jpeg.data() + jpeg.size() / 2);
-    const auto image = PexImage::make(Data(half), {}), whole = PexImage::make(jpeg, {});
-    ASSERT_TRUE(image);
-    EXPECT_EQ(image->size, (CGSize{200, 160}));
-    EXPECT_EQ(pixelAt(*image->cgImage, 50, 8), pixelAt(*whole->cgImage, 50, 8));
-    EXPECT_TRUE(image->cgImage->isIncomplete());
-    EXPECT_FALSE(whole->cgImage->isIncomplete());
 }
 
 TEST(PexImage, NamedImagesComeFromTheFolderRegisteredLast) {
@@ -245,25 +225,6 @@ TEST(Resize, ReducedDecodingLooksLikeDecodingInFull) {
         const double mean = squares / (a->size.width * a->size.height * 3);
         EXPECT_GT(10 * std::log10(255 * 255 / mean), 34) << side; // decibels
     }
-}
-
-TEST(Limits, RefuseWhatIsTooLargeAndCanBeRaised) {
-    const auto png = *PexImage::make(photoLike(100, 100))->pngData();
-    const auto jpeg = *PexImage::make(photoLike(100, 100))->jpegData(0.8);
-    const ImageLimits usual = ImageLimits::current();
-    ImageLimits tight = usual;
-    tight.maxPixels = 9999;
-    ImageLimits::setCurrent(tight);
-    EXPECT_FALSE(PexImage::make(png, {}));
-    EXPECT_FALSE(PexImage::make(jpeg, {}));
-    tight.maxPixels = 10'000;
-    ImageLimits::setCurrent(tight);
-    EXPECT_TRUE(PexImage::make(png, {}));
-    EXPECT_TRUE(PexImage::make(jpeg, {}));
-    tight.maxSourceBytes = png.size() - 1;
-    ImageLimits::setCurrent(tight);
-    EXPECT_FALSE(PexImage::make(png, {}));
-    ImageLimits::setCurrent(usual);
 }
 
 } // namespace

@@ -63,19 +63,16 @@ TEST(PexImageCache, KeepsWhatWasAskedForLast) {
 }
 
 TEST(PexImageCache, ReducesWhatIsMadeToTheLongerSide) {
-    struct Case {
-        int width, height;
-        double maxSize;
-        CGSize stored;
-    };
-    for (const Case& c : {Case{400, 200, 100, {100, 50}}, Case{200, 400, 100, {50, 100}},
-                          Case{80, 60, 100, {80, 60}}, Case{100, 100, 100, {100, 100}}}) {
+    for (const auto& [given, stored] : {std::pair{CGSize{400, 200}, CGSize{100, 50}},
+                                        {{200, 400}, {50, 100}},
+                                        {{80, 60}, {80, 60}},
+                                        {{100, 100}, {100, 100}}}) {
         const auto cache = PexImageCache::make({});
-        const auto made = image(c.width, c.height);
+        const auto made = image(int(given.width), int(given.height));
         const auto got =
-            cache->getImageOrCalc({.withId = "a", .maxSize = c.maxSize, .calcClosure = [&] { return made; }});
+            cache->getImageOrCalc({.withId = "a", .maxSize = 100, .calcClosure = [&] { return made; }});
         ASSERT_TRUE(got);
-        EXPECT_EQ(got->size, c.stored);
+        EXPECT_EQ(got->size, stored);
         EXPECT_NE(got, made) << "it is redrawn at any size";
         EXPECT_EQ(got, cache->getImageOrCalc({.withId = "a", .maxSize = 10, .calcClosure = {}}))
             << "what is there is not reduced again";
@@ -119,28 +116,6 @@ TEST(PexImageCache, AnImageMayBeMadeWithTheHelpOfACache) {
     EXPECT_TRUE(outer);
     EXPECT_THAT(idsIn(*cache), ElementsAre("inner", "outer"));
     EXPECT_TRUE(PexImageCache::workQueue().label().ends_with(".PexImageCache"));
-}
-
-// What an image is found by must be the image that was made for it, whatever the others do meanwhile.
-TEST(PexImageCache, EightThreadsFindWhatTheyAskFor) {
-    constexpr int threads = 8, operations = 10'000, identifiers = 40, bound = 16;
-    const auto cache = PexImageCache::make({.maxImagesInCache = bound});
-    std::vector<std::shared_ptr<PexImage>> images;
-    for (int i = 0; i < identifiers; ++i)
-        images.push_back(image());
-    std::atomic<int> wrong{0}, made{0};
-    onThreads(threads, [&](unsigned thread) {
-        std::mt19937 random(thread);
-        for (int i = 0; i < operations / threads; ++i) {
-            const std::size_t wanted = random() % identifiers;
-            const auto make = [&] { return ++made, images[wanted]; };
-            wrong += cache->getImageOrCalc({.withId = std::to_string(wanted), .calcClosure = make}) !=
-                     images[wanted];
-        }
-    });
-    EXPECT_EQ(wrong, 0);
-    EXPECT_LT(made, operations);
-    EXPECT_EQ(idsIn(*cache).size(), static_cast<std::size_t>(bound));
 }
 
 } // namespace

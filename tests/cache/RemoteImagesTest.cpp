@@ -89,7 +89,7 @@ TEST(RemoteImagesTest, MakesImagesOfWhatIsAtAddresses) {
     EXPECT_EQ(sizeOf(PexImage::make({.httpUrl = "no address"})), "none");
     EXPECT_EQ(server.requests(), before);
     const TempFolder folder;
-    std::ofstream(folder.path() / "a.png") << png(9, 7);
+    writeFile(folder.path() / "a.png", png(9, 7));
     EXPECT_EQ(sizeOf(PexImage::make({.httpUrl = folder.url("a.png")})), "9x7");
 }
 
@@ -124,7 +124,7 @@ TEST(RemoteImagesTest, CachedImagesAreFetchedOnce) {
     }
 
     std::filesystem::remove_all(kept.parent_path()); // as a user does who needs the space
-    std::ofstream(kept.parent_path()) << "a file in the folder's place";
+    writeFile(kept.parent_path(), "a file in the folder's place");
     EXPECT_EQ(cached(server.url("/40x30.png")), "40x30");
 }
 
@@ -147,7 +147,7 @@ TEST(RemoteImagesTest, DownloadersKeepCopies) {
 
     // Beyond the bound the oldest copies go (this one takes no room on the disk).
     const auto copies = caches.path() / "PexResourceDownloader", oldest = copies / "oldest";
-    std::ofstream(oldest) << "x";
+    writeFile(oldest, "x");
     std::filesystem::resize_file(oldest, PexResourceDownloader::maxDiskBytes);
     std::filesystem::last_write_time(oldest, std::filesystem::file_time_type::clock::now() -
                                                  std::chrono::hours(24 * 30));
@@ -190,7 +190,7 @@ TEST(RemoteImagesTest, WithoutADownloaderThereIsNoImage) {
 
 TEST(RemoteImagesTest, StoresGiveImages) {
     const TempFolder folder;
-    std::ofstream(folder.path() / "a.png") << png(9, 7);
+    writeFile(folder.path() / "a.png", png(9, 7));
     const pex::PexSubFiles files(folder.url("parts"));
     ASSERT_TRUE(files.setData(Data(png(5, 6)), "../cover"));
     ASSERT_TRUE(files.setData(Data("no image"), "text"));

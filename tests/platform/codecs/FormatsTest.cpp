@@ -246,7 +246,7 @@ TEST(Bmp, LyingHeadersAreRefused) {
 
 TEST(Heif, SavesWithAndWithoutAlphaAndWithinABudget) {
     const TempFolder folder;
-    const auto photo = PexImage::make(photoLike(128, 96));
+    const auto photo = PexImage::make(photoLike(240, 180));
     const auto full = photo->heifData({.quality = 1.0, .useAlpha = true});
     ASSERT_TRUE(full);
     const auto ten = photo->heifData({.quality = 0.5, .useAlpha = false});
@@ -274,7 +274,7 @@ TEST(Heif, SavesWithAndWithoutAlphaAndWithinABudget) {
     const auto tiny = photo->heifDataWithin({.desiredSize = smallest - 1});
     ASSERT_TRUE(tiny);
     EXPECT_LT(static_cast<long long>(tiny->bytes.size()), smallest);
-    EXPECT_LT(tiny->size.width, 128);
+    EXPECT_LT(tiny->size.width, 240);
 }
 
 } // namespace

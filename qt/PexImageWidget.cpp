@@ -15,8 +15,8 @@ namespace pex {
 PexImageWidget::PexImageWidget(std::shared_ptr<PexImageView> view, QWidget* parent)
     : QWidget(parent), view_(std::move(view)) {
     if (!view_) view_ = PexImageView::make({.frame = {}});
-    // Asked for on any thread, and how often. Only on the main one, where the widget ends, is it known
-    // whether it still is.
+    // Requests may come from any thread. Only on the main thread, where the widget is destroyed, is it
+    // known whether it still exists.
     const auto isAsked = std::make_shared<std::atomic<bool>>(false);
     view_->setDisplayRequest([widget = QPointer<QWidget>(this), isAsked](const CGRect&) {
         if (isAsked->exchange(true)) return;

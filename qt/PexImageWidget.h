@@ -7,8 +7,8 @@
 
 namespace pex {
 
-/// A widget that shows a `PexImageView`, which fills it, in the pixels of the screen that it is on. Needs
-/// `connectToQt`.
+/// A widget filled by a `PexImageView`, drawn in the pixels of the widget's screen. `connectToQt` has to
+/// be called before.
 class PexImageWidget : public QWidget {
     Q_OBJECT
 

@@ -20,7 +20,7 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-/// An argument that has a scheme and names no file.
+/// Whether an argument is an address other than that of a file.
 std::optional<URL> addressOf(const std::string& item) {
     std::error_code ignored;
     if (std::filesystem::exists(item, ignored)) return std::nullopt;
@@ -29,7 +29,7 @@ std::optional<URL> addressOf(const std::string& item) {
                                                                                             : std::nullopt;
 }
 
-/// Decodes the picture no larger than it is wanted. On a background thread.
+/// Decodes the picture no larger than needed, on a background thread.
 Album::Ready makeReady(const std::shared_ptr<PexImage>& image, std::optional<CGSize> fit,
                        Clock::time_point start) {
     Album::Ready ready;
@@ -41,11 +41,11 @@ Album::Ready makeReady(const std::shared_ptr<PexImage>& image, std::optional<CGS
                              std::max(std::round(ready.size.height * scale), 1.0)};
         drawn = image->resize({.to = reduced});
     }
-    if (!drawn || !drawn->cgImage || !drawn->cgImage->pixels()) { // touched, so that it is decoded here
+    if (!drawn || !drawn->cgImage || !drawn->cgImage->pixels()) { // touching the pixels decodes them here
         ready.problem = "too large for the memory";
         return ready;
     }
-    // As many points as make a pixel of the picture one of the screen.
+    // So many points that a pixel of the picture is a pixel of the screen.
     ready.image =
         pex::NSImage::make(*drawn->cgImage, ready.size / pex::NSScreen::largestBackingScaleFactor());
     ready.milliseconds = std::chrono::duration<double, std::milli>(Clock::now() - start).count();
@@ -60,8 +60,8 @@ Album::Ready failed(std::string problem) {
     return ready;
 }
 
-/// Opens an item in the background and hands it, or the reason why not, to `done`; neither when it is not
-/// wanted any more.
+/// Opens an item in the background and hands it, or the reason why not, to `done`. Does not call it when
+/// the item is not wanted any more.
 void open(const std::string& item, const std::function<bool()>& wanted,
           const std::function<void(const std::shared_ptr<PexImage>&, const std::string& problem)>& done) {
     if (const std::optional<URL> url = addressOf(item)) {

@@ -20,7 +20,7 @@ class Album : public std::enable_shared_from_this<Album> {
         /// Null when there is none; then the reason.
         std::shared_ptr<pex::NSImage> image;
         std::string problem{};
-        /// Of the whole picture, in pixels.
+        /// The size of the whole picture, in pixels.
         pex::CGSize size{};
         double milliseconds = 0;
     };
@@ -34,13 +34,13 @@ class Album : public std::enable_shared_from_this<Album> {
     /// What the item is called: the file's name.
     std::string name(std::size_t index) const;
     bool isRemote(std::size_t index) const;
-    /// In pixels, of a local file, told from its header at once; absent when it cannot be.
+    /// The size in pixels of a local file, read from its header at once; absent when that fails.
     std::optional<pex::CGSize> sizeFromHeader(std::size_t index) const;
     /// What to show until a picture is there: the desktop's icon for files of this name.
     std::shared_ptr<pex::PexImage> placeholder(std::size_t index, double side) const;
 
-    /// Calls back with the picture, reduced to fit into so many pixels: at once where it was made before,
-    /// else when it has been loaded.
+    /// Calls back with the picture, reduced to fit into so many pixels: at once if it was made
+    /// before, else when it is loaded.
     void load(std::size_t index, pex::CGSize pixels, Receive receive);
     /// The same with all its pixels, which are not kept here.
     void loadWhole(std::size_t index, const Receive& receive);
@@ -49,7 +49,7 @@ class Album : public std::enable_shared_from_this<Album> {
 
   private:
     struct Kept;
-    /// Who wants a picture that is being loaded.
+    /// The callers who wait for a picture that is being loaded.
     struct Waiting {
         pex::CGSize pixels;
         Receive receive;
@@ -59,7 +59,7 @@ class Album : public std::enable_shared_from_this<Album> {
     std::function<bool()> stillWanted(std::size_t index) const;
 
     std::vector<std::string> items_;
-    /// The item asked for last; those farther than a neighbour from it are not loaded any more.
+    /// The item asked for last. Items that are not its neighbours are no longer loaded.
     std::shared_ptr<std::atomic<std::size_t>> wanted_ = std::make_shared<std::atomic<std::size_t>>(0);
     std::map<std::size_t, std::vector<Waiting>> waiting_;
     /// Reduced pictures, the least recently seen ones dropped.

@@ -17,14 +17,33 @@ std::int64_t squared(std::int64_t x) { return x * x; }
 
 int bitsOf(std::int64_t level) { return static_cast<int>(std::bit_width(static_cast<std::uint64_t>(level))); }
 
+} // namespace
+
 /// The best way to a place where a level stands, all before it being decided.
-struct Way {
-    std::int64_t cost;
+struct Trellis::Way {
+    Cost cost;
     int from;
     std::int16_t level;
 };
 
-} // namespace
+/// The best ways to all places up to one.
+struct Trellis::Ways {
+    std::array<Way, 64> to; // those of places in `open`
+    std::array<int, 64> open;
+    int count = 0;
+    std::array<Cost, 65> zeroed; // what it costs that all places below are 0
+
+    void add(int k, const Way& way) {
+        to[static_cast<std::size_t>(k)] = way;
+        open[static_cast<std::size_t>(count++)] = k;
+    }
+    const Way& at(int k) const { return to[static_cast<std::size_t>(k)]; }
+    /// Of the way to `from` and zeros from there up to `end`.
+    Cost costUpTo(int end, int from) const {
+        return at(from).cost + zeroed[static_cast<std::size_t>(end)] -
+               zeroed[static_cast<std::size_t>(from) + 1];
+    }
+};
 
 Trellis::Trellis(const QuantTable& table, const Rounding& rounding, const SymbolCodes& codes)
     : lift_(std::llround((rounding.roundUp - 0.5) * (1 << fractionBits))) {
@@ -44,57 +63,71 @@ Trellis::Cost Trellis::codeCost(int zeros, int size) const {
     return (zeros >> 4) * symbolCosts_[sixteenZeros] + symbolCosts_[symbol];
 }
 
+std::int64_t Trellis::quotient(std::int16_t coefficient, int k) const {
+    const auto magnitude = static_cast<std::int64_t>(std::abs(int{coefficient}));
+    return magnitude * inverse_[static_cast<std::size_t>(k)] >> (24 - fractionBits);
+}
+
 std::uint64_t Trellis::choose(const std::int16_t* coefficients, std::int16_t* levels) const {
-    std::array<Way, 64> ways;    // those of places in `open`
-    std::array<Cost, 65> zeroed; // what it costs that all places below are 0
-    std::array<int, 64> open;
-    int count = 0;
-    ways[0] = {0, -1, levels[0]};
-    open[static_cast<std::size_t>(count++)] = 0;
-    zeroed[1] = 0;
-    for (int k = 1; k < 64; ++k) {
-        const auto at = static_cast<std::size_t>(k);
-        const auto magnitude = static_cast<std::int64_t>(std::abs(int{coefficients[k]}));
-        const std::int64_t quotient = magnitude * inverse_[at] >> (24 - fractionBits);
-        zeroed[at + 1] = zeroed[at] + squared(quotient);
-        const std::int64_t lifted = quotient >= 1 << fractionBits ? quotient + lift_ : quotient;
-        const std::int64_t nearest = (lifted + (1 << (fractionBits - 1))) >> fractionBits;
-        if (nearest == 0) continue;
-        Way best{std::numeric_limits<Cost>::max(), 0, 0};
-        for (std::int64_t level = nearest; level >= std::max<std::int64_t>(1, nearest - 1); --level) {
-            const Cost error = squared(lifted - (level << fractionBits));
-            const int size = bitsOf(level);
-            for (int i = 0; i < count; ++i) {
-                const int from = open[static_cast<std::size_t>(i)];
-                const Cost cost = ways[static_cast<std::size_t>(from)].cost + zeroed[at] -
-                                  zeroed[static_cast<std::size_t>(from) + 1] + error +
-                                  codeCost(k - from - 1, size);
-                if (cost < best.cost) best = {cost, from, static_cast<std::int16_t>(level)};
-            }
-        }
-        ways[at] = best;
-        open[static_cast<std::size_t>(count++)] = k;
+    Ways ways;
+    ways.add(0, {0, -1, levels[0]});
+    ways.zeroed[1] = 0;
+    for (int k = 1; k < 64; ++k)
+        extend(ways, coefficients[k], k);
+    std::fill(levels + 1, levels + 64, std::int16_t{0});
+    std::uint64_t nonzero = levels[0] != 0 ? 1 : 0;
+    for (int k = cheapestEnd(ways); k > 0; k = ways.at(k).from) {
+        const std::int16_t level = ways.at(k).level;
+        levels[k] = coefficients[k] < 0 ? static_cast<std::int16_t>(-level) : level;
+        nonzero |= std::uint64_t{1} << k;
     }
+    return nonzero;
+}
+
+void Trellis::extend(Ways& ways, std::int16_t coefficient, int k) const {
+    const auto at = static_cast<std::size_t>(k);
+    const std::int64_t exact = quotient(coefficient, k);
+    ways.zeroed[at + 1] = ways.zeroed[at] + squared(exact);
+    const std::int64_t lifted = exact >= 1 << fractionBits ? exact + lift_ : exact;
+    const std::int64_t nearest = (lifted + (1 << (fractionBits - 1))) >> fractionBits;
+    if (nearest == 0) return;
+    Way best = cheapest(ways, k, lifted, nearest);
+    if (nearest > 1) {
+        const Way lower = cheapest(ways, k, lifted, nearest - 1);
+        if (lower.cost < best.cost) best = lower;
+    }
+    ways.add(k, best);
+}
+
+/// To a level at `k`.
+Trellis::Way Trellis::cheapest(const Ways& ways, int k, std::int64_t lifted, std::int64_t level) const {
+    const Cost error = squared(lifted - (level << fractionBits));
+    const int size = bitsOf(level);
+    Way best{std::numeric_limits<Cost>::max(), 0, static_cast<std::int16_t>(level)};
+    for (int i = 0; i < ways.count; ++i) {
+        const int from = ways.open[static_cast<std::size_t>(i)];
+        const Cost cost = ways.costUpTo(k, from) + error + codeCost(k - from - 1, size);
+        if (cost < best.cost) {
+            best.cost = cost;
+            best.from = from;
+        }
+    }
+    return best;
+}
+
+/// The last place of the best way through the whole block.
+int Trellis::cheapestEnd(const Ways& ways) const {
     int last = 0;
     Cost least = std::numeric_limits<Cost>::max();
-    for (int i = 0; i < count; ++i) {
-        const int from = open[static_cast<std::size_t>(i)];
-        const Cost rest = zeroed[64] - zeroed[static_cast<std::size_t>(from) + 1];
-        const Cost cost =
-            ways[static_cast<std::size_t>(from)].cost + rest + (from < 63 ? symbolCosts_[0] : 0);
+    for (int i = 0; i < ways.count; ++i) {
+        const int from = ways.open[static_cast<std::size_t>(i)];
+        const Cost cost = ways.costUpTo(64, from) + (from < 63 ? symbolCosts_[0] : 0);
         if (cost < least) {
             least = cost;
             last = from;
         }
     }
-    std::fill(levels + 1, levels + 64, std::int16_t{0});
-    std::uint64_t nonzero = levels[0] != 0 ? 1 : 0;
-    for (int k = last; k > 0; k = ways[static_cast<std::size_t>(k)].from) {
-        const std::int16_t level = ways[static_cast<std::size_t>(k)].level;
-        levels[k] = coefficients[k] < 0 ? static_cast<std::int16_t>(-level) : level;
-        nonzero |= std::uint64_t{1} << k;
-    }
-    return nonzero;
+    return last;
 }
 
 } // namespace pex::jpeg

@@ -20,9 +20,16 @@ class Trellis {
 
   private:
     using Cost = std::int64_t;
+    struct Way;
+    struct Ways;
 
     /// What a level of so many bits costs after so many zeros.
     Cost codeCost(int zeros, int size) const;
+    /// In 1/256.
+    std::int64_t quotient(std::int16_t coefficient, int k) const;
+    void extend(Ways& ways, std::int16_t coefficient, int k) const;
+    Way cheapest(const Ways& ways, int k, std::int64_t lifted, std::int64_t level) const;
+    int cheapestEnd(const Ways& ways) const;
 
     /// 2^24 / divisor: a magnitude times it is its quotient in 24 fraction bits.
     std::array<std::uint32_t, 64> inverse_;

@@ -45,7 +45,7 @@ constexpr Knot knots[] = {
 struct Step {
     double q, coarseness;
 };
-constexpr Step steps[] = {{1, 40},    {10, 7.2},   {30, 2.45},  {50, 1.36}, {70, 0.92},
+constexpr Step steps[] = {{1, 40},    {10, 7.2},   {30, 2.3},   {50, 1.36}, {70, 0.92},
                           {80, 0.65}, {90, 0.345}, {95, 0.185}, {98, 0.08}, {100, 0.02}};
 
 /// Below it rounding gets plainer, down to the nearest of whole values at quality 1.

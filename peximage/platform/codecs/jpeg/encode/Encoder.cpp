@@ -117,7 +117,7 @@ std::vector<std::uint8_t> Encoder::encode(const Quantisation& quantisation) cons
     const Scan whole = bestScan(quantisation, [](const Scan& scan) { return countsOf(scan); });
     std::vector<std::uint8_t> bytes = fileStart(header(quantisation), input_.metadata, input_.iccProfile);
     if (options_.progressive)
-        appendProgressiveScans(bytes, whole);
+        appendProgressiveScans(bytes, whole, options_.effort);
     else
         appendScan(bytes, whole);
     bytes.insert(bytes.end(), {0xFF, endOfImage});

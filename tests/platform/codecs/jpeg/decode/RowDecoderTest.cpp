@@ -41,11 +41,6 @@ Recipe progressive(const Script& script) {
     }};
 }
 
-struct Kind {
-    const char* what;
-    void (*settings)(Info&);
-};
-
 TEST(RowDecoderTest, DecodesAllSamplingsAndSizes) {
     for (const Sampling& sampling : samplings) {
         for (const bool isProgressive : {false, true}) {
@@ -57,11 +52,10 @@ TEST(RowDecoderTest, DecodesAllSamplingsAndSizes) {
                         jpeg_set_quality(&info, quality, TRUE);
                         if (isProgressive) jpeg_simple_progression(&info);
                     };
-                    const std::string what = std::to_string(&sampling - samplings) + ": " +
-                                             std::to_string(width) + 'x' + std::to_string(height) + " q" +
-                                             std::to_string(quality);
                     for (const auto& picture : {noise, extremes, smooth})
-                        expectSame(makeJpeg(width, height, {.settings = settings}, picture), what);
+                        expectSame(makeJpeg(width, height, {.settings = settings}, picture),
+                                   std::to_string(&sampling - samplings) + ": " + std::to_string(width) +
+                                       " wide, q" + std::to_string(quality));
                 }
             }
         }
@@ -69,7 +63,7 @@ TEST(RowDecoderTest, DecodesAllSamplingsAndSizes) {
 }
 
 TEST(RowDecoderTest, DecodesAllKindsFromSeveralPlacesAtOnce) {
-    const Kind kinds[] = {
+    const std::pair<const char*, void (*)(Info&)> kinds[] = {
         {"4:2:0", [](Info&) {}},
         {"4:4:4", [](Info& info) { info.comp_info[0].h_samp_factor = info.comp_info[0].v_samp_factor = 1; }},
         {"own tables", [](Info& info) { info.optimize_coding = TRUE; }},

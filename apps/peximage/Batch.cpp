@@ -3,9 +3,11 @@
 #include "Incomplete.h"
 #include "Interrupt.h"
 #include "Printable.h"
+#include "Text.h"
 #include "peximage/platform/foundation/Diagnostics.h"
 
 #include <algorithm>
+#include <array>
 #include <atomic>
 #include <iostream>
 #include <mutex>
@@ -42,6 +44,41 @@ class Progress {
     bool shown_;
 };
 
+/// The names by which programs know reasons: those of the library's codes.
+constexpr std::array reasonNames{
+    "failed",         "noSuchFile",    "isFolder",   "notRegularFile", "noPermission",  "tooManyOpenFiles",
+    "cannotRead",     "emptyFile",     "notAnImage", "missingModule",  "needsPassword", "damaged",
+    "overLimit",      "outOfMemory",   "noThread",   "diskFull",       "cannotWrite",   "cannotEncode",
+    "budgetTooSmall", "networkFailed", "timedOut",   "cancelled",      "badArgument",   "changedElsewhere"};
+
+nlohmann::ordered_json errorOf(const std::string& name, const Failure& failure) {
+    const auto code = static_cast<std::size_t>(failure.code);
+    return {{"file", name},
+            {"error",
+             {{"code", reasonNames[code < reasonNames.size() ? code : 0]}, {"message", failure.message}}}};
+}
+
+/// What became of all inputs together.
+struct Totals {
+    long long files = 0, before = 0, after = 0, leftOut = 0, failed = 0;
+
+    void add(const Result& result) {
+        files += result.files;
+        before += result.bytesBefore;
+        after += result.bytesAfter;
+        leftOut += result.leftOut ? 1 : 0;
+    }
+
+    /// "3 files  9 000 000 → 900 000 bytes  1 failed"
+    std::string line() const {
+        std::string text = grouped(files) + (files == 1 ? " file" : " files");
+        if (after > 0) text += "  " + (before > 0 ? grouped(before) + " → " : "") + grouped(after) + " bytes";
+        if (leftOut > 0) text += "  " + grouped(leftOut) + " left out";
+        if (failed > 0) text += "  " + grouped(failed) + " failed";
+        return text;
+    }
+};
+
 /// Collects outcomes and lets them out in the order of the inputs.
 class Report {
   public:
@@ -69,13 +106,15 @@ class Report {
             if (outcomes_[next_]) tell(next_);
         }
         if (settings_.json)
-            std::cout << jsonText(outcomes_.size() == 1 && !list_.empty() ? list_[0] : list_) << '\n';
+            std::cout << jsonText(list_) << '\n';
+        else if (settings_.totals && !settings_.quiet && outcomes_.size() > 1)
+            std::cout << totals_.line() << '\n';
         std::cout.flush();
         if (interrupted()) {
             std::cerr << "peximage: interrupted\n";
             return interruptedStatus();
         }
-        return failed_ || !std::cout ? someFailed : 0;
+        return totals_.failed > 0 || !std::cout ? someFailed : 0;
     }
 
   private:
@@ -83,38 +122,52 @@ class Report {
         for (const std::string& warning : outcomes_[index]->warnings)
             std::cerr << "peximage: " << printable(warning) << std::endl;
         Outcome& outcome = outcomes_[index]->outcome;
-        if (const auto* failure = std::get_if<Failure>(&outcome)) return complain(index, failure->message);
+        const std::string& name = settings_.inputs[index].name;
+        if (const auto* failure = std::get_if<Failure>(&outcome)) {
+            ++totals_.failed;
+            if (settings_.json) list_.push_back(withFileBytes(errorOf(name, *failure)));
+            return complain(name, failure->message);
+        }
         Result& result = std::get<Result>(outcome);
+        totals_.add(result);
+        totals_.failed += result.problems.empty() ? 0 : 1;
         for (const std::string& problem : result.problems)
-            complain(index, problem);
+            complain(name, problem);
+        tell(name, result);
+    }
+
+    void tell(const std::string& name, Result& result) {
         if (!settings_.quiet) {
             for (const std::string& note : result.notes)
-                std::cerr << "peximage: " << printable(settings_.inputs[index] + ": " + note) << std::endl;
+                complain(name, note);
         }
-        if (settings_.json)
+        if (settings_.json && result.json.is_array())
+            list_.insert(list_.end(), result.json.begin(), result.json.end());
+        else if (settings_.json)
             list_.push_back(withFileBytes(std::move(result.json)));
-        else if (!settings_.quiet)
+        else if (!settings_.quiet && !result.line.empty())
             std::cout << printableLines(result.line) << std::endl;
     }
 
-    void complain(std::size_t index, const std::string& message) {
-        std::cerr << "peximage: " << printable(settings_.inputs[index] + ": " + message) << std::endl;
-        failed_ = true;
+    static void complain(const std::string& name, const std::string& message) {
+        std::cerr << "peximage: " << printable(name + ": " + message) << std::endl;
     }
 
     const Settings& settings_;
     std::mutex mutex_;
     std::vector<std::optional<Told>> outcomes_;
     std::size_t next_ = 0, done_ = 0;
-    bool failed_ = false;
+    Totals totals_;
     nlohmann::ordered_json list_ = nlohmann::ordered_json::array();
     Progress progress_;
 };
 
 /// The outcome of one input, with what there is to warn of.
-Report::Told done(const std::function<Outcome(std::size_t)>& work, std::size_t index) {
+Report::Told done(const Settings& settings, const std::function<Outcome(std::size_t)>& work,
+                  std::size_t index) {
     incomplete::begin();
-    Outcome outcome = work(index);
+    const std::string& problem = settings.inputs[index].problem;
+    Outcome outcome = problem.empty() ? work(index) : Failure{problem, pex::ReasonCode::badArgument};
     return {std::move(outcome), incomplete::warnings()};
 }
 
@@ -134,7 +187,7 @@ int runBatch(const Settings& settings, const std::function<Outcome(std::size_t)>
     std::atomic<std::size_t> next{0};
     const auto workOff = [&] {
         for (std::size_t i = next++; i < count && !interrupted(); i = next++)
-            report.add(i, done(work, i));
+            report.add(i, done(settings, work, i));
     };
     const std::size_t wanted = settings.jobs > 0 ? static_cast<std::size_t>(settings.jobs)
                                                  : std::max(std::thread::hardware_concurrency(), 1U);

@@ -39,14 +39,16 @@ Outcome list(const Request& request) {
 Outcome get(const Request& request) {
     const auto image = open(request, forever)->retrieveImage(request.id);
     if (!image) return Failure{"no image " + request.id};
-    const auto destination = planDestinations({request.id}, request.writing.output, std::nullopt)[0];
-    return saveImage(request.id, image, destination, request.writing);
+    Settings one;
+    one.inputs = {inputNamed(request.id)};
+    const auto destination = planDestinations(one, request.writing.output, std::nullopt)[0];
+    return saveImage(one.inputs[0], image, destination, request.writing);
 }
 
 Outcome put(const Request& request) {
-    const auto opened = openImage(request.image);
+    const auto opened = openImage(inputNamed(request.image));
     if (const auto* failure = std::get_if<Failure>(&opened))
-        return Failure{request.image + ": " + failure->message};
+        return Failure{request.image + ": " + failure->message, failure->code};
     const auto cache = open(request, forever);
     if (!cache->storeNow(std::get<std::shared_ptr<pex::PexImage>>(opened), request.id))
         return Failure{"cannot store " + request.id};
@@ -70,7 +72,7 @@ CLI::App* addAction(CLI::App& command, const std::shared_ptr<Request>& request, 
     CLI::App* added = command.add_subcommand(name, help);
     addReportOptions(*added, request->settings);
     added->callback([request, action, &status] {
-        request->settings.inputs = {request->cache};
+        request->settings.inputs = {inputNamed(request->cache)};
         status = runBatch(request->settings, [&](std::size_t) { return action(*request); });
     });
     return added;
@@ -86,7 +88,7 @@ void addCache(CLI::App& program, int& status) {
         ->type_name("NAME");
     command->add_option("--mode", request->mode, "What it stores: png (default), or heif, which is JPEG")
         ->check(CLI::IsMember({"png", "heif"}))
-        ->type_name("MODE");
+        ->type_name("png|heif");
     command->require_subcommand(1);
     command->footer("Example: peximage cache Thumbnails put cover cover.jpg");
 
@@ -105,6 +107,6 @@ void addCache(CLI::App& program, int& status) {
     putting->add_option("file", request->image, "The image")->required()->type_name("FILE");
     add("clean", "Deletes what is old", clean)
         ->add_option("--days", request->days, "Older than so many days (default: 30)")
-        ->check(CLI::NonNegativeNumber)
+        ->check(wholeBetween(0, anyWhole))
         ->type_name("N");
 }

@@ -28,8 +28,8 @@ std::vector<std::string> missingPictures(const pex::PexCanvas& canvas) {
     return missing;
 }
 
-Outcome drawn(const std::string& file, const Destination& destination, const WritingOptions& writing) {
-    const auto bytes = pex::Data::contentsOf(pex::URL::fromPath(file));
+Outcome drawn(const Input& file, const Destination& destination, const WritingOptions& writing) {
+    const auto bytes = pex::Data::contentsOf(pex::URL::fromPath(file.path));
     if (!bytes) return libraryFailure("cannot be read");
     pex::DocumentError error;
     auto canvas =
@@ -48,11 +48,11 @@ Outcome drawn(const std::string& file, const Destination& destination, const Wri
     return outcome;
 }
 
-int run(const Request& request) {
-    const auto destinations = planResults(request.settings, request.writing);
-    return runBatch(request.settings, [&](std::size_t i) {
-        return drawn(request.settings.inputs[i], destinations[i], request.writing);
-    });
+int run(Request& request) {
+    return runWriting(request.settings, request.writing,
+                      [&](const Input& input, const Destination& destination) {
+                          return drawn(input, destination, request.writing);
+                      });
 }
 
 } // namespace

@@ -1,6 +1,7 @@
 #include "Batch.h"
 #include "Commands.h"
 #include "Files.h"
+#include "Inputs.h"
 #include "Options.h"
 #include "Printable.h"
 #include "Text.h"
@@ -38,13 +39,14 @@ std::shared_ptr<pex::PexImage> quarter(const pex::PexImage& image) {
     return image.resize({.to = {side(image.size.width), side(image.size.height)}});
 }
 
-Outcome describe(const std::string& file, const Request& request) {
+Outcome describe(const Input& file, const Request& request) {
     const auto opened = openImage(file);
     if (const auto* failure = std::get_if<Failure>(&opened)) return *failure;
     const auto image = std::get<std::shared_ptr<pex::PexImage>>(opened);
     const auto small = quarter(*image);
     const pex::NSColor average = pex::PexImageHelper::getAverageColorOfImage(small ? small : image);
-    Result result{printable(file) + "  " + hex(average), {{"file", file}, {"average", channels(average)}}};
+    Result result{printable(file.name) + "  " + hex(average),
+                  {{"file", file.name}, {"average", channels(average)}}};
     if (!request.grid) return result;
     const bool fits =
         small && request.grid->width <= small->size.width && request.grid->height <= small->size.height;
@@ -72,6 +74,7 @@ void addColors(CLI::App& program, int& status) {
               "a size; write 4x3", parsePixelSize, request->grid);
     command->footer("Example: peximage colors photo.jpg --grid 4x3");
     command->callback([request, &status] {
+        expandInputs(request->settings);
         status = runBatch(request->settings,
                           [&](std::size_t i) { return describe(request->settings.inputs[i], *request); });
     });

@@ -1,5 +1,7 @@
 #include "Batch.h"
 #include "Commands.h"
+#include "Files.h"
+#include "Inputs.h"
 #include "Options.h"
 #include "Printable.h"
 #include "peximage/composer/PexComposer.h"
@@ -101,7 +103,7 @@ Outcome replaceTexts(const ComposerOptions& options, const Document& document) {
 using Action = Outcome (*)(const ComposerOptions&, const Document&);
 
 int runAction(ComposerOptions& options, Action action) {
-    options.inputs = {options.document};
+    options.inputs = {inputNamed(options.document)};
     return runBatch(options, [&](std::size_t) -> Outcome {
         const Read read = readComposer(options);
         if (const auto* failure = std::get_if<Failure>(&read)) return *failure;

@@ -27,7 +27,7 @@ pex::CGRect centred(pex::CGSize whole, double ratio, double zoom) {
             pixels};
 }
 
-int crop(const Request& request) {
+int crop(Request& request) {
     const auto change = [&](const std::shared_ptr<pex::PexImage>& image) {
         return image->crop(
             {.to = request.rect ? *request.rect : centred(image->size, *request.ratio, request.zoom)});

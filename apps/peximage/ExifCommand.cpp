@@ -1,6 +1,7 @@
 #include "Batch.h"
 #include "Commands.h"
 #include "Files.h"
+#include "Inputs.h"
 #include "Options.h"
 #include "Photo.h"
 #include "Printable.h"
@@ -63,15 +64,16 @@ std::string degrees(double value) {
     return text;
 }
 
-Outcome describe(const std::string& file, const Request& request) {
-    const auto source = pex::CGImageSource::make(pex::URL::fromPath(file));
+Outcome describe(const Input& file, const Request& request) {
+    forgetReason();
+    const auto source = pex::CGImageSource::make(pex::URL::fromPath(file.path));
     if (!source) return libraryFailure("not an image");
-    pex::diagnostics::print(file + ": read " + grouped(static_cast<long long>(source->bytesRead())) +
+    pex::diagnostics::print(file.name + ": read " + grouped(static_cast<long long>(source->bytesRead())) +
                             " bytes");
     const pex::PropertyDictionary properties = source->copyProperties();
     pex::PexExif::BasicData data = pex::PexExif::basicData(properties);
     data.coordinates = signedPlace(properties);
-    Result result{printable(file), {{"file", file}}};
+    Result result{printable(file.name), {{"file", file.name}}};
     result.json.update(Json::parse(pex::encode(data)));
     if (data.shotDate) result.line += "  " + pex::localTimeText(*data.shotDate);
     if (data.coordinates.lat) result.line += "  lat " + degrees(*data.coordinates.lat);
@@ -91,6 +93,7 @@ void addExif(CLI::App& program, int& status) {
     command->add_flag("--all", request->all, "Every property that the files tell, too");
     command->footer("Example: peximage exif --all photo.jpg");
     command->callback([request, &status] {
+        expandInputs(request->settings);
         status = runBatch(request->settings,
                           [&](std::size_t i) { return describe(request->settings.inputs[i], *request); });
     });

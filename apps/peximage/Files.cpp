@@ -6,40 +6,32 @@
 #include "peximage/platform/codecs/CGImageSource.h"
 #include "peximage/platform/foundation/Reason.h"
 
-#include <set>
+#include <algorithm>
+#include <cerrno>
+#include <cstdio>
+#include <map>
 #include <system_error>
 
 namespace fs = std::filesystem;
 
 namespace {
 
-pex::ImageFormat formatNamed(const std::string& extension, const std::string& where) {
-    const auto format = pex::imageFormatForExtension(extension);
-    if (format && pex::CGImageDestination::writes(*format)) return *format;
-    const std::string what = format ? std::string(pex::displayName(*format)) + " cannot be written"
-                                    : "unknown format '" + extension + "'";
-    throw UsageError{where + ": " + what + "; formats are " + writableExtensions()};
-}
-
-/// As the input's extension says; one that says nothing is told from its bytes. PNG for a format that is only
-/// read.
-pex::ImageFormat formatOfInput(const fs::path& input) {
-    const std::string extension = input.extension().string();
+/// As the input's extension says; one that says nothing is told from its bytes, and what is no picture fails
+/// as that later.
+pex::ImageFormat formatOfInput(const Input& input) {
+    const std::string extension = input.place.extension().string();
     std::optional<pex::ImageFormat> format;
     if (extension.size() > 1) format = pex::imageFormatForExtension(extension.substr(1));
-    if (!format) format = pex::CGImageSource::formatOf(pex::URL::fromPath(input.string()));
-    if (!format) return pex::ImageFormat::jpeg;
-    return pex::CGImageDestination::writes(*format) ? *format : pex::ImageFormat::png;
+    if (!format) format = pex::CGImageSource::formatOf(pex::URL::fromPath(input.path));
+    return format.value_or(pex::ImageFormat::jpeg);
 }
 
-fs::path nameInFolder(const fs::path& input, pex::ImageFormat format) {
-    const std::string extension = input.extension().string();
+fs::path placeFor(const fs::path& place, pex::ImageFormat format) {
+    const std::string extension = place.extension().string();
     const bool keeps = extension.size() > 1 && pex::imageFormatForExtension(extension.substr(1)) == format;
-    if (keeps) return input.filename();
-    for (const auto& names : pex::imageFormats) {
-        if (names.format == format) return input.stem().string() + '.' + std::string(names.extensions[0]);
-    }
-    return input.filename();
+    const auto names = std::ranges::find(pex::imageFormats, format, &pex::ImageFormatNames::format);
+    if (keeps || names == pex::imageFormats.end()) return place;
+    return place.parent_path() / (place.stem().string() + '.' + std::string(names->extensions[0]));
 }
 
 bool isFolder(const std::string& output) {
@@ -49,54 +41,87 @@ bool isFolder(const std::string& output) {
 
 pex::ImageFormat formatOfOutput(const std::string& output, const std::optional<std::string>& format) {
     const std::string extension = fs::path(output).extension().string();
-    if (extension.size() <= 1 && format) return formatNamed(*format, "--format");
+    if (extension.size() <= 1 && format) return writableFormat(*format, "--format");
     if (extension.size() <= 1)
         throw UsageError{output +
                          " has no extension that tells a format; give it one, or --format, or write " +
                          output + "/ for a folder"};
-    const pex::ImageFormat byName = formatNamed(extension.substr(1), output);
-    if (format && formatNamed(*format, "--format") != byName)
+    const pex::ImageFormat byName = writableFormat(extension.substr(1), output);
+    if (format && writableFormat(*format, "--format") != byName)
         throw UsageError{"--format " + *format + " does not go with the output " + output};
     return byName;
 }
 
-} // namespace
+std::vector<Destination> standardOutput(const Settings& settings, const std::optional<std::string>& format) {
+    if (!format) throw UsageError{"-o - writes to standard output and needs --format"};
+    if (settings.intoFolder || settings.json)
+        throw UsageError{settings.json ? "--json does not go with -o -, which prints the picture"
+                                       : "-o - takes one input"};
+    return {{"-", writableFormat(*format, "--format")}};
+}
 
-std::vector<Destination> planDestinations(const std::vector<std::string>& inputs, const std::string& output,
-                                          const std::optional<std::string>& format) {
-    if (inputs.size() == 1 && !isFolder(output) && !isFolder(inputs[0]))
-        return {{output, formatOfOutput(output, format)}};
+std::vector<Destination> inFolder(Settings& settings, const fs::path& folder,
+                                  const std::optional<std::string>& format) {
     std::vector<Destination> destinations;
-    std::set<fs::path> taken;
-    for (const fs::path input : inputs) {
-        const pex::ImageFormat target = format ? formatNamed(*format, "--format") : formatOfInput(input);
-        Destination destination{output / nameInFolder(input, target), target};
-        if (!taken.insert(destination.path).second)
-            throw UsageError{"two inputs would both be written to " + destination.path.string()};
+    std::map<fs::path, std::string> taken;
+    for (Input& input : settings.inputs) {
+        const pex::ImageFormat target = format ? writableFormat(*format, "--format") : formatOfInput(input);
+        if (input.problem.empty() && !pex::CGImageDestination::writes(target))
+            input.problem = std::string(pex::displayName(target)) +
+                            " cannot be written; choose another format with --format";
+        Destination destination{folder / placeFor(input.place, target), target};
+        const auto [other, isNew] = taken.emplace(destination.path, input.name);
+        if (!isNew && input.problem.empty())
+            throw UsageError{other->second + " and " + input.name + " would both be written to " +
+                             destination.path.string() + "; -r keeps the files of different folders apart"};
         destinations.push_back(std::move(destination));
     }
     return destinations;
 }
 
+} // namespace
+
+pex::ImageFormat writableFormat(const std::string& extension, const std::string& where) {
+    const auto format = pex::imageFormatForExtension(extension);
+    if (format && pex::CGImageDestination::writes(*format)) return *format;
+    const std::string what = format ? std::string(pex::displayName(*format)) + " cannot be written"
+                                    : "unknown format '" + extension + "'";
+    throw UsageError{where + ": " + what + "; formats are " + writableExtensions(", ")};
+}
+
+std::vector<Destination> planDestinations(Settings& settings, const std::string& output,
+                                          const std::optional<std::string>& format) {
+    if (output == "-") return standardOutput(settings, format);
+    if (!settings.intoFolder && !isFolder(output)) return {{output, formatOfOutput(output, format)}};
+    return inFolder(settings, output, format);
+}
+
 Failure libraryFailure(const std::string& otherwise) {
     const pex::Reason& reason = pex::lastReason();
     if (reason.code == pex::ReasonCode::overLimit)
-        return {reason.message + "; --limit-pixels and --limit-bytes set the limits"};
-    return {reason ? reason.message : otherwise};
+        return {reason.message + "; --limit-pixels and --limit-bytes set the limits", reason.code};
+    return {reason ? reason.message : otherwise, reason.code};
 }
 
 void forgetReason() { pex::giveReason(pex::ReasonCode::none, {}); }
 
-std::variant<std::shared_ptr<pex::PexImage>, Failure> openImage(const std::string& path) {
+std::variant<std::shared_ptr<pex::PexImage>, Failure> openImage(const Input& input) {
     forgetReason();
-    if (auto image = pex::PexImage::make({.fastUrl = pex::URL::fromPath(path)})) {
-        incomplete::addOpened(path, image);
+    if (auto image = pex::PexImage::make({.fastUrl = pex::URL::fromPath(input.path)})) {
+        incomplete::addOpened(input, image);
         return image;
     }
     return libraryFailure("not an image");
 }
 
 std::optional<Failure> writeFile(const fs::path& path, const pex::Data& bytes) {
-    if (bytes.write(pex::URL::fromPath(path.string()), pex::Data::Writing::atomically)) return std::nullopt;
-    return Failure{"cannot write " + path.string() + ": " + pex::lastReason().message};
+    if (path == "-") {
+        const bool written = std::fwrite(bytes.data(), 1, bytes.size(), stdout) == bytes.size();
+        if (written && std::fflush(stdout) == 0) return std::nullopt;
+        pex::giveWritingReason(errno);
+    } else if (bytes.write(pex::URL::fromPath(path.string()), pex::Data::Writing::atomically)) {
+        return std::nullopt;
+    }
+    const std::string where = path == "-" ? "to standard output" : path.string();
+    return Failure{"cannot write " + where + ": " + pex::lastReason().message, pex::lastReason().code};
 }

@@ -11,7 +11,6 @@
 
 namespace {
 
-using Image = std::shared_ptr<pex::PexImage>;
 using BitmapStep = std::function<Image(const Image&)>;
 using GraphStep = std::function<std::optional<pex::CIImage>(const pex::CIImage&)>;
 using Step = std::variant<BitmapStep, GraphStep>;
@@ -150,7 +149,7 @@ Image filtered(Image image, const std::vector<Step>& steps) {
     return compute() ? image : nullptr;
 }
 
-int filter(const Request& request) {
+int filter(Request& request) {
     if (request.steps.empty()) throw UsageError{"give one filter at least"};
     const auto change = [&](const Image& image) { return filtered(image, request.steps); };
     return runChanging(request.settings, request.writing, change, "cannot be filtered");

@@ -9,7 +9,7 @@ namespace fs = std::filesystem;
 namespace {
 
 struct Work {
-    std::vector<std::pair<std::string, std::weak_ptr<pex::PexImage>>> opened;
+    std::vector<std::pair<Input, std::weak_ptr<pex::PexImage>>> opened;
     std::vector<std::string> warnings;
 };
 
@@ -31,19 +31,19 @@ std::string shortcomingOf(const pex::PexImage& image) {
 
 void incomplete::begin() { work() = {}; }
 
-void incomplete::addOpened(const std::string& file, const std::shared_ptr<pex::PexImage>& image) {
-    work().opened.emplace_back(file, image);
+void incomplete::addOpened(const Input& input, const std::shared_ptr<pex::PexImage>& image) {
+    work().opened.emplace_back(input, image);
 }
 
 std::optional<Failure> incomplete::check(const fs::path& destination, bool force) {
-    for (const auto& [file, opened] : work().opened) {
+    for (const auto& [input, opened] : work().opened) {
         const std::shared_ptr<pex::PexImage> image = opened.lock();
         const std::string shortcoming = image ? shortcomingOf(*image) : std::string();
         if (shortcoming.empty()) continue;
         std::error_code ignored;
-        if (!force && fs::equivalent(file, destination, ignored))
+        if (!force && fs::equivalent(input.path, destination, ignored))
             return Failure{shortcoming + "; --force puts the result in its place all the same"};
-        std::string line = file + ": " + shortcoming;
+        std::string line = input.name + ": " + shortcoming;
         auto& lines = work().warnings;
         if (std::find(lines.begin(), lines.end(), line) == lines.end()) lines.push_back(std::move(line));
     }

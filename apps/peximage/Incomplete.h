@@ -15,7 +15,7 @@ namespace incomplete {
 
 /// Forgets the work before.
 void begin();
-void addOpened(const std::string& file, const std::shared_ptr<pex::PexImage>& image);
+void addOpened(const Input& input, const std::shared_ptr<pex::PexImage>& image);
 
 /// Looks at what was opened, now that a result was made of it. A failure when the result would replace an
 /// input that is not whole.

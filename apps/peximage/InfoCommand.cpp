@@ -1,6 +1,7 @@
 #include "Batch.h"
 #include "Commands.h"
 #include "Files.h"
+#include "Inputs.h"
 #include "Options.h"
 #include "Photo.h"
 #include "Printable.h"
@@ -23,11 +24,22 @@ std::string decimalsIfNeeded(double value) {
     return text;
 }
 
+/// "+02:00", as the photo states it; empty where it does not.
+std::string zoneOf(const pex::PropertyDictionary& properties) {
+    const std::string* zone =
+        properties.dictionary(pex::kCGImagePropertyExifDictionary).text("OffsetTimeOriginal");
+    const bool isZone = zone && zone->size() == 6 && ((*zone)[0] == '+' || (*zone)[0] == '-') &&
+                        (*zone)[3] == ':' && zone->find_first_not_of("0123456789:", 1) == std::string::npos;
+    return isZone ? *zone : std::string();
+}
+
 /// When and where it was taken.
 void addShot(Result& result, const pex::PropertyDictionary& properties) {
     if (const auto date = pex::PexImageHelper::getShotDateFromExif(properties)) {
-        result.line += "  " + pex::localTimeText(*date);
-        result.json["shotDate"] = pex::localTimeText(*date);
+        std::string text = pex::localTimeText(*date);
+        result.line += "  " + text;
+        text[text.find(' ')] = 'T';
+        result.json["shotDate"] = text + zoneOf(properties);
     }
     const auto place = signedPlace(properties);
     const auto addDegrees = [&](const char* name, std::optional<double> degrees) {
@@ -39,11 +51,12 @@ void addShot(Result& result, const pex::PropertyDictionary& properties) {
     addDegrees("lon", place.lon);
 }
 
-Outcome describe(const std::string& file) {
-    auto source = pex::CGImageSource::make(pex::URL::fromPath(file));
+Outcome describe(const Input& file) {
+    forgetReason();
+    auto source = pex::CGImageSource::make(pex::URL::fromPath(file.path));
     if (!source) return libraryFailure("not an image");
     const bool incomplete = source->isIncomplete();
-    pex::diagnostics::print(file + ": read " + grouped(static_cast<long long>(source->bytesRead())) +
+    pex::diagnostics::print(file.name + ": read " + grouped(static_cast<long long>(source->bytesRead())) +
                             " bytes");
     const pex::ImageProperties& properties = source->properties();
     const pex::CGSize size = uprightSize(properties);
@@ -51,8 +64,8 @@ Outcome describe(const std::string& file) {
     const std::string ratio = pex::PexImageHelper::getReadableRatio(size);
 
     Result result;
-    result.line = printable(file) + "  " + format + "  " + pixelSize(size) + "  " + ratio;
-    result.json = {{"file", file},
+    result.line = printable(file.name) + "  " + format + "  " + pixelSize(size) + "  " + ratio;
+    result.json = {{"file", file.name},
                    {"format", format},
                    {"width", std::llround(size.width)},
                    {"height", std::llround(size.height)},
@@ -61,6 +74,10 @@ Outcome describe(const std::string& file) {
         result.line += "  " + decimalsIfNeeded(*properties.dpiWidth) + " dpi";
         result.json["dpi"] = std::round(*properties.dpiWidth * 100) / 100;
     }
+    result.json["bits"] = properties.depth;
+    result.json["pages"] = properties.pages;
+    if (properties.depth != 8) result.line += "  " + std::to_string(properties.depth) + " bits";
+    if (properties.pages > 1) result.line += "  " + std::to_string(properties.pages) + " pages";
     result.line += properties.hasAlpha ? "  alpha" : "";
     result.json["alpha"] = properties.hasAlpha;
     if (properties.profileName) {
@@ -86,6 +103,7 @@ void addInfo(CLI::App& program, int& status) {
     addCommonOptions(*command, *settings);
     command->footer("Example: peximage info --json photo.jpg");
     command->callback([settings, &status] {
+        expandInputs(*settings);
         status = runBatch(*settings, [&](std::size_t i) { return describe(settings->inputs[i]); });
     });
 }

@@ -3,8 +3,6 @@
 
 namespace {
 
-using Image = std::shared_ptr<pex::PexImage>;
-
 struct Request {
     Settings settings;
     WritingOptions writing;
@@ -12,12 +10,12 @@ struct Request {
     std::string scale = "min";
 };
 
-Outcome joined(const Request& request, const Destination& destination) {
+Outcome joined(const std::vector<Input>& inputs, const Request& request, const Destination& destination) {
     std::vector<Image> images;
-    for (const std::string& input : request.settings.inputs) {
+    for (const Input& input : inputs) {
         const auto opened = openImage(input);
         if (const auto* failure = std::get_if<Failure>(&opened))
-            return Failure{input + ": " + failure->message};
+            return Failure{input.name + ": " + failure->message, failure->code};
         images.push_back(std::get<Image>(opened));
     }
     using Joining = pex::PexImage;
@@ -27,16 +25,19 @@ Outcome joined(const Request& request, const Destination& destination) {
                                                     : Joining::JoinOrientation::horizontal,
                     .scaleMode = request.scale == "max" ? Joining::ScaleMode::max : Joining::ScaleMode::min});
     if (!result->cgImage) return Failure{"cannot be made that large"};
-    const std::string& first = request.settings.inputs[0];
-    return saveImage(first, result, destination, request.writing, originOf(first, request.writing));
+    return saveImage(inputs[0], result, destination, request.writing,
+                     originOf(inputs[0].path, request.writing));
 }
 
-int join(const Request& request) {
-    if (request.settings.inputs.size() != 2) throw UsageError{"join takes two images"};
-    Settings one = request.settings;
-    one.inputs.resize(1);
-    const std::vector<Destination> destinations = planResults(one, request.writing);
-    return runBatch(one, [&](std::size_t i) { return joined(request, destinations[i]); });
+int join(Request& request) {
+    expandInputs(request.settings);
+    const std::vector<Input> both = request.settings.inputs;
+    if (both.size() != 2) throw UsageError{"join takes two images"};
+    request.settings.inputs.resize(1);
+    request.settings.intoFolder = false;
+    return runWriting(request.settings, request.writing, [&](const Input&, const Destination& destination) {
+        return joined(both, request, destination);
+    });
 }
 
 } // namespace

@@ -14,8 +14,6 @@ struct Request {
     std::string by = "luminance";
 };
 
-using Image = std::shared_ptr<pex::PexImage>;
-
 /// The image's colours with no alpha, so that a new one can be laid over them.
 Image withoutAlpha(const Image& image) {
     if (!image->cgImage || !pex::hasAlpha(image->cgImage->layout())) return image;
@@ -30,18 +28,17 @@ Image withoutAlpha(const Image& image) {
     return opaque ? pex::PexImage::make(*opaque) : image;
 }
 
-int key(const Request& request) {
+int key(Request& request) {
     const pex::PexImage::KeyColor keyed{*request.color, request.tolerance};
     const auto change = [&](const Image& image) { return image->key(keyed); };
     return runChanging(request.settings, request.writing, change, "cannot be decoded");
 }
 
-int mask(Request request) {
-    if (request.settings.inputs.size() < 2) throw UsageError{"mask takes images, and a mask last"};
-    const std::string file = request.settings.inputs.back();
-    request.settings.inputs.pop_back();
+int mask(Request& request) {
+    const Input file = takeLast(request.settings, "mask takes images, and a mask last");
     const auto opened = openImage(file);
-    if (const auto* failure = std::get_if<Failure>(&opened)) throw UsageError{file + ": " + failure->message};
+    if (const auto* failure = std::get_if<Failure>(&opened))
+        throw UsageError{file.name + ": " + failure->message};
     const Image mask = std::get<Image>(opened);
     const auto change = [&](const Image& opened) -> Image {
         const Image image = withoutAlpha(pixelsAlone(opened));
@@ -80,7 +77,7 @@ void addMask(CLI::App& program, int& status) {
     request->writing.wantsAlpha = true;
     command->add_option("--by", request->by, "What of the mask counts: luminance (default) or alpha")
         ->check(CLI::IsMember({"luminance", "alpha"}))
-        ->type_name("WHAT");
+        ->type_name("luminance|alpha");
     command->footer("Example: peximage mask photo.jpg vignette.png -o soft.png");
     command->callback([request, &status] { status = mask(*request); });
 }

@@ -2,17 +2,26 @@
 
 #include "Text.h"
 #include "peximage/platform/codecs/ImageLimits.h"
+#include "peximage/platform/foundation/Threads.h"
 
 #include <charconv>
-#include <cmath>
 #include <map>
 #include <sstream>
 
 namespace {
 
+/// The number that the whole text is.
+template <class T>
+std::optional<T> wholeText(const std::string& text) {
+    T number{};
+    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
+    const bool isNumber = error == std::errc() && end == text.data() + text.size();
+    return isNumber ? std::optional(number) : std::nullopt;
+}
+
 long long byteSize(const std::string& text) {
     if (const auto size = parseByteSize(text)) return *size;
-    throw CLI::ValidationError("'" + text + "' is no size; write 300000, 300KB, 300KiB or 1.5MB");
+    throw CLI::ValidationError("'" + text + "' is no size; write 300000, 300K, 300KB, 300KiB or 1.5MB");
 }
 
 /// In force from then on, for the whole program.
@@ -28,7 +37,7 @@ void addLimits(CLI::App& command) {
         .add_option_function<std::int64_t>(
             "--limit-pixels", [](std::int64_t pixels) { setLimit(&pex::ImageLimits::maxPixels, pixels); },
             "The most pixels that an image may have (default: 268435456)")
-        ->check(CLI::PositiveNumber)
+        ->check(wholeBetween(1, std::numeric_limits<std::int64_t>::max()))
         ->type_name("N");
     const auto bytes = [](const std::string& text) {
         setLimit(&pex::ImageLimits::maxSourceBytes, static_cast<std::size_t>(byteSize(text)));
@@ -64,30 +73,70 @@ void addJpegOptions(CLI::App& command, pex::JpegOptions& options) {
 } // namespace
 
 void addReportOptions(CLI::App& command, Settings& settings) {
-    const auto json = command.add_flag("--json", settings.json, "Print one JSON value instead of lines");
+    const auto json = command.add_flag("--json", settings.json, "Print one JSON list instead of lines");
     command.add_flag("-q,--quiet", settings.quiet, "Print nothing but errors")->excludes(json);
     command.add_flag("-v,--verbose", settings.verbose, "Print what the library does, on standard error");
     addLimits(command);
 }
 
-void addCommonOptions(CLI::App& command, Settings& settings) {
-    command.add_option("input", settings.inputs, "Image files")->required()->type_name("FILE…");
-    addReportOptions(command, settings);
+void addWorkOptions(CLI::App& command, Settings& settings) {
+    constexpr int most = 1024;
     command.add_option("-j,--jobs", settings.jobs, "Work on so many inputs at once (default: one a core)")
-        ->check(CLI::Range(1, 1024))
+        ->check(wholeBetween(1, most))
         ->type_name("N");
+    command
+        .add_option_function<int>("--threads", pex::setThreadCount,
+                                  "Use so many threads for one input (default: one a core)")
+        ->check(wholeBetween(1, most))
+        ->type_name("N");
+}
+
+void addCommonOptions(CLI::App& command, Settings& settings) {
+    command.add_option("input", settings.arguments, "Files, folders, patterns, or - for standard input")
+        ->type_name("INPUT…");
+    command.add_flag("-r,--recursive", settings.recursive,
+                     "Folders with all below them; results keep their places there");
+    const auto list =
+        command.add_option("--files-from", settings.filesFrom, "More inputs: a file of names, one a line")
+            ->type_name("FILE");
+    command.add_flag("-0,--null", settings.endedByNul, "Names in that file end with NUL")->needs(list);
+    addReportOptions(command, settings);
+    addWorkOptions(command, settings);
 }
 
 std::function<std::string(const std::string&)> numberBetween(double least, double most) {
     return [=](const std::string& text) {
-        double number = std::nan("");
-        const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
-        const bool whole = error == std::errc() && end == text.data() + text.size();
-        if (whole && number >= least && number <= most) return std::string();
+        const std::optional<double> number = wholeText<double>(text);
+        if (number && *number >= least && *number <= most) return std::string();
         std::ostringstream range;
         range << "'" << text << "' is not between " << least << " and " << most;
         return range.str();
     };
+}
+
+std::function<std::string(const std::string&)> wholeBetween(std::int64_t least, std::int64_t most) {
+    return [=](const std::string& text) {
+        const auto number = wholeText<std::int64_t>(text);
+        if (number && *number >= least && *number <= most) return std::string();
+        const std::string range = most >= anyWhole
+                                      ? " from " + std::to_string(least) + " on"
+                                      : " between " + std::to_string(least) + " and " + std::to_string(most);
+        return "'" + text + "' is no whole number" + range;
+    };
+}
+
+std::string checkQuality(const std::string& text) {
+    const std::string wrong = numberBetween(0, 1)(text);
+    const std::optional<int> percent = wrong.empty() ? std::nullopt : wholeText<int>(text);
+    if (!percent || *percent < 2 || *percent > 100) return wrong;
+    std::ostringstream hint;
+    hint << wrong << "; write " << *percent / 100.;
+    return hint.str();
+}
+
+CLI::Option* addPixels(CLI::App& command, const std::string& name, std::optional<int>& target,
+                       const std::string& help) {
+    return addParsed(command, name, "N", help, "a number of pixels; write 2000", parsePixels, target);
 }
 
 CLI::Option* addByteSize(CLI::App& command, const std::string& name, std::optional<long long>& target,
@@ -96,23 +145,40 @@ CLI::Option* addByteSize(CLI::App& command, const std::string& name, std::option
     return command.add_option_function<std::string>(name, parse, help)->type_name("SIZE");
 }
 
+void addRunOptions(CLI::App& command, WritingOptions& options) {
+    command.add_flag("--dry-run", options.dryRun, "Say what would be written, and write nothing");
+    command.add_flag("--skip-existing", options.skipExisting,
+                     "Leave out what is there and not older than its input");
+}
+
 void addWritingOptions(CLI::App& command, WritingOptions& options, QualityOption quality) {
     constexpr int maxDpi = 65535; // what a JPEG can hold
-    command.add_option("-o,--output", options.output, "Result; with several inputs a folder")
+    command
+        .add_option("-o,--output", options.output,
+                    "Result; with several inputs a folder; - for standard output")
         ->required()
         ->type_name("OUT");
-    command.add_option("--format", options.format, "Format of the results in a folder: jpg or png")
-        ->type_name("F");
+    command.add_option("--format", options.format, "Format of results whose names tell none")
+        ->type_name(writableExtensions("|"));
+    addRunOptions(command, options);
     command.add_option("--dpi", options.dpi, "Resolution to write into the result")
-        ->check(CLI::Range(1, maxDpi))
+        ->check(wholeBetween(1, maxDpi))
         ->type_name("N");
     command.add_flag("--force", options.force, "Replace even an input of which something is missing");
-    const auto bytes =
-        addByteSize(command, "--max-bytes", options.maxBytes, "The most that a JPEG may take: 300KB, 1.5MB");
+    const auto bytes = addByteSize(command, "--max-bytes", options.maxBytes,
+                                   "The most that a JPEG, HEIF, AVIF or WebP may take: 300KB, 1.5MB");
+    command
+        .add_option("--min-quality", options.minQuality,
+                    "Within --max-bytes: rather make the picture smaller than go below (default 0.3)")
+        ->check(checkQuality)
+        ->needs(bytes)
+        ->type_name("Q");
     addJpegOptions(command, options.jpeg);
     if (quality == QualityOption::no) return;
-    command.add_option("--quality", options.quality, "Quality of a JPEG, 0 to 1 (default 0.9)")
-        ->check(numberBetween(0, 1))
+    command
+        .add_option("--quality", options.quality,
+                    "Quality of a JPEG, HEIF, AVIF or WebP, 0 to 1 (default 0.9)")
+        ->check(checkQuality)
         ->excludes(bytes)
         ->type_name("Q");
 }

@@ -6,7 +6,9 @@
 
 #include <CLI/CLI.hpp>
 
+#include <cstdint>
 #include <functional>
+#include <limits>
 #include <memory>
 #include <optional>
 #include <string>
@@ -16,6 +18,8 @@
 void addReportOptions(CLI::App& command, Settings& settings);
 /// INPUT… and what every command understands.
 void addCommonOptions(CLI::App& command, Settings& settings);
+/// -j and --threads.
+void addWorkOptions(CLI::App& command, Settings& settings);
 
 /// What of the metadata goes over to a result.
 enum class MetadataChoice { keep, noLocation, none };
@@ -27,7 +31,11 @@ struct WritingOptions {
     std::optional<double> quality;
     std::optional<int> dpi;
     std::optional<long long> maxBytes;
-    bool force = false; // an input of which something is missing may be replaced
+    /// Within a byte budget: rather than going below, the picture becomes smaller.
+    double minQuality = 0.3;
+    bool dryRun = false;       // nothing is written
+    bool skipExisting = false; // nor is what is there and not older than its input
+    bool force = false;        // an input of which something is missing may be replaced
     pex::JpegOptions jpeg;
     MetadataChoice metadata = MetadataChoice::keep;
     bool keepTime = false;
@@ -37,14 +45,27 @@ struct WritingOptions {
 
 enum class QualityOption { yes, no };
 
+/// Adds --dry-run and --skip-existing.
+void addRunOptions(CLI::App& command, WritingOptions& options);
+
 /// Adds -o, --format, --dpi, --max-bytes, how a JPEG is made and, where it makes sense, --quality.
 void addWritingOptions(CLI::App& command, WritingOptions& options, QualityOption quality);
 
 /// Adds --metadata and --keep-time, for commands whose results are made of a photo.
 void addMetadataOptions(CLI::App& command, WritingOptions& options);
 
-/// A check of an option's number; unlike the ready-made one it also refuses what is not a number.
+/// Checks of an option's number that name the range, where it says something; they also refuse what is no
+/// number.
 std::function<std::string(const std::string&)> numberBetween(double least, double most);
+std::function<std::string(const std::string&)> wholeBetween(std::int64_t least, std::int64_t most);
+/// 0 to 1, with a hint for those who count to 100.
+std::string checkQuality(const std::string& text);
+/// No bound: as many as there are.
+inline constexpr int anyWhole = std::numeric_limits<int>::max();
+
+/// A number of pixels as an option: "2000" or "2000px".
+CLI::Option* addPixels(CLI::App& command, const std::string& name, std::optional<int>& target,
+                       const std::string& help);
 
 /// A size with a unit, as an option.
 CLI::Option* addByteSize(CLI::App& command, const std::string& name, std::optional<long long>& target,

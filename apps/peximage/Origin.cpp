@@ -54,7 +54,11 @@ Origin originOf(const pex::CGImageSource& source, const WritingOptions& options)
 
 Origin originOf(const std::string& file, const WritingOptions& options) {
     const auto source = pex::CGImageSource::make(pex::URL::fromPath(file));
-    Origin origin = source ? originOf(*source, options) : Origin();
+    return source ? originOf(file, *source, options) : Origin();
+}
+
+Origin originOf(const std::string& file, const pex::CGImageSource& source, const WritingOptions& options) {
+    Origin origin = originOf(source, options);
     std::error_code error;
     const auto time = fs::last_write_time(file, error);
     if (options.keepTime && !error) origin.time = time;

@@ -20,6 +20,8 @@ struct Origin {
 
 /// As the options want it; reads the file's header.
 Origin originOf(const std::string& file, const WritingOptions& options);
+/// The same of a file whose header is read already.
+Origin originOf(const std::string& file, const pex::CGImageSource& source, const WritingOptions& options);
 /// The same, without a time.
 Origin originOf(const pex::CGImageSource& source, const WritingOptions& options);
 

@@ -1,21 +1,20 @@
 #include "Commands.h"
 #include "Printable.h"
 #include "Saving.h"
+#include "Text.h"
 #include "peximage/platform/codecs/ImageLimits.h"
 #include "peximage/platform/raster/CGContext.h"
 #include "peximage/platform/toolkit/NSPDFImageRep.h"
 
-#include <filesystem>
 #include <iostream>
 #include <mutex>
-
-namespace fs = std::filesystem;
 
 namespace {
 
 struct Request {
     Settings settings;
     WritingOptions writing;
+    std::string document;
     int dpi = 150;
     std::optional<int> page;
     bool transparent = false;
@@ -84,38 +83,35 @@ int fail(const std::string& file, const std::string& why) {
 
 /// Every page is an input of its own to the batch, so that pages go side by side and are told in order.
 int drawPages(const Request& request, Documents& documents, int first, int count) {
-    const std::string& file = request.settings.inputs[0];
-    const fs::path folder = request.writing.output, stem = fs::path(file).stem();
-    const std::string ending = '.' + request.writing.format.value_or("png");
-    std::error_code error;
-    fs::create_directories(folder, error);
-    if (error) return fail(file, "cannot make " + folder.string() + ": " + error.message());
-
+    const Input& file = request.settings.inputs[0];
     Settings pages = request.settings;
-    std::vector<fs::path> paths;
     pages.inputs.clear();
+    pages.intoFolder = true;
     for (int page = first; page < first + count; ++page) {
         const std::string number = std::to_string(page + 1);
-        pages.inputs.push_back(file + " page " + number);
-        paths.push_back(folder / stem);
-        paths.back() += '-' + number + ending;
+        const std::string place = file.place.stem().string() + '-' + number + ".pdf";
+        pages.inputs.push_back({file.name + " page " + number, file.path, place});
     }
     WritingOptions writing = request.writing;
     if (!writing.dpi) writing.dpi = request.dpi;
-    return runBatch(pages, [&](std::size_t i) -> Outcome {
-        const auto image = drawPage(documents, first + static_cast<int>(i), request);
-        if (!image) return Failure{"cannot be drawn"};
-        const auto format = planDestinations({file}, paths[i].string(), std::nullopt)[0].format;
-        return saveImage(pages.inputs[i], image, {paths[i], format}, writing);
+    if (!writing.format) writing.format = "png";
+    return runWriting(pages, writing, [&](const Input& page, const Destination& destination) -> Outcome {
+        const auto number = first + static_cast<int>(&page - pages.inputs.data());
+        const auto image = drawPage(documents, number, request);
+        if (!image) return libraryFailure("cannot be drawn");
+        Outcome outcome = saveImage(page, image, destination, writing);
+        if (auto* const result = std::get_if<Result>(&outcome)) result->bytesBefore = 0; // of all pages
+        return outcome;
     });
 }
 
-int pdf(const Request& request) {
-    const std::string& file = request.settings.inputs[0];
+int pdf(Request& request) {
+    request.settings.inputs = {inputNamed(request.document)};
+    const std::string& file = request.settings.inputs[0].name;
     if (!pex::NSPDFImageRep::isAvailable()) return fail(file, "built without PDF");
     forgetReason();
-    const auto bytes =
-        pex::Data::contentsOf(pex::URL::fromPath(file), pex::ImageLimits::current().maxSourceBytes);
+    const auto bytes = pex::Data::contentsOf(pex::URL::fromPath(request.settings.inputs[0].path),
+                                             pex::ImageLimits::current().maxSourceBytes);
     if (!bytes) return fail(file, libraryFailure("cannot be read").message);
     if (bytes->empty()) return fail(file, "is empty");
     auto document = pex::NSPDFImageRep::make(*bytes);
@@ -134,27 +130,24 @@ int pdf(const Request& request) {
 void addPdf(CLI::App& program, int& status) {
     CLI::App* command = program.add_subcommand("pdf", "Draws the pages of a PDF document");
     const auto request = std::make_shared<Request>();
-    command->add_option("input", request->settings.inputs, "A PDF document, or an illustration file")
+    command->add_option("input", request->document, "A PDF document, or an illustration file")
         ->required()
-        ->expected(1)
         ->type_name("FILE");
     addReportOptions(*command, request->settings);
     command->add_option("-o,--output", request->writing.output, "The folder for the pages: FILE-1.png …")
         ->required()
         ->type_name("FOLDER");
     command->add_option("--dpi", request->dpi, "Pixels per inch (default: 150)")
-        ->check(CLI::Range(1, 10'000))
+        ->check(wholeBetween(1, 10'000))
         ->type_name("N");
     command->add_option("--page", request->page, "One page alone, counted from 1")
-        ->check(CLI::PositiveNumber)
+        ->check(wholeBetween(1, anyWhole))
         ->type_name("N");
     command->add_option("--format", request->writing.format, "Of the pages (default: png)")
-        ->type_name("FORMAT");
+        ->type_name(writableExtensions("|"));
     command->add_flag("--transparent", request->transparent, "No white paper below the page");
-    command
-        ->add_option("-j,--jobs", request->settings.jobs, "Draw so many pages at once (default: one a core)")
-        ->check(CLI::Range(1, 1024))
-        ->type_name("N");
+    addWorkOptions(*command, request->settings);
+    addRunOptions(*command, request->writing);
     command->footer("Example: peximage pdf report.pdf -o pages --dpi 200");
     command->callback([request, &status] { status = pdf(*request); });
 }

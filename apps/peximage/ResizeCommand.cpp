@@ -4,8 +4,6 @@
 
 namespace {
 
-using Image = std::shared_ptr<pex::PexImage>;
-
 struct Request {
     Settings settings;
     WritingOptions writing;
@@ -18,7 +16,7 @@ void addSide(CLI::App& command, Request& request, const std::string& name, const
              Make make) {
     const auto parse = [&request, make](const std::string& text) {
         const auto pixels = parsePixels(text);
-        if (!pixels) throw CLI::ValidationError("'" + text + "' is no number of pixels");
+        if (!pixels) throw CLI::ValidationError("'" + text + "' is no number of pixels; write 2000");
         request.change = make(*pixels);
     };
     command.add_option_function<std::string>(name, parse, help)->type_name("N");

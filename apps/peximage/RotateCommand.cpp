@@ -4,8 +4,6 @@
 
 namespace {
 
-using Image = std::shared_ptr<pex::PexImage>;
-
 struct Request {
     Settings settings;
     WritingOptions writing;

@@ -1,10 +1,12 @@
 #include "Saving.h"
 
+#include "Budget.h"
 #include "Incomplete.h"
 #include "Printable.h"
 #include "Text.h"
 #include "peximage/helpers/PexImageHelperSavers.h"
 #include "peximage/platform/codecs/CGImageDestination.h"
+#include "peximage/platform/codecs/CGImageSource.h"
 
 #include <cmath>
 #include <cstdio>
@@ -16,35 +18,18 @@ namespace {
 
 constexpr double defaultQuality = 0.9;
 
-using Image = std::shared_ptr<pex::PexImage>;
-
 /// A file that is not written yet.
 struct Encoded {
     pex::Data bytes;
     pex::CGSize size;
     std::optional<double> quality = {};
+    bool madeSmaller = false; // than was asked for, to keep the least quality
 };
 
 /// The library's savers within a budget reckon from the size in points, which a file's resolution sets; here
 /// a point is a pixel, and no picture is enlarged first.
 Image withPixelPoints(const Image& image) {
     return image->cgImage ? pex::PexImage::make(*image->cgImage) : image;
-}
-
-std::optional<Encoded> encodeWithin(const Image& image, pex::ImageFormat format,
-                                    const WritingOptions& options, const Origin& origin) {
-    const long long budget = *options.maxBytes;
-    const Image plain = withPixelPoints(image);
-    const bool alpha = plain->cgImage && pex::hasAlpha(plain->cgImage->layout());
-    auto fitted =
-        format == pex::ImageFormat::jpeg
-            ? pex::PexImageHelper::jpegDataWithin(plain, {.desiredSize = budget,
-                                                          .dpi = origin.dpi,
-                                                          .options = options.jpeg,
-                                                          .metadata = origin.metadata})
-            : plain->heifDataWithin({.desiredSize = budget, .useAlpha = alpha, .metadata = origin.metadata});
-    if (!fitted) return std::nullopt;
-    return Encoded{std::move(fitted->bytes), fitted->size, fitted->quality};
 }
 
 std::optional<pex::Data> encodePng(const Image& image, const Origin& origin) {
@@ -66,6 +51,39 @@ std::optional<pex::Data> encodePlain(const Image& image, pex::ImageFormat format
 
 bool hasQuality(pex::ImageFormat format) {
     return format != pex::ImageFormat::png && format != pex::ImageFormat::tiff;
+}
+
+/// How the format keeps budgets. The picture's points are its pixels.
+BudgetCodec codecFor(pex::ImageFormat format, const WritingOptions& options, const Origin& origin) {
+    const long long budget = *options.maxBytes;
+    if (format != pex::ImageFormat::jpeg) {
+        const auto encode = [=](const Image& image, double quality) {
+            return encodePlain(image, format, quality, origin);
+        };
+        return {encode, [=](const Image& image) { return searchedFit(image, budget, encode); }};
+    }
+    return {[=](const Image& image, double quality) {
+                return pex::PexImageHelper::jpegData(image, {.quality = quality,
+                                                             .dpi = origin.dpi,
+                                                             .options = options.jpeg,
+                                                             .metadata = origin.metadata});
+            },
+            [=](const Image& image) {
+                return pex::PexImageHelper::jpegDataWithin(image, {.desiredSize = budget,
+                                                                   .dpi = origin.dpi,
+                                                                   .options = options.jpeg,
+                                                                   .metadata = origin.metadata});
+            }};
+}
+
+std::optional<Encoded> encodeWithin(const Image& image, pex::ImageFormat format,
+                                    const WritingOptions& options, const Origin& origin) {
+    const Image plain = withPixelPoints(image);
+    auto fitted =
+        fittedWithin(plain, *options.maxBytes, options.minQuality, codecFor(format, options, origin));
+    if (!fitted) return std::nullopt;
+    return Encoded{std::move(fitted->bytes), fitted->size, fitted->quality,
+                   fitted->size.width < plain->size.width};
 }
 
 std::optional<Encoded> encode(const Image& image, pex::ImageFormat format, const WritingOptions& options,
@@ -92,42 +110,97 @@ std::string decimals(double value, int places) {
     return text;
 }
 
-Result describe(const std::string& input, const fs::path& output, const Encoded& written) {
-    const auto bytes = static_cast<long long>(written.bytes.size());
+/// The file's size, 0 where it has none that is known.
+long long bytesOf(const Input& input) {
+    std::error_code error;
+    const auto bytes = fs::file_size(input.path, error);
+    return error ? 0 : static_cast<long long>(bytes);
+}
+
+/// Without a number of bytes where that is known only once the file is there.
+Result describe(const Input& input, const fs::path& output, pex::CGSize size,
+                std::optional<long long> bytes) {
     Result result;
-    result.line = printable(input + " → " + output.string()) + "  " + pixelSize(written.size) + "  " +
-                  grouped(bytes) + " bytes";
-    result.json = {{"file", input},
+    result.line = printable(input.name + " → " + output.string()) + "  " + pixelSize(size);
+    if (bytes) result.line += "  " + grouped(*bytes) + " bytes";
+    result.json = {{"file", input.name},
                    {"output", output.string()},
-                   {"width", std::llround(written.size.width)},
-                   {"height", std::llround(written.size.height)},
-                   {"bytes", bytes}};
+                   {"width", std::llround(size.width)},
+                   {"height", std::llround(size.height)}};
+    if (bytes) result.json["bytes"] = *bytes;
+    result.files = 1;
+    if (!bytes) return result;
+    result.bytesBefore = bytesOf(input);
+    result.bytesAfter = *bytes;
+    return result;
+}
+
+Result describe(const Input& input, const fs::path& output, const Encoded& written,
+                const WritingOptions& options) {
+    Result result = describe(input, output, written.size, static_cast<long long>(written.bytes.size()));
     if (written.quality) {
         result.line += "  quality " + decimals(*written.quality, 3);
         result.json["quality"] = *written.quality;
     }
+    if (written.madeSmaller) result.line += "  made smaller";
+    if (written.madeSmaller && options.minQuality > 0)
+        result.line += ", to keep quality " + decimals(options.minQuality, 2);
+    if (output == "-") result.line.clear();
+    return result;
+}
+
+/// What a dry run says.
+Result plan(const Input& input, const fs::path& output, pex::CGSize size, std::optional<long long> bytes,
+            const WritingOptions& options) {
+    Result result = describe(input, output, size, bytes);
+    if (!bytes && options.maxBytes) result.line += "  at most " + grouped(*options.maxBytes) + " bytes";
+    result.line += "  would be written";
+    result.json["dryRun"] = true;
+    return result;
+}
+
+Result leftOut(const Input& input, const fs::path& output) {
+    Result result{printable(input.name + " → " + output.string()) + "  left out: is there and not older",
+                  {{"file", input.name}, {"output", output.string()}, {"skipped", true}}};
+    result.leftOut = true;
     return result;
 }
 
 void setTime(const fs::path& path, const Origin& origin, Result& result) {
     std::error_code error;
-    if (origin.time) fs::last_write_time(path, *origin.time, error);
+    if (origin.time && path != "-") fs::last_write_time(path, *origin.time, error);
     if (error) result.notes.push_back("its time cannot be set: " + error.message());
+}
+
+/// A single result whose format keeps no budget is asked for by mistake, unless it may be the file itself.
+void checkBudget(const Settings& settings, const WritingOptions& options,
+                 const std::vector<Destination>& destinations) {
+    if (!options.maxBytes || settings.intoFolder || destinations.empty()) return;
+    const Destination& destination = destinations[0];
+    if (hasQuality(destination.format)) return;
+    const Input& input = settings.inputs[0];
+    if (pex::CGImageSource::formatOf(pex::URL::fromPath(input.path)) == destination.format) return;
+    throw UsageError{"--max-bytes goes with JPEG, HEIF, AVIF and WebP, not with " +
+                     destination.path.string()};
 }
 
 } // namespace
 
-Outcome saveImage(const std::string& input, const Image& image, const Destination& destination,
+Outcome saveImage(const Input& input, const Image& image, const Destination& destination,
                   const WritingOptions& options, const Origin& origin) {
+    const std::string format(pex::displayName(destination.format));
+    if (options.maxBytes && !hasQuality(destination.format))
+        return Failure{format + " keeps no byte budget; choose another format with --format",
+                       pex::ReasonCode::badArgument};
+    if (options.dryRun) return plan(input, destination.path, image->size, {}, options);
     forgetReason();
     Origin from = fitted(origin, destination.format, options);
     if (options.dpi) from.dpi = options.dpi;
     const std::optional<Encoded> encoded = encode(image, destination.format, options, from);
-    if (!encoded)
-        return libraryFailure("cannot be written as " + std::string(pex::displayName(destination.format)));
+    if (!encoded) return libraryFailure("cannot be written as " + format);
     if (auto failure = incomplete::check(destination.path, options.force)) return *failure;
+    Result result = describe(input, destination.path, *encoded, options);
     if (auto failure = writeFile(destination.path, encoded->bytes)) return *failure;
-    Result result = describe(input, destination.path, *encoded);
     result.notes = std::move(from.notes);
     setTime(destination.path, from, result);
     if (options.wantsAlpha && destination.format == pex::ImageFormat::jpeg)
@@ -135,38 +208,49 @@ Outcome saveImage(const std::string& input, const Image& image, const Destinatio
     return result;
 }
 
-Outcome saveBytes(const std::string& input, const pex::Data& bytes, pex::CGSize size, const fs::path& path,
-                  const Origin& origin) {
-    if (auto failure = writeFile(path, bytes)) return *failure;
-    Result result = describe(input, path, {bytes, size});
-    setTime(path, origin, result);
+Outcome saveBytes(const Input& input, const pex::Data& bytes, pex::CGSize size,
+                  const Destination& destination, const WritingOptions& options, const Origin& origin) {
+    if (options.dryRun)
+        return plan(input, destination.path, size, static_cast<long long>(bytes.size()), options);
+    Result result = describe(input, destination.path, {bytes, size}, options);
+    if (auto failure = writeFile(destination.path, bytes)) return *failure;
+    setTime(destination.path, origin, result);
     return result;
 }
 
-std::vector<Destination> planResults(const Settings& settings, const WritingOptions& options) {
-    std::vector<Destination> destinations = planDestinations(settings.inputs, options.output, options.format);
-    for (const Destination& destination : destinations) {
-        const bool keepsBudget =
-            destination.format == pex::ImageFormat::jpeg || destination.format == pex::ImageFormat::heif;
-        if (options.maxBytes && !keepsBudget)
-            throw UsageError{"--max-bytes goes with JPEG and HEIF, not with " + destination.path.string()};
-    }
-    return destinations;
+bool isLeftOut(const Input& input, const fs::path& result, const WritingOptions& options) {
+    std::error_code error;
+    if (!options.skipExisting || !fs::is_regular_file(result, error)) return false;
+    const auto made = fs::last_write_time(result, error);
+    if (error) return false;
+    const auto changed = fs::last_write_time(input.path, error);
+    return error || made >= changed; // of an address no time is known
 }
 
-Outcome changeAndSave(const std::string& input, const Destination& destination, const WritingOptions& options,
+int runWriting(Settings& settings, const WritingOptions& options, const Work& work) {
+    if (settings.inputs.empty()) expandInputs(settings, options.output);
+    const std::vector<Destination> destinations = planDestinations(settings, options.output, options.format);
+    checkBudget(settings, options, destinations);
+    settings.totals = true;
+    return runBatch(settings, [&](std::size_t i) -> Outcome {
+        const Input& input = settings.inputs[i];
+        if (isLeftOut(input, destinations[i].path, options)) return leftOut(input, destinations[i].path);
+        return work(input, destinations[i]);
+    });
+}
+
+Outcome changeAndSave(const Input& input, const Destination& destination, const WritingOptions& options,
                       const Change& change, const std::string& changeFailed) {
     const auto opened = openImage(input);
     if (const auto* failure = std::get_if<Failure>(&opened)) return *failure;
     const auto changed = change(std::get<Image>(opened));
     if (!changed) return Failure{changeFailed};
-    return saveImage(input, changed, destination, options, originOf(input, options));
+    return saveImage(input, changed, destination, options, originOf(input.path, options));
 }
 
-int runChanging(const Settings& settings, const WritingOptions& options, const Change& change,
+int runChanging(Settings& settings, const WritingOptions& options, const Change& change,
                 const std::string& changeFailed) {
-    const std::vector<Destination> destinations = planResults(settings, options);
-    return runBatch(settings, [&](std::size_t i) {
-        return changeAndSave(settings.inputs[i], destinations[i], options, change, changeFailed);
+    return runWriting(settings, options, [&](const Input& input, const Destination& destination) {
+        return changeAndSave(input, destination, options, change, changeFailed);
     });
 }

@@ -1,14 +1,42 @@
 #pragma once
 
+#include "peximage/platform/foundation/Reason.h"
+
+#include <filesystem>
 #include <string>
 #include <vector>
 
+/// One thing to work on.
+struct Input {
+    /// As it is told.
+    std::string name;
+    /// As it is opened.
+    std::string path;
+    /// Where its result lies in a folder, under the input's own name.
+    std::filesystem::path place;
+    /// Why nothing can be done with it; empty where something can.
+    std::string problem = {};
+};
+
 /// What every command understands.
 struct Settings {
-    std::vector<std::string> inputs;
+    /// Files, folders, patterns and "-", as they were named.
+    std::vector<std::string> arguments;
+    /// A file of further names; each ends with its line, or with a NUL.
+    std::string filesFrom;
+    bool endedByNul = false;
+    /// Folders with what is in their folders.
+    bool recursive = false;
+    /// What all of that stands for; see `expandInputs`.
+    std::vector<Input> inputs;
+    /// There may be several inputs, so that results go into a folder, whatever its name looks like.
+    bool intoFolder = false;
+
     bool json = false;
     bool quiet = false;
     bool verbose = false;
+    /// A last line that sums up, where there are several inputs.
+    bool totals = false;
     int jobs = 0; // 0: as many as there are cores
 };
 
@@ -20,6 +48,7 @@ struct UsageError {
 /// Work on one file that did not succeed; told in one line, exit status 1.
 struct Failure {
     std::string message;
+    pex::ReasonCode code = pex::ReasonCode::none;
 };
 
 /// The failure of what the library has just given nothing for: the reason that it told since

@@ -13,6 +13,7 @@ namespace {
 struct Request {
     Settings settings;
     WritingOptions writing;
+    pex::ImageFormat format = pex::ImageFormat::png;
     std::optional<pex::CGSize> tile;
     std::optional<int> rows, columns, tileWidth, tileHeight, maxWidth, maxHeight;
     int border = 0;
@@ -33,8 +34,8 @@ pex::PexImage::Tiles tilesOf(const pex::PexImage& image, const Request& request)
 /// One tile written; what it lacks of the outcome of a whole command is its name.
 std::optional<Failure> writeTile(const std::shared_ptr<pex::PexImage>& tile, const fs::path& path,
                                  const Request& request, const Origin& origin, nlohmann::ordered_json& row) {
-    const auto format = planDestinations({path.string()}, path.string(), std::nullopt)[0].format;
-    const Outcome outcome = saveImage(path.string(), tile, {path, format}, request.writing, origin);
+    const Outcome outcome =
+        saveImage(inputNamed(path.string()), tile, {path, request.format}, request.writing, origin);
     if (const auto* failure = std::get_if<Failure>(&outcome)) return *failure;
     row.push_back({{"file", path.string()},
                    {"width", std::llround(tile->size.width)},
@@ -42,40 +43,37 @@ std::optional<Failure> writeTile(const std::shared_ptr<pex::PexImage>& tile, con
     return std::nullopt;
 }
 
-Outcome split(const std::string& input, const Request& request) {
+Outcome split(const Input& input, const Request& request) {
     const auto opened = openImage(input);
     if (const auto* failure = std::get_if<Failure>(&opened)) return *failure;
     const auto tiles = tilesOf(*std::get<std::shared_ptr<pex::PexImage>>(opened), request);
     if (tiles.empty()) return Failure{"cannot be cut into such tiles"};
-    const fs::path folder = request.writing.output, stem = fs::path(input).stem();
-    std::error_code error;
-    fs::create_directories(folder, error);
-    if (error) return Failure{"cannot make " + folder.string() + ": " + error.message()};
-
-    const Origin origin = originOf(input, request.writing);
+    const fs::path folder = request.writing.output / input.place.parent_path();
+    const Origin origin = originOf(input.path, request.writing);
     Result result{{}, nlohmann::ordered_json::array()};
     const std::string ending = request.writing.format.value_or("png");
-    if (const auto format = pex::imageFormatForExtension(ending))
-        result.notes = fitted(origin, *format, request.writing).notes;
+    result.notes = fitted(origin, request.format, request.writing).notes;
     std::size_t count = 0;
     for (std::size_t r = 0; r < tiles.size(); ++r) {
         auto row = nlohmann::ordered_json::array();
         for (std::size_t c = 0; c < tiles[r].size(); ++c, ++count) {
             const std::string name =
-                stem.string() + "-r" + std::to_string(r) + "-c" + std::to_string(c) + '.';
+                input.place.stem().string() + "-r" + std::to_string(r) + "-c" + std::to_string(c) + '.';
             const fs::path path = folder / (name + ending);
+            if (isLeftOut(input, path, request.writing)) continue;
             if (auto failure = writeTile(tiles[r][c], path, request, origin, row)) return *failure;
         }
         result.json.push_back(std::move(row));
     }
     const char* rows = tiles.size() == 1 ? " row, " : " rows, ";
-    result.line = printable(input + " → " + folder.string()) + "  " + std::to_string(tiles.size()) + rows +
-                  grouped(static_cast<long long>(count)) + " tiles";
+    result.line = printable(input.name + " → " + folder.string()) + "  " + std::to_string(tiles.size()) +
+                  rows + grouped(static_cast<long long>(count)) + " tiles";
+    if (request.writing.dryRun) result.line += "  would be written";
     return result;
 }
 
 void addCount(CLI::App& group, const std::string& name, std::optional<int>& target, const std::string& help) {
-    group.add_option(name, target, help)->check(CLI::PositiveNumber)->type_name("N");
+    addPixels(group, name, target, help);
 }
 
 /// Which of the four ways is asked for: one, and no option of another.
@@ -91,11 +89,12 @@ void checkOneWay(const Request& request) {
 }
 
 /// Tiles are named after their picture.
-void checkNames(const std::vector<std::string>& inputs) {
-    std::set<std::string> names;
-    for (const fs::path input : inputs) {
-        if (!names.insert(input.stem().string()).second)
-            throw UsageError{"tiles of two inputs would both be named " + input.stem().string()};
+void checkNames(const std::vector<Input>& inputs) {
+    std::set<fs::path> names;
+    for (const Input& input : inputs) {
+        const fs::path name = input.place.parent_path() / input.place.stem();
+        if (!names.insert(name).second)
+            throw UsageError{"tiles of two inputs would both be named " + name.string()};
     }
 }
 
@@ -116,11 +115,13 @@ void addSplit(CLI::App& program, int& status) {
     addCount(*command, "--max-width", request->maxWidth, "Tiles of equal width, at most this");
     addCount(*command, "--max-height", request->maxHeight, "Tiles of equal height, at most this");
     command->add_option("--border", request->border, "Tiles overlap their neighbours by twice this")
-        ->check(CLI::NonNegativeNumber)
+        ->check(wholeBetween(0, anyWhole))
         ->type_name("N");
     command->footer("Example: peximage split map.png -o tiles --tile 256x256");
     command->callback([request, &status] {
         checkOneWay(*request);
+        if (request->writing.format) request->format = writableFormat(*request->writing.format, "--format");
+        expandInputs(request->settings, request->writing.output);
         checkNames(request->settings.inputs);
         status = runBatch(request->settings,
                           [&](std::size_t i) { return split(request->settings.inputs[i], *request); });

@@ -32,25 +32,21 @@ std::string knownFormats() {
     return read + '\n' + written;
 }
 
-std::string writableExtensions() {
+std::string writableExtensions(std::string_view separator) {
     std::string list;
     for (const auto& names : pex::imageFormats) {
         if (!pex::CGImageDestination::writes(names.format)) continue;
         for (const std::string_view extension : std::set(names.extensions.begin(), names.extensions.end()))
-            list += (list.empty() ? "" : ", ") + std::string(extension);
+            list.append(list.empty() ? "" : separator).append(extension);
     }
     return list;
 }
 
 std::optional<long long> parseByteSize(std::string_view text) {
-    static constexpr std::array<std::pair<std::string_view, double>, 8> units{{{"", 1},
-                                                                               {"b", 1},
-                                                                               {"kb", 1e3},
-                                                                               {"kib", 1024},
-                                                                               {"mb", 1e6},
-                                                                               {"mib", 1024. * 1024},
-                                                                               {"gb", 1e9},
-                                                                               {"gib", 1024. * 1024 * 1024}}};
+    static constexpr std::array<std::pair<std::string_view, double>, 4> units{
+        {{"", 1}, {"k", 1e3}, {"m", 1e6}, {"g", 1e9}}};
+    static constexpr std::array<std::pair<std::string_view, double>, 3> binaryUnits{
+        {{"ki", 0x1p10}, {"mi", 0x1p20}, {"gi", 0x1p30}}};
     double number = 0;
     const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
     constexpr double most = 1e15;
@@ -58,10 +54,15 @@ std::optional<long long> parseByteSize(std::string_view text) {
     std::string unit(end, text.data() + text.size());
     for (char& c : unit)
         c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
-    for (const auto& [name, bytes] : units) {
-        if (unit == name && number * bytes <= most) return static_cast<long long>(number * bytes);
-    }
-    return std::nullopt;
+    unit.erase(0, unit.find_first_not_of(' '));
+    const bool namesBytes = unit.ends_with('b');
+    if (namesBytes) unit.pop_back();
+    std::optional<double> bytes;
+    for (const auto& [name, each] : units)
+        bytes = unit == name ? number * each : bytes;
+    for (const auto& [name, each] : binaryUnits)
+        bytes = namesBytes && unit == name ? number * each : bytes;
+    return bytes && *bytes <= most ? std::optional(static_cast<long long>(*bytes)) : std::nullopt;
 }
 
 std::optional<pex::PexColor> parseColor(std::string_view text) {
@@ -74,6 +75,7 @@ std::optional<pex::PexColor> parseColor(std::string_view text) {
 }
 
 std::optional<int> parsePixels(std::string_view text) {
+    if (text.ends_with("px")) text.remove_suffix(2);
     int number = 0;
     const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
     if (error != std::errc() || end != text.data() + text.size() || number < 1) return std::nullopt;

@@ -5,8 +5,6 @@
 
 namespace {
 
-using Image = std::shared_ptr<pex::PexImage>;
-
 struct Request {
     Settings settings;
     WritingOptions writing;
@@ -28,13 +26,12 @@ void readSettings(Request& request) {
 
 int watermark(Request& request) {
     if (!request.document.empty()) readSettings(request);
-    if (request.settings.inputs.size() < 2) throw UsageError{"watermark takes images and, last, the mark"};
-    const std::string markFile = request.settings.inputs.back();
-    request.settings.inputs.pop_back();
+    const Input markFile = takeLast(request.settings, "watermark takes images and, last, the mark");
     const auto opened = openImage(markFile);
     if (const auto* failure = std::get_if<Failure>(&opened))
-        return runBatch(request.settings,
-                        [&](std::size_t) { return Failure{markFile + ": " + failure->message}; });
+        return runWriting(request.settings, request.writing, [&](const Input&, const Destination&) {
+            return Failure{markFile.name + ": " + failure->message, failure->code};
+        });
     const Image mark = std::get<Image>(opened);
     mark->ciImage(); // made before the images' threads share it
     return runChanging(
@@ -52,7 +49,7 @@ CLI::Option* addChoice(CLI::App& command, const std::string& name, E& target, co
         .add_option_function<std::string>(
             name, [&target](const std::string& text) { target = *pex::fromRawValue<E>(text); }, help)
         ->check(CLI::IsMember(names))
-        ->type_name("NAME");
+        ->type_name(CLI::detail::join(names, "|"));
 }
 
 } // namespace

@@ -1,5 +1,7 @@
 #include "Commands.h"
+#include "Hints.h"
 #include "Interrupt.h"
+#include "Manual.h"
 #include "Printable.h"
 #include "Settings.h"
 #include "Text.h"
@@ -11,6 +13,7 @@
 #include <iterator>
 #include <string>
 #include <string_view>
+#include <vector>
 
 namespace {
 
@@ -49,15 +52,34 @@ void addCommands(CLI::App& program, std::string_view firstWord, int& status) {
         command.add(program, status);
 }
 
+/// A first word that is no option has to be a command.
+void checkCommand(std::string_view firstWord) {
+    if (firstWord.empty() || firstWord.starts_with('-')) return;
+    std::vector<std::string> names;
+    for (const Command& command : commands)
+        names.emplace_back(command.name);
+    if (std::ranges::find(names, firstWord) == names.end())
+        throw UsageError{"there is no command " + std::string(firstWord) + didYouMean(firstWord, names)};
+}
+
+/// What the parser complains of, unless a misspelt option explains it.
+std::string messageOf(const CLI::ParseError& error, const CLI::App& program) {
+    const auto asked = program.get_subcommands();
+    const std::string unknown = unknownOption(asked.empty() ? program : *asked[0]);
+    return unknown.empty() ? error.what() : unknown;
+}
+
 int run(CLI::App& program, int argc, char** argv) {
     int status = 0;
     const std::string_view firstWord = argc > 1 ? argv[1] : "";
     if (firstWord != "--version") addCommands(program, firstWord, status);
+    if (firstWord == "--write-manual" && argc == 3) return writeManual(program, argv[2]); // while building
     try {
+        checkCommand(firstWord);
         program.parse(argc, argv);
     } catch (const CLI::ParseError& error) {
         if (error.get_exit_code() == 0) return program.exit(error); // --help, --version
-        return explain(program, error.what());
+        return explain(program, messageOf(error, program));
     } catch (const UsageError& error) {
         return explain(program, error.message);
     }

@@ -9,7 +9,10 @@ import http.server
 import json
 import os
 import pathlib
+import re
 import resource
+import shlex
+import shutil
 import signal
 import socket
 import struct
@@ -20,14 +23,15 @@ import unittest
 
 TOOL = os.environ["PEXIMAGE"]
 SAMPLE_SCENE = os.environ["SAMPLE_SCENE"]
+README = pathlib.Path(__file__).resolve().parents[2] / "README.md"
 RESIZER = pathlib.Path(TOOL).parent / "CLIImageResizer"
 COMMANDS = ("info", "shrink", "convert", "resize", "crop", "rotate", "split", "join", "watermark", "canvas", "composer", "pdf", "key", "mask", "colors", "exif", "filter", "cache", "fetch", "view")
 
 
-def run(*arguments, cwd=None, program=TOOL, **environment):
-    done = subprocess.run([program, *map(str, arguments)], capture_output=True, cwd=cwd, timeout=120,
+def run(*arguments, cwd=None, program=TOOL, stdin=b"", **environment):
+    done = subprocess.run([program, *map(str, arguments)], capture_output=True, cwd=cwd, timeout=120, input=stdin,
                           env={**os.environ, **environment})
-    return done.returncode, done.stdout.decode(), done.stderr.decode()
+    return done.returncode, done.stdout.decode(errors="replace"), done.stderr.decode()
 
 
 @contextlib.contextmanager
@@ -91,6 +95,12 @@ def pillow(path, other):
     return json.loads(done.stdout)
 
 
+def pillow_save(path, kind):
+    """A picture of 40 × 30 pixels as Pillow writes the format."""
+    script = "import sys; from PIL import Image; Image.new('P', (40, 30)).save(sys.argv[1], sys.argv[2])"
+    subprocess.run(["/usr/bin/python3", "-c", script, path, kind], check=True, timeout=60)
+
+
 def heif_header(path):
     """The brand and the size that the boxes tell."""
     data = pathlib.Path(path).read_bytes()
@@ -130,6 +140,139 @@ class CommandLine(unittest.TestCase):
     def assertOnly(self, *names):
         """The folder holds these and nothing else, in particular no temporary file."""
         self.assertEqual(sorted(os.listdir(self.dir)), sorted(names))
+
+    def place(self, *names):
+        """Puts the photo there."""
+        for name in names:
+            path = self.dir / name
+            path.parent.mkdir(parents=True, exist_ok=True)
+            path.write_bytes(self.photo.read_bytes())
+
+    def files(self, folder="out"):
+        """The names of all files below, and the folder is gone."""
+        top = self.dir / folder
+        names = sorted(str(path.relative_to(top)) for path in top.rglob("*") if path.is_file())
+        shutil.rmtree(top, ignore_errors=True)
+        return " ".join(names)
+
+    def check(self, command, cases, stdin=b""):
+        """Each case: words after the command, the status, then patterns that standard output and error match."""
+        for words, status, *patterns in cases:
+            told = run(*shlex.split(f"{command} {words}"), cwd=self.dir, stdin=stdin)
+            self.assertEqual(told[0], status, (words, told))
+            for text, pattern in zip(told[1:], patterns):
+                self.assertTrue(re.search(pattern, text), (words, told))
+
+    def test_inputs_of_every_kind(self):
+        self.place("in/a.jpg", "in/deep/b.JPG", "in/.c.jpg", "in/.d/e.jpg", "other/a.jpg", "x y.jpg", "odd[1].jpg", "in/out/f.jpg")
+        (self.dir / "in" / "notes.txt").touch()
+        (self.dir / "empty").mkdir()
+        (self.dir / "lines").write_text("in/a.jpg\n\nx y.jpg\r\n")
+        (self.dir / "nuls").write_bytes(b"in/a.jpg\0x y.jpg\0")
+        (self.dir / "more").symlink_to("in")
+        for words, status, results in (
+                ("in -o out", 0, "a.jpg"), ("-r in -o out", 0, "a.jpg deep/b.JPG out/f.jpg"), ("in/a.jpg -o out/", 0, "a.jpg"),
+                ("-r in other -o out", 0, "in/a.jpg in/deep/b.JPG in/out/f.jpg other/a.jpg"), ("-r in/. -o out", 0, "a.jpg deep/b.JPG out/f.jpg"),
+                ("'*/a.jpg' -o out", 2, ""), ("'in/?.jpg' 'x*.jpg' -o out", 0, "a.jpg x y.jpg"), ("'odd[1].jpg' -o out/", 0, "odd[1].jpg"),
+                ("--files-from lines -o out", 0, "a.jpg x y.jpg"), ("-0 --files-from nuls -o out", 0, "a.jpg x y.jpg"),
+                ("other/a.jpg 'none*.jpg' -o out", 1, "a.jpg"), ("in other -o out", 2, ""), ("empty -o out", 1, ""), ("-0 in -o out", 2, ""),
+                ("--files-from none -o out", 2, ""), ("-o out", 2, ""), ("in - -o out --format png", 0, "a.png stdin.png"),
+                ("-r in -o in/out", 0, "")):
+            code, _, errors = run("resize", "--width", 20, *shlex.split(words), cwd=self.dir, stdin=self.photo.read_bytes())
+            self.assertEqual((code, self.files()), (status, results), (words, errors))
+        self.assertEqual(self.files("in/out"), "a.jpg deep/b.JPG f.jpg")  # the results' own folder is not searched
+        self.check("info", [("in other", 0, r"^in/a.jpg  .*\nother/a.jpg  .*\n$"), ("-r in", 0, r"^in/a.jpg .*\nin/deep/b.JPG .*\n$"),
+                            ("empty", 1, "^$", "^peximage: empty: no pictures in it\n$")])
+
+    def test_pictures_through_pipes(self):
+        whole = self.photo.read_bytes()
+        code, made, errors = run("resize", "-", "--width", 64, "-o", self.dir / "a.png", stdin=whole)
+        self.assertEqual((code, errors, made.split("  ")[:2]), (0, "", [f"- → {self.dir}/a.png", "64×48"]))
+        done = subprocess.run([TOOL, *"resize - --width 64 -o - --format png".split()], input=whole, capture_output=True, timeout=60)
+        self.assertEqual((done.returncode, done.stdout, done.stderr), (0, (self.dir / "a.png").read_bytes(), b""))
+        done = subprocess.run([TOOL, *"shrink - --max-bytes 1MB -o - --format jpg".split()], input=whole, capture_output=True, timeout=60)
+        self.assertEqual((done.stdout, done.stderr), (whole, b""))
+        self.check("convert", [("- -o -", 2, "^$", "--format"), ("a.png a.png -o - --format jpg", 2, "^$", "one input"),
+                               ("a.png -o - --format jpg --json", 2), ("- -o b.png", 1, "^$", "^peximage: -: is empty")])
+        with open("/dev/full", "wb") as full:
+            done = subprocess.run([TOOL, "convert", self.dir / "a.png", "-o", "-", "--format", "jpg"], stdout=full, stderr=subprocess.PIPE, timeout=60)
+        self.assertEqual((done.returncode, b"the disk is full" in done.stderr), (1, True))
+
+    def test_what_cannot_be_written_fails_alone(self):
+        self.place("in/a.jpg", "in/d.jpg")
+        for name, kind in (("b.gif", "GIF"), ("c.bmp", "BMP")):
+            pillow_save(self.dir / "in" / name, kind)
+        self.check("convert", [("in -o out", 1, r"a.jpg.*\n.*d.jpg.*\n2 files  .* bytes  2 failed\n$",
+                                r"^peximage: in/b.gif: GIF cannot be written; .*--format\npeximage: in/c.bmp: BMP .*\n$")])
+        self.assertEqual(self.files(), "a.jpg d.jpg")
+        code, text, _ = run("convert", "in", "-o", "out", "--json", cwd=self.dir)
+        self.assertEqual([row.get("error", {}).get("code") for row in json.loads(text)], [None, "badArgument", "badArgument", None])
+        self.files()
+        run("convert", "in/b.gif", "-o", "in/small.png", cwd=self.dir)  # of few bytes
+        self.check("shrink", [("in -o out --max-bytes 3000", 1, r"small.png  40×30", "a.jpg|b.gif"), ("in -o out --max-bytes 60 --format png", 1, "", "PNG keeps no byte budget")])
+
+    def test_dry_runs_and_what_is_there_already(self):
+        self.place("in/a.jpg", "in/b.jpg")
+        size = self.photo.stat().st_size
+        self.check("resize --width 64 in -o out", [("--dry-run", 0, r"^in/a.jpg → out/a.jpg  64×48  would be written\n(.*\n){2}$")])
+        self.check("shrink in -o out", [("--max-bytes 1MB --dry-run", 0, f"640×480  {size // 1000} {size % 1000:03} bytes  would be"),
+                                        ("--max-bytes 9K --dry-run", 0, "at most 9 000 bytes  would be")])
+        self.check("split in -o out --rows 2", [("--dry-run", 0, "2 tiles  would be")])
+        self.assertOnly("in")
+        self.place("out/a.jpg")
+        os.utime(self.dir / "in" / "a.jpg", (1e9, 1e9))
+        kept = (self.dir / "out" / "a.jpg").read_bytes()
+        self.check("resize --width 64 in -o out --skip-existing", [
+            ("", 0, r"^in/a.jpg → out/a.jpg  left out.*\n.*b.jpg  64×48 .*\n1 file  .*  1 left out\n$"), ("--json", 0, '"skipped": true')])
+        self.assertEqual((self.dir / "out" / "a.jpg").read_bytes(), kept)
+        os.utime(self.dir / "out" / "a.jpg", (9e8, 9e8))
+        self.check("resize --width 64 in -o out --skip-existing", [("", 0, "a.jpg  64×48 ")])
+
+    def test_lists_for_programs(self):
+        self.place("a.jpg")
+        (self.dir / "bad.jpg").write_bytes(b"\xff\xd8\xff")
+        for command in ("info", "exif", "colors", "convert -o out"):
+            code, text, errors = run(*command.split(), "a.jpg", "none.jpg", "bad.jpg", "--json", cwd=self.dir)
+            rows = json.loads(text)
+            self.assertEqual([row["file"] for row in rows], ["a.jpg", "none.jpg", "bad.jpg"], command)
+            self.assertEqual(rows[1]["error"], {"code": "noSuchFile", "message": "no such file"})
+            self.assertEqual((code, rows[2]["error"]["code"], errors.count("\n")), (1, "damaged", 2))
+        self.check("info", [("a.jpg --json", 0, r"^\[\n"), ("none.jpg --json", 1, "noSuchFile"), ("a.jpg -q", 0, "^$", "^$")])
+
+    def test_sizes_lengths_and_hints(self):
+        self.place("a.jpg")
+        self.check("shrink a.jpg -o o.jpg --dry-run --max-bytes", [
+            (f"'{words}'", 0, f"at most {bytes} bytes") for words, bytes in (
+                ("9000", "9 000"), ("9K", "9 000"), ("9 KB", "9 000"), ("9kb", "9 000"), ("9KiB", "9 216"), ("0.01MB", "10 000"), ("0.01M", "10 000"))])
+        self.check("resize a.jpg -o o.jpg --dry-run", [("--max-side 300px", 0, "300×225"), ("--size 30x20px", 0, "30×20")])
+        short = "^peximage: [^\n]{,120}\n.*--help'.\n$"
+        self.check("", [
+            ("shrink a.jpg -o o.jpg --max-bytes 9X", 2, "^$", short), ("shrink a.jpg -o o.jpg --max-side 0 --max-bytes 9K", 2, "^$", short),
+            ("convert a.jpg -o o.jpg --quality 85", 2, "^$", "write 0.85"), ("convert a.jpg -o o.jpg -q 85", 2, "^$", "--quality"),
+            ("convert a.jpg -o o.jpg --qualty 0.8", 2, "^$", "did you mean --quality"), ("convert a.jpg --ouput=o.jpg", 2, "^$", "did you mean --output"),
+            ("shrnik a.jpg", 2, "^$", "did you mean shrink"), ("zzzzzz a.jpg", 2, "^$", "there is no command zzzzzz\n"),
+            ("convert a.jpg -o o.jpg --wholly-other", 2, "^$", "there is no option --wholly-other\n"),
+            ("convert a.jpg -o o.jpg -j 0", 2, "^$", short), ("split a.jpg -o o --rows 0", 2, "^$", short)])
+        self.assertOnly("a.jpg")
+        _, text, _ = run("convert", "--help")
+        for ending in "jpg jpeg png tif tiff webp heic heif avif".split():
+            self.assertRegex(text, rf"\b{ending}\b")
+
+    def test_budgets_that_cost_too_much_quality_make_pictures_smaller(self):
+        for name, budget in (("o.jpg", 6000), ("o.webp", 3000), ("o.avif", 1500)):
+            found = {}
+            for least in (0, 0.3, 0.8):
+                code, text, errors = run("shrink", self.photo, "-o", self.dir / name, "--max-bytes", budget, "--min-quality", least)
+                self.assertEqual((code, errors), (0, ""), name)
+                self.assertLessEqual((self.dir / name).stat().st_size, budget)
+                width, quality = re.search(r"  (\d+)×\d+  .*  quality ([0-9.]+)", text).groups()
+                found[least] = int(width), float(quality), f"made smaller, to keep quality {least:.2f}" in text
+            if name == "o.jpg":
+                self.assertTrue(found[0][0] == 640 and found[0][1] < 0.3, found)
+            for least, floor in ((0.3, 0.6), (0.8, 0.8)):
+                self.assertTrue(found[least][0] < 640 and found[least][1] >= floor and found[least][2], (name, found))
+                self.assertGreater((self.dir / name).stat().st_size, budget * 0.6)
+            self.assertLess(found[0.8][0], found[0.3][0])
 
     def test_shrink_keeps_the_budget_and_says_so(self):
         out = self.dir / "small.jpg"
@@ -194,7 +337,7 @@ class CommandLine(unittest.TestCase):
         out = self.dir / "small.jpg"
         code, text, _ = run("shrink", self.photo, "-o", out, "--max-bytes", "20KB", "--dpi", 300, "--json")
         self.assertEqual(code, 0)
-        report = json.loads(text)
+        report, = json.loads(text)
         self.assertEqual(list(report), ["file", "output", "width", "height", "bytes", "quality"])
         self.assertEqual((report["width"], report["height"]), jpeg_size(out))
         self.assertEqual(report["bytes"], out.stat().st_size)
@@ -232,7 +375,7 @@ class CommandLine(unittest.TestCase):
             code, text, errors = run("convert", self.photo, "-o", out)
             self.assertEqual((code, errors), (0, ""), name)
             self.assertIn("640×480", text)
-            report = json.loads(run("info", out, "--json")[1])
+            report, = json.loads(run("info", out, "--json")[1])
             self.assertEqual((report["format"].upper(), report["width"], report["height"]), (kind, 640, 480))
             self.assertEqual(run("convert", out, "-o", again)[0], 0)
             self.assertLessEqual(pillow(again, exact)[2], most, name)
@@ -256,7 +399,7 @@ class CommandLine(unittest.TestCase):
         inks, grey = self.dir / "inks.tif", self.dir / "grey.tif"
         subprocess.run(["/usr/bin/python3", "-c", script, inks, grey], check=True, timeout=60)
         for path, colour in ((inks, (0.64, 0.48, 0.8)), (grey, (0.502, 0.502, 0.502))):
-            average = json.loads(run("colors", path, "--json")[1])["average"]
+            average = json.loads(run("colors", path, "--json")[1])[0]["average"]
             for seen, expected in zip(average, colour):
                 self.assertAlmostEqual(seen, expected, delta=0.006)
 
@@ -272,7 +415,7 @@ class CommandLine(unittest.TestCase):
         path = self.dir / "place.jpg"
         for south, west, lat, lon in (("S", "W", -33.5, -70.25), ("N", "E", 33.5, 70.25), ("s", "E", -33.5, 70.25)):
             subprocess.run(["/usr/bin/python3", "-c", script, self.photo, path, south, west], check=True, timeout=60)
-            told, exif = (json.loads(run(command, path, "--json")[1]) for command in ("info", "exif"))
+            told, exif = (json.loads(run(command, path, "--json")[1])[0] for command in ("info", "exif"))
             self.assertEqual((told["lat"], told["lon"]), (lat, lon))
             self.assertEqual(exif["coordinates"], {"lat": lat, "lon": lon})
             self.assertIn(f"lat {lat:.6f}", run("exif", path)[1])
@@ -289,10 +432,10 @@ class CommandLine(unittest.TestCase):
                 code, text, errors = run("info", path)
                 self.assertEqual((code, errors), (0, ""), name)
                 self.assertTrue(text.endswith("  incomplete\n"), text)
-                self.assertIs(json.loads(run("info", path, "--json")[1])["incomplete"], True)
+                self.assertIs(json.loads(run("info", path, "--json")[1])[0]["incomplete"], True)
             path.write_bytes(data + (b"more" if name == "photo.jpg" else b""))
             self.assertNotIn("incomplete", run("info", path)[1])
-            self.assertNotIn("incomplete", json.loads(run("info", path, "--json")[1]))
+            self.assertNotIn("incomplete", json.loads(run("info", path, "--json")[1])[0])
 
     def test_what_is_missing_is_told_and_never_replaces_its_own_file(self):
         whole = self.photo.read_bytes()
@@ -359,7 +502,7 @@ class CommandLine(unittest.TestCase):
             code, text, errors = run("resize", *inputs, "-o", out, "--max-side", 64, "-j", jobs, "--format", "png")
             self.assertEqual(code, 1)
             self.assertEqual(sorted(os.listdir(out)), [f"in-{i}.png" for i in range(7)])
-            self.assertEqual([line.split(" → ")[0] for line in text.splitlines()],
+            self.assertEqual([line.split(" → ")[0] for line in text.splitlines()[:-1]],
                              [str(path) for path in inputs if path.name.startswith("in-")])
             self.assertEqual(errors, f"peximage: {inputs[3]}: no such file\npeximage: {inputs[5]}: damaged: its header cannot be read\n")
 
@@ -370,7 +513,7 @@ class CommandLine(unittest.TestCase):
             out = self.dir / ending / "new"
             code, _, errors = run("convert", self.photo, twin, "-o", out, "--format", ending)
             self.assertEqual((code, errors, sorted(os.listdir(out))), (0, "", [f"photo.{ending}", f"twin.{ending}"]))
-        for source, options, code, what in ((self.photo, (), 2, "out1 has no extension"), (self.dir, (), 1, "is a folder"),
+        for source, options, code, what in ((self.photo, (), 2, "out1 has no extension"),
                                             (self.photo, ("--format", "png"), 0, "")):
             self.assertEqual((code, what in (told := run("convert", source, "-o", "out1", *options, cwd=self.dir))[2]), (told[0], True))
         self.assertEqual(png_size(self.dir / "out1"), (640, 480))
@@ -387,7 +530,7 @@ class CommandLine(unittest.TestCase):
     def test_what_is_no_picture_is_told_apart(self):
         empty = self.dir / "empty.jpg"
         empty.touch()
-        cases = {self.dir: "is a folder", empty: "is empty", "/dev/null": "is no regular file",
+        cases = {empty: "is empty", "/dev/null": "is no regular file",
                  self.dir / "nothing.png": "no such file", __file__: "not an image"}
         for path, reason in cases.items():
             for command in (("info",), ("convert", "-o", self.dir / "out.png")):
@@ -586,7 +729,7 @@ class CommandLine(unittest.TestCase):
                 "guideList_": [], "bgColor": {"red": 0, "green": 0, "blue": 0, "alpha": 1}, "shouldBeDeleted": False}
         document.write_text(json.dumps(page))
         code, text, _ = run("composer", document, "replace", "draft", "Final", "-o", document, "--json")
-        self.assertEqual((code, json.loads(text)["changed"]), (0, 1), "what cannot be compared has not changed")
+        self.assertEqual((code, json.loads(text)[0]["changed"]), (0, 1), "what cannot be compared has not changed")
         page["layerList"][0]["text"]["text"] = "Final"
         self.assertEqual(list(json.loads(document.read_text()).items()), list(page.items()), "all else stays")
 
@@ -600,7 +743,7 @@ class CommandLine(unittest.TestCase):
             self.assertEqual((code, errors), (0, ""), command)
             self.assertEqual(png_size(out), (640, 480))
         code, text, _ = run("colors", self.photo, "--grid", "3x2", "--json")
-        report = json.loads(text)
+        report, = json.loads(text)
         self.assertEqual((code, len(report["average"]), len(report["grid"])), (0, 4, 6))
         self.assertTrue(all(0 <= channel <= 1 for colour in report["grid"] for channel in colour))
         self.assertRegex(run("colors", self.photo)[1], r"photo.jpg  #[0-9a-f]{6}\n$")
@@ -619,7 +762,7 @@ class CommandLine(unittest.TestCase):
         run("filter", self.photo, "-o", white, "--fill", "ffffff")
         run("filter", self.photo, "-o", grey, "--fill", "808080")
         run("convert", self.photo, "-o", dense, "--dpi", 300)
-        average = lambda: json.loads(run("colors", out, "--json")[1])["average"]
+        average = lambda: json.loads(run("colors", out, "--json")[1])[0]["average"]
         run("mask", dense, white, "-o", out)
         self.assertEqual(average()[3], 1)  # to the far corner
         run("mask", dense, grey, "-o", out)
@@ -634,7 +777,7 @@ class CommandLine(unittest.TestCase):
         halves.write_bytes(struct.pack("<2sIHHIIiiHHIIiiII", b"BM", 54 + len(pixels), 0, 0, 54, 40, 32, 32, 1, 24, 0, len(pixels),
                                        2835, 2835, 0, 0) + pixels)
         for columns, rows, exact in ((1, 4, (0, 3)), (8, 8, (0, 63)), (16, 32, (0, 240, 255, 256, 511)), (32, 32, (511, 512))):
-            report = json.loads(run("colors", halves, "--grid", f"{columns}x{rows}", "--json")[1])
+            report, = json.loads(run("colors", halves, "--grid", f"{columns}x{rows}", "--json")[1])
             self.assertEqual(len(report["grid"]), columns * rows)
             for i in exact:
                 wanted = red if i < columns * rows // 2 else blue
@@ -666,7 +809,7 @@ class CommandLine(unittest.TestCase):
         out = self.dir / "out.jpg"
         self.assertEqual(run("cache", "Thumbs", "put", "a/b", self.photo)[::2], (0, ""))
         self.assertEqual(png_size(self.dir / "Thumbs" / "a" / "b.png"), (640, 480))
-        self.assertEqual(json.loads(run("cache", "Thumbs", "list", "--json")[1])["identifiers"], ["a/b"])
+        self.assertEqual(json.loads(run("cache", "Thumbs", "list", "--json")[1])[0]["identifiers"], ["a/b"])
         self.assertEqual(run("cache", "Thumbs", "get", "a/b", "-o", out)[::2], (0, ""))
         self.assertEqual(jpeg_size(out), (640, 480))
         for wrong in (("get", "none", "-o", out), ("put", "../../x", self.photo), ("put", "x", self.dir / "none.jpg")):
@@ -698,7 +841,8 @@ class CommandLine(unittest.TestCase):
             status, told, errors = run("fetch", f"{address}/a.png", f"{address}/none.png", f"{address}/text.png", "-o",
                                        self.dir / "all", "--json", XDG_CACHE_HOME=caches)
             self.assertEqual(status, 1)
-            self.assertEqual([result["file"] for result in json.loads(told)], [f"{address}/a.png"])
+            self.assertEqual([("error" in row, row["file"].removeprefix(address)) for row in json.loads(told)],
+                             [(False, "/a.png"), (True, "/none.png"), (True, "/text.png")])
             self.assertEqual(png_size(self.dir / "all" / "a.png"), (60, 40))
             self.assertEqual(sorted(errors.splitlines()), [f"peximage: {address}/none.png: the server answered 404",
                                                            f"peximage: {address}/text.png: not an image"])
@@ -766,6 +910,45 @@ class CommandLine(unittest.TestCase):
             made = subprocess.run([name, "convert", self.photo, "-o", "a.tiff"], executable=TOOL, cwd=self.dir,
                                   env={**os.environ, **environment}, capture_output=True, timeout=120)
             self.assertEqual((made.returncode, made.stderr), (0, b""), what)
+
+    def test_the_manual_and_the_table_in_the_readme(self):
+        self.assertEqual(run("--write-manual", self.dir), (0, "", ""))
+        self.assertIn((self.dir / "commands.md").read_text(), README.read_text())
+        pages = {path.name for path in (self.dir / "man1").iterdir()}
+        self.assertEqual(pages, {"peximage.1", *(f"peximage-{command}.1" for command in COMMANDS)})
+        for name in pages:
+            done = subprocess.run(["man", "--warnings", "-E", "UTF-8", "-l", self.dir / "man1" / name], capture_output=True, timeout=60,
+                                  env={**os.environ, "LC_ALL": "C.UTF-8", "MANWIDTH": "100"})
+            self.assertEqual((done.returncode, done.stderr), (0, b""), name)
+            if name == "peximage-shrink.1":
+                for words in ("--max-bytes SIZE", "-o,--output OUT", "peximage shrink photo.jpg -o small.jpg"):
+                    self.assertIn(words, done.stdout.decode())
+        for shell in filter(shutil.which, ("zsh", "fish")):
+            script = self.dir / {"zsh": "_peximage", "fish": "peximage.fish"}[shell]
+            self.assertEqual(subprocess.run([shell, "-n", script], capture_output=True, timeout=60).stderr, b"", shell)
+
+    def test_the_recipes_of_the_documentation(self):
+        self.place("holiday/a.jpg", "holiday/b.jpg", "holiday/lake/c.jpg")
+        blocks = re.findall(r"```(sh|make)\n(.*?)```", (README.parent / "docs" / "tool.md").read_text(), re.S)
+        self.assertGreater(len(blocks), 9)
+        for kind, text in blocks:
+            (self.dir / "Makefile").write_text(text if kind == "make" else "")
+            done = subprocess.run(["bash", "-ec", "mkdir -p small; make small/a.jpg" if kind == "make" else text], cwd=self.dir, timeout=120,
+                                  env={**os.environ, "PATH": f"{os.path.dirname(TOOL)}:{os.environ['PATH']}"}, capture_output=True)
+            self.assertEqual((done.returncode, done.stderr), (0, b""), text)
+        for made in ("web/lake/c.jpg", "modern/b.avif", "thumbs/lake/c.webp", "a.png", "out/b.jpg", "small/a.jpg", "part-1/a.jpg"):
+            self.assertTrue((self.dir / made).is_file(), made)
+        self.assertEqual(len(json.loads((self.dir / "photos.json").read_text())), 3)
+
+    def test_completion_in_bash(self):
+        run("--write-manual", self.dir)
+        script = 'source "$1"; shift; COMP_WORDS=("$@"); COMP_CWORD=$(($# - 1)); _peximage 2>&1; printf "%s\\n" "${COMPREPLY[@]}"'
+        for words, wanted in (("sh", ["shrink"]), ("--v", ["--version"]), ("shrink --max-b", ["--max-bytes"]), ("convert --chroma ", ["auto", "full", "half"]),
+                              ("convert a.jpg --effort n", ["normal"]), ("watermark --position Top\\ L", ["Top\\ Left"]), ("rotate --turn -", ["-90"]),
+                              ("composer page.json ch", ["check"]), ("cache Thumbs put --j", ["--json"]), ("info ph", [""]), ("shrink -o x", [""])):
+            call = ["peximage", *(word.replace("\\ ", " ") for word in re.split(r"(?<!\\) ", words))]
+            done = subprocess.run(["bash", "-c", script, "bash", self.dir / "peximage.bash", *call], capture_output=True, timeout=60)
+            self.assertEqual(done.stdout.decode().splitlines(), wanted, words)
 
     def test_help_and_version(self):
         for call in (("--help",), ("--version",), *((command, "--help") for command in COMMANDS)):

@@ -144,7 +144,7 @@ class ViewerTest(unittest.TestCase):
     def colors(self, path):
         told = subprocess.run([TOOL, "colors", str(path), "--grid", "12x9", "--json"], check=True,
                               capture_output=True).stdout
-        return json.loads(told)["grid"]
+        return json.loads(told)[0]["grid"]
 
     def test_zooms_and_moves(self):
         self.view(self.file("large.png", quarters(1600, 1200)))

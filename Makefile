@@ -9,13 +9,13 @@ PHOTO ?= $(SAMPLE)
 export CTEST_PARALLEL_LEVEL := $(JOBS)
 export JOBS
 
-.PHONY: build help setup run test arm check tsan bench fuzz tidy format docs install clean
+.PHONY: build help setup run test arm python test-cluster check tsan bench fuzz tidy format docs install clean
 
 build: setup ## builds the library and the tools: build/release/bin/peximage (the default)
 	@$(call compile,release)
 
 help: ## lists these verbs
-	@sed -nE 's/^([a-z]+):[^#]*## (.*)/  make \1\t\2/p' Makefile | expand -t 18
+	@sed -nE 's/^([a-z-]+):[^#]*## (.*)/  make \1\t\2/p' Makefile | expand -t 18
 	@echo "  JOBS=$(JOBS) compiles and tests that many things at once"
 
 setup: ## installs the Debian packages that are missing
@@ -33,6 +33,7 @@ test: setup check ## checks the sources, then tests with gcc, and with clang und
 	@$(call compile,release)
 	@$(call compile,asan)
 	@FUZZ_SEED=1 $(MAKE) --no-print-directory fuzz SECONDS_EACH=5
+	@$(MAKE) --no-print-directory python
 	ctest --preset asan
 	ctest --preset release
 
@@ -41,6 +42,12 @@ arm: setup ## tests the kernels as ARM processors run them, in an emulator
 	@[ -f build/arm/build.ninja ] || cmake -S tests/arm -B build/arm -G Ninja -DCMAKE_BUILD_TYPE=Release
 	cmake --build build/arm -j $(JOBS)
 	ctest --test-dir build/arm --output-on-failure
+
+python: setup ## builds the Python package into build/python/venv and tests it
+	python=$$(scripts/python-package) && $$python -m pytest -q python/tests -k 'not cluster'
+
+test-cluster: setup ## tests the Python package on a Ray cluster of this machine
+	python=$$(scripts/python-package python/requirements-cluster.txt) && $$python -m pytest -q python/tests/test_cluster.py
 
 check: ## checks the format and the direction of the includes
 	scripts/check-format

@@ -1,0 +1,22 @@
+#include "Bindings.h"
+#include "Failure.h"
+#include "peximage/platform/foundation/Diagnostics.h"
+
+namespace nb = nanobind;
+
+NB_MODULE(_core, module) {
+    module.doc() = "The native part of peximage.";
+    module.attr("__version__") = PEX_VERSION;
+    pex::diagnostics::setSink({}); // what the library says in passing is no business of Python's output
+    pexpy::registerFailures();
+    pexpy::ImageClass image(
+        module, "Image", nb::type_slots(const_cast<PyType_Slot*>(pexpy::bufferSlots())),
+        "A picture: an immutable value that is read, decoded and computed when its pixels\n"
+        "are first needed. Safe to share between threads. Rows count from the top.");
+    pexpy::addReading(module, image);
+    pexpy::addGeometry(image);
+    pexpy::addPixelWork(module, image);
+    pexpy::addArrays(module, image);
+    pexpy::addSaving(module, image);
+    pexpy::addDocuments(module);
+}

@@ -1,0 +1,236 @@
+#include "Bindings.h"
+#include "Failure.h"
+#include "Running.h"
+#include "peximage/helpers/PexImageHelperSavers.h"
+#include "peximage/platform/codecs/CGImageDestination.h"
+
+#include <cmath>
+#include <filesystem>
+#include <initializer_list>
+#include <nanobind/stl/filesystem.h>
+#include <nanobind/stl/optional.h>
+#include <nanobind/stl/pair.h>
+#include <nanobind/stl/string.h>
+#include <nanobind/stl/variant.h>
+#include <utility>
+#include <variant>
+
+namespace nb = nanobind;
+using namespace nb::literals;
+
+namespace pexpy {
+namespace {
+
+constexpr double usualQuality = 0.9;
+
+/// "keep", "no-location", "none", or what to write instead.
+using Keeping = std::variant<std::string, pex::ImageMetadata>;
+
+/// What an encoding gave.
+struct Encoded {
+    pex::Data bytes;
+    std::string format;
+    std::optional<double> quality; // absent for formats without loss
+    pex::CGSize size;
+
+    std::pair<int, int> sides() const {
+        return {static_cast<int>(size.width), static_cast<int>(size.height)};
+    }
+};
+
+/// How a file is to be made, as the caller says it.
+struct Writing {
+    std::optional<double> quality;
+    std::optional<long long> maxBytes;
+    std::optional<double> dpi;
+    Keeping metadata;
+    pex::JpegOptions jpeg;
+    bool alpha = true;
+};
+
+bool isLossy(pex::ImageFormat format) {
+    return format != pex::ImageFormat::png && format != pex::ImageFormat::tiff;
+}
+
+pex::ImageFormat formatNamed(const std::string& name) {
+    const auto format = pex::imageFormatForExtension(name);
+    if (!format) failArgument("unknown format \"" + name + "\"");
+    if (!pex::CGImageDestination::writes(*format))
+        throw Failure({pex::ReasonCode::missingModule, name + " cannot be written"}, {});
+    return *format;
+}
+
+std::optional<int> wholeDpi(std::optional<double> dpi) {
+    return dpi ? std::optional(static_cast<int>(std::lround(*dpi))) : std::nullopt;
+}
+
+pex::ImageMetadata metadataFor(const Image& image, const Keeping& keeping) {
+    if (const auto* given = std::get_if<pex::ImageMetadata>(&keeping)) return *given;
+    const std::string& what = std::get<std::string>(keeping);
+    if (what == "none") return {};
+    return what == "keep" ? image.metadata() : image.metadata().withoutLocation();
+}
+
+Encoded encodedWithin(const Image& image, pex::ImageFormat format, const Writing& writing) {
+    // As many points as pixels, whatever resolution the file states: shrinking counts in points.
+    const auto picture = pex::PexImage::make(image.bitmap());
+    const pex::ImageMetadata metadata = metadataFor(image, writing.metadata);
+    const bool alpha = writing.alpha && pex::hasAlpha(picture->cgImage->layout());
+    const std::optional<pex::FittedPicture> fitted =
+        format == pex::ImageFormat::jpeg
+            ? pex::PexImageHelper::jpegDataWithin(picture, {.desiredSize = *writing.maxBytes,
+                                                            .dpi = wholeDpi(writing.dpi),
+                                                            .options = writing.jpeg,
+                                                            .metadata = metadata})
+            : picture->heifDataWithin(
+                  {.desiredSize = *writing.maxBytes, .useAlpha = alpha, .metadata = metadata});
+    if (!fitted) fail("cannot be encoded");
+    return {fitted->bytes, {}, fitted->quality, fitted->size};
+}
+
+Encoded encodedAt(const Image& image, pex::ImageFormat format, const Writing& writing) {
+    const double quality = writing.quality.value_or(usualQuality);
+    const pex::ImageMetadata metadata = metadataFor(image, writing.metadata);
+    std::optional<pex::Data> bytes;
+    if (format == pex::ImageFormat::jpeg) {
+        bytes = pex::PexImageHelper::jpegData(image.picture(), {.quality = quality,
+                                                                .dpi = wholeDpi(writing.dpi),
+                                                                .options = writing.jpeg,
+                                                                .metadata = metadata});
+    } else {
+        pex::CGImageDestination::Options options;
+        options.quality = quality;
+        options.dpiWidth = options.dpiHeight = writing.dpi;
+        options.keepsAlpha = writing.alpha;
+        options.metadata = metadata;
+        bytes = pex::CGImageDestination::encode(image.bitmap(), format, options);
+    }
+    if (!bytes) fail("cannot be encoded");
+    return {*bytes, {}, isLossy(format) ? std::optional(quality) : std::nullopt, image.picture()->size};
+}
+
+void check(pex::ImageFormat format, const Writing& writing) {
+    if (writing.quality && writing.maxBytes) failArgument("give quality or max_bytes");
+    if (writing.quality && !(*writing.quality >= 0 && *writing.quality <= 1))
+        failArgument("quality goes from 0 to 1");
+    if (writing.maxBytes && *writing.maxBytes < 1) failArgument("max_bytes is at least 1");
+    if (writing.dpi && !(*writing.dpi >= 1 && *writing.dpi <= 65535))
+        failArgument("dpi goes from 1 to 65535");
+    if (writing.maxBytes && format != pex::ImageFormat::jpeg && format != pex::ImageFormat::heif)
+        failArgument("max_bytes goes with JPEG and HEIF");
+    const auto* keeping = std::get_if<std::string>(&writing.metadata);
+    if (keeping != nullptr && *keeping != "keep" && *keeping != "no-location" && *keeping != "none")
+        failArgument("metadata is \"keep\", \"no-location\", \"none\" or a Metadata");
+}
+
+template <class Value>
+Value named(const std::string& name, std::initializer_list<std::pair<const char*, Value>> values,
+            const char* complaint) {
+    for (const auto& [word, value] : values)
+        if (name == word) return value;
+    failArgument(complaint);
+}
+
+pex::JpegOptions jpegOptions(const std::string& effort, const std::string& chroma, bool progressive) {
+    using enum pex::Effort;
+    using enum pex::Chroma;
+    return {.effort = named<pex::Effort>(effort, {{"fast", fast}, {"normal", normal}, {"best", best}},
+                                         "effort is \"fast\", \"normal\" or \"best\""),
+            .chroma = named<pex::Chroma>(chroma, {{"auto", automatic}, {"full", full}, {"half", half}},
+                                         "chroma is \"auto\", \"full\" or \"half\""),
+            .progressive = progressive};
+}
+
+Encoded encodedAs(const Image& image, const std::string& format, const Writing& writing) {
+    const pex::ImageFormat as = formatNamed(format);
+    check(as, writing);
+    Encoded encoded = writing.maxBytes ? encodedWithin(image, as, writing) : encodedAt(image, as, writing);
+    image.checkWhole();
+    encoded.format = format;
+    return encoded;
+}
+
+Encoded encode(const Image& image, const std::string& format, std::optional<double> quality,
+               std::optional<long long> maxBytes, std::optional<double> dpi, const Keeping& metadata,
+               const std::string& effort, const std::string& chroma, bool progressive, bool alpha) {
+    return encodedAs(image, format,
+                     {quality, maxBytes, dpi, metadata, jpegOptions(effort, chroma, progressive), alpha});
+}
+
+/// The format that is named, or else that of the path's extension.
+Encoded save(const Image& image, const std::filesystem::path& path, const std::optional<std::string>& format,
+             std::optional<double> quality, std::optional<long long> maxBytes, std::optional<double> dpi,
+             const Keeping& metadata, const std::string& effort, const std::string& chroma, bool progressive,
+             bool alpha) {
+    const std::string extension = path.extension().string();
+    if (!format && extension.size() < 2) failArgument("the name has no extension: give a format");
+    Encoded encoded =
+        encodedAs(image, format ? *format : extension.substr(1),
+                  {quality, maxBytes, dpi, metadata, jpegOptions(effort, chroma, progressive), alpha});
+    if (!encoded.bytes.write(pex::URL::fromPath(path.string()), pex::Data::Writing::atomically))
+        fail("cannot be written", path.string());
+    return encoded;
+}
+
+template <pex::Data pex::ImageMetadata::*block>
+void addBlock(nb::class_<pex::ImageMetadata>& metadata, const char* name, const char* says) {
+    metadata.def_prop_rw(
+        name, [](const pex::ImageMetadata& self) { return bytesOf(self.*block); },
+        [](pex::ImageMetadata& self, const nb::bytes& bytes) { self.*block = dataOf(bytes); }, says);
+}
+
+void addMetadata(nb::module_& module, ImageClass& image) {
+    nb::class_<pex::ImageMetadata> metadata(
+        module, "Metadata",
+        "What a file says beside its pixels and their profile, as the blocks that it has for it.");
+    metadata.def(nb::init<>());
+    addBlock<&pex::ImageMetadata::exif>(metadata, "exif",
+                                        "The EXIF block, a TIFF header with its directories; b\"\" without.");
+    addBlock<&pex::ImageMetadata::xmp>(metadata, "xmp", "The XMP packet in UTF-8.");
+    addBlock<&pex::ImageMetadata::resources>(metadata, "resources",
+                                             "Image resources (\"8BIM\"), IPTC's records among them.");
+    metadata.def("without_location", &pex::ImageMetadata::withoutLocation, Unlocked(),
+                 "A copy without what tells the place.");
+    metadata.def("__len__", &pex::ImageMetadata::size);
+    metadata.def("__eq__", [](const pex::ImageMetadata& a, const pex::ImageMetadata& b) { return a == b; });
+    image.def_prop_ro(
+        "metadata", &Image::metadata, Unlocked(),
+        "A copy of what the file says beside its pixels; it stays with what is computed from the\n"
+        "picture. Change it and hand it to `encode` or `save`.");
+}
+
+} // namespace
+
+void addSaving(nb::module_& module, ImageClass& image) {
+    nb::class_<Encoded>(module, "Encoded", "A picture as encoded bytes.")
+        .def_prop_ro(
+            "data", [](const Encoded& encoded) { return bytesOf(encoded.bytes); }, "The file's bytes.")
+        .def_ro("format", &Encoded::format, "As it was asked for: \"jpeg\".")
+        .def_ro("quality", &Encoded::quality, "0 to 1, the one that was found or given; None without loss.")
+        .def_prop_ro("size", &Encoded::sides,
+                     "(width, height) in pixels; smaller where a budget asked for it.")
+        .def("__len__", [](const Encoded& encoded) { return encoded.bytes.size(); });
+
+    addMetadata(module, image);
+
+    image.def(
+        "encode", interruptible(&encode), "format"_a = "jpeg", nb::kw_only(), "quality"_a = nb::none(),
+        "max_bytes"_a = nb::none(), "dpi"_a = nb::none(), "metadata"_a = "keep", "effort"_a = "normal",
+        "chroma"_a = "auto", "progressive"_a = false, "alpha"_a = true,
+        "The picture as a file's bytes: at a quality from 0 to 1 (0.9 unless given), or at the best\n"
+        "quality that fits into `max_bytes`, which are never exceeded (JPEG and HEIF).\n\n"
+        "- dpi: dots per inch, written into the file\n"
+        "- metadata: \"keep\" what the file said, all but the place (\"no-location\"), \"none\" of it, or a\n"
+        "  `Metadata`\n"
+        "- effort: \"fast\", \"normal\" or \"best\" to make a JPEG small; chroma: its resolution of colour,\n"
+        "  \"auto\", \"full\" or \"half\"; progressive: one that shows early\n"
+        "- alpha: False lays what is transparent over white, as JPEG always does");
+    image.def(
+        "save", interruptible(&save), "path"_a, nb::kw_only(), "format"_a = nb::none(),
+        "quality"_a = nb::none(), "max_bytes"_a = nb::none(), "dpi"_a = nb::none(), "metadata"_a = "keep",
+        "effort"_a = "normal", "chroma"_a = "auto", "progressive"_a = false, "alpha"_a = true,
+        "Writes what `encode` gives to a file, which appears whole or not at all; the format follows the\n"
+        "name's extension, and folders on the way are made. Returns what was written.");
+}
+
+} // namespace pexpy

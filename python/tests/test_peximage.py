@@ -1,0 +1,306 @@
+"""The package as its users meet it. Pillow and NumPy are the references."""
+
+import asyncio
+import io
+import pickle
+import signal
+import subprocess
+import sys
+import threading
+from concurrent.futures import ProcessPoolExecutor, ThreadPoolExecutor
+from multiprocessing import get_context
+
+import numpy as np
+import peximage as pex
+import pytest
+from PIL import Image as pillow
+
+
+def scene(width, height, channels=3, seed=1):
+    """A smooth picture with some detail, the same for the same arguments."""
+    y, x = np.mgrid[0:height, 0:width]
+    waves = [128 + 100 * np.sin(x / (7 + 3 * c) + seed) * np.cos(y / (11 - 2 * c)) for c in range(channels)]
+    return np.stack(waves, axis=-1).clip(0, 255).astype(np.uint8)
+
+
+def closed(path):
+    file = path.open("rb")
+    file.close()
+    return file
+
+
+def encoded(array, format="JPEG", **options):
+    file = io.BytesIO()
+    pillow.fromarray(array).save(file, format, **options)
+    return file.getvalue()
+
+
+def decoded(data):
+    return np.asarray(pillow.open(io.BytesIO(data)))
+
+
+@pytest.fixture()
+def photo(tmp_path):
+    path = tmp_path / "photo.jpg"
+    path.write_bytes(encoded(scene(640, 480), quality=95, dpi=(300, 300)))
+    return path
+
+
+def test_opens_paths_bytes_and_files(photo):
+    for source in (str(photo), photo, photo.read_bytes(), bytearray(photo.read_bytes()), photo.open("rb")):
+        image = pex.open(source)
+        assert (image.size, image.mode, image.format) == ((640, 480), "RGB", "jpeg")
+        assert image.info["dpi"] == (300, 300)
+        difference = np.asarray(image).astype(int) - decoded(photo.read_bytes())
+        assert np.abs(difference).max() <= 3 and np.abs(difference).mean() < 0.2
+
+
+@pytest.mark.parametrize("mode, channels", [("L", 1), ("RGB", 3), ("RGBA", 4)])
+def test_arrays_go_there_and_back(mode, channels):
+    array = scene(37, 23, channels).squeeze()
+    image = pex.from_array(array)
+    assert (image.mode, image.size) == (mode, (37, 23))
+    assert np.array_equal(np.asarray(image), array)
+    assert np.array_equal(np.asarray(memoryview(image)), array)
+    assert np.array_equal(np.from_dlpack(image), array) and not np.from_dlpack(image).flags.writeable
+    interface = type("Interface", (), {"__array_interface__": image.__array_interface__, "image": image})
+    assert np.array_equal(np.asarray(interface()), array)
+    assert not np.asarray(image).flags.writeable
+    assert np.array_equal(decoded(image.encode("png").data), array)
+    assert np.array_equal(np.asarray(pickle.loads(pickle.dumps(image))), array)
+    assert np.array_equal(np.asarray(pex.to_pillow(image)), array)
+    assert np.array_equal(np.asarray(pex.from_pillow(pillow.fromarray(array))), array)
+
+
+def test_arrays_are_shared_where_they_can_be_and_outlive_the_picture():
+    array = scene(64, 64, 4)
+    image = pex.from_array(array)
+    assert np.asarray(image).__array_interface__["data"][0] == array.__array_interface__["data"][0]
+    bgr = np.ascontiguousarray(scene(64, 64)[:, :, ::-1])
+    assert np.array_equal(np.asarray(pex.from_array(bgr, "BGR")), bgr[:, :, ::-1])
+    view = np.asarray(pex.from_array(scene(500, 500)).resize(max_side=100))
+    assert view.mean() > 0  # the picture is gone, its pixels are not
+
+
+@pytest.mark.parametrize("view", [np.s_[::-1], np.s_[:, ::-1], np.s_[::2, ::3], np.s_[:, :, ::-1]])
+def test_arrays_of_any_strides(view):
+    array = scene(40, 30)[view]
+    assert np.array_equal(np.asarray(pex.from_array(array)), array)
+
+
+def test_resizes_as_pillow_does():
+    array = scene(400, 300)
+    for arguments, size in [
+        ({"max_side": 200}, (200, 150)),
+        ({"min_side": 150}, (200, 150)),
+        ({"width": 100}, (100, 75)),
+        ({"height": 600}, (800, 600)),
+        ({"size": (90, 110)}, (90, 110)),
+    ]:
+        result = np.asarray(pex.from_array(array).resize(**arguments)).astype(int)
+        reference = np.asarray(pillow.fromarray(array).resize(size, pillow.LANCZOS)).astype(int)
+        assert result.shape == reference.shape
+        assert np.abs(result - reference).max() <= 2
+    assert pex.from_array(array).resize(fit=(100, 100)).size == (100, 100)
+    assert pex.from_array(array).resize(fill=(100, 100)).size == (100, 100)
+
+
+def test_cuts_turns_and_joins():
+    array = scene(60, 40)
+    image = pex.from_array(array)
+    assert np.array_equal(np.asarray(image.crop((10, 5, 40, 25))), array[5:25, 10:40])
+    for degrees, turns in [(90, -1), (180, 2), (270, 1), (-90, 1), (360, 0)]:
+        assert np.array_equal(np.asarray(image.turn(degrees)), np.rot90(array, turns))
+    tiles = image.split(rows=2, columns=3)
+    assert [[tile.size for tile in row] for row in tiles] == [[(20, 20)] * 3] * 2
+    assert np.array_equal(np.asarray(tiles[1][2]), array[20:40, 40:60])
+    assert image.join(image).size == (120, 40)
+    assert image.join(image, vertical=True).size == (60, 80)
+
+
+def test_keeps_a_byte_budget():
+    image = pex.from_array(scene(1200, 900))
+    result = image.encode("jpeg", max_bytes=60_000)
+    assert 40_000 < len(result.data) <= 60_000 and len(result) == len(result.data)
+    assert 0 < result.quality < 1 and result.size == (1200, 900)
+    assert decoded(result.data).shape == (900, 1200, 3)
+    data = pex.shrink(image.encode("png").data, max_side=600, max_bytes=20_000)
+    assert len(data) <= 20_000 and decoded(data).shape == (450, 600, 3)
+
+
+def test_saves_whole_files(photo, tmp_path):
+    image = pex.open(photo)
+    saved = image.save(tmp_path / "out" / "small.png")
+    assert (tmp_path / "out" / "small.png").read_bytes() == saved.data
+    with pytest.raises(OSError):
+        image.save("/proc/nothing/small.jpg")
+
+
+def test_errors_say_what_and_are_of_pythons_kinds(tmp_path, photo):
+    text = tmp_path / "notes.jpg"
+    text.write_text("no picture")
+    cases = [
+        (lambda: pex.open(tmp_path / "none.jpg"), FileNotFoundError, "no-such-file"),
+        (lambda: pex.open(tmp_path), IsADirectoryError, "is-folder"),
+        (lambda: pex.open(text), pex.NotAnImage, "not-an-image"),
+        (lambda: pex.open(b""), pex.NotAnImage, None),
+        (lambda: pex.open(io.StringIO("text")), pex.InvalidArgument, None),
+        (lambda: pex.open(photo).resize(), ValueError, "bad-argument"),
+        (lambda: pex.open(photo).encode("nonsense"), ValueError, "bad-argument"),
+        (lambda: pex.open(photo).encode("jpeg", quality=85), ValueError, "bad-argument"),
+        (lambda: pex.open(photo).crop((900, 900, 950, 950)), ValueError, "bad-argument"),
+        (lambda: pex.from_array(np.zeros((0, 4, 3), np.uint8)), ValueError, "bad-argument"),
+        (lambda: pex.from_array(np.zeros((4, 4, 2), np.uint8)), ValueError, "bad-argument"),
+        (lambda: pex.from_array(np.zeros((4, 4, 3))), TypeError, None),
+        (lambda: pex.open(photo).resize(max_side="wide"), TypeError, None),
+        (lambda: pex.open(photo).resize(max_side=float("nan")), ValueError, "bad-argument"),
+        (lambda: pex.open(photo).resize(size=(1e9, 1e9)), pex.LimitExceeded, "over-limit"),
+        (lambda: pex.open(photo).resize(size=(-5, 10)), ValueError, "bad-argument"),
+        (lambda: pex.open(photo).encode(metadata="all"), ValueError, "bad-argument"),
+        (lambda: pex.open(photo).encode(max_bytes=10), pex.BudgetTooSmall, "budget-too-small"),
+        (lambda: pex.open(12), pex.InvalidArgument, "bad-argument"),
+        (lambda: pex.open("a\0b"), ValueError, None),
+        (lambda: pex.open(closed(photo)), ValueError, None),
+        (lambda: pex.from_array(np.broadcast_to(np.uint8(1), (60000, 60000, 3))), pex.LimitExceeded, "over-limit"),
+        (lambda: pex.from_array(np.zeros((4, 4, 3), np.uint16)), TypeError, None),
+        (lambda: pex.from_array(None), TypeError, None),
+        (lambda: memoryview(pex.open(photo)).__setitem__((0, 0, 0), 1), TypeError, None),
+        (lambda: pex.open(photo).save(tmp_path / "unnamed"), ValueError, "bad-argument"),
+        (lambda: pex.open(photo).apply_lut(photo.parent / "none.cube"), FileNotFoundError, "no-such-file"),
+        (lambda: pex.open(photo).convolve([1, 2]), ValueError, "bad-argument"),
+        (lambda: pex.open(photo).watermark(pex.open(photo), position="Nowhere"), ValueError, "bad-argument"),
+        (lambda: pickle.loads(pickle.dumps(pex.open(photo))[:-5000]), Exception, None),
+        (lambda: list(pex.pdf_pages(photo)), pex.MissingModule, "missing-module"),
+    ]
+    for call, kind, code in cases:
+        with pytest.raises(kind) as raised:
+            call()
+        if code:
+            assert isinstance(raised.value, pex.Error) and raised.value.code == code
+
+
+def test_a_cut_picture_is_told_and_shown(photo):
+    whole = photo.read_bytes()
+    with pytest.raises(pex.Truncated) as raised:
+        np.asarray(pex.open(whole[: len(whole) // 2]).resize(max_side=100))
+    assert 0.1 < raised.value.fraction < 0.9
+    assert np.asarray(raised.value.image).shape == (480, 640, 3)
+
+
+def test_what_the_photo_says_stays_with_it():
+    exif = pillow.Exif()
+    exif[0x010F] = "Maker"
+    exif.get_ifd(0x8825)[1] = "N"
+    photo = pex.open(encoded(scene(64, 48), exif=exif.tobytes()))
+    assert photo.info["TIFF"]["Make"] == "Maker"
+    for keep, maker, place in [("keep", True, True), ("no-location", True, False), ("none", False, False)]:
+        for picture in (photo.resize(max_side=32), pickle.loads(pickle.dumps(photo))):
+            said = pillow.open(io.BytesIO(picture.encode(metadata=keep).data)).getexif()
+            assert (said.get(0x010F) == "Maker", bool(said.get_ifd(0x8825))) == (maker, place)
+    given = pex.Metadata()
+    given.exif = photo.metadata.exif
+    assert pex.open(pex.from_array(scene(64, 48)).encode("png", metadata=given).data).info["TIFF"]["Make"] == "Maker"
+
+
+def test_shrink_hands_on_what_is_small_enough():
+    data = encoded(scene(64, 48))
+    assert pex.shrink(data, max_side=64, max_bytes=len(data)) is data
+    assert pex.shrink(data, max_side=64, max_bytes=len(data), metadata="none") is not data
+
+
+def linear(v):
+    return np.where(v <= 0.04045, v / 12.92, ((v + 0.055) / 1.055) ** 2.4)
+
+
+def test_pixels_are_changed_as_numpy_would():
+    array = scene(48, 40)
+    image = pex.from_array(array)
+    keyed = np.asarray(pex.from_array(np.where(array > 128, 255, 0).astype(np.uint8)).key((255, 255, 255)))
+    assert np.array_equal(keyed[..., 3] == 0, (array > 128).all(axis=-1))
+    assert np.allclose(image.average_color()[:3], array.mean(axis=(0, 1)), atol=1.5)
+    assert np.asarray(image.fill((10, 20, 30)))[5, 5].tolist()[:3] == [10, 20, 30]
+    kernel = np.asarray(image.convolve([0, 0, 0, 0, 3, 0, 0, 0, 0]))
+    assert np.array_equal(kernel[1:-1, 1:-1, :3], array[1:-1, 1:-1])
+    brighter = np.asarray(image.exposure(1)).astype(float)[..., :3] / 255
+    assert np.abs(linear(brighter) - np.minimum(1, 2 * linear(array / 255))).max() < 0.02
+    marked = np.asarray(image.watermark(image.resize(max_side=12), position="Top Left"))
+    assert np.array_equal(marked[20:, 20:, :3], array[20:, 20:]) and not np.array_equal(marked[:8, :8, :3], array[:8, :8])
+    grid = np.array(image.color_grid(4, 2))
+    assert grid.shape == (2, 4, 4)
+    masked = np.asarray(image.mask(pex.from_array(np.full((40, 48), 128, np.uint8))))
+    assert np.abs(masked[..., 3].astype(int) - 128).max() <= 1
+
+
+def test_interrupts_end_a_long_call():
+    noise = pex.from_array(np.random.default_rng(1).integers(0, 255, (6000, 6000, 3), np.uint8))
+
+    def interrupt(*_):
+        raise KeyboardInterrupt
+
+    before = signal.signal(signal.SIGALRM, interrupt)
+    signal.setitimer(signal.ITIMER_REAL, 0.05)
+    try:
+        with pytest.raises(KeyboardInterrupt):
+            noise.encode("png")
+        assert pex._core._running() == 1  # it was not done
+    finally:
+        signal.signal(signal.SIGALRM, before)
+
+
+def test_awaitable_forms(photo, tmp_path):
+    async def work():
+        small = await pex.aio.resize(await pex.aio.open(photo), max_side=80)
+        await pex.aio.save(small, tmp_path / "small.png")
+        return len(await pex.aio.shrink(photo, max_side=80, max_bytes=2000))
+
+    assert asyncio.run(work()) <= 2000
+    assert pillow.open(tmp_path / "small.png").size == (80, 60)
+
+
+def test_limits(photo):
+    before = pex.get_limits()
+    tight = pex.get_limits()
+    tight.max_pixels = 1000
+    pex.set_limits(tight)
+    try:
+        with pytest.raises(pex.LimitExceeded):
+            pex.open(photo)
+    finally:
+        pex.set_limits(before)
+
+
+def test_threads_share_pictures(photo):
+    image = pex.open(photo)
+    with ThreadPoolExecutor(4) as threads:
+        results = list(threads.map(lambda i: image.resize(max_side=100 + i % 3).encode().data, range(40)))
+    assert len({bytes(result) for result in results}) == 3
+
+
+def sized(path):
+    return len(pex.open(path).resize(max_side=64).encode("jpeg", max_bytes=3000).data)
+
+
+@pytest.mark.parametrize("way", ["fork", "spawn", "forkserver"])
+def test_workers_of_all_kinds(photo, way):
+    np.asarray(pex.open(photo).resize(max_side=300))  # the parent's threads are there
+    with ProcessPoolExecutor(2, mp_context=get_context(way)) as workers:
+        assert len(set(workers.map(sized, [photo] * 8))) == 1
+
+
+def test_threads_can_be_bounded(photo):
+    before = pex.get_threads()
+    wide = pex.open(photo).resize(max_side=300).encode().data
+    pex.set_threads(1)
+    try:
+        assert pex.get_threads() == 1
+        assert pex.open(photo).resize(max_side=300).encode().data == wide
+        assert threading.active_count() >= 1
+    finally:
+        pex.set_threads(0)
+    assert pex.get_threads() == before
+
+
+def test_starts_without_numpy():
+    code = "import sys; sys.modules['numpy'] = None; import peximage; print(peximage.__version__)"
+    told = subprocess.run([sys.executable, "-c", code], capture_output=True, text=True, check=True)
+    assert told.stdout.strip() == pex.__version__

@@ -1,5 +1,6 @@
 #include "modules/heif/CodedSize.h"
 #include "modules/heif/Held.h"
+#include "modules/heif/Startable.h"
 #include "peximage/platform/codecs/CodecModule.h"
 #include "peximage/platform/foundation/Module.h"
 
@@ -9,6 +10,7 @@
 #include <libheif/heif.h>
 #include <memory>
 #include <new>
+#include <string>
 #include <vector>
 
 namespace {
@@ -173,6 +175,7 @@ Picture* open(const Module::Input& input, const Module::Limits& limits, Module::
 void close(Picture* picture) { delete picture; }
 
 Module::Decoded decode(Picture* picture, std::uint8_t* pixels) {
+    if (!pex::heif::canStart(pex::heif::decodersThreads)) return {0, false, Failure::noThread};
     if (!pex::heif::codedSizesFit(picture->input, picture->limits)) return {0, false};
     heif_image* decoded = nullptr;
     const Failure failure = failureOf(heif_decode_image(picture->handle.get(), &decoded, heif_colorspace_RGB,
@@ -228,6 +231,8 @@ void choosePace(heif_encoder* encoder, const Module::Encoding& how) {
     constexpr int middleSpeed = 7; // of AV1's 0 to 9
     if (how.compression == Module::Compression::usual) {
         heif_encoder_set_parameter_string(encoder, "preset", "veryfast");
+        heif_encoder_set_parameter_string(encoder, "x265:pools", std::to_string(how.threads).c_str());
+        heif_encoder_set_parameter_string(encoder, "x265:frame-threads", "1"); // of one picture
         return;
     }
     heif_encoder_set_parameter_integer(encoder, "speed", middleSpeed);
@@ -265,6 +270,7 @@ Failure encode(const Module::Encoding& how, void (*write)(void*, const std::uint
     heif_encoder* found = nullptr;
     const auto format = isAv1 ? heif_compression_AV1 : heif_compression_HEVC;
     if (!file) return Failure::outOfMemory;
+    if (!pex::heif::canStart(how.threads + pex::heif::encodersOwnThreads)) return Failure::noThread;
     Failure failure = failureOf(heif_context_get_encoder_for_format(file.get(), format, &found));
     if (failure != Failure::none) return failure;
     const Held<heif_encoder> encoder(found);

@@ -146,31 +146,39 @@ std::optional<FittedPicture> PexImageHelper::dataWithin(const std::shared_ptr<Pe
 }
 
 bool PexImageHelper::saveToPNG(const PexImage& image, const URL& toUrl, const ImageMetadata& metadata) {
-    prepareDestination(toUrl);
-    const std::optional<Data> png = image.pngData({.metadata = metadata});
-    return png && png->write(toUrl, Data::Writing::inPlace);
+    return absentWithoutMemory([&] {
+        prepareDestination(toUrl);
+        const std::optional<Data> png = image.pngData({.metadata = metadata});
+        return png && png->write(toUrl, Data::Writing::inPlace);
+    });
 }
 
 bool PexImageHelper::saveToTIFF(const PexImage& image, const URL& toUrl, const ImageMetadata& metadata) {
-    prepareDestination(toUrl);
-    const std::optional<CGImage> bitmap = image.image->cgImageForProposedRect();
-    if (!bitmap) return false;
-    NSBitmapImageRep rep(*bitmap);
-    rep.setSize(image.image->size());
-    const std::optional<Data> tiff = rep.representation(ImageFormat::tiff, {.metadata = metadata});
-    return tiff && tiff->write(toUrl, Data::Writing::inPlace);
+    return absentWithoutMemory([&] {
+        prepareDestination(toUrl);
+        const std::optional<CGImage> bitmap = image.image->cgImageForProposedRect();
+        if (!bitmap) return false;
+        NSBitmapImageRep rep(*bitmap);
+        rep.setSize(image.image->size());
+        const std::optional<Data> tiff = rep.representation(ImageFormat::tiff, {.metadata = metadata});
+        return tiff && tiff->write(toUrl, Data::Writing::inPlace);
+    });
 }
 
 bool PexImage::saveToJpeg(const QualityToUrl& how) {
-    return PexImageHelper::saveToJpeg(
-        shared_from_this(),
-        PexImageHelper::JpegAtQuality{how.quality, how.dpi, how.url, how.toUrl, how.to, {}, how.metadata});
+    return absentWithoutMemory([&] {
+        return PexImageHelper::saveToJpeg(
+            shared_from_this(), PexImageHelper::JpegAtQuality{
+                                    how.quality, how.dpi, how.url, how.toUrl, how.to, {}, how.metadata});
+    });
 }
 
 bool PexImage::saveToJpeg(const ToUrlOfMaxSize& how) {
-    return PexImageHelper::saveToJpeg(
-        shared_from_this(),
-        PexImageHelper::JpegOfSize{how.maxSize, how.dpi, how.toUrl, how.to, how.url, {}, how.metadata});
+    return absentWithoutMemory([&] {
+        return PexImageHelper::saveToJpeg(
+            shared_from_this(),
+            PexImageHelper::JpegOfSize{how.maxSize, how.dpi, how.toUrl, how.to, how.url, {}, how.metadata});
+    });
 }
 
 bool PexImage::saveToPNG(const URL& url) const { return PexImageHelper::saveToPNG(*this, url); }

@@ -2,6 +2,7 @@
 #include "peximage/image/PexImage.h"
 #include "peximage/image/arguments/Destination.h"
 #include "peximage/platform/codecs/CGImageDestination.h"
+#include "peximage/platform/foundation/OutOfMemory.h"
 #include "peximage/platform/raster/ConvertedImage.h"
 
 namespace pex {
@@ -34,11 +35,13 @@ std::unique_ptr<RepeatedEncoding> encodingOf(const PexImage& image, const PexIma
 } // namespace
 
 std::optional<Data> PexImage::heifData(const HeifQuality& how) const {
-    const std::optional<CGImage> picture = pictureToEncode(*this);
-    if (!picture) return std::nullopt;
-    auto options = optionsOf(how.useAlpha, how.metadata);
-    options.quality = how.quality;
-    return CGImageDestination::encode(*picture, ImageFormat::heif, options);
+    return absentWithoutMemory([&]() -> std::optional<Data> {
+        const std::optional<CGImage> picture = pictureToEncode(*this);
+        if (!picture) return std::nullopt;
+        auto options = optionsOf(how.useAlpha, how.metadata);
+        options.quality = how.quality;
+        return CGImageDestination::encode(*picture, ImageFormat::heif, options);
+    });
 }
 
 bool PexImage::saveAsHEIF(const ToUrlAtHeifQuality& how) const {

@@ -1,6 +1,7 @@
 #include "peximage/image/PexImage.h"
 
 #include "peximage/platform/codecs/ImageLimits.h"
+#include "peximage/platform/foundation/OutOfMemory.h"
 #include "peximage/platform/toolkit/NSScreen.h"
 #include "peximage/platform/varda/PexId.h"
 
@@ -28,57 +29,75 @@ void PexImage::setSize() {
 
 std::shared_ptr<PexImage> PexImage::make(const std::shared_ptr<NSImage>& image,
                                          const DontCreateAuxiliaryVars& options) {
-    if (!image) return nullptr;
-    auto made = around(image);
-    if (!options.dontCreateAuxiliaryVars) made->setSize();
-    return made;
+    return absentWithoutMemory([&]() -> std::shared_ptr<PexImage> {
+        if (!image) return nullptr;
+        auto made = around(image);
+        if (!options.dontCreateAuxiliaryVars) made->setSize();
+        return made;
+    });
 }
 
 std::shared_ptr<PexImage> PexImage::make(const Data& bytes, const DontCreateAuxiliaryVars& options) {
-    const auto decoded = NSImage::make(bytes);
-    return decoded ? make(decoded, options) : nullptr;
+    return absentWithoutMemory([&]() -> std::shared_ptr<PexImage> {
+        const auto decoded = NSImage::make(bytes);
+        return decoded ? make(decoded, options) : nullptr;
+    });
 }
 
 std::shared_ptr<PexImage> PexImage::make(const Named& source) {
-    const auto found = NSImage::named(source.named);
-    return found ? make(found, {}) : nullptr;
+    return absentWithoutMemory([&]() -> std::shared_ptr<PexImage> {
+        const auto found = NSImage::named(source.named);
+        return found ? make(found, {}) : nullptr;
+    });
 }
 
 std::shared_ptr<PexImage> PexImage::make(const URL& url, const NoTimeOut&) {
-    const auto read = NSImage::make(url);
-    return read ? make(read, {}) : nullptr;
+    return absentWithoutMemory([&]() -> std::shared_ptr<PexImage> {
+        const auto read = NSImage::make(url);
+        return read ? make(read, {}) : nullptr;
+    });
 }
 
 std::shared_ptr<PexImage> PexImage::make(const FastUrl& source) {
-    const auto bytes = Data::contentsOf(source.fastUrl, ImageLimits::current().maxSourceBytes);
-    return bytes ? make(*bytes, {}) : nullptr; // NOLINT: the analyser takes the shared image for a leak
+    return absentWithoutMemory([&]() -> std::shared_ptr<PexImage> {
+        const auto bytes = Data::contentsOf(source.fastUrl, ImageLimits::current().maxSourceBytes);
+        return bytes ? make(*bytes, {}) : nullptr; // NOLINT: the analyser takes the shared image for a leak
+    });
 }
 
 std::shared_ptr<PexImage> PexImage::make(const CGImage& bitmap) {
-    auto made = around(NSImage::make(bitmap, bitmap.size()));
-    made->cgImage = bitmap;
-    made->setSize();
-    return made;
+    return absentWithoutMemory([&]() -> std::shared_ptr<PexImage> {
+        auto made = around(NSImage::make(bitmap, bitmap.size()));
+        made->cgImage = bitmap;
+        made->setSize();
+        return made;
+    });
 }
 
 std::shared_ptr<PexImage> PexImage::make(const CIImage& picture) {
-    const std::optional<CGImage> rendered = picture.getCGImage();
-    if (!rendered) return nullptr;
-    return make(NSImage::make(*rendered, rendered->size()), {});
+    return absentWithoutMemory([&]() -> std::shared_ptr<PexImage> {
+        const std::optional<CGImage> rendered = picture.getCGImage();
+        if (!rendered) return nullptr;
+        return make(NSImage::make(*rendered, rendered->size()), {});
+    });
 }
 
 std::shared_ptr<PexImage> PexImage::make(const FromCIImage& source) { return make(source.ciImage); }
 
 std::shared_ptr<PexImage> PexImage::make(const OfSize& blank) {
-    auto made = around(NSImage::make(blank.size / NSScreen::largestBackingScaleFactor()));
-    made->size = blank.size;
-    return made;
+    return absentWithoutMemory([&]() -> std::shared_ptr<PexImage> {
+        auto made = around(NSImage::make(blank.size / NSScreen::largestBackingScaleFactor()));
+        made->size = blank.size;
+        return made;
+    });
 }
 
 std::shared_ptr<PexImage> PexImage::make(const NotBakedNormalizedSize& blank) {
-    auto made = around(NSImage::make(blank.notBakedNormalizedSize));
-    made->size = blank.notBakedNormalizedSize;
-    return made;
+    return absentWithoutMemory([&]() -> std::shared_ptr<PexImage> {
+        auto made = around(NSImage::make(blank.notBakedNormalizedSize));
+        made->size = blank.notBakedNormalizedSize;
+        return made;
+    });
 }
 
 std::shared_ptr<NSBitmapImageRep> PexImage::bitmapRep() const {

@@ -1,4 +1,5 @@
 #include "peximage/image/PexImage.h"
+#include "peximage/platform/foundation/OutOfMemory.h"
 
 #include <algorithm>
 #include <cmath>
@@ -13,8 +14,10 @@ CGSize scaledToWholePixels(CGSize size, double factor) {
 } // namespace
 
 std::shared_ptr<PexImage> PexImage::resize(const To& target) const {
-    const std::optional<CIImage> picture = ciImage();
-    return picture ? make(picture->resized({.to = target.to})) : nullptr;
+    return absentWithoutMemory([&]() -> std::shared_ptr<PexImage> {
+        const std::optional<CIImage> picture = ciImage();
+        return picture ? make(picture->resized({.to = target.to})) : nullptr;
+    });
 }
 
 std::shared_ptr<PexImage> PexImage::resize(const ToWidth& target) {

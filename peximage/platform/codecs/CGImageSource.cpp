@@ -22,13 +22,10 @@ std::optional<OpenedImage> openImage(const CGDataProvider& bytes) {
         giveReason(ReasonCode::notAnImage, "not an image");
         return std::nullopt;
     }
-    return absentWithoutMemory([&] {
-        const ReasonWatch watch;
-        std::optional<OpenedImage> opened = codec->open(bytes, limits);
-        if (!opened && !watch.hasSeen())
-            giveReason(ReasonCode::damaged, "damaged: its header cannot be read");
-        return opened;
-    });
+    const ReasonWatch watch;
+    std::optional<OpenedImage> opened = codec->open(bytes, limits);
+    if (!opened && !watch.hasSeen()) giveReason(ReasonCode::damaged, "damaged: its header cannot be read");
+    return opened;
 }
 
 } // namespace
@@ -45,29 +42,31 @@ std::optional<ImageFormat> CGImageSource::formatOf(const URL& file) {
 }
 
 std::optional<CGImageSource> CGImageSource::make(const Data& bytes) {
-    const std::optional<OpenedImage> opened =
-        absentWithoutMemory([&] { return openImage(CGDataProvider(bytes)); });
-    if (!opened || !opened->source) return std::nullopt;
-    CGImageSource source;
-    source.properties_ = opened->properties;
-    source.exif_ = opened->exif;
-    source.bytesRead_ = bytes.size();
-    source.data_ = bytes;
-    source.image_ = CGImage::make(opened->source);
-    return source;
+    return absentWithoutMemory([&]() -> std::optional<CGImageSource> {
+        const std::optional<OpenedImage> opened = openImage(CGDataProvider(bytes));
+        if (!opened || !opened->source) return std::nullopt;
+        CGImageSource source;
+        source.properties_ = opened->properties;
+        source.exif_ = opened->exif;
+        source.bytesRead_ = bytes.size();
+        source.data_ = bytes;
+        source.image_ = CGImage::make(opened->source);
+        return source;
+    });
 }
 
 std::optional<CGImageSource> CGImageSource::make(const URL& file) {
-    const std::optional<CGDataProvider> bytes = CGDataProvider::open(file);
-    if (!bytes) return std::nullopt;
-    std::optional<OpenedImage> opened = openImage(*bytes);
-    if (!opened) return std::nullopt;
-    CGImageSource source;
-    source.properties_ = std::move(opened->properties);
-    source.exif_ = opened->exif;
-    source.bytesRead_ = bytes->bytesRead();
-    source.file_ = file;
-    return source;
+    return absentWithoutMemory([&]() -> std::optional<CGImageSource> {
+        const std::optional<CGDataProvider> bytes = CGDataProvider::open(file);
+        std::optional<OpenedImage> opened = bytes ? openImage(*bytes) : std::nullopt;
+        if (!opened) return std::nullopt;
+        CGImageSource source;
+        source.properties_ = std::move(opened->properties);
+        source.exif_ = opened->exif;
+        source.bytesRead_ = bytes->bytesRead();
+        source.file_ = file;
+        return source;
+    });
 }
 
 PropertyDictionary CGImageSource::copyProperties() const {
@@ -99,10 +98,11 @@ bool CGImageSource::isIncomplete() {
 
 std::optional<CGImage> CGImageSource::createImage() const {
     if (image_) return image_;
-    const std::optional<Data> bytes = Data::contentsOf(*file_, ImageLimits::current().maxSourceBytes);
-    if (!bytes) return std::nullopt;
-    const std::optional<CGImageSource> source = make(*bytes);
-    return source ? source->image_ : std::nullopt;
+    return absentWithoutMemory([&]() -> std::optional<CGImage> {
+        const std::optional<Data> bytes = Data::contentsOf(*file_, ImageLimits::current().maxSourceBytes);
+        const std::optional<CGImageSource> source = bytes ? make(*bytes) : std::nullopt;
+        return source ? source->image_ : std::nullopt;
+    });
 }
 
 } // namespace pex

@@ -2,6 +2,7 @@
 
 #include "peximage/platform/codecs/ExifBlock.h"
 #include "peximage/platform/foundation/Module.h"
+#include "peximage/platform/foundation/OutOfMemory.h"
 #include "peximage/platform/foundation/Reason.h"
 #include "peximage/platform/foundation/Workers.h"
 #include "peximage/platform/raster/ColorConversion.h"
@@ -55,11 +56,20 @@ void giveReasonOf(Failure failure) {
     }
 }
 
+/// About what the hungriest take, beside the pixels that they are given.
+constexpr std::size_t bytesToOpen = std::size_t{1} << 20, bytesToCode = std::size_t{16} << 20;
+constexpr std::size_t bytesToDecodePixel = 12, bytesToEncodePixel = 24;
+
+std::size_t pixelCount(std::int64_t width, std::int64_t height) {
+    return static_cast<std::size_t>(width) * static_cast<std::size_t>(height);
+}
+
 /// A picture that a module has opened.
 class OpenPicture {
   public:
     OpenPicture(const CodecModule& module, CGDataProvider bytes, const ImageLimits& limits)
         : module_(module), bytes_(std::move(bytes)) {
+        expectMemory(bytesToOpen);
         const CodecModule::Input input{&bytes_, bytes_.size(), bytes_.data().data(), read};
         picture_ =
             module_.open(input, {limits.maxMetadataBytes, std::numeric_limits<int>::max(), limits.maxPixels},
@@ -79,7 +89,10 @@ class OpenPicture {
     explicit operator bool() const { return picture_ != nullptr; }
     const CodecModule::Header& header() const { return header_; }
     bool breaksOff() { return module_.breaksOff != nullptr && module_.breaksOff(picture_); }
-    CodecModule::Decoded decode(std::uint8_t* pixels) { return module_.decode(picture_, pixels); }
+    CodecModule::Decoded decode(std::uint8_t* pixels) {
+        expectMemory(bytesToCode + bytesToDecodePixel * pixelCount(header_.width, header_.height));
+        return module_.decode(picture_, pixels);
+    }
 
   private:
     static std::size_t read(void* context, std::size_t offset, std::uint8_t* into, std::size_t count) {
@@ -285,6 +298,7 @@ std::optional<Data> encodeByModule(const ModuleEncoding& how, const CGImage& ima
                                          options.metadata.exif.size(),
                                          options.metadata.xmp.data(),
                                          options.metadata.xmp.size()};
+    expectMemory(bytesToCode + bytesToEncodePixel * pixelCount(pixels->width, pixels->height));
     std::vector<std::uint8_t> file;
     const Failure failure = module->encode(encoding, append, &file);
     if (failure == Failure::none && !file.empty()) return Data(std::move(file));

@@ -4,6 +4,7 @@
 #include "peximage/platform/codecs/PdfModule.h"
 #include "peximage/platform/foundation/Module.h"
 #include "peximage/platform/foundation/NumberText.h"
+#include "peximage/platform/foundation/OutOfMemory.h"
 #include "peximage/platform/foundation/Reason.h"
 
 #include <utility>
@@ -25,14 +26,19 @@ PdfDocument::~PdfDocument() = default;
 bool PdfDocument::isAvailable() { return loadModule<PdfModule>(PdfModule::name) != nullptr; }
 
 std::unique_ptr<PdfDocument> PdfDocument::open(const Data& bytes) {
-    const auto* module = loadModule<PdfModule>(PdfModule::name);
-    PdfModule::Document* document = module != nullptr ? module->open(bytes.data(), bytes.size()) : nullptr;
-    if (document == nullptr) {
-        if (needsPassword(bytes)) giveReason(ReasonCode::needsPassword, "needs a password");
-        return nullptr;
-    }
-    return std::unique_ptr<PdfDocument>(new PdfDocument(
-        bytes, std::unique_ptr<Handle>(new Handle{module, document}))); // NOLINT: an aggregate
+    return absentWithoutMemory([&]() -> std::unique_ptr<PdfDocument> {
+        const auto* module = loadModule<PdfModule>(PdfModule::name);
+        constexpr std::size_t takenByOpening = std::size_t{8} << 20;
+        expectMemory(takenByOpening + bytes.size());
+        PdfModule::Document* document =
+            module != nullptr ? module->open(bytes.data(), bytes.size()) : nullptr;
+        if (document == nullptr) {
+            if (needsPassword(bytes)) giveReason(ReasonCode::needsPassword, "needs a password");
+            return nullptr;
+        }
+        return std::unique_ptr<PdfDocument>(new PdfDocument(
+            bytes, std::unique_ptr<Handle>(new Handle{module, document}))); // NOLINT: an aggregate
+    });
 }
 
 bool PdfDocument::needsPassword(const Data& bytes) {

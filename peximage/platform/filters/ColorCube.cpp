@@ -1,12 +1,12 @@
 #include "peximage/platform/filters/ColorCube.h"
 
 #include "peximage/platform/codecs/CGImageSource.h"
+#include "peximage/platform/foundation/OutOfMemory.h"
 #include "peximage/platform/raster/kernels/ColorRow.h"
 #include "peximage/platform/raster/kernels/ConvertRow.h"
 
 #include <algorithm>
 #include <cmath>
-#include <new>
 
 namespace pex {
 namespace {
@@ -152,14 +152,13 @@ std::shared_ptr<const ColorCube> ColorCube::fromPicture(const CGImage& picture) 
     return make(side, isStrip ? untangled(read, side) : read);
 }
 
-std::shared_ptr<const ColorCube> ColorCube::fromBytes(const Data& file) try {
-    if (const auto source = CGImageSource::make(file)) {
+std::shared_ptr<const ColorCube> ColorCube::fromBytes(const Data& file) {
+    return absentWithoutMemory([&]() -> std::shared_ptr<const ColorCube> {
+        const auto source = CGImageSource::make(file);
+        if (!source) return fromText(file.text());
         const std::optional<CGImage> picture = source->createImage();
         return picture ? fromPicture(*picture) : nullptr;
-    }
-    return fromText(file.text());
-} catch (const std::bad_alloc&) {
-    return nullptr;
+    });
 }
 
 } // namespace pex

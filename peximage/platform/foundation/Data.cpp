@@ -2,6 +2,7 @@
 
 #include "peximage/platform/foundation/AtomicFile.h"
 #include "peximage/platform/foundation/OpenFile.h"
+#include "peximage/platform/foundation/OutOfMemory.h"
 #include "peximage/platform/foundation/Reason.h"
 #include "peximage/platform/foundation/URL.h"
 #include "peximage/platform/foundation/WriteAll.h"
@@ -55,17 +56,19 @@ Data::Data(std::vector<std::uint8_t> bytes) : size_(bytes.size()) {
 Data::Data(std::string_view text) : Data(std::vector<std::uint8_t>(text.begin(), text.end())) {}
 
 std::optional<Data> Data::contentsOf(const URL& url, std::size_t limit) {
-    const std::optional<OpenFile> file = OpenFile::toRead(url);
-    if (!file) return std::nullopt;
-    if (file->size() > limit) {
-        giveReason(ReasonCode::overLimit, "has " + std::to_string(file->size()) +
-                                              " bytes, more than the limit of " + std::to_string(limit));
-        return std::nullopt;
-    }
-    const std::shared_ptr<std::uint8_t> bytes = allocate(file->size());
-    if (!bytes) giveReadingReason(ENOMEM);
-    const auto got = bytes ? file->read(0, {bytes.get(), file->size()}) : std::nullopt;
-    return got ? std::optional(Data(bytes, *got)) : std::nullopt;
+    return absentWithoutMemory([&]() -> std::optional<Data> {
+        const std::optional<OpenFile> file = OpenFile::toRead(url);
+        if (!file) return std::nullopt;
+        if (file->size() > limit) {
+            giveReason(ReasonCode::overLimit, "has " + std::to_string(file->size()) +
+                                                  " bytes, more than the limit of " + std::to_string(limit));
+            return std::nullopt;
+        }
+        const std::shared_ptr<std::uint8_t> bytes = allocate(file->size());
+        if (!bytes) giveReadingReason(ENOMEM);
+        const auto got = bytes ? file->read(0, {bytes.get(), file->size()}) : std::nullopt;
+        return got ? std::optional(Data(bytes, *got)) : std::nullopt;
+    });
 }
 
 std::string_view Data::text() const { return {reinterpret_cast<const char*>(data()), size()}; }
@@ -76,7 +79,7 @@ bool Data::write(const URL& url, Writing writing) const {
         return false;
     }
     if (writing == Writing::inPlace) return writeInPlace(url.path(), bytes());
-    return AtomicFile::save(url.path(), bytes(), AtomicFile::Flush::no);
+    return absentWithoutMemory([&] { return AtomicFile::save(url.path(), bytes(), AtomicFile::Flush::no); });
 }
 
 bool operator==(const Data& a, const Data& b) {

@@ -1,6 +1,7 @@
 #include "peximage/platform/foundation/Module.h"
 
 #include "peximage/platform/foundation/ForkSafe.h"
+#include "peximage/platform/foundation/OutOfMemory.h"
 #include "peximage/platform/foundation/Reason.h"
 
 #include <cerrno>
@@ -80,17 +81,15 @@ void giveLoadingReason(const fs::path& object) {
 const ModuleEntry* open(std::string_view name) {
     const fs::path object = find(name);
     if (object.empty()) return nullptr;
+    constexpr std::size_t takenByLoading = std::size_t{4} << 20;
+    expectMemory(takenByLoading);
     void* const handle = ::dlopen(object.c_str(), RTLD_NOW | RTLD_LOCAL);
     void* const entry = handle ? ::dlsym(handle, "pexModule") : nullptr;
     if (!entry) giveLoadingReason(object);
     return static_cast<const ModuleEntry*>(entry);
 }
 
-} // namespace
-
-bool hasModule(std::string_view name) { return !find(name).empty(); }
-
-const void* moduleInterface(std::string_view name, int version) {
+const void* loadedInterface(std::string_view name, int version) {
     static ForkSafeMutex mutex; // a fork in the middle of loading would leave half a module
     static auto& loaded =
         *new std::map<std::string, const ModuleEntry*, std::less<>>; // never freed, as above
@@ -104,6 +103,14 @@ const void* moduleInterface(std::string_view name, int version) {
     if (found->second->version == version) return found->second->interface;
     giveReason(ReasonCode::missingModule, std::string(name) + " is of another version");
     return nullptr;
+}
+
+} // namespace
+
+bool hasModule(std::string_view name) { return !find(name).empty(); }
+
+const void* moduleInterface(std::string_view name, int version) {
+    return absentWithoutMemory([&] { return loadedInterface(name, version); });
 }
 
 } // namespace pex

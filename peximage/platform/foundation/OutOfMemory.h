@@ -2,6 +2,9 @@
 
 #include "peximage/platform/foundation/Reason.h"
 
+#include <cstddef>
+#include <cstdlib>
+#include <memory>
 #include <new>
 #include <stdexcept>
 
@@ -19,6 +22,14 @@ auto absentWithoutMemory(const Work& work) -> decltype(work()) {
         giveReason(ReasonCode::outOfMemory, "out of memory");
     }
     return {};
+}
+
+/// Throws `std::bad_alloc` unless so much memory can be had. Many another library crashes, waits for ever or
+/// ends the process where a small piece is missing in its midst: it is called when there is likely to be
+/// enough.
+inline void expectMemory(std::size_t bytes) {
+    const std::unique_ptr<void, decltype(&std::free)> memory(std::malloc(bytes), std::free);
+    if (!memory) throw std::bad_alloc();
 }
 
 } // namespace pex

@@ -1,12 +1,12 @@
 #include "peximage/platform/raster/Resampler.h"
 
+#include "peximage/platform/foundation/OutOfMemory.h"
 #include "peximage/platform/foundation/Workers.h"
 #include "peximage/platform/raster/PixelBuffer.h"
 #include "peximage/platform/raster/ResamplerGroup.h"
 
 #include <algorithm>
 #include <atomic>
-#include <new>
 #include <utility>
 #include <vector>
 
@@ -70,14 +70,11 @@ std::optional<Resampler> Resampler::make(const ResamplerSpan& columns, const Res
     if (!isSide(columns.from) || !isSide(rows.from) || !isSide(columns.to) || !isSide(rows.to))
         return std::nullopt;
     if (isStraight(layout)) return std::nullopt;
-    try {
-        auto plan = std::make_shared<const ResamplerPlan>(
+    return absentWithoutMemory([&]() -> std::optional<Resampler> {
+        return Resampler(std::make_shared<const ResamplerPlan>(
             ResamplerPlan{ResamplerAxis::make(columns, ResamplerAxis::Use::columns),
-                          ResamplerAxis::make(rows, ResamplerAxis::Use::rows), layout});
-        return Resampler(std::move(plan));
-    } catch (const std::bad_alloc&) {
-        return std::nullopt;
-    }
+                          ResamplerAxis::make(rows, ResamplerAxis::Use::rows), layout}));
+    });
 }
 
 bool Resampler::resample(PixelView from, MutablePixelView to) const {
@@ -88,7 +85,7 @@ bool Resampler::resample(PixelView from, MutablePixelView to) const {
     std::atomic<bool> complete{true};
     const Blocks blocks(plan);
     const int groups = plan.groupCount(), groupsInStrip = std::max(blocks.groups, groupsAtLeast(plan));
-    try {
+    const bool had = absentWithoutMemory([&] {
         std::vector<PixelBuffer> buffers(static_cast<std::size_t>(Workers::mostCount()));
         Workers::forEach((groups - 1) / groupsInStrip + 1, [&](int strip, int slot) {
             PixelBuffer& buffer = buffers[static_cast<std::size_t>(slot)];
@@ -99,10 +96,9 @@ bool Resampler::resample(PixelView from, MutablePixelView to) const {
             for (int i = begin; i < end; i += blocks.groups)
                 weighGroups(plan, i, std::min(end, i + blocks.groups), blocks.tileBytes, from, samples, to);
         });
-    } catch (const std::bad_alloc&) {
-        return false;
-    }
-    return complete;
+        return true;
+    });
+    return had && complete;
 }
 
 } // namespace pex

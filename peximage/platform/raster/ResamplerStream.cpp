@@ -1,12 +1,12 @@
 #include "peximage/platform/raster/ResamplerStream.h"
 
+#include "peximage/platform/foundation/OutOfMemory.h"
 #include "peximage/platform/foundation/Workers.h"
 #include "peximage/platform/raster/ResamplerGroup.h"
 
 #include <algorithm>
 #include <atomic>
 #include <cstdint>
-#include <new>
 #include <utility>
 
 namespace pex {
@@ -47,11 +47,7 @@ int ResamplerStream::rowsDone() const { return std::min(plan_->rows.to, nextGrou
 bool ResamplerStream::commit(int rows) {
     inStrip_ += std::clamp(rows, 0, room().height);
     if (inStrip_ < stripRows() && rowsLeft() > 0) return !failed_;
-    try {
-        failed_ = failed_ || !work();
-    } catch (const std::bad_alloc&) {
-        failed_ = true;
-    }
+    failed_ = failed_ || !absentWithoutMemory([&] { return work(); });
     before_ += inStrip_;
     inStrip_ = 0;
     return !failed_;

@@ -1,11 +1,9 @@
 #include "Budget.h"
 
-#include "peximage/budget/PexDicotomic.h"
 #include "peximage/platform/foundation/Reason.h"
 
 #include <algorithm>
 #include <cmath>
-#include <map>
 
 namespace {
 
@@ -64,30 +62,4 @@ std::optional<pex::FittedPicture> fittedWithin(const Image& image, long long bud
         pex::giveReason(pex::ReasonCode::budgetTooSmall,
                         "cannot be made as small as " + std::to_string(budget) + " bytes");
     return fitted;
-}
-
-std::optional<pex::FittedPicture> searchedFit(const Image& image, long long budget,
-                                              const decltype(BudgetCodec::encode)& encode) {
-    constexpr double budgetShare = 0.975;
-    std::map<double, std::optional<pex::Data>> tried;
-    const auto bytesAt = [&](double quality) {
-        const auto [at, isNew] = tried.try_emplace(quality);
-        if (isNew) at->second = encode(image, quality);
-        return at->second ? static_cast<double>(at->second->size()) : 0;
-    };
-    const auto limit = static_cast<double>(budget);
-    if (bytesAt(0) == 0) return std::nullopt; // nothing here can encode it
-    if (bytesAt(0) <= limit) {
-        pex::PexDicotomic search;
-        search.target = limit * budgetShare;
-        search.function = bytesAt;
-        search.search();
-    }
-    for (auto at = tried.rbegin(); at != tried.rend(); ++at) {
-        if (at->second && static_cast<double>(at->second->size()) <= limit)
-            return pex::FittedPicture{*at->second, at->first, image->size};
-    }
-    pex::giveReason(pex::ReasonCode::budgetTooSmall,
-                    "cannot be made as small as " + std::to_string(budget) + " bytes");
-    return std::nullopt;
 }

@@ -21,8 +21,3 @@ struct BudgetCodec {
 /// smaller until about the quality fits at which results look best.
 std::optional<pex::FittedPicture> fittedWithin(const BudgetCodec::Image& image, long long budget,
                                                double leastQuality, const BudgetCodec& codec);
-
-/// `fit` for a format that has no search of its own: by bisection, at the picture's own size. Absent, with a
-/// reason, where even quality 0 is too large.
-std::optional<pex::FittedPicture> searchedFit(const BudgetCodec::Image& image, long long budget,
-                                              const decltype(BudgetCodec::encode)& encode);

@@ -56,24 +56,24 @@ bool hasQuality(pex::ImageFormat format) {
 /// How the format keeps budgets. The picture's points are its pixels.
 BudgetCodec codecFor(pex::ImageFormat format, const WritingOptions& options, const Origin& origin) {
     const long long budget = *options.maxBytes;
-    if (format != pex::ImageFormat::jpeg) {
-        const auto encode = [=](const Image& image, double quality) {
-            return encodePlain(image, format, quality, origin);
-        };
-        return {encode, [=](const Image& image) { return searchedFit(image, budget, encode); }};
-    }
+    const auto fit = [=](const Image& image) {
+        return pex::PexImageHelper::dataWithin(image, {.format = format,
+                                                       .desiredSize = budget,
+                                                       .dpi = origin.dpi,
+                                                       .options = options.jpeg,
+                                                       .metadata = origin.metadata});
+    };
+    if (format != pex::ImageFormat::jpeg)
+        return {
+            [=](const Image& image, double quality) { return encodePlain(image, format, quality, origin); },
+            fit};
     return {[=](const Image& image, double quality) {
                 return pex::PexImageHelper::jpegData(image, {.quality = quality,
                                                              .dpi = origin.dpi,
                                                              .options = options.jpeg,
                                                              .metadata = origin.metadata});
             },
-            [=](const Image& image) {
-                return pex::PexImageHelper::jpegDataWithin(image, {.desiredSize = budget,
-                                                                   .dpi = origin.dpi,
-                                                                   .options = options.jpeg,
-                                                                   .metadata = origin.metadata});
-            }};
+            fit};
 }
 
 std::optional<Encoded> encodeWithin(const Image& image, pex::ImageFormat format,

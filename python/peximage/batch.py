@@ -1,5 +1,5 @@
 """Jobs over many pictures, one call an item, for any engine that spreads calls over processes and machines (Ray:
-`peximage.ray`; Dask and Spark: docs/python-clusters.md). A job is a small value that can be pickled. It returns a row of
+`peximage.ray`). A job is a small value that can be pickled. It returns a row of
 plain values and never raises for an item: what goes wrong with one is in its row.
 
 Files are read and written on this machine, or through a file system of pyarrow (object stores), which pyarrow is then

@@ -23,6 +23,7 @@ std::shared_ptr<PexImageCache> PexImageCache::make(const MaxImagesInCache& bound
 }
 
 DispatchQueue& PexImageCache::workQueue() {
+    const ForkPass pass; // a fork now would leave it half made
     // Never freed: caches may be used while the process ends.
     static DispatchQueue& queue = *new DispatchQueue("org.peximage.PexImageCache");
     return queue;

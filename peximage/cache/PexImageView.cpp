@@ -3,6 +3,7 @@
 #include "peximage/cache/RemoteImages.h"
 #include "peximage/image/PexImage.h"
 #include "peximage/platform/foundation/DocumentCodec.h"
+#include "peximage/platform/foundation/ForkSafe.h"
 #include "peximage/platform/foundation/Guarded.h"
 #include "peximage/platform/foundation/KeyedDocument.h"
 #include "peximage/platform/varda/Queue.h"
@@ -15,6 +16,7 @@ namespace pex {
 namespace {
 
 Guarded<std::shared_ptr<PexImage>>& sharedPlaceholder() {
+    const ForkPass pass; // a fork now would leave it half made
     // Never freed: images may arrive while the process ends.
     static auto& instance = *new Guarded<std::shared_ptr<PexImage>>;
     return instance;
@@ -152,6 +154,7 @@ void PexImageView::setImage(const HttpPath& source) {
 }
 
 PexCache& PexImageView::imageCache() {
+    const ForkPass pass; // a fork now would leave it half made
     // Never freed: images may arrive while the process ends.
     static PexCache& instance = *new PexCache;
     return instance;

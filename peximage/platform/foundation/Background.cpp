@@ -1,5 +1,6 @@
 #include "peximage/platform/foundation/Background.h"
 
+#include "peximage/platform/foundation/ForkSafe.h"
 #include "peximage/platform/foundation/ThreadPool.h"
 
 #include <algorithm>
@@ -10,6 +11,7 @@ namespace {
 
 /// Never freed: coroutines may still run while the process ends.
 ThreadPool& pool() {
+    const ForkPass pass; // a fork now would leave it half made
     static ThreadPool& instance =
         *new ThreadPool(std::max(2, static_cast<int>(std::thread::hardware_concurrency())));
     return instance;

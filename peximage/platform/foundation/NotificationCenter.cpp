@@ -1,11 +1,14 @@
 #include "peximage/platform/foundation/NotificationCenter.h"
 
+#include "peximage/platform/foundation/ForkSafe.h"
+
 #include <mutex>
 #include <utility>
 
 namespace pex {
 
 NotificationCenter& NotificationCenter::defaultCenter() {
+    const ForkPass pass; // a fork now would leave it half made
     // Never freed: background work may still post while the process ends.
     static NotificationCenter& instance = *new NotificationCenter;
     return instance;

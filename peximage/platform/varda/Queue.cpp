@@ -1,5 +1,6 @@
 #include "peximage/platform/varda/Queue.h"
 
+#include "peximage/platform/foundation/ForkSafe.h"
 #include "peximage/platform/foundation/Guarded.h"
 #include "peximage/platform/foundation/ThreadPool.h"
 
@@ -19,6 +20,7 @@ ThreadPool& makePool();
 
 /// Never freed: other objects may hand over work while they are destroyed at the end of the process.
 ThreadPool& pool() {
+    const ForkPass pass; // a fork now would leave it half made
     static ThreadPool& instance = makePool();
     return instance;
 }
@@ -30,6 +32,7 @@ ThreadPool& makePool() {
 }
 
 Guarded<Queue::Executor>& executorInUse() {
+    const ForkPass pass; // a fork now would leave it half made
     static auto& instance = *new Guarded<Queue::Executor>;
     return instance;
 }

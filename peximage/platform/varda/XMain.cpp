@@ -31,6 +31,7 @@ struct MainQueue {
 };
 
 MainQueue& queue() {
+    const ForkPass pass; // a fork now would leave it half made
     // Never freed: other threads may still hand over work while the process ends.
     static MainQueue& instance = *new MainQueue;
     return instance;

@@ -197,7 +197,8 @@ void ExifEditor::set(ExifDirectory which, std::uint16_t tag, std::uint16_t type,
     }
     const TiffEntry old = *find(which, tag);
     std::size_t at = old.at + 8;
-    if (value.size() > 4) at = value.size() <= old.size ? old.valueAt : append(value);
+    const bool fits = value.size() <= old.size && old.valueAt >= TiffStructure::headerBytes;
+    if (value.size() > 4) at = fits ? old.valueAt : append(value);
     put(old.at + 2, type, 2);
     put(old.at + 4, count, 4);
     put(old.at + 8, value.size() > 4 ? static_cast<std::uint32_t>(at) : 0, 4);

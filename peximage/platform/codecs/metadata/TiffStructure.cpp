@@ -84,6 +84,7 @@ std::optional<std::uint32_t> TiffStructure::number(const TiffEntry& entry) const
 }
 
 std::optional<TiffDirectory> TiffStructure::directory(std::size_t at) const {
+    if (at < headerBytes) return std::nullopt;
     if (at < headerBytes || at > size_ || size_ - at < 2) return std::nullopt;
     const std::size_t count = number(at, 2);
     const std::vector<std::uint8_t> table = bytes(at + 2, count * entryBytes);

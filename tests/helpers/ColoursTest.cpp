@@ -61,7 +61,8 @@ TEST(Reduction, GoesInQuartersToTheTarget) {
     EXPECT_EQ(helper::reduceImageToSize(image, {100, 100})->size, (CGSize{100, 100}));
     EXPECT_EQ(printed.lines, (Lines{"res", "res done", "res", "res done", "reduceImageToSize done",
                                     "reduceImageToSize done"}));
-    EXPECT_EQ(helper::reduceImageToSize(image, {2000, 600})->size, (CGSize{2000, 600}));
+    for (const CGSize target : {CGSize{2000, 600}, {10, 550}, {900, 10}}) // also where one side is soon there
+        EXPECT_EQ(helper::reduceImageToSize(image, target)->size, target);
     EXPECT_EQ(helper::reduceImageTo1x1Pixels(image)->size, (CGSize{1, 1}));
     for (const auto& [width, height] : {std::pair{1, 1}, {7, 7}, {8, 1}, {1, 2000}})
         EXPECT_EQ(helper::reduceImageTo1x1Pixels(photo(width, height))->size, (CGSize{1, 1}));
@@ -150,10 +151,9 @@ TEST(Colours, DistancesAreInSinglePrecision) {
     const NSColor red(1, 0, 0), green(0, 1, 0), blue(0, 0, 1), white(1, 1, 1);
     EXPECT_EQ(helper::getTwoColorsDistance(red, green), std::sqrt(2.0F));
     EXPECT_EQ(helper::getTwoColorsDistance({0, 0, 0}, white), std::sqrt(3.0F));
-    // The squares 1e-4, 1e-10 and 1: in the order red, blue, green the sum is (1e-4 + 1) + 1e-10.
-    const float expected =
-        std::sqrt((static_cast<float>(0.01 * 0.01) + 1.0F) + static_cast<float>(1e-5 * 1e-5));
-    EXPECT_EQ(helper::getTwoColorsDistance({0, 0, 0}, {0.01, 1e-5, 1}), expected);
+    // Blue is added before green: 1 + 2^-24 is 1, and 1 + 2^-23 + 2^-24 would be rounded up.
+    EXPECT_EQ(helper::getTwoColorsDistance({0, 0, 0}, {1, std::exp2(-11.5), std::exp2(-12)}),
+              std::sqrt(1.0F + std::exp2(-23.0F)));
     EXPECT_EQ(helper::getColorAverage({0.1, 0.2, 0.4}), static_cast<float>((0.1 + 0.2 + 0.4) / 3));
     EXPECT_EQ(helper::getTwoColorListDistance({red, blue}, {red}), 0);
     EXPECT_EQ(helper::getTwoColorListDistance({red, blue}, {green, blue, white}), std::sqrt(2.0F) / 2);

@@ -205,6 +205,7 @@ TEST(Geometry, ProfilesAndGreyStayWhereTheyCan) {
         {colour->resizeWithFill({20, 20}), wide, same},
         {PexImage::join(colour, {.with = colour}), wide, same},
         {PexImage::join(standard, {.with = colour}), CGColorSpace::sRGB(), same},
+        {PexImage::join(colour, {.with = standard}), CGColorSpace::sRGB(), {}},
         {colour->watermark(standard, mark), wide, {}},
         {PexImageHelper::crop(*colour, {4, 4, 9, 9}), wide, same},
         {grey->rotateAndZoom(10), dark, {126, 126, 126, 126}},

@@ -178,7 +178,8 @@ TEST(Resize, SizesFollowTheFormulas) {
     EXPECT_NE(tall->resize({.withMaxSide = 100}), tall);
     EXPECT_EQ(PexImage::make(photoLike(1000, 1))->resize({.withMaxSide = 100})->size, (CGSize{100, 1}));
     EXPECT_EQ(wide->resize({.withMinSideBoundedTo = 100})->size, (CGSize{200, 100}));
-    EXPECT_EQ(tall->resize({.withMinSideBoundedTo = 100}), tall);
+    for (const double side : {20., 100.})
+        EXPECT_EQ(tall->resize({.withMinSideBoundedTo = side}), tall);
     EXPECT_EQ(wide->resize({.toWidth = 100})->size, (CGSize{100, 50}));
     EXPECT_EQ(wide->resize({.toHeight = 300U})->size, (CGSize{600, 300}));
     EXPECT_EQ(wide->resize({.to = {33.4, 77.6}})->size, (CGSize{33, 78}));

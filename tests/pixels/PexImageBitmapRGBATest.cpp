@@ -14,6 +14,7 @@ using namespace pex;
 namespace {
 
 using Bitmap = PexImageBitmapRGBA;
+using Channel = std::uint8_t;
 
 Bytes bytesOf(const Bitmap& bitmap) { return {bitmap.bytes().begin(), bitmap.bytes().end()}; }
 
@@ -23,6 +24,10 @@ Bitmap randomBitmap(int width, int height) {
     unsigned state = 3;
     for (std::size_t i = 0; i < bitmap.bytes().size(); i += 4)
         bitmap.writableBytes()[i] = static_cast<std::uint8_t>((state = state * 1664525 + 1013904223) >> 30);
+    if (width * height > 1) {
+        std::fill_n(bitmap.writableBytes().begin(), 4, Channel{0}); // and the darkest and the lightest
+        std::fill_n(bitmap.writableBytes().begin() + 4, 4, Channel{255});
+    }
     return bitmap;
 }
 
@@ -160,8 +165,6 @@ Bytes edited(Bytes bytes, Edit edit) {
     return bytes;
 }
 
-using Channel = std::uint8_t;
-
 /// Runs the operation on bitmaps of several sizes, one of them cut into many strips, on each instruction set.
 template <class Operation, class Edit>
 void expectEdits(Operation operation, Edit edit) {
@@ -229,7 +232,7 @@ TEST(PexImageBitmapRGBA, KeysUpToTheTolerance) {
                           {{11, 20, 30, 255}, 0.999, false},
                           {{13, 24, 30, 255}, 5, true},
                           {{13, 24, 30, 255}, 4.9999, false},
-                          {{11, 22, 30, 255}, std::sqrt(5), true},
+                          {{11, 21, 31, 255}, std::sqrt(3), true},
                           {{255, 255, 255, 255}, 441.7, true}};
     for (const Case& c : cases) {
         Bitmap bitmap(makePicture(1, 1, PixelLayout::straightLast, [&](int, int) { return c.pixel; }));

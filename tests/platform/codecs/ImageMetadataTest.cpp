@@ -4,6 +4,7 @@
 #include "peximage/platform/codecs/CGImageSource.h"
 #include "peximage/platform/codecs/ExifBlock.h"
 #include "peximage/platform/codecs/ImageLimits.h"
+#include "tests/platform/codecs/PngFiles.h"
 #include "tests/support/PictureFiles.h"
 #include "tests/support/Surroundings.h"
 
@@ -262,6 +263,19 @@ TEST(ImageMetadata, WhatIsTooLargeOrBrokenIsLeftOut) {
     const auto held = ImageMetadata{.exif = Data(large)}.heldBy(ImageFormat::jpeg);
     EXPECT_TRUE(held.exif.empty());
     EXPECT_TRUE(ImageMetadata::of(Data(std::string_view("no picture"))).empty());
+    // Of a block that is too large for the sake of the maker's notes the rest is held.
+    const ImageMetadata noted{
+        .exif = Data(exifBlock({exifText(0x010F, "Maker")}, {{0x927C, 7, 70'000, Bytes(70'000, 1)}}))};
+    EXPECT_FALSE(noted.heldBy(ImageFormat::jpeg).exif.empty());
+    EXPECT_EQ(noted.lostIn(noted.heldBy(ImageFormat::jpeg)),
+              std::vector<std::string_view>{"the maker's notes"});
+}
+
+TEST(ImageMetadata, ABlockIsTheSameWithoutTheSignatureThatSomeWrite) {
+    const Bytes block = exifBlock({exifText(0x010F, "Maker")}),
+                png = ::bytesOf(fileWith({}, ImageFormat::png));
+    for (const Bytes& written : {block, withSignature(block)})
+        EXPECT_EQ(ImageMetadata::of(Data(pngtest::withChunks(png, {{"eXIf", written}}))).exif, Data(block));
 }
 
 } // namespace

@@ -122,6 +122,13 @@ std::vector<Ending> files() {
     all.push_back({"JPEG with a JPEG inside",
                    withExif(jpeg, exifBlock({{0x9999, 7, 4, {0xFF, 0xD9, 0xFF, 0xD9}}})), 0});
     all.back().whole = all.back().file.size();
+    // The end of this one lies across two of the blocks that are read behind the start of its scan.
+    const Bytes scan{0xFF, 0xDA};
+    const auto start = std::search(jpeg.begin(), jpeg.end(), scan.begin(), scan.end()) - jpeg.begin();
+    Bytes across(jpeg.begin(), jpeg.end() - 2);
+    across.resize(static_cast<std::size_t>(start) + 2 + jpeg[static_cast<std::size_t>(start) + 3] + 65535, 7);
+    across = joined(across, {0xFF, 0xD9});
+    all.push_back({"JPEG whose end lies across blocks", joined(across, film), across.size()});
     const Bytes bmp = bmpFile(40, 40, 24, 0, {}, Bytes(40 * 120));
     all.push_back({"BMP", bmp, bmp.size()});
     const Bytes gif = smallGif();

@@ -201,6 +201,9 @@ TEST(CIImage, ChainsOfTransformsAndCropsRenderWhatTheyDescribe) {
     ASSERT_TRUE(rendered);
     expectPixels(*rendered, [&](int x, int y) { return pixelAt(picture, x + 5, y + 10); });
 
+    // Parts of pixels count as whole ones: 6 from the left, 5 from row 22 on.
+    expectPixels(*source.cropped({2, 3, 5.5, 4.5}).getCGImage(),
+                 [&](int x, int y) { return pixelAt(picture, x + 2, y + 22); });
     const auto moved = source.transformed(CGAffineTransform::translation(7, -3));
     EXPECT_EQ(moved.extent(), (CGRect{7, -3, 40, 30}));
     EXPECT_EQ(pixelAt(*moved.cropped({10, 0, 5, 5}).getCGImage(), 0, 0), pixelAt(picture, 3, 22));

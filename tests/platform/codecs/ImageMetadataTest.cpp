@@ -32,8 +32,8 @@ std::optional<Orientation> orientationIn(std::span<const std::uint8_t> exif) {
 }
 
 Bytes withSignature(const Bytes& exif) {
-    Bytes bytes{'E', 'x', 'i', 'f', 0, 0};
-    bytes.insert(bytes.end(), exif.begin(), exif.end());
+    Bytes bytes = exif;
+    bytes.insert(bytes.begin(), {'E', 'x', 'i', 'f', 0, 0});
     return bytes;
 }
 

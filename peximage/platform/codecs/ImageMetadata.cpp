@@ -5,6 +5,7 @@
 #include "peximage/platform/codecs/metadata/ExifEditor.h"
 #include "peximage/platform/codecs/metadata/ExifTags.h"
 #include "peximage/platform/codecs/metadata/ImageResources.h"
+#include "peximage/platform/codecs/metadata/TiffMetadata.h"
 #include "peximage/platform/codecs/metadata/XmpPacket.h"
 #include "peximage/platform/foundation/OutOfMemory.h"
 
@@ -80,8 +81,10 @@ ImageMetadata forJpeg(ImageMetadata metadata) {
     if (metadata.exif.size() <= mostExifInJpeg) return metadata;
     metadata.exif = changedExif(metadata.exif, [](ExifEditor& exif) {
         exif.remove(ExifDirectory::exif, exifTag::makerNote);
-        return exif.bytes().size() <= mostExifInJpeg;
+        return true;
     });
+    if (metadata.exif.size() > mostExifInJpeg) metadata.exif = compactExif(metadata.exif.bytes());
+    if (metadata.exif.size() > mostExifInJpeg) metadata.exif = {};
     return metadata;
 }
 

@@ -258,17 +258,17 @@ TEST(ImageMetadata, WhatIsTooLargeOrBrokenIsLeftOut) {
     const ImageMetadata broken{.exif = Data(std::string_view("II*\0\xFF\xFF\xFF\x7F", 8)),
                                .xmp = Data(std::string_view("<x t:Orientation='6'>"))};
     EXPECT_TRUE(broken.uprighted(width, height).empty());
-    Bytes large = exifOfPhoto();
-    large.resize(70'000, 1);
-    const auto held = ImageMetadata{.exif = Data(large)}.heldBy(ImageFormat::jpeg);
-    EXPECT_TRUE(held.exif.empty());
     EXPECT_TRUE(ImageMetadata::of(Data(std::string_view("no picture"))).empty());
-    // Of a block that is too large for the sake of the maker's notes the rest is held.
-    const ImageMetadata noted{
-        .exif = Data(exifBlock({exifText(0x010F, "Maker")}, {{0x927C, 7, 70'000, Bytes(70'000, 1)}}))};
-    EXPECT_FALSE(noted.heldBy(ImageFormat::jpeg).exif.empty());
-    EXPECT_EQ(noted.lostIn(noted.heldBy(ImageFormat::jpeg)),
+    // Of a block that is too large for a JPEG the rest is held without the maker's notes.
+    const auto large = [](std::uint16_t tag) {
+        const Bytes value(70'000, 1);
+        return ImageMetadata{.exif = Data(exifBlock({exifText(0x010F, "Maker")}, {{tag, 7, 70'000, value}}))};
+    };
+    const ImageMetadata notes = large(0x927C), comment = large(0x9286);
+    EXPECT_FALSE(notes.heldBy(ImageFormat::jpeg).exif.empty());
+    EXPECT_EQ(notes.lostIn(notes.heldBy(ImageFormat::jpeg)),
               std::vector<std::string_view>{"the maker's notes"});
+    EXPECT_TRUE(comment.heldBy(ImageFormat::jpeg).exif.empty());
 }
 
 TEST(ImageMetadata, ABlockIsTheSameWithoutTheSignatureThatSomeWrite) {

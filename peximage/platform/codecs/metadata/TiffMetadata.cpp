@@ -266,6 +266,12 @@ ImageMetadata readTiffMetadata(const CGDataProvider& bytes, const ImageLimits& l
     return metadata;
 }
 
+Data compactExif(std::span<const std::uint8_t> block) {
+    const auto structure = TiffStructure::of(block);
+    const auto main = structure ? structure->mainDirectory() : std::nullopt;
+    return main ? exifOf(*structure, *main, block.size()) : Data();
+}
+
 std::optional<Bytes> tiffWithMetadata(std::span<const std::uint8_t> file, const ImageMetadata& metadata) {
     const auto own = TiffStructure::of(file);
     const auto main = own ? own->mainDirectory() : std::nullopt;

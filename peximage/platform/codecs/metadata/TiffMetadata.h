@@ -15,6 +15,10 @@ namespace pex {
 /// EXIF block, in which a maker's notes stand where they stood in the file if that is near its beginning.
 ImageMetadata readTiffMetadata(const CGDataProvider& bytes, const ImageLimits& limits);
 
+/// An EXIF block written anew, without the gaps that removed values left and without its thumbnail; a maker's
+/// notes move only if they stood far from the beginning. Empty when nothing in it describes the photo.
+Data compactExif(std::span<const std::uint8_t> block);
+
 /// A TIFF file, as the codec library has written it with one directory of pictures, and the metadata in it.
 /// The EXIF block comes first, so that what refers to places in it stays true. Absent when the file would be
 /// too long, or is none.

@@ -3,6 +3,7 @@
 #include "Running.h"
 #include "peximage/helpers/PexImageHelperSavers.h"
 #include "peximage/platform/codecs/CGImageDestination.h"
+#include "peximage/platform/raster/CGContext.h"
 
 #include <cmath>
 #include <filesystem>
@@ -71,21 +72,33 @@ pex::ImageMetadata metadataFor(const Image& image, const Keeping& keeping) {
     return what == "keep" ? image.metadata() : image.metadata().withoutLocation();
 }
 
+/// The picture without alpha, as formats that have none show it.
+pex::CGImage overWhite(const pex::CGImage& bitmap) {
+    const auto context = pex::CGContext::make(bitmap.width(), bitmap.height(), pex::PixelLayout::skipLast,
+                                              bitmap.colorSpace());
+    if (!context) fail("not enough memory");
+    const pex::CGRect whole{{0, 0}, bitmap.size()};
+    context->setFillColor({1, 1, 1});
+    context->fill(whole);
+    context->draw(bitmap, whole);
+    const auto flat = context->makeImage();
+    if (!flat) fail("not enough memory");
+    return *flat;
+}
+
 Encoded encodedWithin(const Image& image, pex::ImageFormat format, const Writing& writing) {
+    const pex::CGImage bitmap = image.bitmap();
+    const bool flatten = !writing.alpha && pex::hasAlpha(bitmap.layout());
     // As many points as pixels, whatever resolution the file states: shrinking counts in points.
-    const auto picture = pex::PexImage::make(image.bitmap());
-    const pex::ImageMetadata metadata = metadataFor(image, writing.metadata);
-    const bool alpha = writing.alpha && pex::hasAlpha(picture->cgImage->layout());
-    const std::optional<pex::FittedPicture> fitted =
-        format == pex::ImageFormat::jpeg
-            ? pex::PexImageHelper::jpegDataWithin(picture, {.desiredSize = *writing.maxBytes,
-                                                            .dpi = wholeDpi(writing.dpi),
-                                                            .options = writing.jpeg,
-                                                            .metadata = metadata})
-            : picture->heifDataWithin(
-                  {.desiredSize = *writing.maxBytes, .useAlpha = alpha, .metadata = metadata});
+    const auto picture = pex::PexImage::make(flatten ? overWhite(bitmap) : bitmap);
+    const auto fitted =
+        pex::PexImageHelper::dataWithin(picture, {.format = format,
+                                                  .desiredSize = *writing.maxBytes,
+                                                  .dpi = wholeDpi(writing.dpi),
+                                                  .options = writing.jpeg,
+                                                  .metadata = metadataFor(image, writing.metadata)});
     if (!fitted) fail("cannot be encoded");
-    return {fitted->bytes, {}, fitted->quality, fitted->size};
+    return {fitted->bytes, {}, isLossy(format) ? std::optional(fitted->quality) : std::nullopt, fitted->size};
 }
 
 Encoded encodedAt(const Image& image, pex::ImageFormat format, const Writing& writing) {
@@ -109,15 +122,13 @@ Encoded encodedAt(const Image& image, pex::ImageFormat format, const Writing& wr
     return {*bytes, {}, isLossy(format) ? std::optional(quality) : std::nullopt, image.picture()->size};
 }
 
-void check(pex::ImageFormat format, const Writing& writing) {
+void check(const Writing& writing) {
     if (writing.quality && writing.maxBytes) failArgument("give quality or max_bytes");
     if (writing.quality && !(*writing.quality >= 0 && *writing.quality <= 1))
         failArgument("quality goes from 0 to 1");
     if (writing.maxBytes && *writing.maxBytes < 1) failArgument("max_bytes is at least 1");
     if (writing.dpi && !(*writing.dpi >= 1 && *writing.dpi <= 65535))
         failArgument("dpi goes from 1 to 65535");
-    if (writing.maxBytes && format != pex::ImageFormat::jpeg && format != pex::ImageFormat::heif)
-        failArgument("max_bytes goes with JPEG and HEIF");
     const auto* keeping = std::get_if<std::string>(&writing.metadata);
     if (keeping != nullptr && *keeping != "keep" && *keeping != "no-location" && *keeping != "none")
         failArgument("metadata is \"keep\", \"no-location\", \"none\" or a Metadata");
@@ -143,7 +154,7 @@ pex::JpegOptions jpegOptions(const std::string& effort, const std::string& chrom
 
 Encoded encodedAs(const Image& image, const std::string& format, const Writing& writing) {
     const pex::ImageFormat as = formatNamed(format);
-    check(as, writing);
+    check(writing);
     Encoded encoded = writing.maxBytes ? encodedWithin(image, as, writing) : encodedAt(image, as, writing);
     image.checkWhole();
     encoded.format = format;
@@ -218,7 +229,8 @@ void addSaving(nb::module_& module, ImageClass& image) {
         "max_bytes"_a = nb::none(), "dpi"_a = nb::none(), "metadata"_a = "keep", "effort"_a = "normal",
         "chroma"_a = "auto", "progressive"_a = false, "alpha"_a = true,
         "The picture as a file's bytes: at a quality from 0 to 1 (0.9 unless given), or at the best\n"
-        "quality that fits into `max_bytes`, which are never exceeded (JPEG and HEIF).\n\n"
+        "quality that fits into `max_bytes`, which are never exceeded; where none fits, and for PNG\n"
+        "and TIFF, the picture becomes smaller.\n\n"
         "- dpi: dots per inch, written into the file\n"
         "- metadata: \"keep\" what the file said, all but the place (\"no-location\"), \"none\" of it, or a\n"
         "  `Metadata`\n"

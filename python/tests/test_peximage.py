@@ -118,14 +118,22 @@ def test_cuts_turns_and_joins():
     assert image.join(image, vertical=True).size == (60, 80)
 
 
-def test_keeps_a_byte_budget():
+@pytest.mark.parametrize("format, budget", [("jpeg", 60_000), ("webp", 40_000), ("avif", 20_000), ("heif", 20_000)])
+def test_keeps_a_byte_budget(format, budget):
     image = pex.from_array(scene(1200, 900))
-    result = image.encode("jpeg", max_bytes=60_000)
-    assert 40_000 < len(result.data) <= 60_000 and len(result) == len(result.data)
+    result = image.encode(format, max_bytes=budget)
+    assert budget * 0.6 < len(result.data) <= budget and len(result) == len(result.data)
     assert 0 < result.quality < 1 and result.size == (1200, 900)
-    assert decoded(result.data).shape == (900, 1200, 3)
-    data = pex.shrink(image.encode("png").data, max_side=600, max_bytes=20_000)
-    assert len(data) <= 20_000 and decoded(data).shape == (450, 600, 3)
+    assert pex.open(result.data).size == (1200, 900)
+    data = pex.shrink(image.encode("png").data, max_side=600, max_bytes=20_000, format=format)
+    assert len(data) <= 20_000 and pex.open(data).size == (600, 450)
+
+
+def test_keeps_a_byte_budget_without_alpha_or_loss():
+    clear = pex.from_array(np.zeros((90, 120, 4), np.uint8))
+    assert np.asarray(pex.open(clear.encode("webp", max_bytes=2000, alpha=False).data)).min() > 250
+    small = pex.from_array(scene(300, 200)).encode("png", max_bytes=10_000)
+    assert small.quality is None and len(small) <= 10_000 and decoded(small.data).shape == small.size[::-1] + (3,)
 
 
 def test_saves_whole_files(photo, tmp_path):

@@ -15,8 +15,10 @@ from . import aio as aio
 from ._core import (
     Encoded,
     Image,
+    ImageCache,
     Limits,
     Metadata,
+    StoredCache,
     __version__,
     get_limits,
     get_threads,
@@ -26,6 +28,7 @@ from ._core import (
 from ._errors import (
     BudgetTooSmall,
     Cancelled,
+    ChangedElsewhere,
     Error,
     FileError,
     InvalidArgument,
@@ -42,14 +45,22 @@ from ._errors import (
     Truncated,
 )
 from ._pictures import from_array, from_pillow, open, pdf_pages, shrink, to_pillow
+from .canvas import Canvas, CanvasLayer
+from .composer import Composer, ComposerStore
 
 __all__ = [
     "BudgetTooSmall",
     "Cancelled",
+    "Canvas",
+    "CanvasLayer",
+    "ChangedElsewhere",
+    "Composer",
+    "ComposerStore",
     "Encoded",
     "Error",
     "FileError",
     "Image",
+    "ImageCache",
     "InvalidArgument",
     "IsAFolder",
     "LimitExceeded",
@@ -62,6 +73,7 @@ __all__ = [
     "NotAnImage",
     "OutOfMemory",
     "PasswordNeeded",
+    "StoredCache",
     "TimedOut",
     "Truncated",
     "__version__",

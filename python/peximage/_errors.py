@@ -42,6 +42,10 @@ class OutOfMemory(Error, MemoryError):
     """The memory that the operation needs cannot be had."""
 
 
+class ChangedElsewhere(Error):
+    """Somebody else has saved since it was loaded; nothing was saved over that."""
+
+
 class MissingModule(Error):
     """The format is known, but this build reads or writes it not."""
 
@@ -111,6 +115,7 @@ _KINDS: dict[int, tuple[str, type[Error], Optional[int]]] = {
     20: ("timed-out", TimedOut, None),
     21: ("cancelled", Cancelled, None),
     22: ("bad-argument", InvalidArgument, None),
+    23: ("changed-elsewhere", ChangedElsewhere, None),
 }
 
 

@@ -13,6 +13,7 @@ from typing import Any, Callable, Coroutine, ParamSpec, TypeVar
 
 from . import _pictures
 from ._core import Image
+from .canvas import Canvas
 
 P = ParamSpec("P")
 R = TypeVar("R")
@@ -46,3 +47,4 @@ apply_lut = _awaitable(Image.apply_lut)
 fill = _awaitable(Image.fill)
 average_color = _awaitable(Image.average_color)
 color_grid = _awaitable(Image.color_grid)
+draw = _awaitable(Canvas.draw)

@@ -15,6 +15,8 @@ void addPixelWork(nanobind::module_& module, ImageClass& image);
 void addArrays(nanobind::module_& module, ImageClass& image);
 void addSaving(nanobind::module_& module, ImageClass& image);
 void addDocuments(nanobind::module_& module);
+void addPages(nanobind::module_& module);
+void addCaches(nanobind::module_& module);
 
 /// The slots by which memoryview() and NumPy see an image's pixels.
 const PyType_Slot* bufferSlots();

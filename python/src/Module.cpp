@@ -19,4 +19,6 @@ NB_MODULE(_core, module) {
     pexpy::addArrays(module, image);
     pexpy::addSaving(module, image);
     pexpy::addDocuments(module);
+    pexpy::addPages(module);
+    pexpy::addCaches(module);
 }

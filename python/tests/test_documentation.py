@@ -18,6 +18,8 @@ def folder(tmp_path, monkeypatch):
     exif.get_ifd(0x8769)[0x9003] = "2021:07:14 18:30:05"
     pillow.new("RGB", (400, 300), "teal").save(tmp_path / "photo.jpg", exif=exif)
     monkeypatch.chdir(tmp_path)
+    for name in ("XDG_DATA_HOME", "XDG_CACHE_HOME"):
+        monkeypatch.setenv(name, str(tmp_path))
     return tmp_path
 
 

@@ -13,6 +13,7 @@ from multiprocessing import get_context
 import numpy as np
 import peximage as pex
 import pytest
+from peximage.composer import Composer, ComposerStore, Guide, Layer, Text, Transform
 from PIL import Image as pillow
 
 
@@ -144,7 +145,8 @@ def test_saves_whole_files(photo, tmp_path):
         image.save("/proc/nothing/small.jpg")
 
 
-def test_errors_say_what_and_are_of_pythons_kinds(tmp_path, photo):
+def test_errors_say_what_and_are_of_pythons_kinds(tmp_path, photo, monkeypatch):
+    monkeypatch.setenv("XDG_CACHE_HOME", str(tmp_path))
     text = tmp_path / "notes.jpg"
     text.write_text("no picture")
     cases = [
@@ -178,6 +180,17 @@ def test_errors_say_what_and_are_of_pythons_kinds(tmp_path, photo):
         (lambda: pex.open(photo).convolve([1, 2]), ValueError, "bad-argument"),
         (lambda: pex.open(photo).watermark(pex.open(photo), position="Nowhere"), ValueError, "bad-argument"),
         (lambda: pickle.loads(pickle.dumps(pex.open(photo))[:-5000]), Exception, None),
+        (lambda: pex.Canvas((10**6, 10**6)).draw(), pex.LimitExceeded, "over-limit"),
+        (lambda: pex.Canvas((2.5, 4)).draw(), TypeError, None),
+        (lambda: pex.Canvas((4, 10**30)).to_json(), ValueError, "bad-argument"),
+        (lambda: pex.Canvas((4, 4), [pex.CanvasLayer(url="file:///none.jpg")]).draw(), ValueError, "bad-argument"),
+        (lambda: pex.Canvas((4, 4), [pex.CanvasLayer(pex.open(photo), position="in")]).draw(), ValueError, None),
+        (lambda: Composer.from_json('{"id": 3}'), ValueError, "bad-argument"),
+        (lambda: Composer().snap(Layer("text"), (0, 0), (9, 9)), ValueError, "bad-argument"),
+        (lambda: pex.StoredCache("..")["a"], KeyError, None),
+        (lambda: pex.StoredCache("cache").path("../a"), ValueError, "bad-argument"),
+        (lambda: pex.ImageCache().get_or_make("a", lambda: None), TypeError, None),
+        (lambda: pex.ImageCache().get_or_make("a", lambda: 1 / 0), ZeroDivisionError, None),
         (lambda: list(pex.pdf_pages(photo)), pex.MissingModule, "missing-module"),
     ]
     for call, kind, code in cases:
@@ -237,6 +250,61 @@ def test_pixels_are_changed_as_numpy_would():
     assert grid.shape == (2, 4, 4)
     masked = np.asarray(image.mask(pex.from_array(np.full((40, 48), 128, np.uint8))))
     assert np.abs(masked[..., 3].astype(int) - 128).max() <= 1
+
+
+def test_canvases_lay_pictures_over_each_other(photo):
+    canvas = pex.Canvas((100, 80))
+    canvas.add(pex.from_array(np.full((20, 40, 3), (255, 0, 0), np.uint8)))
+    blue = pex.from_array(np.full((10, 20, 3), (0, 0, 255), np.uint8))
+    canvas.add(blue, position=(0.9, 0.25), conforming="none", opacity=np.float32(0.5))
+    expected = np.full((80, 100, 4), (255, 0, 0, 255))
+    expected[55:65, 80:100] = (127, 0, 128, 255)
+    assert np.abs(np.asarray(canvas.draw()) - expected).max() <= 1
+    assert not np.asarray(pex.Canvas((3, 2)).draw()).any()
+    document = pex.Canvas((64, 48), [pex.CanvasLayer(url=photo.as_uri(), opacity=0.5)]).to_json()
+    assert pex.Canvas.from_json(document).to_json() == document
+    assert np.abs(np.asarray(pex.Canvas.from_json(document).draw())[..., 3].astype(int) - 128).max() <= 1
+
+
+def test_composers_snap_and_are_stored(tmp_path, monkeypatch):
+    monkeypatch.setenv("XDG_DATA_HOME", str(tmp_path))
+    page = Composer(ratio=2, layers=[Layer("text", text=Text("Hello hello")), Layer("shape", transform=Transform((0.3, 0.1)))])
+    page.guides.append(Guide("vertical", 0.2))
+    assert page.snap(page.layers[0], at=(0.295, 0.04), shown=(1000, 500)) == (0.3, None)
+    assert page.layer_guides(page.layers[1]) == ([0.3], [0.1])
+    lines = {(guide.orientation, round(guide.location, 9)) for guide in page.all_guides([0.1])}
+    assert lines >= {("vertical", x) for x in (0.2, 0, 0.4, -0.4, 0.3)} | {("horizontal", y) for y in (0, 0.2, -0.2, 0.1)}
+    assert page.replaced({"HELLO": "Good", "good": "By"}).layers[0].text.text == "By By"
+    page.layers[0].transform.rotation = float("inf")
+    assert Composer.from_json(page.to_json()) == page and page.layers[0].copy().id != page.layers[0].id
+
+    store, other = ComposerStore("Studio"), ComposerStore("Studio")
+    store.composers, store.selected_id = [page], page.id
+    store.save()
+    assert ComposerStore("Studio").composers == [page] and ComposerStore("Studio").selected_id == page.id
+    with pytest.raises(pex.ChangedElsewhere):
+        other.save()
+    other.reload()
+    assert other.composers == [page] and other.problem == ""
+
+
+def test_caches_make_a_picture_once(tmp_path, monkeypatch):
+    monkeypatch.setenv("XDG_CACHE_HOME", str(tmp_path))
+    array, made = scene(40, 30), []
+
+    def make():
+        made.append(1)
+        return pex.from_array(array)
+
+    memory = pex.ImageCache(max_images=2)
+    sizes = [memory.get_or_make(name, make, max_side=20).size for name in "aabaca"]
+    assert sizes == [(20, 15)] * 6 and len(made) == 3 and len(memory) == 2
+    cache = pex.StoredCache("thumbs")
+    cache["a/b"] = pex.from_array(array)
+    assert np.array_equal(np.asarray(pex.StoredCache("thumbs")["a/b"]), array)
+    assert list(cache) == ["a/b"] and len(cache) == 1 and "a/b" in cache and "c" not in cache and cache.get("c") is None
+    assert cache.path("a/b").parent.parent == tmp_path / "thumbs"
+    assert cache.get_or_make("a/b", make).size == (40, 30) and len(made) == 3
 
 
 def test_interrupts_end_a_long_call():

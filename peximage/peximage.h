@@ -34,6 +34,7 @@
 #include "peximage/platform/foundation/Reason.h"
 #include "peximage/platform/foundation/Threads.h"
 #include "peximage/platform/foundation/UserFolders.h"
+#include "peximage/platform/foundation/Version.h"
 #include "peximage/platform/geometry/Numbers.h"
 #include "peximage/platform/raster/ApplicationPixels.h"
 #include "peximage/platform/raster/CGContext.h"

@@ -2,6 +2,7 @@
 
 #include "Completions.h"
 #include "OptionTable.h"
+#include "peximage/platform/foundation/Version.h"
 
 #include <algorithm>
 #include <filesystem>
@@ -29,7 +30,7 @@ std::string plain(const std::string& text) {
 std::string heading(const std::string& name) {
     std::string upper = name;
     std::ranges::transform(upper, upper.begin(), [](unsigned char c) { return std::toupper(c); });
-    return ".TH " + upper + " 1 \"\" \"peximage " PEX_VERSION "\" \"User Commands\"\n";
+    return ".TH " + upper + " 1 \"\" \"peximage " PEX_VERSION_STRING "\" \"User Commands\"\n";
 }
 
 std::string described(const OptionRow& row) {

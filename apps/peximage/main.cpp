@@ -95,7 +95,7 @@ int main(int argc, char** argv) {
     std::signal(SIGPIPE, SIG_IGN);
     watchInterrupts();
     CLI::App program("Fits, converts and measures images.", "peximage");
-    program.set_version_flag("--version", "peximage " PEX_VERSION "\n" + knownFormats());
+    program.set_version_flag("--version", "peximage " PEX_VERSION_STRING "\n" + knownFormats());
     program.require_subcommand(1);
     program.footer("'peximage COMMAND --help' tells more about a command.");
     return run(program, argc, argv);

@@ -1,12 +1,13 @@
 #include "Bindings.h"
 #include "Failure.h"
 #include "peximage/platform/foundation/Diagnostics.h"
+#include "peximage/platform/foundation/Version.h"
 
 namespace nb = nanobind;
 
 NB_MODULE(_core, module) {
     module.doc() = "The native part of peximage.";
-    module.attr("__version__") = PEX_VERSION;
+    module.attr("__version__") = PEX_VERSION_STRING;
     pex::diagnostics::setSink({}); // what the library says in passing is no business of Python's output
     pexpy::registerFailures();
     pexpy::ImageClass image(

@@ -42,10 +42,12 @@ int runningBeside() { return running; }
 
 void forgetRunning() { running = 0; }
 
-void awaitOrInterrupt(const std::function<bool()>& isReady) {
+void awaitOrInterrupt(const std::function<bool()>& isReady, std::stop_source& stop) {
     while (!isReady()) {
         const nb::gil_scoped_acquire locked;
-        if (PyErr_CheckSignals() != 0) throw nb::python_error();
+        if (PyErr_CheckSignals() == 0) continue;
+        stop.request_stop();
+        throw nb::python_error();
     }
 }
 

@@ -1,11 +1,13 @@
 #pragma once
 
 #include "Image.h"
+#include "peximage/platform/foundation/Stopping.h"
 
 #include <functional>
 #include <future>
 #include <memory>
 #include <nanobind/nanobind.h>
+#include <stop_token>
 #include <type_traits>
 #include <utility>
 
@@ -23,21 +25,26 @@ int runningBeside();
 /// In a forked child, which has only the thread that forked.
 void forgetRunning();
 
-/// Returns when the future is ready; throws KeyboardInterrupt, or what else a signal's handler raises. For
+/// Returns when the work is ready; stops it and throws KeyboardInterrupt, or what else a signal's handler
+/// raises. For
 /// the main thread without the interpreter's lock.
-void awaitOrInterrupt(const std::function<bool()>& isReady);
+void awaitOrInterrupt(const std::function<bool()>& isReady, std::stop_source& stop);
 
 /// The work's result while other Python threads may run. On the main thread, work that may take long stands
-/// on a thread of its own, so that Ctrl-C is answered at once; what was begun then ends unseen.
+/// on a thread of its own, so that Ctrl-C is answered at once; what was begun then stops unseen.
 template <class Work>
 auto interruptibly(bool mayTakeLong, Work work) -> decltype(work()) {
     const nanobind::gil_scoped_release unlocked;
     if (!mayTakeLong || !onMainThread()) return work();
-    auto task = std::make_shared<std::packaged_task<decltype(work())()>>(work);
+    std::stop_source stop;
+    auto task = std::make_shared<std::packaged_task<decltype(work())()>>([work, token = stop.get_token()] {
+        const pex::StopScope scope(token);
+        return work();
+    });
     auto result = task->get_future();
     if (!startBeside([task = std::move(task)] { (*task)(); })) return work();
     using namespace std::chrono_literals;
-    awaitOrInterrupt([&] { return result.wait_for(20ms) == std::future_status::ready; });
+    awaitOrInterrupt([&] { return result.wait_for(20ms) == std::future_status::ready; }, stop);
     return result.get();
 }
 

@@ -2,6 +2,7 @@
 
 import asyncio
 import io
+import os
 import pickle
 import signal
 import subprocess
@@ -307,20 +308,26 @@ def test_caches_make_a_picture_once(tmp_path, monkeypatch):
     assert cache.get_or_make("a/b", make).size == (40, 30) and len(made) == 3
 
 
-def test_interrupts_end_a_long_call():
-    noise = pex.from_array(np.random.default_rng(1).integers(0, 255, (6000, 6000, 3), np.uint8))
+def test_interrupts_stop_a_long_call(tmp_path):
+    noise = pex.from_array(np.random.default_rng(1).integers(0, 255, (4000, 4000, 3), np.uint8))
+    photo = pex.open(noise.encode(quality=1).data)
 
     def interrupt(*_):
         raise KeyboardInterrupt
 
     before = signal.signal(signal.SIGALRM, interrupt)
-    signal.setitimer(signal.ITIMER_REAL, 0.05)
     try:
-        with pytest.raises(KeyboardInterrupt):
-            noise.encode("png")
-        assert pex._core._running() == 1  # it was not done
+        for call in (lambda: noise.save(tmp_path / "noise.jpg", max_bytes=5_000_000, effort="best"), photo.load):
+            signal.setitimer(signal.ITIMER_REAL, 0.05)
+            with pytest.raises(KeyboardInterrupt):
+                call()
+            assert pex._core._running() == 1  # it was not done
+            while pex._core._running():
+                os.sched_yield()
     finally:
         signal.signal(signal.SIGALRM, before)
+    assert not (tmp_path / "noise.jpg").exists()
+    assert np.asarray(photo).shape == (4000, 4000, 3)  # it is decoded again, whole
 
 
 def test_awaitable_forms(photo, tmp_path):

@@ -2,6 +2,7 @@
 
 #include "peximage/platform/foundation/ForkSafe.h"
 #include "peximage/platform/foundation/ReasonWatch.h"
+#include "peximage/platform/foundation/Stopping.h"
 #include "peximage/platform/foundation/Threads.h"
 
 #include <algorithm>
@@ -44,6 +45,7 @@ std::atomic<int>& wantedCount() { // 0: one a core
 struct Job {
     const std::function<void(int, int)>& work;
     const int count;
+    const std::stop_token& stop = StopScope::current(); // the caller's
     const int parts = 3 * Workers::count() / 2; // a thread claims one in so many of the remaining indices
     std::atomic<int> next{0};
     // The members below are changed under the pool's mutex.
@@ -53,9 +55,12 @@ struct Job {
     Reason reason{}; // the reason that a helping thread was given
 
     void takePart(int slot) {
+        const StopScope scope(stop);
         for (int index = 0, end = 0; index < count; ++index) {
             if (index == end) std::tie(index, end) = claim();
-            if (index < count) work(index, slot);
+            if (index >= count) break;
+            stopIfAsked();
+            work(index, slot);
         }
     }
 

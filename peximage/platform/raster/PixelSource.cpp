@@ -2,6 +2,7 @@
 
 #include "peximage/platform/foundation/OutOfMemory.h"
 #include "peximage/platform/foundation/Reason.h"
+#include "peximage/platform/foundation/Stopping.h"
 
 #include <cstring>
 
@@ -20,7 +21,10 @@ std::optional<DecodedRows> told(const DecodedRows& rows, int height, DecodingRec
 
 std::optional<DecodedRows> RowReader::read(MutablePixelView rows) {
     if (failed_) return std::nullopt;
-    const auto got = absentWithoutMemory([&] { return readNext(rows); });
+    const auto got = absentWithoutMemory([&] {
+        stopIfAsked();
+        return readNext(rows);
+    });
     failed_ = !got;
     if (!got) return std::nullopt;
     asked_ += rows.height;

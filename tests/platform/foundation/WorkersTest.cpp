@@ -1,6 +1,7 @@
 #include "peximage/platform/foundation/Workers.h"
 
 #include "peximage/platform/foundation/Reason.h"
+#include "peximage/platform/foundation/Stopping.h"
 #include "peximage/platform/foundation/Threads.h"
 #include "peximage/platform/raster/PixelBuffer.h"
 
@@ -84,6 +85,25 @@ TEST(Workers, WhatTheWorkThrowsReachesTheCallerAndThePoolGoesOn) {
                  std::runtime_error);
     EXPECT_GE(begun, 1);
     EXPECT_EQ(visits(100), std::vector<int>(100, 1));
+}
+
+TEST(Workers, StopForTheCallWhoseScopeItIs) {
+    for (const int threads : {1, 4}) {
+        const Workers::Limit limit(threads);
+        std::stop_source stop;
+        std::atomic<int> begun = 0;
+        {
+            const StopScope scope(stop.get_token());
+            EXPECT_THROW(Workers::forEach(100'000,
+                                          [&](int, int) {
+                                              Workers::forEach(2, [&](int, int) { ++begun; });
+                                              stop.request_stop();
+                                          }),
+                         Stopped);
+        }
+        EXPECT_LE(begun, 2 * threads);
+        EXPECT_EQ(visits(100), std::vector<int>(100, 1));
+    }
 }
 
 TEST(Workers, TheReasonThatAHelperWasGivenReachesTheCaller) {

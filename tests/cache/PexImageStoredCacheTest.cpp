@@ -8,7 +8,6 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <atomic>
 #include <csignal>
 #include <random>
 #include <sys/resource.h>
@@ -19,9 +18,14 @@ namespace {
 namespace fs = std::filesystem;
 using testing::ElementsAre;
 using testing::IsEmpty;
-using Mode = PexImageStoredCache::Mode;
+using Cache = PexImageStoredCache;
+using Mode = Cache::Mode;
 
 constexpr std::int64_t forever = 1'000'000;
+
+std::shared_ptr<Cache> named(const char* name, std::int64_t days = forever) {
+    return Cache::make({.name = name, .removeItemsAfterDays = days, .mode = Mode::png});
+}
 
 std::shared_ptr<PexImage> image(int width = 24, int height = 16, unsigned seed = 1) {
     return PexImage::make(photoLike(width, height, seed));
@@ -29,10 +33,9 @@ std::shared_ptr<PexImage> image(int width = 24, int height = 16, unsigned seed =
 
 class StoredCache : public testing::Test {
   protected:
-    std::shared_ptr<PexImageStoredCache> make(Mode mode = Mode::png, std::int64_t days = forever,
-                                              std::optional<std::int64_t> minSide = {}) {
-        return PexImageStoredCache::make(
-            {.name = "Thumbs", .removeItemsAfterDays = days, .mode = mode, .resizeMinSideToMax = minSide});
+    std::shared_ptr<Cache> make(Mode mode = Mode::png, std::optional<std::int64_t> minSide = {}) {
+        return Cache::make(
+            {.name = "Thumbs", .removeItemsAfterDays = forever, .mode = mode, .resizeMinSideToMax = minSide});
     }
     fs::path file(const std::string& name) const { return folder_ / name; }
     void setAge(const std::string& name, std::chrono::hours age) const {
@@ -69,19 +72,23 @@ TEST_F(StoredCache, WritesTheFormatOfTheModeUnderTheIdentifier) {
 }
 
 TEST_F(StoredCache, ReducesTheShorterSide) {
-    const auto cache = make(Mode::heif, forever, 300);
+    const auto cache = make(Mode::heif, 300);
     for (const auto& [given, stored] :
          {std::pair{CGSize{1200, 800}, CGSize{450, 300}}, {{301, 900}, {300, 897}}, {{299, 90}, {299, 90}}}) {
         EXPECT_TRUE(cache->storeNow(image(int(given.width), int(given.height)), "abc"));
         EXPECT_EQ(cache->retrieveImage("abc")->size, stored);
     }
-    EXPECT_FALSE(cache->storeNow(PexImage::make({.size = {400, 400}}), "blank"));
+    for (const auto& nothing : {PexImage::make({.size = {400, 400}}), std::shared_ptr<PexImage>()}) {
+        EXPECT_FALSE(cache->storeNow(nothing, "none"));
+        cache->store(nothing, "none");
+    }
+    background_.run();
     EXPECT_THAT(cache->identifiers(), ElementsAre("abc"));
 }
 
 TEST_F(StoredCache, TakesFromMemoryThenFromDiskThenMakes) {
     int made = 0;
-    const auto ask = [&](const std::shared_ptr<PexImageStoredCache>& cache, const std::string& id) {
+    const auto ask = [&](const std::shared_ptr<Cache>& cache, const std::string& id) {
         return cache->retrieveOrCalc({.imageWithId = id, .calc = [&] { return ++made, image(); }});
     };
     const auto first = make();
@@ -141,10 +148,7 @@ TEST_F(StoredCache, DamagedFilesCountAsMissingAndAreReplaced) {
               std::string("<html>404</html>")}) {
             writeFile(file(name), damaged);
             EXPECT_FALSE(cache->retrieveImage("a")) << name << ' ' << damaged.size();
-            const auto fresh = make(mode);
-            const auto asked =
-                fresh->retrieveOrCalc({.imageWithId = "a", .calc = [] { return image(200, 150); }});
-            EXPECT_TRUE(asked);
+            make(mode)->retrieveOrCalc({.imageWithId = "a", .calc = [] { return image(200, 150); }});
             background_.run();
             EXPECT_EQ(readFile(file(name)), whole) << "replaced";
         }
@@ -157,7 +161,6 @@ TEST_F(StoredCache, AnIdentifierNamesAFileInsideOrNothing) {
     const std::pair<std::string, std::string> names[] = {
         {"", ".png"},
         {"..", "...png"},
-        {"a/b", "a/b.png"},
         {"/etc/passwd", "etc/passwd.png"},
         {"a/../c", "c.png"},
         {"d/", "d/.png"},
@@ -199,15 +202,13 @@ TEST_F(StoredCache, ACacheStaysInTheCachesFolder) {
     writeFile(caches_.path() / "precious.png", "x");
     writeFile(caches_.path() / "inner/precious.png", "x");
     for (const char* name : {"", ".", "..", "../up", "a/..", "//"}) {
-        const auto cache =
-            PexImageStoredCache::make({.name = name, .removeItemsAfterDays = 0, .mode = Mode::png});
+        const auto cache = named(name, 0);
         EXPECT_FALSE(cache->storeNow(image(), "a")) << name;
         EXPECT_EQ(cache->removeOldItemsNow(), 0U) << name;
         EXPECT_THAT(cache->identifiers(), IsEmpty());
     }
     for (const char* name : {"plain", "sub/folder/", "/absolute"}) {
-        const auto cache =
-            PexImageStoredCache::make({.name = name, .removeItemsAfterDays = forever, .mode = Mode::png});
+        const auto cache = named(name);
         EXPECT_TRUE(cache->storeNow(image(), "a")) << name;
         EXPECT_TRUE(fs::exists(caches_.path() / "inner" / fs::path(name).relative_path() / "a.png")) << name;
         EXPECT_THAT(cache->identifiers(), ElementsAre("a"));
@@ -237,7 +238,7 @@ TEST_F(StoredCache, OldFilesGoWhenACacheIsMade) {
     for (const auto& [days, kept] : cases) {
         fs::remove_all(folder_);
         refill();
-        const auto cache = make(Mode::png, days);
+        const auto cache = named("Thumbs", days);
         EXPECT_EQ(filesInFolder(), 7) << "it happens in the background";
         background_.run();
         std::vector<std::string> left;
@@ -246,7 +247,7 @@ TEST_F(StoredCache, OldFilesGoWhenACacheIsMade) {
         std::sort(left.begin(), left.end());
         EXPECT_EQ(left, kept) << days << " days";
     }
-    EXPECT_EQ(make(Mode::png, 0)->removeOldItemsNow(), 1U)
+    EXPECT_EQ(named("Thumbs", 0)->removeOldItemsNow(), 1U)
         << "the file of the future was dated now, and is old now";
 }
 
@@ -270,7 +271,6 @@ TEST_F(StoredCache, WorksWithoutAUsableFolder) {
 
     fs::remove_all(folder_);
     EXPECT_TRUE(cache->storeNow(image(), "a")) << "deleted underneath: it is made again";
-    fs::create_directories(caches_.path() / "elsewhere");
     fs::remove_all(folder_);
     fs::create_directory_symlink(caches_.path() / "gone", folder_);
     expectNothingStored("a link to nowhere");
@@ -301,8 +301,7 @@ TEST(StoredCacheThreads, WhatIsStoredIsThereWhenTheProcessHasEnded) {
     if (underThreadSanitizer) GTEST_SKIP();
     const CachesFolder caches;
     const int status = inChild([]() -> int {
-        const auto cache = PexImageStoredCache::make(
-            {.name = "Thumbs", .removeItemsAfterDays = forever, .mode = PexImageStoredCache::Mode::png});
+        const auto cache = named("Thumbs");
         for (const char* id : {"a", "b", "c", "d", "e", "f"})
             cache->store(image(200, 150), id);
         const auto nowhere =
@@ -319,8 +318,7 @@ TEST(StoredCacheThreads, EightThreadsReadWholeImagesOfTheirOwn) {
     constexpr int threads = 8, operations = 4000, identifiers = 12;
     const CapturedLines lines;
     const CachesFolder caches;
-    const auto cache =
-        PexImageStoredCache::make({.name = "Thumbs", .removeItemsAfterDays = forever, .mode = Mode::png});
+    const auto cache = named("Thumbs");
     std::atomic<int> wrong{0}, found{0};
     onThreads(threads, [&](unsigned thread) {
         std::mt19937 random(thread);

@@ -1,7 +1,5 @@
 #include "peximage/cache/RemoteImages.h"
 
-#include "peximage/platform/codecs/CGImageDestination.h"
-#include "peximage/platform/varda/PexId.h"
 #include "peximage/platform/varda/Queue.h"
 #include "tests/support/HttpServer.h"
 #include "tests/support/Pictures.h"
@@ -10,7 +8,6 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
-#include <fstream>
 #include <stop_token>
 
 namespace {
@@ -20,14 +17,7 @@ using pex::PexImage;
 using pex::PexResourceDownloader;
 
 std::string png(int width, int height) {
-    const auto bytes = pex::CGImageDestination::encode(photoLike(width, height), pex::ImageFormat::png, {});
-    return std::string(bytes->text());
-}
-
-/// Whole as far as the transfer goes.
-std::string halfPicture() {
-    const std::string whole = png(64, 64);
-    return whole.substr(0, whole.size() / 2);
+    return std::string(encoded(photoLike(width, height), pex::ImageFormat::png).text());
 }
 
 /// "/40x30.png" is a picture of that size, "/half" a half one of 64 × 64, "/text" is none; everything else is
@@ -36,7 +26,8 @@ void servePictures(const HttpServer::Exchange& exchange) {
     int width = 0, height = 0;
     if (std::sscanf(exchange.target.c_str(), "/%dx%d", &width, &height) == 2)
         return exchange.answer("200 OK", png(width, height));
-    if (exchange.target == "/half") return exchange.answer("200 OK", halfPicture());
+    if (exchange.target == "/half") // whole as far as the transfer goes
+        return exchange.answer("200 OK", png(64, 64).substr(0, 2000));
     if (exchange.target == "/text") return exchange.answer("200 OK", "log in first");
     exchange.answer("404 Not Found", png(8, 8));
 }
@@ -84,7 +75,6 @@ TEST(RemoteImagesTest, MakesImagesOfWhatIsAtAddresses) {
     EXPECT_EQ(sizeOf(PexImage::make({.httpUrl = server.url("/40x30.png")})), "40x30");
     EXPECT_EQ(sizeOf(PexImage::make({.httpUrl = server.address("/30x20.png")})), "30x20");
     EXPECT_EQ(sizeOf(PexImage::make({.httpUrl = server.url("/none")})), "none");
-    EXPECT_EQ(sizeOf(PexImage::make({.httpUrl = server.url("/text")})), "none");
     const int before = server.requests();
     EXPECT_EQ(sizeOf(PexImage::make({.httpUrl = "no address"})), "none");
     EXPECT_EQ(server.requests(), before);
@@ -168,16 +158,13 @@ TEST(RemoteImagesTest, DownloadersKeepCopies) {
     downloaded(server.url("/9x9"), true);
     const auto copy = std::filesystem::directory_iterator(copies)->path();
     const std::string content = readFile(copy);
-    for (const std::size_t left : {std::size_t{0}, content.size() / 2, content.size() - 1}) {
-        writeFile(copy, content.substr(0, left));
-        EXPECT_EQ(downloaded(server.url("/9x9"), true), "9x9");
-        EXPECT_EQ(readFile(copy), content) << left;
-    }
     std::string gap = content;
     gap[gap.size() / 2] ^= 1;
-    writeFile(copy, gap);
-    EXPECT_EQ(downloaded(server.url("/9x9"), true), "9x9");
-    EXPECT_EQ(readFile(copy), content);
+    for (const std::string& damaged : {std::string(), content.substr(0, content.size() - 1), gap}) {
+        writeFile(copy, damaged);
+        EXPECT_EQ(downloaded(server.url("/9x9"), true), "9x9");
+        EXPECT_EQ(readFile(copy), content) << damaged.size();
+    }
 }
 
 TEST(RemoteImagesTest, WithoutADownloaderThereIsNoImage) {
@@ -208,7 +195,6 @@ TEST(RemoteImagesTest, StoresGiveImages) {
     EXPECT_EQ(sizeOf(pex::getImage(remote, pex::QuarnData::WithId{"b"}).get()), "none");
 
     EXPECT_EQ(sizeOf(PexImage::download({.from = folder.url("a.png")}).get()), "9x7");
-    EXPECT_EQ(sizeOf(PexImage::download({.from = folder.url("none.png")}).get()), "none");
     const HttpServer server(servePictures);
     EXPECT_EQ(sizeOf(PexImage::download({.from = server.url("/4x4")}).get()), "none"); // local files only
 }

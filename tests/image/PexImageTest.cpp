@@ -1,30 +1,27 @@
 #include "peximage/image/PexImage.h"
 
-#include "peximage/cache/PexImageStoredCache.h"
-#include "peximage/cache/PexImageView.h"
 #include "peximage/canvas/PexCanvas.h"
 #include "peximage/helpers/PexImageHelperColours.h"
-#include "peximage/helpers/PexImageHelperSavers.h"
 #include "peximage/helpers/PexWatermark.h"
-#include "peximage/pixels/PexContextImage.h"
+#include "peximage/platform/foundation/Network.h"
 #include "peximage/platform/toolkit/NSScreen.h"
-#include "peximage/platform/varda/Draw.h"
+#include "peximage/platform/toolkit/NSWorkspace.h"
+#include "peximage/platform/varda/PexNet.h"
+#include "tests/support/HttpServer.h"
 #include "tests/support/Pictures.h"
 #include "tests/support/Surroundings.h"
 #include "tests/support/TempFolder.h"
-
-#include <gtest/gtest.h>
 
 #include <algorithm>
 #include <cmath>
 #include <filesystem>
 #include <limits>
-#include <type_traits>
 
 using namespace pex;
 
 namespace {
 
+namespace fs = std::filesystem;
 const double infinity = std::numeric_limits<double>::infinity();
 const double nan = std::nan("");
 
@@ -33,20 +30,18 @@ TEST(PexImage, FilesAndBytesGivePixelSizesWhateverTheScreen) {
     const TempFolder folder;
     ASSERT_TRUE(PexImage::make(photoLike(64, 48))
                     ->saveToJpeg({.quality = 0.9, .dpi = 300, .url = folder.url("a.jpg")}));
-    for (const double scale : {1., 2.}) {
-        NSScreen::setScreens({{scale}});
+    onScreensOfOneAndTwo([&](double) {
         const auto fast = PexImage::make({.fastUrl = folder.url("a.jpg")});
-        const auto plain = PexImage::make(folder.url("a.jpg"), {.noTimeOut = true});
+        const auto slow = PexImage::make(folder.url("a.jpg"), {.noTimeOut = true});
         const auto bytes = PexImage::make(*Data::contentsOf(folder.url("a.jpg")), {});
-        for (const auto& image : {fast, plain, bytes}) {
+        for (const auto& image : {fast, slow, bytes}) {
             ASSERT_TRUE(image);
             EXPECT_EQ(image->size, (CGSize{64, 48}));
             EXPECT_EQ(image->aspectRatio(), 64. / 48);
             EXPECT_NEAR(image->image->width(), 64 * 72 / 300., 1e-9); // points
         }
-        EXPECT_NE(fast->id, plain->id);
-    }
-    NSScreen::setScreens({});
+        EXPECT_NE(fast->id, slow->id);
+    });
 }
 
 TEST(PexImage, BlankImagesKeepTheSizeAskedFor) {
@@ -64,6 +59,8 @@ TEST(PexImage, BlankImagesKeepTheSizeAskedFor) {
     EXPECT_FALSE(blank->thumb(10));
     blank->setSize();
     EXPECT_EQ(blank->size, (CGSize{0, 0}));
+    blank->cgImage = photoLike(10, 10);
+    EXPECT_TRUE(blank->ciImage());
 }
 
 TEST(PexImage, PartialImagesAreCompletedBySetSize) {
@@ -85,11 +82,6 @@ TEST(PexImage, CachesAreFilledOnceAndStay) {
     EXPECT_EQ(image->ciImage()->extent(), (CGRect{0, 0, 30, 20}));
     EXPECT_EQ(image->bitmapRep(), rep);
     EXPECT_EQ(image->size, (CGSize{30, 20}));
-
-    const auto late = PexImage::make({.size = {5, 5}});
-    EXPECT_FALSE(late->ciImage());
-    late->cgImage = photoLike(10, 10);
-    EXPECT_TRUE(late->ciImage());
 }
 
 TEST(PexImage, WrittenPixelsShowInTheBitmapRepresentationOnly) {
@@ -108,18 +100,13 @@ TEST(PexImage, WrittenPixelsShowInTheBitmapRepresentationOnly) {
 TEST(PexImage, WhatIsNoImageIsAbsent) {
     const CapturedLines quiet;
     const TempFolder folder;
-    const auto jpeg = *PexImage::make(photoLike(64, 48))->jpegData(0.9);
-    const std::vector<std::uint8_t> bytes(jpeg.bytes().begin(), jpeg.bytes().end());
-    const auto write = [&](const char* name, std::vector<std::uint8_t> content) {
-        ASSERT_TRUE(Data(std::move(content)).write(folder.url(name), Data::Writing::inPlace));
-    };
-    auto lying = bytes; // the frame header's height and width
-    const std::uint8_t frame[] = {0xFF, 0xC0};
-    std::fill_n(std::search(lying.begin(), lying.end(), frame, frame + 2) + 5, 4, 0xFF);
-    write("empty.jpg", {});
-    write("garbage.jpg", std::vector<std::uint8_t>(1000, 0xA5));
-    write("start.jpg", {bytes.begin(), bytes.begin() + 20});
-    write("lying.jpg", lying);
+    const std::string whole(PexImage::make(photoLike(64, 48))->jpegData(0.9)->text());
+    std::string lying = whole; // the frame header's height and width
+    lying.replace(lying.find("\xFF\xC0") + 5, 4, 4, '\xFF');
+    writeFile(folder.path() / "empty.jpg", {});
+    writeFile(folder.path() / "garbage.jpg", std::string(1000, '\xA5'));
+    writeFile(folder.path() / "start.jpg", whole.substr(0, 20));
+    writeFile(folder.path() / "lying.jpg", lying);
     std::filesystem::create_directory(folder.path() / "folder.jpg");
     for (const char* name :
          {"empty.jpg", "garbage.jpg", "start.jpg", "lying.jpg", "folder.jpg", "missing.jpg"}) {
@@ -133,7 +120,6 @@ TEST(PexImage, WhatIsNoImageIsAbsent) {
 TEST(PexImage, NullInNullOut) {
     namespace helper = PexImageHelper;
     const std::shared_ptr<PexImage> none, image = PexImage::make(photoLike(8, 6));
-    const CachesFolder folder;
     EXPECT_FALSE(PexImage::make(std::shared_ptr<NSImage>(), {}));
     EXPECT_FALSE(image->watermark(none, {}));
     EXPECT_FALSE(PexImage::join(none, {.with = image}));
@@ -144,15 +130,6 @@ TEST(PexImage, NullInNullOut) {
     EXPECT_FALSE(helper::reduceImageToSize(none, {1, 1}));
     EXPECT_FALSE(helper::reduceImageTo1x1Pixels(none));
     EXPECT_EQ(helper::getAverageColorOfImage(none), NSColor(0, 0, 0, 0));
-    EXPECT_FALSE(helper::saveToJpeg(none, {.quality = 1, .url = folder.url("a.jpg")}));
-    EXPECT_FALSE(helper::saveToJpeg(none, {.desiredSize = 1000, .toUrl = folder.url("a.jpg")}));
-    EXPECT_FALSE(helper::jpegDataWithin(none, {.desiredSize = 1000}));
-    EXPECT_EQ(PexContextImage::make(none)->width, 0);
-    EXPECT_FALSE(Draw::start(nullptr));
-    EXPECT_FALSE(PexImageStoredCache::make({.name = "none", .removeItemsAfterDays = 1, .mode = {}})
-                     ->storeNow(none, "a"));
-    PexImageStoredCache::make({.name = "none", .removeItemsAfterDays = 1, .mode = {}})->store(none, "a");
-    PexImageView::make(PexImageView::Frame{})->drawInto(nullptr);
 }
 
 TEST(PexImage, NamedImagesComeFromTheFolderRegisteredLast) {
@@ -216,16 +193,180 @@ TEST(Resize, ReducedDecodingLooksLikeDecodingInFull) {
         const auto a = lazy->resize({.withMaxSide = side}), b = touched->resize({.withMaxSide = side});
         ASSERT_EQ(a->size, b->size);
         double squares = 0;
-        for (int y = 0; y < a->size.height; ++y) {
-            for (int x = 0; x < a->size.width; ++x) {
-                const Pixel p = pixelAt(*a->cgImage, x, y), q = pixelAt(*b->cgImage, x, y);
-                for (std::size_t c = 0; c < 3; ++c)
-                    squares += std::pow(p[c] - q[c], 2);
-            }
+        for (int i = 0; i < a->size.width * a->size.height; ++i) {
+            const int x = i % a->cgImage->width(), y = i / a->cgImage->width();
+            const Pixel p = pixelAt(*a->cgImage, x, y), q = pixelAt(*b->cgImage, x, y);
+            for (std::size_t c = 0; c < 3; ++c)
+                squares += std::pow(p[c] - q[c], 2);
         }
         const double mean = squares / (a->size.width * a->size.height * 3);
         EXPECT_GT(10 * std::log10(255 * 255 / mean), 34) << side; // decibels
     }
+}
+
+void writeIcon(const fs::path& path, int side, Pixel color) {
+    writeFile(path, std::string(plain(side, side, color)->pngData()->text()));
+}
+
+/// A menu entry with an icon of its own.
+URL entryWithIcon(const TempFolder& folder, const std::string& icon) {
+    writeFile(folder.path() / "app.desktop", "[Desktop Entry]\nType=Application\nIcon=" + icon + '\n');
+    return folder.url("app.desktop");
+}
+
+int sideOf(const std::shared_ptr<PexImage>& icon) {
+    icon->setSize();
+    return static_cast<int>(icon->size.width);
+}
+
+TEST(FileIconsTest, AreIncompleteUntilTheirSizeIsSet) {
+    const TempFolder folder;
+    writeIcon(folder.path() / "icon.png", 48, {10, 200, 30, 255});
+    const URL entry = entryWithIcon(folder, folder.url("icon.png").path());
+    for (const auto& icon : {PexImage::make({.bundleUrl = entry}), PexImage::make({.forFile = entry}),
+                             PexImage::make(entry, PexImage::IconSize({16, 16}))}) {
+        ASSERT_TRUE(icon);
+        EXPECT_FALSE(icon->cgImage);
+        EXPECT_EQ(icon->size, (CGSize{0, 0}));
+        EXPECT_EQ(sideOf(icon), 48);
+        EXPECT_EQ(pixelAt(*icon->cgImage, 20, 20), (Pixel{10, 200, 30, 255}));
+    }
+    EXPECT_FALSE(PexImage::make(entry, PexImage::IconSize({0.5, 10})));
+    EXPECT_FALSE(PexImage::make(entry, PexImage::IconSize({-3, 10})));
+}
+
+TEST(FileIconsTest, VectorIconsComeInTheSizeAskedFor) {
+    const TempFolder folder;
+    std::ofstream(folder.path() / "icon.svg")
+        << R"(<svg xmlns="http://www.w3.org/2000/svg" viewBox="0 0 4 4"><rect width="2" height="4" fill="#0a6432"/></svg>)";
+    const URL entry = entryWithIcon(folder, folder.url("icon.svg").path());
+    const auto icon = PexImage::make(entry, PexImage::IconSize({200, 100}));
+    ASSERT_TRUE(icon);
+    EXPECT_EQ(sideOf(icon), 100);
+    EXPECT_EQ(pixelAt(*icon->cgImage, 48, 50), (Pixel{0x0a, 0x64, 0x32, 255})); // the left half
+    EXPECT_EQ(pixelAt(*icon->cgImage, 51, 50), (Pixel{0, 0, 0, 0}));
+    const auto large = PexImage::make({.bundleUrl = entry});
+    EXPECT_EQ(sideOf(large), 1024);
+}
+
+TEST(FileIconsTest, ASheetOfPaperStandsInForWhatHasNone) {
+    const TempFolder folder;
+    std::ofstream(folder.path() / "broken.svg") << "<svg";
+    const URL entry = entryWithIcon(folder, folder.url("broken.svg").path());
+    const auto icon = PexImage::make(entry, PexImage::IconSize({64, 64}));
+    ASSERT_TRUE(icon);
+    EXPECT_EQ(sideOf(icon), 64);
+    EXPECT_EQ(pixelAt(*icon->cgImage, 1, 1)[3], 0);     // transparent around it
+    EXPECT_EQ(pixelAt(*icon->cgImage, 52, 5)[3], 0);    // the corner is cut off
+    EXPECT_EQ(pixelAt(*icon->cgImage, 20, 20)[3], 255); // and paper within
+    EXPECT_GT(pixelAt(*icon->cgImage, 20, 20)[0], 240);
+    const auto shown = NSWorkspace::shared().icon({.path = entry.path()});
+    EXPECT_EQ(shown->cgImageForProposedRect()->width(), 32);
+}
+
+TEST(FileIconsTest, TheThemesNearestSizeIsTaken) {
+    const fs::path data = std::getenv("XDG_DATA_HOME"); // the whole test program's own
+    const fs::path theme = data / "icons/Adwaita", base = data / "icons/hicolor";
+    writeIcon(theme / "small/inode-directory.png", 16, {255, 0, 0, 255});
+    writeIcon(theme / "large/inode-directory.png", 64, {0, 255, 0, 255});
+    writeIcon(base / "24/pex-own.png", 24, {0, 0, 255, 255});
+    std::ofstream(theme / "index.theme")
+        << "[Icon Theme]\nName=T\nDirectories=small,large,missing\n"
+           "[small]\nSize=16\nType=Fixed\n[large]\nSize=64\n[missing]\nSize=0\n";
+    std::ofstream(base / "index.theme") << "[Icon Theme]\nName=H\nDirectories=24\n[24]\nSize=24\n";
+    const TempFolder folder;
+    const URL entry = entryWithIcon(folder, "pex-own"), files = URL::fromPath(folder.path().string());
+    const auto side = [](const URL& url, double asked) {
+        return sideOf(PexImage::make(url, PexImage::IconSize({asked, asked})));
+    };
+    EXPECT_EQ(side(files, 15), 16);
+    EXPECT_EQ(side(files, 60), 64);
+    EXPECT_EQ(side(files, 1024), 64);
+    EXPECT_EQ(side(entry, 20), 24); // from the theme that all others stand on
+    fs::remove_all(data / "icons");
+}
+
+/// The one part of a multipart body.
+struct Form {
+    std::string head, content;
+};
+
+Form formOf(const HttpServer::Exchange& exchange) {
+    const std::string& body = exchange.body;
+    const std::string boundary = body.substr(0, body.find("\r\n"));
+    const std::size_t headEnd = body.find("\r\n\r\n");
+    const std::size_t contentEnd = body.rfind("\r\n" + boundary + "--");
+    if (headEnd == std::string::npos || contentEnd == std::string::npos) return {};
+    return {body.substr(boundary.size() + 2, headEnd - boundary.size()),
+            body.substr(headEnd + 4, contentEnd - headEnd - 4)};
+}
+
+bool upload(const std::shared_ptr<PexImage>& image, std::optional<URL> to, std::string name) {
+    return image->uploadAsJpeg({.to = std::move(to), .withName = std::move(name), .quality = 0.8}).get();
+}
+
+TEST(UploadTest, PostsTheFileAsAForm) {
+    std::vector<HttpServer::Exchange> seen;
+    const HttpServer server([&](const HttpServer::Exchange& exchange) {
+        seen.push_back(exchange);
+        exchange.answer("201 Created", "thanks");
+    });
+    const auto image = PexImage::make(photoLike(900, 700));
+    ASSERT_TRUE(upload(image, server.url("/in?album=1"), "photo \"1\""));
+    ASSERT_EQ(seen.size(), 1U);
+    EXPECT_EQ(seen[0].method, "POST");
+    EXPECT_EQ(seen[0].target, "/in?album=1");
+    const Form form = formOf(seen[0]);
+    EXPECT_NE(form.head.find("name=\"file\"; filename=\"photo %221%22.jpg\"\r\n"), std::string::npos)
+        << form.head;
+    EXPECT_NE(form.head.find("Content-Type: application/octet-stream\r\n"), std::string::npos) << form.head;
+    EXPECT_EQ(form.content, image->jpegData(0.8)->text());
+}
+
+TEST(UploadTest, GoesToTheApplicationsServerWithoutAnAddress) {
+    std::string target;
+    const HttpServer server([&](const HttpServer::Exchange& exchange) {
+        target = exchange.target;
+        exchange.answer("200 OK", "");
+    });
+    const auto image = PexImage::make(photoLike(20, 20));
+    EXPECT_FALSE(upload(image, {}, "photo")); // none is named
+    EXPECT_FALSE(PexNet::setServer(URL::parse("http://server.example")));
+    EXPECT_TRUE(PexNet::setServer(URL::parse("https://server.example")));
+    ASSERT_TRUE(PexNet::setServer(server.url("/app/")));
+    EXPECT_TRUE(upload(image, {}, "photo"));
+    EXPECT_EQ(target, "/app/quarn/filePost.php");
+    PexNet::setServer({});
+}
+
+TEST(UploadTest, OnlyAnAnswerOfSuccessCounts) {
+    NetworkLimits::setCurrent({.wholeSeconds = 0.2});
+    const HttpServer server([](const HttpServer::Exchange& exchange) {
+        if (exchange.target == "/moved") return exchange.answer("302 Found", "", "Location: /fine\r\n");
+        if (exchange.target == "/error") return exchange.answer("500 Oops", "");
+        if (exchange.target == "/hang") return exchange.waitUntilClientGoes();
+        exchange.answer("200 OK", "");
+    });
+    const auto image = PexImage::make(photoLike(20, 20));
+    for (const auto& [path, code] : {std::pair("/moved", ReasonCode::networkFailed),
+                                     {"/error", ReasonCode::networkFailed},
+                                     {"/hang", ReasonCode::timedOut}}) {
+        EXPECT_FALSE(upload(image, server.url(path), "a")) << path;
+        EXPECT_EQ(lastReason().code, code) << path;
+    }
+    EXPECT_TRUE(upload(image, server.url("/fine"), "a"));
+    const int before = server.requests();
+    EXPECT_FALSE(upload(PexImage::make({.size = {10, 10}}), server.url("/fine"), "blank"));
+    EXPECT_EQ(server.requests(), before);
+    NetworkLimits::setCurrent({});
+}
+
+TEST(UploadTest, TheTaskKeepsTheImage) {
+    const HttpServer server([](const HttpServer::Exchange& exchange) { exchange.answer("200 OK", ""); });
+    auto image = PexImage::make(photoLike(20, 20));
+    Task<bool> task = image->uploadAsJpeg({.to = server.url("/"), .withName = "a", .quality = 1});
+    image.reset();
+    EXPECT_TRUE(task.get());
 }
 
 } // namespace

@@ -1,9 +1,7 @@
 #include "tests/support/HttpServer.h"
 
-#include <algorithm>
 #include <arpa/inet.h>
 #include <array>
-#include <charconv>
 #include <memory>
 #include <netinet/in.h>
 #include <openssl/ssl.h>
@@ -42,13 +40,9 @@ bool receive(int socket, std::string& into) {
 }
 
 std::size_t contentLength(const std::string& headers) {
-    std::string lower = headers;
-    std::transform(lower.begin(), lower.end(), lower.begin(),
-                   [](unsigned char c) { return std::tolower(c); });
-    const std::size_t at = lower.find("content-length: ");
-    std::size_t length = 0;
-    if (at != std::string::npos) std::from_chars(lower.data() + at + 16, lower.data() + lower.size(), length);
-    return length;
+    const std::string name = "Content-Length: ";
+    const std::size_t at = headers.find(name);
+    return at == std::string::npos ? 0 : std::stoul(headers.substr(at + name.size()));
 }
 
 } // namespace

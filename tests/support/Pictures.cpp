@@ -35,6 +35,10 @@ CGImage makePicture(int width, int height, PixelLayout layout, Pixel color, cons
         width, height, layout, [color](int, int) { return color; }, space);
 }
 
+std::shared_ptr<PexImage> plain(int width, int height, Pixel color, PixelLayout layout) {
+    return PexImage::make(makePicture(width, height, layout, color));
+}
+
 Pixel pixelAt(const CGImage& image, int x, int y) {
     const auto view = image.pixels();
     if (!view) throw std::runtime_error("no pixels");

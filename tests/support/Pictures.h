@@ -1,5 +1,6 @@
 #pragma once
 
+#include "peximage/image/PexImage.h"
 #include "peximage/platform/codecs/CGImageDestination.h"
 #include "peximage/platform/foundation/Data.h"
 #include "peximage/platform/raster/CGImage.h"
@@ -26,6 +27,10 @@ pex::CGImage makePicture(int width, int height, pex::PixelLayout layout,
 /// The same of one colour.
 pex::CGImage makePicture(int width, int height, pex::PixelLayout layout, Pixel color,
                          const pex::CGColorSpace& space = pex::CGColorSpace::sRGB());
+
+/// The same as a `PexImage`.
+std::shared_ptr<pex::PexImage> plain(int width, int height, Pixel color,
+                                     pex::PixelLayout layout = pex::PixelLayout::premultipliedLast);
 
 /// Four bytes of a pixel as they lie in memory (grey: its byte, repeated).
 Pixel pixelAt(const pex::CGImage& image, int x, int y);

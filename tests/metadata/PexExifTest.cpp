@@ -46,13 +46,11 @@ Bytes fullBlock() {
 class Exif : public ::testing::Test {
   protected:
     URL write(const std::string& name, const Bytes& bytes) {
-        const URL url = folder_.url(name);
-        Data(bytes).write(url, Data::Writing::inPlace);
-        return url;
+        writeFile(folder_.path() / name, {bytes.begin(), bytes.end()});
+        return folder_.url(name);
     }
     URL photo(const Bytes& block, const std::string& name = "photo.jpg") {
-        const Data plain = *PexImage::make(photoLike(200, 100))->jpegData(0.9);
-        return write(name, withExif({plain.bytes().begin(), plain.bytes().end()}, block));
+        return write(name, withExif(bytesOf(encoded(photoLike(200, 100), ImageFormat::jpeg)), block));
     }
 
     TempFolder folder_;
@@ -77,15 +75,14 @@ TEST_F(Exif, PropertiesComeInDictionariesByTheStandardsNames) {
 }
 
 TEST_F(Exif, OnlyTheHeaderOfAFileIsRead) {
-    const Data plain = *PexImage::make(noise(1500, 1000, PixelLayout::skipLast))->jpegData(0.95);
-    const URL url = write("big.jpg", withExif({plain.bytes().begin(), plain.bytes().end()}, fullBlock()));
+    const Bytes plain = bytesOf(encoded(noise(1500, 1000, PixelLayout::skipLast), ImageFormat::jpeg));
+    const URL url = write("big.jpg", withExif(plain, fullBlock()));
     EXPECT_LT(CGImageSource::make(url)->bytesRead(), 10'000u);
     EXPECT_GT(plain.size(), 1'000'000u);
 }
 
 TEST_F(Exif, ResolutionIsTakenFromTheBlockWhereTheFileSaysNothingElse) {
-    const Data jpeg = *PexImage::make(photoLike(20, 10))->jpegData(0.9);
-    Bytes bare(jpeg.bytes().begin(), jpeg.bytes().end());
+    Bytes bare = bytesOf(encoded(photoLike(20, 10), ImageFormat::jpeg));
     bare.erase(bare.begin() + 2, bare.begin() + 20); // without the JFIF segment
     const auto dpiOf = [&](const Bytes& block) {
         return CGImageSource::make(write("bare.jpg", withExif(bare, block)))->properties().dpiWidth;
@@ -101,14 +98,11 @@ TEST_F(Exif, ResolutionIsTakenFromTheBlockWhereTheFileSaysNothingElse) {
 }
 
 TEST_F(Exif, APngTellsItBeforeItsPixelsOrBehindThem) {
-    const Data png = *PexImage::make(photoLike(50, 30))->pngData();
-    const Bytes block = fullBlock();
+    const Bytes plain = bytesOf(encoded(photoLike(50, 30), ImageFormat::png)), block = fullBlock();
     Bytes chunk{0, 0, static_cast<std::uint8_t>(block.size() >> 8), static_cast<std::uint8_t>(block.size())};
-    for (const char c : {'e', 'X', 'I', 'f'})
-        chunk.push_back(static_cast<std::uint8_t>(c));
+    chunk.insert(chunk.end(), {'e', 'X', 'I', 'f'});
     chunk.insert(chunk.end(), block.begin(), block.end());
     chunk.insert(chunk.end(), {0, 0, 0, 0}); // nobody checks the sum of what is no pixel
-    const Bytes plain(png.bytes().begin(), png.bytes().end());
     for (const std::ptrdiff_t at : {std::ptrdiff_t{33}, static_cast<std::ptrdiff_t>(plain.size() - 12)}) {
         Bytes file = plain;
         file.insert(file.begin() + at, chunk.begin(), chunk.end());
@@ -161,9 +155,8 @@ TEST_F(Exif, BasicDataAreDateAndPlace) {
         const auto read = PexExif::basicData(photo(exifBlock({}, {}, {exifFractions(2, parts)})));
         EXPECT_EQ(read.coordinates.lat, degrees) << parts.size();
     }
-    const Data png = *PexImage::make(photoLike(5, 5))->pngData();
-    EXPECT_EQ(PexExif::basicData(write("a.png", {png.bytes().begin(), png.bytes().end()})),
-              PexExif::BasicData());
+    const URL png = write("a.png", bytesOf(encoded(photoLike(5, 5), ImageFormat::png)));
+    EXPECT_EQ(PexExif::basicData(png), PexExif::BasicData());
     EXPECT_EQ(printed.lines, Lines{});
 }
 

@@ -1,5 +1,6 @@
 #include "peximage/pixels/PexImageBitmapRGBA.h"
 
+#include "peximage/pixels/PexContextImage.h"
 #include "peximage/platform/varda/PerfAn.h"
 #include "tests/platform/raster/kernels/EveryInstructionSet.h"
 #include "tests/support/Pictures.h"
@@ -15,6 +16,11 @@ namespace {
 
 using Bitmap = PexImageBitmapRGBA;
 using Channel = std::uint8_t;
+using Components = PexContextImage::Components;
+
+const double inf = std::numeric_limits<double>::infinity();
+constexpr auto huge = std::numeric_limits<std::int64_t>::max(),
+               low = std::numeric_limits<std::int64_t>::min();
 
 Bytes bytesOf(const Bitmap& bitmap) { return {bitmap.bytes().begin(), bitmap.bytes().end()}; }
 
@@ -65,8 +71,6 @@ TEST(PexImageBitmapRGBA, OutsideReadsZeroAndWritesNothing) {
     CapturedLines captured;
     Bitmap bitmap(3, 2, true);
     const Bytes before = bytesOf(bitmap);
-    constexpr auto huge = std::numeric_limits<std::int64_t>::max(),
-                   low = std::numeric_limits<std::int64_t>::min();
     const std::pair<std::int64_t, std::int64_t> places[] = {{-1, 0},   {3, 0},    {0, -1},      {0, 2},
                                                             {huge, 0}, {0, huge}, {huge, huge}, {low, low}};
     for (const bool inverted : {false, true}) {
@@ -190,7 +194,6 @@ TEST(PexImageBitmapRGBA, FillsTheWholeBuffer) {
 }
 
 TEST(PexImageBitmapRGBA, GatesByLuminance) {
-    const double inf = std::numeric_limits<double>::infinity();
     const std::pair<double, int> cases[] = {{0.5, 382}, {0, 0}, {1, 765}, {0.333, 254}, {-2, -1}, {inf, 766}};
     for (const auto& [threshold, limit] : cases) {
         SCOPED_TRACE(threshold);
@@ -212,39 +215,19 @@ TEST(PexImageBitmapRGBA, GatesByLuminance) {
 }
 
 TEST(PexImageBitmapRGBA, KeysByDistance) {
-    for (const double tolerance : {50.0, 110.5, 1e300, -1.0, std::nan("")}) {
+    // Some pixels lie just as far as the root, the square of which is rounded to less.
+    for (const double tolerance : {50.0, std::sqrt(12206), 1e300, -1.0, std::nan("")}) {
         SCOPED_TRACE(tolerance);
         expectEdits([&](Bitmap& b) { b.key(200, 20, 130, tolerance); },
                     [&](Channel& a, Channel& r, Channel& g, Channel& b) {
-                        if (std::hypot(r - 200.0, g - 20.0, b - 130.0) <= tolerance) a = 0;
+                        const int square =
+                            (r - 200) * (r - 200) + (g - 20) * (g - 20) + (b - 130) * (b - 130);
+                        if (std::sqrt(square) <= tolerance) a = 0;
                     });
     }
 }
 
-TEST(PexImageBitmapRGBA, KeysUpToTheTolerance) {
-    struct Case {
-        Pixel pixel;
-        double tolerance;
-        bool keyed;
-    };
-    // Also where the squared tolerance is rounded to less than the distance's square.
-    const Case cases[] = {{{10, 20, 30, 255}, 0, true},
-                          {{11, 20, 30, 255}, 0.999, false},
-                          {{13, 24, 30, 255}, 5, true},
-                          {{13, 24, 30, 255}, 4.9999, false},
-                          {{11, 21, 31, 255}, std::sqrt(3), true},
-                          {{255, 255, 255, 255}, 441.7, true}};
-    for (const Case& c : cases) {
-        Bitmap bitmap(makePicture(1, 1, PixelLayout::straightLast, [&](int, int) { return c.pixel; }));
-        bitmap.key(10, 20, 30, c.tolerance);
-        EXPECT_EQ(bitmap.getPixelPexColor255(0, 0, false),
-                  PexColor255(c.pixel[0], c.pixel[1], c.pixel[2], c.keyed ? 0 : 255));
-    }
-}
-
 TEST(PexImageBitmapRGBA, FillsTheVisiblePartOfARectangle) {
-    constexpr auto huge = std::numeric_limits<std::int64_t>::max(),
-                   low = std::numeric_limits<std::int64_t>::min();
     using Four = std::array<std::int64_t, 4>;
     const Four rects[] = {
         {2, 1, 3, 2},  {5, 3, 100, 100},         {0, 0, huge, huge},   {8, 6, 1, 1},           {-2, -3, 5, 5},
@@ -278,7 +261,6 @@ TEST(PexImageBitmapRGBA, FillsTheVisiblePartOfARectangle) {
 
 TEST(PexImageBitmapRGBA, WithoutPixels) {
     CapturedLines captured;
-    constexpr auto huge = std::numeric_limits<std::int64_t>::max();
     using Sides = std::pair<std::int64_t, std::int64_t>;
     for (const auto& [width, height] :
          {Sides{0, 5}, {5, 0}, {-2, -3}, {huge, huge}, {1 << 20, 1 << 20}, {huge, 1}}) {
@@ -294,6 +276,86 @@ TEST(PexImageBitmapRGBA, WithoutPixels) {
         EXPECT_FALSE(bitmap.cgImage());
         EXPECT_FALSE(bitmap.pexImage());
     }
+}
+
+/// The picture drawn over an empty context, the long way.
+CGImage drawn(const CGImage& picture, int width, int height) {
+    const auto context =
+        CGContext::make(width, height, PixelLayout::premultipliedLast, CGColorSpace::deviceRGB());
+    context->draw(picture, {0, 0, double(width), double(height)});
+    return *context->makeImage();
+}
+
+TEST(PexContextImage, HoldsWhatDrawingGives) {
+    using enum PixelLayout;
+    for (const PixelLayout layout :
+         {premultipliedLast, premultipliedFirst, straightLast, straightFirst, skipLast, skipFirst, grey}) {
+        SCOPED_TRACE(int(layout));
+        const CGImage picture = noise(37, 21, layout);
+        for (const CGSize size : {CGSize{37, 21}, CGSize{10.9, 5.2}, CGSize{50, 40}}) {
+            const auto image = PexContextImage::make(PexImage::make(picture), {.size = size});
+            EXPECT_EQ(image->width, std::trunc(size.width));
+            EXPECT_EQ(image->height, std::trunc(size.height));
+            expectPixels(drawn(picture, int(size.width), int(size.height)), [&](int x, int y) {
+                const auto [r, g, b, a] = image->getPixelColorComponents(x, y);
+                EXPECT_EQ(image->getPixelColor(x, y), NSColor(r / 255.0, g / 255.0, b / 255.0, a / 255.0));
+                EXPECT_EQ(image->getPixelAlpha(x, y), a / 255.0);
+                return Pixel{r, g, b, a};
+            });
+        }
+        EXPECT_EQ(PexContextImage::make(picture)->image->size, (CGSize{37, 21}));
+    }
+}
+
+TEST(PexContextImage, EmptyContextShowsWhatIsDrawnLater) {
+    const auto image = PexContextImage::make({.size = {3, 2}});
+    EXPECT_FALSE(image->image);
+    for (int i = 0; i < 6; ++i)
+        EXPECT_EQ(image->getPixelColorComponents(i % 3, i / 3), Components{});
+
+    ASSERT_TRUE(image->context);
+    image->context->setFillColor({0, 1, 0, 1});
+    image->context->fill({2, 1, 1, 1}); // its upper right pixel: y goes upward there
+    EXPECT_EQ(image->getPixelColorComponents(2, 0), (Components{0, 255, 0, 255}));
+    EXPECT_EQ(image->getPixelColorComponents(2, 1), Components{});
+
+    // A picture of it stays as it is; drawing goes on in the same memory.
+    const auto before = image->context->makeImage();
+    image->context->fill({0, 0, 3, 2});
+    EXPECT_EQ(image->getPixelColorComponents(0, 1), (Components{0, 255, 0, 255}));
+    EXPECT_EQ(pixelAt(*before, 0, 1), (Pixel{0, 0, 0, 0}));
+
+    image->size = {100, 100}; // changes neither the memory nor what is read
+    EXPECT_EQ(image->getPixelColorComponents(50, 50), Components{});
+    EXPECT_EQ(image->getPixelAlpha(0, 1), 1);
+}
+
+TEST(PexContextImage, OddSizesAndImagesWithoutPixels) {
+    for (const CGSize size : {CGSize{0, 5}, CGSize{-3, -4}, CGSize{std::nan(""), 2}, CGSize{inf, inf},
+                              CGSize{1e9, 1e9}, CGSize{0.9, 10}, CGSize{3e9, 1}}) {
+        const auto image = PexContextImage::make({.size = size});
+        EXPECT_FALSE(image->context);
+        EXPECT_EQ(image->bitmap.size(), 0u);
+        EXPECT_EQ(image->getPixelAlpha(0, 0), 0);
+        EXPECT_EQ(PexContextImage::make(plain(2, 1, {}), {.size = size})->bitmap.size(), 0u);
+    }
+    const auto blank = PexContextImage::make(PexImage::make({.notBakedNormalizedSize = {4, 3}}));
+    EXPECT_EQ(blank->bitmap.size(), 48u);
+    EXPECT_EQ(blank->getPixelColorComponents(3, 2), Components{});
+    EXPECT_EQ(PexContextImage::make(std::shared_ptr<PexImage>())->width, 0);
+
+    const auto image = PexContextImage::make(plain(2, 1, {9, 9, 9, 255}));
+    for (const auto& [x, y] : {std::pair{-1, 0}, {2, 0}, {0, -1}, {0, 1}})
+        EXPECT_EQ(image->getPixelColorComponents(x, y), Components{});
+}
+
+TEST(PexContextImage, VeryWideImages) {
+    const int width = 200'000;
+    const auto picture = makePicture(width, 1, PixelLayout::skipLast, [](int x, int) {
+        return Pixel{std::uint8_t(x % 251), 0, 0, 0};
+    });
+    EXPECT_EQ(PexContextImage::make(picture)->getPixelColorComponents(199'999, 0).r, 199'999 % 251);
+    EXPECT_EQ(pixelAt(drawn(picture, width, 1), 199'999, 0)[0], 199'999 % 251);
 }
 
 } // namespace

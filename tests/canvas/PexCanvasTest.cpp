@@ -79,6 +79,9 @@ TEST(PexCanvas, LaterLayersCoverEarlierOnesAndEachPassDrawsAgain) {
                             layerOf(plain(4, 4, blue), PexSpatialConforming::none)};
         const auto drawn = canvas.getImage();
         EXPECT_EQ(boxOf(*drawn, red), "2 1 4 4");
+        PexCanvas tall(PexCanvas::Size(40, 40));
+        tall.layerList = {layerOf(plain(10, 20, red), PexSpatialConforming::fit)};
+        EXPECT_EQ(boxOf(*tall.getImage()), "10 0 20 40");
         EXPECT_EQ(pixelAt(*drawn->cgImage, 4, 3), blue);
         EXPECT_EQ(drawn->image->width(), 8 / scale);
 

@@ -67,7 +67,6 @@ TEST_F(PexComposerManagerTest, BeginsEmptyAndMakesComposers) {
     EXPECT_EQ(changes(), 2);
     const PexComposer made = manager_->selectedComposer().value();
     EXPECT_EQ(manager_->selectedComposerId(), made.id);
-    EXPECT_FALSE(made.id.empty());
     EXPECT_EQ(made.name, "Composer");
     EXPECT_EQ(made.ratio, 16.0 / 9);
     EXPECT_TRUE(made.layerList.empty() && made.guideList_.empty() && !made.shouldBeDeleted &&

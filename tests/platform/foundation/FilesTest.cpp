@@ -30,7 +30,7 @@ TEST(Data, ComesBackFromFilesOfAnySize) {
 
 TEST(Data, RefusesWhatIsNoRegularFileOrTooLarge) {
     const TempFolder folder;
-    ASSERT_TRUE(Data("12345").write(folder.url("f"), Data::Writing::inPlace));
+    writeFile(folder.path() / "f", "12345");
     EXPECT_FALSE(Data::contentsOf(folder.url("missing")));
     EXPECT_FALSE(Data::contentsOf(URL::fromPath(folder.path().string())));
     EXPECT_FALSE(Data::contentsOf(URL::fromPath("/dev/zero")));
@@ -82,8 +82,7 @@ TEST(AtomicFile, OnlyCommitChangesTheDestination) {
 
 TEST(AtomicFile, ReplacesWhatALinkLeadsTo) {
     const TempFolder folder;
-    fs::create_directory(folder.path() / "d");
-    ASSERT_TRUE(Data("old").write(folder.url("d/there"), Data::Writing::inPlace));
+    writeFile(folder.path() / "d/there", "old");
     for (const std::string name : {"there", "missing"}) {
         fs::create_symlink("d/" + name, folder.path() / ("to " + name));
         fs::create_symlink("to " + name, folder.path() / name);
@@ -97,7 +96,7 @@ TEST(AtomicFile, TellsWhyItCannotSave) {
     const TempFolder folder;
     fs::create_directory(folder.path() / "d");
     fs::create_symlink("loop", folder.path() / "loop");
-    ASSERT_TRUE(Data("x").write(folder.url("f"), Data::Writing::inPlace));
+    writeFile(folder.path() / "f", "x");
     const struct {
         std::string path;
         ReasonCode code;
@@ -120,12 +119,10 @@ TEST(AtomicFile, TellsWhyItCannotSave) {
 TEST(AtomicFile, WhatKilledSavesLeftIsRemovedByAge) {
     const TempFolder folder;
     const auto now = fs::file_time_type::clock::now();
-    const std::string names[] = {".pex-left.tmp", ".pex-future.tmp", ".pex-young.tmp", "old.tmp"};
-    const std::chrono::hours ages[] = {
-        std::chrono::hours(2), std::chrono::hours(-2), {}, std::chrono::hours(2)};
-    for (std::size_t i = 0; i < std::size(names); ++i) {
-        ASSERT_TRUE(Data("x").write(folder.url(names[i]), Data::Writing::inPlace));
-        fs::last_write_time(folder.path() / names[i], now - ages[i]);
+    for (const auto& [name, hours] :
+         {std::pair(".pex-left.tmp", 2), {".pex-future.tmp", -2}, {".pex-young.tmp", 0}, {"old.tmp", 2}}) {
+        writeFile(folder.path() / name, "x");
+        fs::last_write_time(folder.path() / name, now - std::chrono::hours(hours));
     }
     AtomicFile::removeStale(folder.path().string());
     EXPECT_EQ(temporaries(folder.path()), std::vector{folder.path() / ".pex-young.tmp"});
@@ -150,7 +147,7 @@ TEST(FileUtilities, MakeFindAndDelete) {
     EXPECT_TRUE(fu_createFolder(folder.url("a/b/c")));
     EXPECT_TRUE(fu_createFolder(folder.url("a/b/c")));
     EXPECT_FALSE(fu_fileExists(folder.url("a")));
-    ASSERT_TRUE(Data(std::string(1500, 'x')).write(folder.url("a/f"), Data::Writing::inPlace));
+    writeFile(folder.path() / "a/f", std::string(1500, 'x'));
     EXPECT_FALSE(fu_createFolder(folder.url("a/f/g")));
     EXPECT_TRUE(fu_fileExists(folder.url("a/f")));
     EXPECT_TRUE(fu_fileExists(folder.url("a/f"), 1.5));

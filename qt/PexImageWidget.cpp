@@ -1,8 +1,8 @@
 #include "qt/PexImageWidget.h"
 
 #include "peximage/platform/varda/XMain.h"
+#include "qt/QtImages.h"
 
-#include <QImage>
 #include <QPainter>
 #include <QPointer>
 #include <atomic>
@@ -42,12 +42,7 @@ void PexImageWidget::paintEvent(QPaintEvent*) {
     context->scaleBy(scale, scale);
     view_->drawInto(context);
     const std::optional<CGImage> drawn = context->makeImage();
-    const std::optional<PixelView> pixels = drawn ? drawn->pixels() : std::nullopt;
-    if (!pixels) return;
-    QImage image(pixels->data, pixels->width, pixels->height, static_cast<qsizetype>(pixels->bytesPerRow),
-                 QImage::Format_RGBA8888_Premultiplied);
-    image.setDevicePixelRatio(scale);
-    QPainter(this).drawImage(0, 0, image);
+    if (drawn) QPainter(this).drawImage(0, 0, toQImage(*drawn, scale));
 }
 
 } // namespace pex

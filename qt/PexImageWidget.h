@@ -9,7 +9,7 @@ namespace pex {
 
 /// A widget filled by a `PexImageView`, drawn in the pixels of the widget's screen. `connectToQt` has to
 /// be called before.
-class PexImageWidget : public QWidget {
+class PEX_EXPORT PexImageWidget : public QWidget {
     Q_OBJECT
 
   public:

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "peximage/platform/Export.h"
+
 class QGuiApplication;
 
 namespace pex {
@@ -7,6 +9,6 @@ namespace pex {
 /// Hooks the library to a Qt program, once, on the thread that runs its event loop: that thread becomes the
 /// main thread, what is queued for it (`XMain`) runs from the loop, and the screens are declared to
 /// `NSScreen` whenever they change. The hook lasts as long as the application object.
-void connectToQt(QGuiApplication& application);
+PEX_EXPORT void connectToQt(QGuiApplication& application);
 
 } // namespace pex

@@ -7,20 +7,29 @@
 #include <filesystem>
 #include <fstream>
 #include <iterator>
+#include <stdexcept>
 #include <string>
 
 /// A folder of its own for one test, removed with everything in it.
 class TempFolder {
   public:
-    TempFolder();
-    ~TempFolder();
+    TempFolder() {
+        std::string pattern = (std::filesystem::temp_directory_path() / "peximage-test-XXXXXX").string();
+        if (!::mkdtemp(pattern.data())) throw std::runtime_error("no temporary folder");
+        path_ = pattern;
+    }
+    ~TempFolder() {
+        std::error_code ignored;
+        std::filesystem::permissions(path_, std::filesystem::perms::owner_all, ignored);
+        std::filesystem::remove_all(path_, ignored);
+    }
     TempFolder(const TempFolder&) = delete;
     TempFolder& operator=(const TempFolder&) = delete;
 
     const std::filesystem::path& path() const { return path_; }
     pex::URL url(const std::string& name) const { return pex::URL::fromPath((path_ / name).string()); }
     /// How many things lie in it.
-    long count() const;
+    long count() const { return std::distance(std::filesystem::directory_iterator(path_), {}); }
 
   private:
     std::filesystem::path path_;

@@ -38,9 +38,6 @@ class StoredCache : public testing::Test {
             {.name = "Thumbs", .removeItemsAfterDays = forever, .mode = mode, .resizeMinSideToMax = minSide});
     }
     fs::path file(const std::string& name) const { return folder_ / name; }
-    void setAge(const std::string& name, std::chrono::hours age) const {
-        fs::last_write_time(file(name), fs::file_time_type::clock::now() - age);
-    }
     long filesInFolder() const {
         return std::distance(fs::recursive_directory_iterator(folder_), fs::recursive_directory_iterator());
     }
@@ -222,12 +219,6 @@ TEST_F(StoredCache, OldFilesGoWhenACacheIsMade) {
     const std::pair<const char*, hours> files[] = {
         {"new.png", hours(0)},      {"day.jpg", hours(25)},     {"sub/week.png", hours(7 * 24)},
         {"future.png", hours(-48)}, {".pex-1-2.tmp", hours(2)}, {".pex-live.tmp", hours(0)}};
-    const auto refill = [&] {
-        for (const auto& [name, age] : files) {
-            writeFile(file(name), "x");
-            setAge(name, age);
-        }
-    };
     const std::vector<std::string> all{".pex-live.tmp", "day.jpg", "future.png", "new.png", "sub/week.png"};
     const std::pair<std::int64_t, std::vector<std::string>> cases[] = {
         {30, all},
@@ -237,7 +228,10 @@ TEST_F(StoredCache, OldFilesGoWhenACacheIsMade) {
         {0, {".pex-live.tmp", "future.png"}}};
     for (const auto& [days, kept] : cases) {
         fs::remove_all(folder_);
-        refill();
+        for (const auto& [name, age] : files) {
+            writeFile(file(name), "x");
+            fs::last_write_time(file(name), fs::file_time_type::clock::now() - age);
+        }
         const auto cache = named("Thumbs", days);
         EXPECT_EQ(filesInFolder(), 7) << "it happens in the background";
         background_.run();

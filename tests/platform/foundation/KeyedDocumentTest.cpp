@@ -146,23 +146,6 @@ TEST(KeyedDocument, EveryTextAndNumberComesBack) {
     }
 }
 
-TEST(KeyedDocument, MomentsAreSecondsSince2001) {
-    using Codec = DocumentCodec<std::chrono::sys_time<std::chrono::microseconds>>;
-    const auto moment =
-        std::chrono::sys_days(std::chrono::January / 2 / 2001) + std::chrono::milliseconds(500);
-    DocumentWriter writer;
-    Codec::write(writer, moment);
-    EXPECT_EQ(writer.take(), "86400.5");
-    const auto read = [](const char* text, Codec::Moment& target) {
-        return Codec::read(DocumentTree::parse(text)->root(), target, nullptr);
-    };
-    Codec::Moment target;
-    ASSERT_TRUE(read("86400.5", target));
-    EXPECT_EQ(target, moment);
-    for (const char* text : {"1e300", "-1e300", R"({"nonFinite":"nan"})", "true"})
-        EXPECT_FALSE(read(text, target)) << text;
-}
-
 TEST(KeyedDocument, RefusesWhatIsNoDocument) {
     const std::string deep(1'000'000, '[');
     std::string deepObjects;

@@ -246,13 +246,6 @@ class XMainTest : public testing::Test {
     void TearDown() override { XMain::setWakeUp({}); }
 };
 
-TEST_F(XMainTest, RunsAtOnceOnTheMainThread) {
-    int ran = 0;
-    XMain::execute([&] { XMain::sync([&] { ++ran; }); });
-    EXPECT_EQ(ran, 1);
-    EXPECT_EQ(XMain::drain(), 0U);
-}
-
 TEST_F(XMainTest, QueuesFromOtherThreadsInOrder) {
     std::string order;
     std::atomic<int> wakeUps{0};

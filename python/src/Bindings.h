@@ -13,6 +13,7 @@ void addReading(nanobind::module_& module, ImageClass& image);
 void addGeometry(ImageClass& image);
 void addPixelWork(nanobind::module_& module, ImageClass& image);
 void addArrays(nanobind::module_& module, ImageClass& image);
+void addMetadata(nanobind::module_& module, ImageClass& image);
 void addSaving(nanobind::module_& module, ImageClass& image);
 void addDocuments(nanobind::module_& module);
 void addPages(nanobind::module_& module);

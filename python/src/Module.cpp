@@ -18,6 +18,7 @@ NB_MODULE(_core, module) {
     pexpy::addGeometry(image);
     pexpy::addPixelWork(module, image);
     pexpy::addArrays(module, image);
+    pexpy::addMetadata(module, image);
     pexpy::addSaving(module, image);
     pexpy::addDocuments(module);
     pexpy::addPages(module);

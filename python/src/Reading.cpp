@@ -12,7 +12,9 @@
 #include <nanobind/stl/optional.h>
 #include <nanobind/stl/pair.h>
 #include <nanobind/stl/string.h>
+#include <nanobind/stl/tuple.h>
 #include <nanobind/stl/vector.h>
+#include <tuple>
 
 namespace nb = nanobind;
 using namespace nb::literals;
@@ -87,6 +89,13 @@ std::string describe(const Image& image) {
            ">";
 }
 
+using LimitsState = std::tuple<std::int64_t, std::size_t, int, std::size_t, double>;
+
+pex::ImageLimits limitsOf(const LimitsState& state) {
+    const auto [pixels, bytes, pages, metadata, seconds] = state;
+    return {pixels, bytes, pages, metadata, seconds};
+}
+
 void addLimits(nb::module_& module) {
     nb::class_<pex::ImageLimits>(module, "Limits", "What may be opened; past a limit opening raises.")
         .def_rw("max_pixels", &pex::ImageLimits::maxPixels, "Width times height of one picture.")
@@ -95,7 +104,15 @@ void addLimits(nb::module_& module) {
         .def_rw("max_drawing_seconds", &pex::ImageLimits::maxDrawingSeconds,
                 "Seconds that the drawing of one page may take.")
         .def_rw("max_metadata_bytes", &pex::ImageLimits::maxMetadataBytes,
-                "Bytes of one piece of metadata, such as a colour profile.");
+                "Bytes of one piece of metadata, such as a colour profile.")
+        .def("__getstate__",
+             [](const pex::ImageLimits& self) {
+                 return LimitsState(self.maxPixels, self.maxSourceBytes, self.maxPages, self.maxMetadataBytes,
+                                    self.maxDrawingSeconds);
+             })
+        .def("__setstate__", [](pex::ImageLimits& self, const LimitsState& state) {
+            new (&self) pex::ImageLimits(limitsOf(state));
+        });
     module.def("get_limits", &pex::ImageLimits::current, "A copy of the limits of this process.");
     module.def("set_limits", &pex::ImageLimits::setCurrent, "limits"_a, "Sets the limits of this process.");
 }

@@ -12,7 +12,9 @@
 #include <nanobind/stl/optional.h>
 #include <nanobind/stl/pair.h>
 #include <nanobind/stl/string.h>
+#include <nanobind/stl/tuple.h>
 #include <nanobind/stl/variant.h>
+#include <tuple>
 #include <utility>
 #include <variant>
 
@@ -183,31 +185,15 @@ Encoded save(const Image& image, const std::filesystem::path& path, const std::o
     return encoded;
 }
 
-template <pex::Data pex::ImageMetadata::*block>
-void addBlock(nb::class_<pex::ImageMetadata>& metadata, const char* name, const char* says) {
-    metadata.def_prop_rw(
-        name, [](const pex::ImageMetadata& self) { return bytesOf(self.*block); },
-        [](pex::ImageMetadata& self, const nb::bytes& bytes) { self.*block = dataOf(bytes); }, says);
+using EncodedState = std::tuple<nb::bytes, std::string, std::optional<double>, double, double>;
+
+EncodedState stateOf(const Encoded& encoded) {
+    return {bytesOf(encoded.bytes), encoded.format, encoded.quality, encoded.size.width, encoded.size.height};
 }
 
-void addMetadata(nb::module_& module, ImageClass& image) {
-    nb::class_<pex::ImageMetadata> metadata(
-        module, "Metadata",
-        "What a file says beside its pixels and their profile, as the blocks that it has for it.");
-    metadata.def(nb::init<>());
-    addBlock<&pex::ImageMetadata::exif>(metadata, "exif",
-                                        "The EXIF block, a TIFF header with its directories; b\"\" without.");
-    addBlock<&pex::ImageMetadata::xmp>(metadata, "xmp", "The XMP packet in UTF-8.");
-    addBlock<&pex::ImageMetadata::resources>(metadata, "resources",
-                                             "Image resources (\"8BIM\"), IPTC's records among them.");
-    metadata.def("without_location", &pex::ImageMetadata::withoutLocation, Unlocked(),
-                 "A copy without what tells the place.");
-    metadata.def("__len__", &pex::ImageMetadata::size);
-    metadata.def("__eq__", [](const pex::ImageMetadata& a, const pex::ImageMetadata& b) { return a == b; });
-    image.def_prop_ro(
-        "metadata", &Image::metadata, Unlocked(),
-        "A copy of what the file says beside its pixels; it stays with what is computed from the\n"
-        "picture. Change it and hand it to `encode` or `save`.");
+void setState(Encoded& self, const EncodedState& state) {
+    const auto& [bytes, format, quality, width, height] = state;
+    new (&self) Encoded{dataOf(bytes), format, quality, {width, height}};
 }
 
 } // namespace
@@ -220,9 +206,9 @@ void addSaving(nb::module_& module, ImageClass& image) {
         .def_ro("quality", &Encoded::quality, "0 to 1, the one that was found or given; None without loss.")
         .def_prop_ro("size", &Encoded::sides,
                      "(width, height) in pixels; smaller where a budget asked for it.")
-        .def("__len__", [](const Encoded& encoded) { return encoded.bytes.size(); });
-
-    addMetadata(module, image);
+        .def("__len__", [](const Encoded& encoded) { return encoded.bytes.size(); })
+        .def("__getstate__", &stateOf)
+        .def("__setstate__", &setState);
 
     image.def(
         "encode", interruptible(&encode), "format"_a = "jpeg", nb::kw_only(), "quality"_a = nb::none(),

@@ -192,6 +192,7 @@ def test_errors_say_what_and_are_of_pythons_kinds(tmp_path, photo, monkeypatch):
         (lambda: pex.StoredCache("cache").path("../a"), ValueError, "bad-argument"),
         (lambda: pex.ImageCache().get_or_make("a", lambda: None), TypeError, None),
         (lambda: pex.ImageCache().get_or_make("a", lambda: 1 / 0), ZeroDivisionError, None),
+        (lambda: pex.Metadata().set_exif(1, "x", "place"), ValueError, "bad-argument"),
         (lambda: list(pex.pdf_pages(photo)), pex.MissingModule, "missing-module"),
     ]
     for call, kind, code in cases:
@@ -219,9 +220,28 @@ def test_what_the_photo_says_stays_with_it():
         for picture in (photo.resize(max_side=32), pickle.loads(pickle.dumps(photo))):
             said = pillow.open(io.BytesIO(picture.encode(metadata=keep).data)).getexif()
             assert (said.get(0x010F) == "Maker", bool(said.get_ifd(0x8825))) == (maker, place)
-    given = pex.Metadata()
-    given.exif = photo.metadata.exif
-    assert pex.open(pex.from_array(scene(64, 48)).encode("png", metadata=given).data).info["TIFF"]["Make"] == "Maker"
+    given = pickle.loads(pickle.dumps(photo.metadata))
+    given.set_exif(0x9003, "2021:07:14 18:30:05")
+    given.set_exif(0x8827, 400)
+    given.set_exif(1, None, "gps")
+    given.set_iptc(25, ["lake", "dusk"])
+    given.set_xmp("http://ns.adobe.com/xap/1.0/", "Rating", "5")
+    again = pex.open(pex.from_array(scene(64, 48)).encode(metadata=given).data)
+    said = pillow.open(io.BytesIO(again.encode().data)).getexif()
+    assert (said[0x010F], said.get_ifd(0x8825), said.get_ifd(0x8769)[0x9003]) == ("Maker", {}, "2021:07:14 18:30:05")
+    assert (said.get_ifd(0x8769)[0x8827], again.metadata.get_exif(0x8827)) == (400, 400)
+    assert again.metadata.get_iptc(25) == ["lake", "dusk"] and again.metadata.get_exif(0x829A) is None
+    assert again.metadata.get_xmp("http://ns.adobe.com/xap/1.0/", "Rating") == "5"
+
+
+def test_results_go_to_other_processes():
+    encoded = pex.from_array(scene(64, 48)).encode(max_bytes=2000)
+    again = pickle.loads(pickle.dumps(encoded))
+    assert [(e.data, e.format, e.quality, e.size) for e in (again,)] == [(encoded.data, "jpeg", encoded.quality, (64, 48))]
+    limits = pex.get_limits()
+    limits.max_drawing_seconds, limits.max_pages = 3, 7
+    again = pickle.loads(pickle.dumps(limits))
+    assert (again.max_drawing_seconds, again.max_pages, again.max_pixels) == (3, 7, limits.max_pixels)
 
 
 def test_shrink_hands_on_what_is_small_enough():

@@ -1,4 +1,5 @@
 #include "Commands.h"
+#include "Lossless.h"
 #include "Saving.h"
 #include "Text.h"
 
@@ -13,6 +14,7 @@ struct Request {
     std::optional<pex::CGRect> rect;
     std::optional<double> ratio;
     double zoom = 1;
+    bool lossless = false;
 };
 
 /// The largest part of the given shape, in the middle; smaller by the zoom.
@@ -28,11 +30,22 @@ pex::CGRect centred(pex::CGSize whole, double ratio, double zoom) {
 }
 
 int crop(Request& request) {
-    const auto change = [&](const std::shared_ptr<pex::PexImage>& image) {
-        return image->crop(
-            {.to = request.rect ? *request.rect : centred(image->size, *request.ratio, request.zoom)});
+    checkLossless(request.lossless, request.writing);
+    const auto partOf = [&](pex::CGSize whole) {
+        return request.rect ? *request.rect : centred(whole, *request.ratio, request.zoom);
     };
-    return runChanging(request.settings, request.writing, change, "nothing of it lies in the rectangle");
+    return runWriting(
+        request.settings, request.writing,
+        [&](const Input& input, const Destination& destination) -> Outcome {
+            const auto change = [&](pex::CGSize whole) { return pex::LosslessChange{.part = partOf(whole)}; };
+            if (const auto outcome =
+                    savedWithoutLoss(input, destination, request.writing, request.lossless, change))
+                return *outcome;
+            return changeAndSave(
+                input, destination, request.writing,
+                [&](const Image& image) { return image->crop({.to = partOf(image->size)}); },
+                "nothing of it lies in the rectangle");
+        });
 }
 
 } // namespace
@@ -53,6 +66,7 @@ void addCrop(CLI::App& program, int& status) {
         ->check(numberBetween(1, 1e6))
         ->type_name("Z")
         ->needs(part->get_option("--ratio"));
+    addLosslessOption(*command, request->lossless);
     command->footer("Example: peximage crop photo.jpg -o wide.jpg --ratio 16:9");
     command->callback([request, &status] { status = crop(*request); });
 }

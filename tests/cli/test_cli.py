@@ -659,6 +659,49 @@ class CommandLine(unittest.TestCase):
         run("rotate", left, "-o", left, "--turn", "-90")
         self.assertEqual(left.read_bytes(), top.read_bytes())
 
+    def test_turns_and_cuts_without_loss_are_those_of_jpegtran(self):
+        def plain(data):  # the same coefficients, whatever their order and codes, and whatever stands around them
+            return subprocess.run(["jpegtran", "-copy", "none"], input=data, capture_output=True, check=True).stdout
+
+        def source(size, *how):
+            ppm = subprocess.run(["djpeg", "-scale", "1/2", self.photo], capture_output=True, check=True).stdout[15:]
+            width, height = size
+            ppm = b"P6 %d %d 255\n" % size + b"".join(ppm[y * 960:][:3 * width] for y in range(height))
+            return subprocess.run(["cjpeg", *how], input=ppm, capture_output=True, check=True).stdout
+
+        ways = {"--turn 90": "-rotate 90", "--turn -90": "-rotate 270", "--turn 180": "-rotate 180", "--mirror horizontal": "-flip horizontal",
+                "--mirror vertical": "-flip vertical", "--rect 32,16,45,31": "-crop 45x31+32+16"}
+        sources = {"halved": source((96, 64)), "wide": source((96, 64), "-sample", "2x1"), "tall": source((96, 64), "-sample", "1x2", "-progressive"),
+                   "full": source((88, 56), "-sample", "1x1"), "grey": source((88, 56), "-grayscale", "-sample", "2x2"), "odd": source((101, 75))}
+        script = "import sys; from PIL import Image; Image.open(sys.argv[1]).convert('CMYK').resize((96, 64)).save(sys.argv[2])"
+        subprocess.run(["/usr/bin/python3", "-c", script, self.photo, self.dir / "ink.jpg"], check=True, timeout=60)
+        sources["ink"] = (self.dir / "ink.jpg").read_bytes()
+        photo, out = self.dir / "a.jpg", self.dir / "b.jpg"
+        for name, data in sources.items():
+            photo.write_bytes(data)
+            for way, other in ways.items():
+                wanted = subprocess.run(["jpegtran", "-perfect", *other.split()], input=data, capture_output=True)
+                done = run("crop" if "rect" in way else "rotate", photo, "-o", out, *way.split(), "--lossless")
+                self.assertEqual(done[0], 1 if wanted.returncode else 0, (name, way, done))
+                if done[0] == 0:
+                    self.assertEqual(plain(out.read_bytes()), plain(wanted.stdout), (name, way))
+        self.assertRegex(done[1], "45×31 .* bytes  without loss\n$")
+
+        photo.write_bytes(sources["halved"])  # lies on its side; what else it says stays
+        subprocess.run(["exiftool", "-q", "-overwrite_original", "-n", "-Orientation=6", "-Artist=me", "-GPSLatitude=5", "-GPSLatitudeRef=S",
+                        "-XMP:Subject=sea", "-Comment=x", photo], check=True)
+        self.check("rotate --turn 90 a.jpg -o b.jpg --metadata no-location", [("--progressive --lossless", 0, "without loss")])
+        self.assertEqual(plain(out.read_bytes()), plain(subprocess.run(["jpegtran", "-rotate", "180", photo], capture_output=True).stdout))
+        said = told(out)
+        self.assertEqual([said.get(f"{key}") for key in ("IFD0:Orientation", "IFD0:Artist", "XMP-dc:Subject", "File:Comment", "GPS:GPSLatitude")],
+                         [1, "me", "sea", "x", None])
+        self.assertIn(b"\xff\xc2", out.read_bytes())  # progressive
+        self.check("rotate a.jpg -o b.jpg", [("--turn 90 --quality 0.5", 0, "quality 0.5"), ("--turn 90 --lossless --quality 0.5", 2), ("--degrees 3 --lossless", 2)])
+        photo.write_bytes(sources["odd"])
+        self.check("rotate a.jpg -o b.jpg", [("--turn 90", 0, "quality 0.900"), ("--turn 90 --lossless", 1, "", "blocks of 16 pixels, and none begins down at 75")])
+        photo.write_bytes(sources["halved"][:-300])
+        self.check("rotate --turn 90 a.jpg", [("-o b.jpg", 0, "quality", "is missing"), ("-o b.jpg --lossless", 1, "", "damaged"), ("-o b.png --lossless", 1)])
+
     def test_split_and_join(self):
         code, text, _ = run("split", self.photo, "-o", self.dir, "--rows", 2, "--columns", 3, "--json")
         self.assertEqual(code, 0)

@@ -114,14 +114,14 @@ void LibraryDecoder::watchScans(j_common_ptr info) {
     if (decoder.input_scan_number > most) ERREXIT(info, JERR_BAD_PROGRESSION);
 }
 
-template <class Call>
-bool LibraryDecoder::guarded(Call&& call) {
-    if (setjmp(errors_.escape) != 0) { // NOLINT: the codec library knows no other way out
-        damaged_ = true;
-        return false;
-    }
-    call();
-    return true;
+void LibraryDecoder::keepSegments() {
+    constexpr int applicationSegments = 16;
+    constexpr unsigned whole = 0xFFFF;
+    guarded([&] {
+        jpeg_save_markers(&info_, JPEG_COM, whole);
+        for (int i = 0; i < applicationSegments; ++i)
+            jpeg_save_markers(&info_, JPEG_APP0 + i, whole);
+    });
 }
 
 bool LibraryDecoder::readHeader(std::size_t maxMetadataBytes) {

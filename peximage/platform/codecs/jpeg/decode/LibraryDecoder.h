@@ -19,6 +19,8 @@ class LibraryDecoder {
     LibraryDecoder(const LibraryDecoder&) = delete;
     LibraryDecoder& operator=(const LibraryDecoder&) = delete;
 
+    /// Keeps all application segments and comments from the header on; to be called before it is read.
+    void keepSegments();
     /// Reads up to the first scan, keeping profile and EXIF segments of at most `maxMetadataBytes` together.
     /// False when this is no JPEG that can be decoded.
     bool readHeader(std::size_t maxMetadataBytes);
@@ -36,6 +38,20 @@ class LibraryDecoder {
     /// the codes were missing.
     int rowsShown() const;
     const jpeg_decompress_struct& info() const { return info_; }
+    jpeg_decompress_struct& info() { return info_; }
+
+    /// Runs calls of the codec library; false when one reported an error. The callable must leave nothing
+    /// behind that needs destroying: an error jumps out of it.
+    template <class Call>
+    bool guarded(Call&& call) {
+        if (setjmp(errors_.escape) != 0) { // NOLINT: the codec library knows no other way out
+            damaged_ = true;
+            return false;
+        }
+        call();
+        return true;
+    }
+
     /// The embedded ICC profile, put together from its segments; empty when there is none.
     std::vector<std::uint8_t> iccProfile();
     /// The contents of the EXIF segments in the file's order, each beginning with "Exif".
@@ -56,11 +72,6 @@ class LibraryDecoder {
         std::array<std::uint8_t, 4096> block{};
         bool ended = false;
     };
-
-    /// Runs a call of the library; false when it reported an error. The callable must leave nothing behind
-    /// that needs destroying: an error jumps out of it.
-    template <class Call>
-    bool guarded(Call&& call);
 
     static void fail(j_common_ptr info);
     static void noteMessage(j_common_ptr info, int level);

@@ -15,7 +15,6 @@ struct Recipe {
     J_COLOR_SPACE colors = JCS_RGB;
     int components = 3;
     std::function<void(jpeg_compress_struct&)> settings = [](jpeg_compress_struct&) {};
-    std::vector<std::uint8_t> exif = {};
     std::vector<std::uint8_t> icc = {};
 };
 
@@ -37,9 +36,6 @@ inline std::vector<std::uint8_t> writeJpeg(int width, int height, const Recipe& 
     jpeg_set_quality(&info, 95, TRUE);
     recipe.settings(info);
     jpeg_start_compress(&info, TRUE);
-    if (!recipe.exif.empty())
-        jpeg_write_marker(&info, JPEG_APP0 + 1, recipe.exif.data(),
-                          static_cast<unsigned>(recipe.exif.size()));
     if (!recipe.icc.empty())
         jpeg_write_icc_profile(&info, recipe.icc.data(), static_cast<unsigned>(recipe.icc.size()));
     for (int y = 0; y < height; ++y) {

@@ -11,6 +11,7 @@
 #include <string>
 #include <tiffio.h>
 #include <utility>
+#include <zlib.h>
 
 namespace {
 
@@ -99,6 +100,35 @@ Bytes withExif(const Bytes& jpeg, const Bytes& block) {
     Bytes file = jpeg;
     file.insert(file.begin() + 2, segment.begin(), segment.end());
     return file;
+}
+
+Bytes joined(std::initializer_list<Bytes> parts) {
+    Bytes all;
+    for (const Bytes& part : parts)
+        append(all, part);
+    return all;
+}
+
+Bytes bigEndian(std::uint32_t value) {
+    Bytes bytes = number(value);
+    std::ranges::reverse(bytes);
+    return bytes;
+}
+
+Bytes pngChunk(std::string_view type, const Bytes& content) {
+    const Bytes checked = joined({{type.begin(), type.end()}, content});
+    const auto sum =
+        static_cast<std::uint32_t>(::crc32(0, checked.data(), static_cast<unsigned>(checked.size())));
+    return joined({bigEndian(static_cast<std::uint32_t>(content.size())), checked, bigEndian(sum)});
+}
+
+Bytes withPngChunks(Bytes png, const std::vector<std::pair<std::string_view, Bytes>>& chunks) {
+    constexpr std::ptrdiff_t headerEnd = 8 + 25; // signature and IHDR
+    Bytes made;
+    for (const auto& [type, content] : chunks)
+        append(made, pngChunk(type, content));
+    png.insert(png.begin() + headerEnd, made.begin(), made.end());
+    return png;
 }
 
 Bytes smallGif() {

@@ -5,8 +5,11 @@
 #include <array>
 #include <cstdint>
 #include <functional>
+#include <initializer_list>
 #include <string>
+#include <string_view>
 #include <tiff.h>
+#include <utility>
 #include <vector>
 
 /// An entry of an EXIF directory, its value in the block's byte order already.
@@ -28,6 +31,15 @@ Bytes exifBlock(std::vector<ExifField> tiff, const std::vector<ExifField>& exif 
 
 /// The JPEG file with the block as its APP1 segment, after its first segment or right at the start.
 Bytes withExif(const Bytes& jpeg, const Bytes& block);
+
+/// One behind the other.
+Bytes joined(std::initializer_list<Bytes> parts);
+/// A number as PNG files hold it.
+Bytes bigEndian(std::uint32_t value);
+/// A PNG chunk with its length and checksum.
+Bytes pngChunk(std::string_view type, const Bytes& content);
+/// The file with chunks put in behind its header.
+Bytes withPngChunks(Bytes png, const std::vector<std::pair<std::string_view, Bytes>>& chunks);
 
 /// Files put together byte by byte, as their formats' documents tell.
 

@@ -60,16 +60,22 @@ CGImage photoLike(int width, int height, unsigned seed) {
     });
 }
 
+namespace {
+
+bool isPremultiplied(PixelLayout layout) {
+    return layout == PixelLayout::premultipliedLast || layout == PixelLayout::premultipliedFirst;
+}
+
+} // namespace
+
 CGImage noise(int width, int height, PixelLayout layout, unsigned seed) {
     std::mt19937 random(seed);
     return makePicture(width, height, layout, [&](int, int) {
         Pixel pixel;
         for (auto& c : pixel)
             c = static_cast<std::uint8_t>(random());
-        const bool premultiplied =
-            layout == PixelLayout::premultipliedLast || layout == PixelLayout::premultipliedFirst;
         const std::size_t alpha = isAlphaFirst(layout) ? 0 : 3;
-        for (std::size_t c = 0; premultiplied && c < pixel.size(); ++c) {
+        for (std::size_t c = 0; isPremultiplied(layout) && c < pixel.size(); ++c) {
             if (c != alpha) pixel[c] = static_cast<std::uint8_t>(pixel[c] * pixel[alpha] / 255);
         }
         return pixel;
@@ -91,9 +97,11 @@ Data encoded(const CGImage& image, ImageFormat format, const CGImageDestination:
 }
 
 Pixel straightAt(const CGImage& image, int x, int y) {
+    const PixelLayout layout = image.layout();
     Pixel p = pixelAt(image, x, y);
-    if (!hasAlpha(image.layout())) p[3] = 255;
-    if (image.layout() == PixelLayout::premultipliedLast && p[3] > 0) {
+    if (isAlphaFirst(layout)) std::ranges::rotate(p, p.begin() + 1);
+    if (!hasAlpha(layout)) p[3] = 255;
+    if (isPremultiplied(layout) && p[3] > 0) {
         for (std::size_t c = 0; c < 3; ++c)
             p[c] = static_cast<std::uint8_t>(std::min(255, (p[c] * 255 + p[3] / 2) / p[3]));
     }

@@ -1,7 +1,8 @@
 #include "peximage/helpers/PexImageHelper.h"
 #include "peximage/image/PexImage.h"
 #include "peximage/platform/codecs/CGImageSource.h"
-#include "tests/platform/codecs/PngFiles.h"
+#include "peximage/platform/codecs/ImageLimits.h"
+#include "peximage/platform/foundation/Reason.h"
 #include "tests/support/PictureFiles.h"
 #include "tests/support/Surroundings.h"
 #include "tests/support/TempFolder.h"
@@ -11,19 +12,20 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdlib>
+#include <span>
 
 namespace pex {
 namespace {
 
-constexpr ImageFormat writable[] = {ImageFormat::tiff, ImageFormat::webp, ImageFormat::heif,
-                                    ImageFormat::avif};
+constexpr ImageFormat everyFormat[] = {ImageFormat::jpeg, ImageFormat::png,  ImageFormat::tiff,
+                                       ImageFormat::webp, ImageFormat::heif, ImageFormat::avif};
 
 TEST(Formats, WhatIsWrittenIsReadAgain) {
     const CGImage photo = photoLike(97, 61);
     const CGImage shapes = makePicture(64, 40, PixelLayout::straightLast, [](int x, int y) {
         return Pixel{200, 40, 90, static_cast<std::uint8_t>(x < 32 ? 255 : y < 20 ? 0 : 128)};
     });
-    for (const ImageFormat format : writable) {
+    for (const ImageFormat format : std::span(everyFormat).subspan(2)) { // two have tests of their own
         SCOPED_TRACE(displayName(format));
         ASSERT_TRUE(CGImageDestination::writes(format));
         const Bytes file = bytesOf(encoded(photo, format, {.quality = 0.95}));
@@ -55,22 +57,6 @@ TEST(Formats, OfLossOnlyWhatTheQualitySays) {
         EXPECT_LT(encoded(photo, format, {.quality = 0.2}).size(),
                   encoded(photo, format, {.quality = 0.9}).size());
     EXPECT_EQ(difference(*decoded(bytesOf(encoded(photo, ImageFormat::webp, {.quality = 1}))), photo), 0);
-}
-
-TEST(Formats, AProfileIsKeptUnlessItIsStandard) {
-    const auto wide = CGColorSpace::fromICC(Data(wideProfile()));
-    ASSERT_TRUE(wide);
-    const auto red = [](const CGColorSpace& space) {
-        return makePicture(32, 32, PixelLayout::skipLast, Pixel{230, 20, 30, 255}, space);
-    };
-    for (const ImageFormat format : writable) {
-        SCOPED_TRACE(displayName(format));
-        const auto kept = decoded(bytesOf(encoded(red(*wide), format, {.quality = 0.95})));
-        EXPECT_EQ(kept->colorSpace().iccProfile(), wide->iccProfile());
-        EXPECT_NEAR(pixelAt(*kept, 5, 5)[0], 230, 4);
-        const auto plain = CGImageSource::make(encoded(red(CGColorSpace::sRGB()), format));
-        EXPECT_FALSE(plain->properties().profileName);
-    }
 }
 
 TEST(Formats, TiffKeepsTheResolutionAndSavesLikePng) {
@@ -148,7 +134,7 @@ TEST(Formats, EveryOneIsTurnedOnceAsItSays) {
             std::int64_t tag;
             bool byBoxes = false;
         } cases[] = {{"JPEG", withExif(jpeg, block), value},
-                     {"PNG", pngtest::withChunks(png, {{"eXIf", block}}), value},
+                     {"PNG", withPngChunks(png, {{"eXIf", block}}), value},
                      {"WebP", webpWithExif(webp, 128, 64, block), value},
                      {"TIFF", tiffTurned(tiff, static_cast<std::uint8_t>(value)), value},
                      {"HEIF", heifFile(corners(), {false, value}), 0, true},
@@ -164,11 +150,130 @@ TEST(Formats, EveryOneIsTurnedOnceAsItSays) {
                 EXPECT_EQ(source->copyProperties().dictionary("TIFF").integer("Orientation").value_or(0),
                           c.tag);
             }
+            EXPECT_EQ(cornersOf(*source->createImage()), seen[c.byBoxes ? value - 1 : 0]); // as stored
             const auto image = PexImage::make(Data(c.file), {});
             ASSERT_TRUE(image);
             EXPECT_EQ(image->size, value < 5 ? (CGSize{128, 64}) : (CGSize{64, 128}));
-            EXPECT_EQ(cornersOf(*image->cgImage), seen[value - 1]);
+            const Data saved = *image->jpegData(0.9);
+            EXPECT_EQ(CGImageSource::make(saved)->properties().orientation, Orientation::up);
+            for (const auto& shown :
+                 {image, PexImage::make(saved, {}), image->resize({.to = image->size * 0.5})})
+                EXPECT_EQ(cornersOf(*shown->cgImage), seen[value - 1]);
         }
+    }
+}
+
+/// The limits in force while it lives.
+class WithLimits {
+  public:
+    explicit WithLimits(const ImageLimits& limits) : before_(ImageLimits::current()) {
+        ImageLimits::setCurrent(limits);
+    }
+    ~WithLimits() { ImageLimits::setCurrent(before_); }
+    WithLimits(const WithLimits&) = delete;
+    WithLimits& operator=(const WithLimits&) = delete;
+
+  private:
+    ImageLimits before_;
+};
+
+/// The same from memory and from a file.
+bool opens(const Bytes& file, const ImageLimits& limits) {
+    const TempFolder folder;
+    const URL url = folder.url("picture");
+    Data(file).write(url, Data::Writing::inPlace);
+    const WithLimits inForce(limits);
+    const bool fromMemory = CGImageSource::make(Data(file)).has_value();
+    EXPECT_EQ(CGImageSource::make(url).has_value(), fromMemory);
+    return fromMemory;
+}
+
+std::pair<int, int> sizeOf(const Bytes& file) {
+    const ImageProperties header = CGImageSource::make(Data(file))->properties();
+    return {header.pixelWidth, header.pixelHeight};
+}
+
+struct Limited {
+    std::string what;
+    Bytes file;
+    std::int64_t pixels;
+};
+
+std::vector<Limited> filesOfEveryFormat() {
+    std::vector<Limited> files{{"GIF", smallGif(), 6},
+                               {"BMP", bmpFile(2, 3, 24, 0, {}, Bytes(24)), 6},
+                               {"BMP, top row first", bmpFile(2, -3, 24, 0, {}, Bytes(24)), 6}};
+    for (const ImageFormat format : everyFormat)
+        files.push_back(
+            {std::string(displayName(format)), bytesOf(encoded(photoLike(40, 30), format)), 1200});
+    for (const bool av1 : {false, true}) // stored lying, seen upright
+        files.push_back({"turned", heifFile(photoLike(128, 64), {av1, 6}), 128 * 64});
+    return files;
+}
+
+TEST(FormatLimits, EveryFormatKeepsToThePixelsAndBytesAllowed) {
+    for (const auto& [what, file, pixels] : filesOfEveryFormat()) {
+        SCOPED_TRACE(what);
+        EXPECT_TRUE(opens(file, {}));
+        EXPECT_TRUE(opens(file, {.maxPixels = pixels, .maxSourceBytes = file.size()}));
+        EXPECT_FALSE(opens(file, {.maxPixels = pixels - 1}));
+        const auto [width, height] = sizeOf(file);
+        EXPECT_EQ(lastReason().message, std::to_string(width) + " × " + std::to_string(height) +
+                                            " pixels, over the limit of " + std::to_string(pixels - 1));
+        EXPECT_EQ(lastReason().code, ReasonCode::overLimit);
+        EXPECT_FALSE(opens(file, {.maxSourceBytes = file.size() - 1}));
+        EXPECT_EQ(lastReason().code, ReasonCode::overLimit);
+        EXPECT_FALSE(opens(file, {.maxPixels = 0}));
+    }
+}
+
+/// Whether a profile or an EXIF block of the file is kept; its pixels always are.
+bool isKept(const Bytes& file, std::size_t most) {
+    EXPECT_TRUE(opens(file, {.maxMetadataBytes = most}));
+    const WithLimits inForce({.maxMetadataBytes = most});
+    const auto source = CGImageSource::make(Data(file));
+    if (!source) return false;
+    EXPECT_TRUE(source->createImage()->pixels() && !source->createImage()->isIncomplete());
+    return source->properties().profileName || source->copyProperties().dictionary("TIFF").text("Make");
+}
+
+TEST(FormatLimits, AProfileIsKeptUnlessItIsStandardOrBeyondTheLimit) {
+    const auto space = CGColorSpace::fromICC(Data(wideProfile()));
+    const std::size_t size = wideProfile().size();
+    const auto red = [](const CGColorSpace& in) {
+        return makePicture(32, 32, PixelLayout::skipLast, Pixel{230, 20, 30, 255}, in);
+    };
+    for (const ImageFormat format : everyFormat) {
+        SCOPED_TRACE(displayName(format));
+        const Bytes file = bytesOf(encoded(red(*space), format, {.quality = 0.95}));
+        EXPECT_EQ(decoded(file)->colorSpace().iccProfile(), space->iccProfile());
+        EXPECT_NEAR(pixelAt(*decoded(file), 5, 5)[0], 230, 4);
+        EXPECT_FALSE(isKept(bytesOf(encoded(red(CGColorSpace::sRGB()), format)), 2 * size));
+        EXPECT_TRUE(isKept(file, ImageLimits().maxMetadataBytes));
+        EXPECT_TRUE(isKept(file, size));
+        EXPECT_FALSE(isKept(file, size - 1));
+        EXPECT_FALSE(isKept(file, 0));
+    }
+}
+
+TEST(FormatLimits, AnExifBlockBeyondTheLimitIsLeftOut) {
+    const Bytes block = exifBlock({exifText(0x010F, std::string(5000, 'a'))});
+    const CGImage photo = photoLike(64, 32);
+    const auto plain = [&](ImageFormat format) { return bytesOf(encoded(photo, format)); };
+    const Limited files[] = {
+        {"JPEG", withExif(plain(ImageFormat::jpeg), block), 0},
+        {"PNG", withPngChunks(plain(ImageFormat::png), {{"eXIf", block}}), 0},
+        {"WebP", webpWithExif(plain(ImageFormat::webp), 64, 32, block), 0},
+        {"HEIF", heifFile(photo, {.exif = block}), 0},
+        {"AVIF", heifFile(photo, {.av1 = true, .exif = block}), 0},
+    };
+    for (const Limited& c : files) {
+        SCOPED_TRACE(c.what);
+        // What stands before the block in some formats is at most a signature of ten bytes.
+        EXPECT_TRUE(isKept(c.file, ImageLimits().maxMetadataBytes));
+        EXPECT_TRUE(isKept(c.file, block.size() + 10));
+        EXPECT_FALSE(isKept(c.file, block.size() - 1));
+        EXPECT_FALSE(isKept(c.file, 0));
     }
 }
 

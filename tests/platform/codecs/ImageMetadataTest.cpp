@@ -4,7 +4,6 @@
 #include "peximage/platform/codecs/CGImageSource.h"
 #include "peximage/platform/codecs/ExifBlock.h"
 #include "peximage/platform/codecs/ImageLimits.h"
-#include "tests/platform/codecs/PngFiles.h"
 #include "tests/support/PictureFiles.h"
 #include "tests/support/Surroundings.h"
 
@@ -275,7 +274,7 @@ TEST(ImageMetadata, ABlockIsTheSameWithoutTheSignatureThatSomeWrite) {
     const Bytes block = exifBlock({exifText(0x010F, "Maker")}),
                 png = ::bytesOf(fileWith({}, ImageFormat::png));
     for (const Bytes& written : {block, withSignature(block)})
-        EXPECT_EQ(ImageMetadata::of(Data(pngtest::withChunks(png, {{"eXIf", written}}))).exif, Data(block));
+        EXPECT_EQ(ImageMetadata::of(Data(withPngChunks(png, {{"eXIf", written}}))).exif, Data(block));
 }
 
 } // namespace

@@ -36,6 +36,7 @@
 #include "peximage/platform/foundation/Threads.h"
 #include "peximage/platform/foundation/UserFolders.h"
 #include "peximage/platform/foundation/Version.h"
+#include "peximage/platform/foundation/WorkControl.h"
 #include "peximage/platform/geometry/Numbers.h"
 #include "peximage/platform/raster/ApplicationPixels.h"
 #include "peximage/platform/raster/CGContext.h"

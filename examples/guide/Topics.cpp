@@ -3,6 +3,7 @@
 #include <cstdio>
 #include <functional>
 #include <peximage/peximage.h>
+#include <stop_token>
 #include <string>
 #include <utility>
 #include <vector>
@@ -50,6 +51,13 @@ bool budget(const PexImage& photo, const URL& folder) {
     return fitted->bytes.write(folder.appendingPathComponent("fitted.jpg"), Data::Writing::atomically);
 }
 
+bool saveUnlessStopped(const PexImage& photo, const URL& to, std::stop_token stop) {
+    const WorkControl control(std::move(stop));
+    const auto preview = photo.resize({.withMaxSide = 256});
+    const bool isSaved = preview && preview->saveToJpeg({.quality = 0.8, .url = to});
+    return isSaved || lastReason().code == ReasonCode::cancelled;
+}
+
 Task<bool> savePreview(URL from, URL to) {
     auto loading = PexImage::download({.from = std::move(from)}); // gcc 12 needs a line of its own for it
     const auto photo = co_await loading;
@@ -59,6 +67,14 @@ Task<bool> savePreview(URL from, URL to) {
 
 bool tasks(const URL& photo, const URL& folder) {
     return savePreview(photo, folder.appendingPathComponent("preview.jpg")).get();
+}
+
+bool stopping(const PexImage& photo, const URL& folder) {
+    const URL file = folder.appendingPathComponent("stopped.jpg");
+    std::stop_source stop;
+    if (!saveUnlessStopped(photo, file, stop.get_token()) || !Data::contentsOf(file)) return false;
+    stop.request_stop();
+    return saveUnlessStopped(photo, file, stop.get_token());
 }
 
 bool mainThread() {
@@ -179,6 +195,7 @@ int main(int argc, char** argv) {
         {"header", [&] { return header(url); }},
         {"budget", [&] { return budget(*photo, folder); }},
         {"tasks", [&] { return tasks(url, folder); }},
+        {"stopping", [&] { return stopping(*photo, folder); }},
         {"mainThread", mainThread},
         {"limits", [&] { return limits(url); }},
         {"pixels", [&] { return pixels(*photo); }},

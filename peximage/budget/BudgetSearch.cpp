@@ -4,7 +4,7 @@
 #include "peximage/platform/foundation/Diagnostics.h"
 #include "peximage/platform/foundation/NumberText.h"
 #include "peximage/platform/foundation/Reason.h"
-#include "peximage/platform/foundation/Stopping.h"
+#include "peximage/platform/foundation/WorkState.h"
 
 #include <algorithm>
 #include <set>
@@ -24,7 +24,7 @@ bool fits(RepeatedEncoding& encoding, double quality, long long budget) {
 double searchQuality(RepeatedEncoding& encoding, PexDicotomic search, const BudgetSearch& how) {
     std::set<double> tried;
     search.function = PexDicotomic::memoised([&](double quality) {
-        stopIfAsked();
+        endIfStopped();
         tried.insert(quality);
         const double bytes = encoding.sizeForSearch(quality);
         if (how.printsSizes) diagnostics::print("size: " + decimalText(bytes));
@@ -49,7 +49,7 @@ std::optional<WithinBudget> BudgetSearch::run(const Pictures& next) const {
     std::unique_ptr<RepeatedEncoding> encoding = next();
     if (!encoding) return std::nullopt;
     for (; encoding; encoding = next()) {
-        stopIfAsked();
+        endIfStopped();
         encoding->prepare({limit, search.target, search.intervalTolerance});
         const double largest = encoding->sizeForSearch(1);
         if (largest > 0 && largest < limit) return WithinBudget{std::move(encoding), 1};

@@ -1,11 +1,11 @@
 #include "peximage/image/PexImage.h"
 #include "peximage/pixels/PexConvolution.h"
-#include "peximage/platform/raster/Strips.h"
+#include "peximage/platform/raster/StripImage.h"
 #include "peximage/platform/raster/kernels/ConvertRow.h"
 #include "peximage/platform/raster/kernels/ConvolveRow.h"
 
 #include <algorithm>
-#include <atomic>
+#include <new>
 
 namespace pex {
 namespace {
@@ -54,35 +54,25 @@ class RowWindow {
     PixelBuffer memory_;
 };
 
-bool convolveStrip(const PixelView& from, const Weights& weights, const Background& background, int begin,
+void convolveStrip(const PixelView& from, const Weights& weights, const Background& background, int begin,
                    const MutablePixelView& to) {
     RowWindow window(from, background);
-    if (!window) return false;
+    if (!window) throw std::bad_alloc();
     window.take(begin - 1);
     window.take(begin);
     for (int i = 0; i < to.height; ++i) {
         window.take(begin + i + 1);
         kernels::convolveRow(window.around(begin + i), weights, to.row(i), to.width);
     }
-    return true;
 }
 
 std::optional<CGImage> convolved(const CGImage& image, const Weights& weights, const Background& background) {
     const std::optional<PixelView> from = image.pixels();
     if (!from) return std::nullopt;
-    const std::ptrdiff_t stride = std::ptrdiff_t{from->width} * 4;
-    PixelBuffer buffer =
-        PixelBuffer::make(static_cast<std::size_t>(stride) * static_cast<std::size_t>(from->height));
-    if (!buffer) return std::nullopt;
-    const MutablePixelView to{buffer.data(), from->width, from->height, stride, PixelLayout::skipLast};
-    std::atomic<bool> complete{true};
-    forEachStrip(from->height, [&](int begin, int end) {
-        if (!convolveStrip(*from, weights, background, begin, to.part(0, begin, to.width, end - begin)))
-            complete = false;
-    });
-    if (!complete) return std::nullopt;
-    return CGImage::make(to.width, to.height, stride, to.layout, CGColorSpace::deviceRGB(),
-                         std::move(buffer));
+    return imageOfStrips({from->width, from->height}, PixelLayout::skipLast, CGColorSpace::deviceRGB(),
+                         [&](MutablePixelView strip, int firstRow) {
+                             convolveStrip(*from, weights, background, firstRow, strip);
+                         });
 }
 
 } // namespace

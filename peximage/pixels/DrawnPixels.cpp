@@ -1,6 +1,7 @@
 #include "peximage/pixels/DrawnPixels.h"
 
 #include "peximage/platform/codecs/ImageLimits.h"
+#include "peximage/platform/foundation/ReasonWatch.h"
 #include "peximage/platform/raster/ConvertedImage.h"
 #include "peximage/platform/raster/Scaling.h"
 
@@ -27,13 +28,15 @@ PixelBuffer drawnPixels(const std::optional<CGImage>& picture, std::int64_t widt
                         PixelLayout layout) {
     const std::size_t bytes = byteCount(width, height);
     if (!picture || bytes == 0) return blankPixels(width, height);
+    const ReasonWatch watch;
     const PixelSize size{static_cast<int>(width), static_cast<int>(height)};
     const std::optional<CGImage> scaled = scaledImage(*picture, size, Interpolation::smooth);
     const PixelBuffer pixels = PixelBuffer::make(bytes);
     const MutablePixelView view{pixels.data(), size.width, size.height, std::ptrdiff_t{size.width} * 4,
                                 layout};
     const bool drawn = scaled && pixels && convertPixels(*scaled, view, CGColorSpace::deviceRGB());
-    return drawn ? pixels : blankPixels(width, height);
+    if (drawn) return pixels;
+    return watch.hasSeenBreak() ? PixelBuffer() : blankPixels(width, height);
 }
 
 } // namespace pex

@@ -1,5 +1,6 @@
 #include "peximage/image/PexImage.h"
 #include "peximage/pixels/PexImageBitmapRGBA.h"
+#include "peximage/platform/foundation/OutOfMemory.h"
 #include "peximage/platform/raster/Scaling.h"
 #include "peximage/platform/raster/Strips.h"
 #include "peximage/platform/raster/kernels/ArgbRow.h"
@@ -25,14 +26,17 @@ std::shared_ptr<PexImage> masked(const PexImage& image, const PexImageBitmapRGBA
     if (bytes.empty() || mask.bytes().empty()) return nullptr;
     const auto width = static_cast<int>(bitmap.width), maskWidth = static_cast<int>(mask.width);
     const std::int64_t higher = mask.height - bitmap.height;
-    forEachStrip(static_cast<int>(bitmap.height), [&](int begin, int end) {
+    const auto maskRows = [&](int begin, int end) {
         for (int y = begin; y < end; ++y) {
             const std::int64_t row = y + higher;
             const std::uint8_t* from = row >= 0 ? mask.bytes().data() + row * mask.width * 4 : nullptr;
             maskPixels(bytes.data() + std::ptrdiff_t{y} * width * 4, from, maskWidth, width, by);
         }
+    };
+    return absentWithoutMemory([&] {
+        forEachStrip(static_cast<int>(bitmap.height), maskRows);
+        return bitmap.pexImage();
     });
-    return bitmap.pexImage();
 }
 
 } // namespace

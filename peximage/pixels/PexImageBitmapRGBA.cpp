@@ -2,6 +2,7 @@
 
 #include "peximage/pixels/DrawnPixels.h"
 #include "peximage/platform/foundation/Diagnostics.h"
+#include "peximage/platform/foundation/WorkState.h"
 #include "peximage/platform/raster/Strips.h"
 #include "peximage/platform/raster/kernels/ArgbRow.h"
 #include "peximage/platform/raster/kernels/ConvertRow.h"
@@ -48,6 +49,12 @@ int largestSquareWithin(double tolerance) {
     return square;
 }
 
+/// Edits are quick and are not stopped: nothing else would tell a half-edited bitmap from a whole one.
+void forWholeBitmap(int height, const std::function<void(int begin, int end)>& edit) {
+    const SharedWork unstopped(nullptr);
+    forEachStrip(height, edit);
+}
+
 struct Range {
     std::int64_t begin, end;
 };
@@ -83,7 +90,7 @@ PexImageBitmapRGBA::PexImageBitmapRGBA(const PexContextImage& image)
       bytes_(blankPixels(width, height)) {
     if (!bytes_ || !image.bitmap) return;
     const std::int64_t columns = std::min(width, image.width), rows = std::min(height, image.height);
-    forEachStrip(static_cast<int>(rows), [&](int begin, int end) {
+    forWholeBitmap(static_cast<int>(rows), [&](int begin, int end) {
         for (int y = begin; y < end; ++y) // the bytes stay as they are, only their order changes
             kernels::convertRow(image.bitmap.data() + y * image.width * 4, PixelLayout::straightLast,
                                 bytes_.data() + (height - 1 - y) * width * 4, PixelLayout::straightFirst,
@@ -179,7 +186,7 @@ void PexImageBitmapRGBA::editRuns(Edit edit) {
     const std::span<std::uint8_t> to = writableBytes();
     const std::size_t pixels = to.size() / 4;
     const std::size_t runs = (pixels + runPixels - 1) / runPixels;
-    forEachStrip(static_cast<int>(runs), [&](int begin, int end) {
+    forWholeBitmap(static_cast<int>(runs), [&](int begin, int end) {
         const std::size_t first = static_cast<std::size_t>(begin) * runPixels;
         const std::size_t last = std::min(pixels, static_cast<std::size_t>(end) * runPixels);
         edit(to.data() + first * 4, static_cast<int>(last - first));
@@ -205,7 +212,7 @@ void PexImageBitmapRGBA::fillRect(const Rect& rect, const PexColor& toColor, boo
     if (fits && columns.begin < columns.end && rows.begin < rows.end) {
         const Argb pixel = argbOf(toColor);
         const std::int64_t top = invertedY ? height - rows.end : rows.begin;
-        forEachStrip(static_cast<int>(rows.end - rows.begin), [&](int begin, int end) {
+        forWholeBitmap(static_cast<int>(rows.end - rows.begin), [&](int begin, int end) {
             for (std::int64_t row = top + begin; row < top + end; ++row)
                 kernels::overwriteRow(to.data() + (row * width + columns.begin) * 4,
                                       static_cast<int>(columns.end - columns.begin), pixel, keepNothing);

@@ -1,7 +1,7 @@
 #pragma once
 
 #include "Image.h"
-#include "peximage/platform/foundation/Stopping.h"
+#include "peximage/platform/foundation/WorkControl.h"
 
 #include <functional>
 #include <future>
@@ -38,7 +38,7 @@ auto interruptibly(bool mayTakeLong, Work work) -> decltype(work()) {
     if (!mayTakeLong || !onMainThread()) return work();
     std::stop_source stop;
     auto task = std::make_shared<std::packaged_task<decltype(work())()>>([work, token = stop.get_token()] {
-        const pex::StopScope scope(token);
+        const pex::WorkControl control(token);
         return work();
     });
     auto result = task->get_future();

@@ -8,6 +8,7 @@
 #include "peximage/platform/raster/ColorConversion.h"
 #include "peximage/platform/raster/ConvertedImage.h"
 #include "peximage/platform/raster/IccProfile.h"
+#include "peximage/platform/raster/StripImage.h"
 #include "peximage/platform/raster/Strips.h"
 #include "peximage/platform/raster/kernels/FlattenRow.h"
 
@@ -208,16 +209,12 @@ ModuleFile fileOf(const CodecModule& module, const Data& bytes, const ImageLimit
 std::optional<CGImage> flattened(const CGImage& image, const CGColorSpace& space) {
     if (!hasAlpha(image.layout())) return convertedImage(image, PixelLayout::skipLast, space);
     const std::optional<PixelView> from = image.pixels();
-    const std::ptrdiff_t stride = std::ptrdiff_t{image.width()} * 4;
-    PixelBuffer buffer =
-        PixelBuffer::make(static_cast<std::size_t>(stride) * static_cast<std::size_t>(image.height()));
-    if (!from || !buffer) return std::nullopt;
-    forEachStrip(from->height, [&](int begin, int end) {
-        for (int y = begin; y < end; ++y)
-            kernels::flattenRow(from->row(y), from->layout, buffer.data() + y * stride, from->width);
-    });
-    return CGImage::make(image.width(), image.height(), stride, PixelLayout::skipLast, space,
-                         std::move(buffer));
+    if (!from) return std::nullopt;
+    const auto fill = [&](MutablePixelView strip, int firstRow) {
+        for (int y = 0; y < strip.height; ++y)
+            kernels::flattenRow(from->row(firstRow + y), from->layout, strip.row(y), from->width);
+    };
+    return imageOfStrips({from->width, from->height}, PixelLayout::skipLast, space, fill);
 }
 
 void append(void* context, const std::uint8_t* bytes, std::size_t count) {

@@ -1,5 +1,7 @@
 #include "peximage/platform/codecs/PngDecoder.h"
 
+#include "peximage/platform/foundation/WorkState.h"
+
 #include <algorithm>
 #include <cstdlib>
 
@@ -87,7 +89,7 @@ int PngDecoder::readRows(MutablePixelView rows) {
     rowsRead_ = 0;
     if (!started_) return 0;
     started_ = guarded([&] {
-        for (; rowsRead_ < rows.height; ++rowsRead_)
+        for (; rowsRead_ < rows.height && !isWorkStopped(); ++rowsRead_)
             png_read_row(png_, rows.row(rowsRead_), nullptr);
     });
     return rowsRead_;
@@ -98,7 +100,7 @@ int PngDecoder::readInterlaced(MutablePixelView picture) {
     if (!started_) return 0;
     guarded([&] {
         for (int pass = 0; pass < PNG_INTERLACE_ADAM7_PASSES; ++pass) {
-            for (int y = 0; y < picture.height; ++y) {
+            for (int y = 0; y < picture.height && !isWorkStopped(); ++y) {
                 png_read_row(png_, nullptr, picture.row(y));
                 rowsRead_ = std::max(rowsRead_, y + 1);
             }

@@ -3,6 +3,7 @@
 #include "peximage/platform/codecs/ExifBlock.h"
 #include "peximage/platform/codecs/PngColorSpace.h"
 #include "peximage/platform/codecs/PngDecoder.h"
+#include "peximage/platform/foundation/WorkState.h"
 
 #include <algorithm>
 #include <array>
@@ -49,6 +50,7 @@ class PngRows final : public RowReader {
   private:
     std::optional<DecodedRows> readNext(MutablePixelView rows) override {
         const int done = decoder_.readRows(rows);
+        endIfStopped();
         if (decoder_.lacksMemory()) throw std::bad_alloc();
         fillMissing(rows.part(0, done, rows.width, rows.height - done));
         return DecodedRows{done, !decoder_.isDamaged()};
@@ -76,6 +78,7 @@ class PngSource final : public PixelSource {
         fillMissing(pixels);
         PngDecoder decoder{CGDataProvider(file_.bytes)};
         const int shown = begin(decoder, file_) ? decoder.readInterlaced(pixels) : 0;
+        endIfStopped();
         if (decoder.lacksMemory()) throw std::bad_alloc();
         return DecodedRows{shown, !decoder.isDamaged()};
     }

@@ -6,7 +6,7 @@
 #include "peximage/platform/raster/AffinePicture.h"
 #include "peximage/platform/raster/ConvertedImage.h"
 #include "peximage/platform/raster/Scaling.h"
-#include "peximage/platform/raster/Strips.h"
+#include "peximage/platform/raster/StripImage.h"
 
 #include <algorithm>
 #include <cmath>
@@ -129,17 +129,12 @@ std::optional<CGImage> sampled(const CGImage& picture, const CGAffineTransform& 
     const bool isGrey = picture.layout() == PixelLayout::grey;
     const CGColorSpace space = isGrey && !opaque ? CGColorSpace::deviceRGB() : picture.colorSpace();
     const auto affine = AffinePicture::make(picture, toPlane, space, Interpolation::smooth);
-    const std::ptrdiff_t stride = std::ptrdiff_t{size.width} * 4;
-    PixelBuffer buffer =
-        PixelBuffer::make(static_cast<std::size_t>(stride) * static_cast<std::size_t>(size.height));
-    if (!affine || !buffer) return std::nullopt;
-    const MutablePixelView pixels{buffer.data(), size.width, size.height, stride,
-                                  PixelLayout::premultipliedLast};
-    forEachStrip(size.height, [&](int begin, int end) {
-        affine->sample(0, begin, pixels.part(0, begin, size.width, end - begin));
-    });
+    if (!affine) return std::nullopt;
     const PixelLayout layout = opaque ? PixelLayout::skipLast : PixelLayout::premultipliedLast;
-    const auto made = CGImage::make(size.width, size.height, stride, layout, space, std::move(buffer));
+    const auto made = imageOfStrips(size, layout, space, [&](MutablePixelView strip, int firstRow) {
+        strip.layout = PixelLayout::premultipliedLast;
+        affine->sample(0, firstRow, strip);
+    });
     return made && isGrey && opaque ? convertedImage(*made, PixelLayout::grey, space) : made;
 }
 

@@ -5,6 +5,7 @@
 #include "peximage/platform/foundation/NetModule.h"
 #include "peximage/platform/foundation/OutOfMemory.h"
 #include "peximage/platform/foundation/ReasonWatch.h"
+#include "peximage/platform/foundation/WorkState.h"
 
 #include <algorithm>
 #include <atomic>
@@ -69,6 +70,12 @@ ReasonCode codeOf(NetModule::Ending ending) {
     }
 }
 
+/// The transfer's own; else that of the thread which asks for it.
+std::stop_token tokenOf(const NetworkOptions& options) {
+    const auto control = currentWork();
+    return control && !options.stop.stop_possible() ? control->stop : options.stop;
+}
+
 /// A transfer and what it needs as long as it goes on.
 class Transfer {
   public:
@@ -76,7 +83,7 @@ class Transfer {
         : net_(net),
           address_(url.absoluteString()),
           limits_(NetworkLimits::current()),
-          stop_(options.stop),
+          stop_(tokenOf(options)),
           wanted_{address_.c_str(),
                   patience(limits_, options.timeOutSeconds),
                   nullptr,

@@ -45,7 +45,7 @@ struct NetworkReply {
 struct NetworkOptions {
     /// For the whole transfer, waiting for its turn included; absent: `NetworkLimits::wholeSeconds`.
     std::optional<double> timeOutSeconds = {};
-    /// Ends the transfer when it is asked to stop.
+    /// Ends the transfer when it is asked to stop; without one, the `WorkControl` of the calling thread does.
     std::stop_token stop = {};
 };
 

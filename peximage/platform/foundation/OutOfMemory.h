@@ -1,6 +1,7 @@
 #pragma once
 
 #include "peximage/platform/foundation/Reason.h"
+#include "peximage/platform/foundation/WorkState.h"
 
 #include <cstddef>
 #include <cstdlib>
@@ -10,8 +11,8 @@
 
 namespace pex {
 
-/// Gives what `work` gives. When memory runs out, gives the absent value of its type (false, null,
-/// nothing) with a reason. For functions that must not throw.
+/// Gives what `work` gives. When memory runs out or the work is stopped, gives the absent value of its type
+/// (false, null, nothing) with a reason. For functions that must not throw.
 template <class Work>
 auto absentWithoutMemory(const Work& work) -> decltype(work()) {
     try {
@@ -20,6 +21,8 @@ auto absentWithoutMemory(const Work& work) -> decltype(work()) {
         giveReason(ReasonCode::outOfMemory, "out of memory");
     } catch (const std::length_error&) { // larger than a container can ever be
         giveReason(ReasonCode::outOfMemory, "out of memory");
+    } catch (const WorkStopped&) {
+        giveReason(ReasonCode::cancelled, "cancelled");
     }
     return {};
 }

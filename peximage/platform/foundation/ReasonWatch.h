@@ -11,6 +11,11 @@ unsigned reasonsGiven() noexcept;
 class ReasonWatch {
   public:
     bool hasSeen() const noexcept { return reasonsGiven() != before_; }
+    /// True when the last of them is lack of memory or the wish to stop, and no fault of a picture.
+    bool hasSeenBreak() const noexcept {
+        const ReasonCode code = hasSeen() ? lastReason().code : ReasonCode::none;
+        return code == ReasonCode::outOfMemory || code == ReasonCode::cancelled;
+    }
 
   private:
     unsigned before_ = reasonsGiven();

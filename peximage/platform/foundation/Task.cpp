@@ -1,6 +1,7 @@
 #include "peximage/platform/foundation/Task.h"
 
 #include "peximage/platform/foundation/ThreadPool.h"
+#include "peximage/platform/foundation/WorkState.h"
 
 namespace pex::detail {
 
@@ -19,6 +20,8 @@ void TaskEnding::tell() const {
         std::rethrow_exception(thrown_);
     } catch (const std::bad_alloc&) {
         tellOutOfMemory();
+    } catch (const WorkStopped&) {
+        giveReason(ReasonCode::cancelled, "cancelled");
     }
 }
 

@@ -1,6 +1,7 @@
 #include "peximage/platform/foundation/ThreadPool.h"
 
 #include "peximage/platform/foundation/Reason.h"
+#include "peximage/platform/foundation/WorkState.h"
 
 #include <algorithm>
 #include <exception>
@@ -29,6 +30,7 @@ ThreadPool::ThreadPool(int mostThreads) : mostThreads_(mostThreads) {}
 ThreadPool* ThreadPool::ofThisThread() { return poolOfThisThread; }
 
 void ThreadPool::run(Work work, bool first) {
+    work = underCurrentWork(std::move(work));
     if (!queue(work, first)) runAlone(work);
 }
 

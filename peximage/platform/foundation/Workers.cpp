@@ -2,8 +2,8 @@
 
 #include "peximage/platform/foundation/ForkSafe.h"
 #include "peximage/platform/foundation/ReasonWatch.h"
-#include "peximage/platform/foundation/Stopping.h"
 #include "peximage/platform/foundation/Threads.h"
+#include "peximage/platform/foundation/WorkState.h"
 
 #include <algorithm>
 #include <atomic>
@@ -45,8 +45,8 @@ std::atomic<int>& wantedCount() { // 0: one a core
 struct Job {
     const std::function<void(int, int)>& work;
     const int count;
-    const std::stop_token& stop = StopScope::current(); // the caller's
     const int parts = 3 * Workers::count() / 2; // a thread claims one in so many of the remaining indices
+    const std::shared_ptr<const WorkState> control = currentWork();
     std::atomic<int> next{0};
     // The members below are changed under the pool's mutex.
     int slots = 1; // the caller has the first
@@ -55,11 +55,10 @@ struct Job {
     Reason reason{}; // the reason that a helping thread was given
 
     void takePart(int slot) {
-        const StopScope scope(stop);
         for (int index = 0, end = 0; index < count; ++index) {
             if (index == end) std::tie(index, end) = claim();
             if (index >= count) break;
-            stopIfAsked();
+            endIfStopped();
             work(index, slot);
         }
     }
@@ -222,6 +221,7 @@ class Pool : private ForkAware {
         ++job.helpers;
         lock.unlock();
         const ReasonWatch watch;
+        const SharedWork control(job.control);
         std::exception_ptr error = partake(job, slot);
         lock.lock();
         if (error) job.error = std::move(error);
@@ -276,6 +276,7 @@ void Workers::forEach(int count, const std::function<void(int, int)>& work) {
 }
 
 void Workers::run(std::function<void()> task) {
+    task = underCurrentWork(std::move(task));
     if (!Pool::shared().run(task)) task();
 }
 

@@ -2,6 +2,7 @@
 
 #include "peximage/platform/foundation/OutOfMemory.h"
 #include "peximage/platform/foundation/Reason.h"
+#include "peximage/platform/raster/StripImage.h"
 #include "peximage/platform/raster/Strips.h"
 #include "peximage/platform/raster/kernels/ConvertRow.h"
 
@@ -95,24 +96,16 @@ bool copyPixels(const CGImage& image, const ApplicationPixels& to) {
 std::optional<CGImage> imageOfCopied(const ConstApplicationPixels& pixels, const CGColorSpace& colorSpace) {
     if (!isSound(pixels)) return std::nullopt;
     const PixelLayout layout = layoutFor(pixels.bytes, pixels.isPremultiplied);
-    const std::ptrdiff_t stride = std::ptrdiff_t{pixels.width} * bytesPerPixel(layout);
-    PixelBuffer copy =
-        PixelBuffer::make(static_cast<std::size_t>(stride) * static_cast<std::size_t>(pixels.height));
-    if (!copy) {
-        giveReason(ReasonCode::outOfMemory, "not enough memory");
-        return std::nullopt;
-    }
-    forEachStrip(pixels.height, [&](int begin, int end) {
-        for (int y = begin; y < end; ++y) {
-            const std::uint8_t* from = pixels.data + y * pixels.bytesPerRow;
-            std::uint8_t* to = copy.data() + y * stride;
+    const auto fill = [&](MutablePixelView strip, int firstRow) {
+        for (int y = 0; y < strip.height; ++y) {
+            const std::uint8_t* from = pixels.data + (firstRow + y) * pixels.bytesPerRow;
             if (isLayout(pixels.bytes))
-                std::copy_n(from, stride, to);
+                std::copy_n(from, strip.bytesPerRow, strip.row(y));
             else
-                fromApplication(from, pixels.bytes, to, pixels.width);
+                fromApplication(from, pixels.bytes, strip.row(y), pixels.width);
         }
-    });
-    return CGImage::make(pixels.width, pixels.height, stride, layout, colorSpace, std::move(copy));
+    };
+    return imageOfStrips({pixels.width, pixels.height}, layout, colorSpace, fill);
 }
 
 std::optional<CGImage> imageOfShared(const ConstApplicationPixels& pixels, std::function<void()> release,

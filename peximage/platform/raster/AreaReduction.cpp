@@ -2,7 +2,7 @@
 
 #include "peximage/platform/raster/ConvertedImage.h"
 #include "peximage/platform/raster/Scaling.h"
-#include "peximage/platform/raster/Strips.h"
+#include "peximage/platform/raster/StripImage.h"
 
 #include <algorithm>
 #include <cmath>
@@ -63,21 +63,15 @@ std::optional<CGImage> areaReduced(const CGImage& image, PixelSize size) {
     const std::optional<CGImage> decoded = decodedFor(image, size);
     const std::optional<PixelView> from = decoded ? decoded->pixels() : std::nullopt;
     if (!from) return std::nullopt;
-    const std::ptrdiff_t stride = std::ptrdiff_t{size.width} * bytesPerPixel(from->layout);
-    PixelBuffer buffer =
-        PixelBuffer::make(static_cast<std::size_t>(stride) * static_cast<std::size_t>(size.height));
-    if (!buffer) return std::nullopt;
-    const MutablePixelView to{buffer.data(), size.width, size.height, stride, from->layout};
-    forEachStrip(size.height, [&](int begin, int end) {
+    const auto fill = [&](MutablePixelView strip, int firstRow) {
         std::vector<float> sums(static_cast<std::size_t>(from->width) *
                                 static_cast<std::size_t>(bytesPerPixel(from->layout)));
-        for (int row = begin; row < end; ++row) {
-            meanOfRows(*from, size.height, row, sums);
-            meanOfColumns(sums, *from, to, row);
+        for (int y = 0; y < strip.height; ++y) {
+            meanOfRows(*from, size.height, firstRow + y, sums);
+            meanOfColumns(sums, *from, strip, y);
         }
-    });
-    return CGImage::make(size.width, size.height, stride, from->layout, decoded->colorSpace(),
-                         std::move(buffer));
+    };
+    return imageOfStrips(size, from->layout, decoded->colorSpace(), fill);
 }
 
 } // namespace pex

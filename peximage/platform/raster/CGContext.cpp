@@ -1,5 +1,7 @@
 #include "peximage/platform/raster/CGContext.h"
 
+#include "peximage/platform/foundation/OutOfMemory.h"
+#include "peximage/platform/foundation/ReasonWatch.h"
 #include "peximage/platform/raster/AffinePicture.h"
 #include "peximage/platform/raster/ColorBytes.h"
 #include "peximage/platform/raster/ConvertedImage.h"
@@ -155,10 +157,21 @@ void CGContext::blendStrips(int height, const Rows& rows) {
     });
 }
 
+/// Does a piece of drawing that gives false, with a reason, when it cannot be done.
+template <class Drawing>
+void CGContext::attempt(const Drawing& drawing) {
+    const ReasonWatch watch;
+    if (!absentWithoutMemory(drawing) && watch.hasSeenBreak()) copyReason(lastReason(), failure_);
+}
+
 void CGContext::fill(const CGRect& rect) {
     const std::optional<PixelRect> target = devicePixels(rect);
-    if (!target || !makeWritable()) return;
-    const CGRect visible = target->inside(width_, height_);
+    if (target) attempt([&] { return fillPixels(*target); });
+}
+
+bool CGContext::fillPixels(const PixelRect& target) {
+    if (!makeWritable()) return false;
+    const CGRect visible = target.inside(width_, height_);
     const auto x0 = static_cast<int>(visible.origin.x), y0 = static_cast<int>(visible.origin.y);
     const auto width = static_cast<int>(visible.size.width), height = static_cast<int>(visible.size.height);
 
@@ -172,33 +185,34 @@ void CGContext::fill(const CGRect& rect) {
         for (int y = begin; y < end; ++y)
             blendRow(row.data(), x0, y0 + y, width, scratch);
     });
+    return true;
 }
 
 void CGContext::draw(const CGImage& image, const CGRect& rect) {
     const std::optional<PixelRect> target = devicePixels(rect);
     if (!target || channelByte(state_.alpha) == 0) return;
-    if (const std::optional<Orientation> orientation = orientationOf(state_.transform))
-        drawUpright(image, *target, *orientation);
-    else
-        drawSlanted(image, rect);
+    attempt([&] {
+        const std::optional<Orientation> orientation = orientationOf(state_.transform);
+        return orientation ? drawUpright(image, *target, *orientation) : drawSlanted(image, rect);
+    });
 }
 
 /// Scales the visible part in the picture's own orientation, then turns it.
-void CGContext::drawUpright(const CGImage& image, const PixelRect& target, Orientation orientation) {
+bool CGContext::drawUpright(const CGImage& image, const PixelRect& target, Orientation orientation) {
     const CGSize whole{target.x1 - target.x0, target.y1 - target.y0};
     const CGRect visible = target.inside(width_, height_);
     const CGRect part{{visible.origin.x - target.x0, visible.origin.y - target.y0}, visible.size};
     const CGSize stored = swapsSides(orientation) ? CGSize{whole.height, whole.width} : whole;
     const std::optional<CGImage> scaled =
         scaledPart(image, stored, rectBeforeTurning(part, whole, orientation), state_.interpolation);
-    if (!scaled) return;
+    if (!scaled) return false;
     const std::optional<CGImage> converted =
         sameColours(scaled->colorSpace(), colorSpace_)
             ? scaled
             : convertedImage(*scaled, PixelLayout::premultipliedLast, colorSpace_);
     const std::optional<CGImage> turned = converted ? turnedImage(*converted, orientation) : std::nullopt;
     const std::optional<PixelView> pixels = turned ? turned->pixels() : std::nullopt;
-    if (!pixels || !makeWritable()) return;
+    if (!pixels || !makeWritable()) return false;
 
     const auto x0 = static_cast<int>(visible.origin.x), y0 = static_cast<int>(visible.origin.y);
     const bool converts = pixels->layout != PixelLayout::premultipliedLast;
@@ -211,16 +225,17 @@ void CGContext::drawUpright(const CGImage& image, const PixelRect& target, Orien
             blendRow(converts ? row.data() : pixels->row(y), x0, y0 + y, pixels->width, scratch);
         }
     });
+    return true;
 }
 
-void CGContext::drawSlanted(const CGImage& image, const CGRect& rect) {
+bool CGContext::drawSlanted(const CGImage& image, const CGRect& rect) {
     const double width = image.width(), height = image.height();
     const CGAffineTransform toPlane =
         CGAffineTransform{rect.width() / width, 0, 0, -rect.height() / height, rect.minX(), rect.maxY()}
             .then(state_.transform)
             .then({1, 0, 0, -1, 0, static_cast<double>(height_)});
     const auto picture = AffinePicture::make(image, toPlane, colorSpace_, state_.interpolation);
-    if (!picture || !makeWritable()) return;
+    if (!picture || !makeWritable()) return false;
     blendStrips(height_, [&](int begin, int end, std::uint8_t* scratch) {
         std::vector<std::uint8_t> row(static_cast<std::size_t>(width_) * 4);
         for (int y = begin; y < end; ++y) {
@@ -232,9 +247,14 @@ void CGContext::drawSlanted(const CGImage& image, const CGRect& rect) {
             blendRow(row.data(), span.begin, y, pixels, scratch);
         }
     });
+    return true;
 }
 
 std::optional<CGImage> CGContext::makeImage() {
+    if (failure_) {
+        giveReason(failure_);
+        return std::nullopt;
+    }
     return CGImage::make(width_, height_, std::ptrdiff_t{width_} * bytesPerPixel(layout_), layout_,
                          colorSpace_, drawsInPlace_ ? copiedPixels() : pixels_);
 }

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "peximage/platform/Export.h"
+#include "peximage/platform/foundation/Reason.h"
 #include "peximage/platform/geometry/CGAffineTransform.h"
 #include "peximage/platform/raster/CGColor.h"
 #include "peximage/platform/raster/CGImage.h"
@@ -83,7 +84,8 @@ class PEX_EXPORT CGContext {
     void draw(const CGImage& image, const CGRect& rect);
 
     /// What was drawn so far. The image shares the memory until the context is drawn into again, which then
-    /// continues on a copy; of given memory it takes a copy. Absent when memory cannot be had.
+    /// continues on a copy; of given memory it takes a copy. Absent when memory cannot be had, and when
+    /// something is missing for lack of it, or because its drawing was stopped.
     std::optional<CGImage> makeImage();
 
   private:
@@ -101,9 +103,12 @@ class PEX_EXPORT CGContext {
     PixelBuffer copiedPixels() const;
     bool makeWritable();
     MutablePixelView view();
-    void drawUpright(const CGImage& image, const PixelRect& target, Orientation orientation);
-    void drawSlanted(const CGImage& image, const CGRect& rect);
+    bool drawUpright(const CGImage& image, const PixelRect& target, Orientation orientation);
+    bool drawSlanted(const CGImage& image, const CGRect& rect);
     void blendRow(const std::uint8_t* premultiplied, int x, int y, int pixels, std::uint8_t* scratch);
+    bool fillPixels(const PixelRect& target);
+    template <class Drawing>
+    void attempt(const Drawing& drawing);
     template <class Rows>
     void blendStrips(int height, const Rows& rows);
 
@@ -113,6 +118,7 @@ class PEX_EXPORT CGContext {
     CGColorSpace colorSpace_;
     PixelBuffer pixels_;
     bool drawsInPlace_ = false; // whoever shares the pixels is to see them change
+    Reason failure_;            // why something is missing
     State state_;
     std::vector<State> saved_;
 };

@@ -1,5 +1,6 @@
 #include "peximage/platform/raster/ConvertedImage.h"
 
+#include "peximage/platform/foundation/OutOfMemory.h"
 #include "peximage/platform/raster/ColorConversion.h"
 #include "peximage/platform/raster/Strips.h"
 #include "peximage/platform/raster/kernels/ConvertRow.h"
@@ -41,16 +42,17 @@ bool sameColours(const CGColorSpace& a, const CGColorSpace& b) {
 
 bool convertPixels(const CGImage& image, MutablePixelView to, const CGColorSpace& colorSpace) {
     const std::optional<PixelView> from = image.pixels();
-    if (!from) return false;
-    if (sameColours(image.colorSpace(), colorSpace)) {
-        convertLayout(*from, to);
-        return true;
-    }
-    const auto pixels =
-        from->layout == PixelLayout::grey ? ColorConversion::Pixels::gray : ColorConversion::Pixels::rgba;
-    const auto conversion = ColorConversion::make(image.colorSpace(), pixels, colorSpace);
-    if (conversion) convertColours(*from, *conversion, to);
-    return conversion != nullptr;
+    return from && absentWithoutMemory([&] {
+               if (sameColours(image.colorSpace(), colorSpace)) {
+                   convertLayout(*from, to);
+                   return true;
+               }
+               const bool isGrey = from->layout == PixelLayout::grey;
+               const auto pixels = isGrey ? ColorConversion::Pixels::gray : ColorConversion::Pixels::rgba;
+               const auto conversion = ColorConversion::make(image.colorSpace(), pixels, colorSpace);
+               if (conversion) convertColours(*from, *conversion, to);
+               return conversion != nullptr;
+           });
 }
 
 std::optional<CGImage> convertedImage(const CGImage& image, PixelLayout layout,

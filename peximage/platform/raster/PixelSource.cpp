@@ -2,7 +2,7 @@
 
 #include "peximage/platform/foundation/OutOfMemory.h"
 #include "peximage/platform/foundation/Reason.h"
-#include "peximage/platform/foundation/Stopping.h"
+#include "peximage/platform/foundation/WorkState.h"
 
 #include <cstring>
 
@@ -22,7 +22,7 @@ std::optional<DecodedRows> told(const DecodedRows& rows, int height, DecodingRec
 std::optional<DecodedRows> RowReader::read(MutablePixelView rows) {
     if (failed_) return std::nullopt;
     const auto got = absentWithoutMemory([&] {
-        stopIfAsked();
+        endIfStopped();
         return readNext(rows);
     });
     failed_ = !got;
@@ -47,7 +47,10 @@ std::unique_ptr<RowReader> PixelSource::rows(PixelSize size) const {
 }
 
 std::optional<DecodedRows> PixelSource::decode(MutablePixelView pixels) const {
-    const auto got = absentWithoutMemory([&] { return decodeAll(pixels); });
+    const auto got = absentWithoutMemory([&] {
+        endIfStopped();
+        return decodeAll(pixels);
+    });
     return got ? told(*got, pixels.height, *record_) : std::nullopt;
 }
 

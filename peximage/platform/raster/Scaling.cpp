@@ -1,9 +1,11 @@
 #include "peximage/platform/raster/Scaling.h"
 
+#include "peximage/platform/foundation/OutOfMemory.h"
 #include "peximage/platform/raster/OrientedSource.h"
 #include "peximage/platform/raster/Resampler.h"
 #include "peximage/platform/raster/ResamplerAxis.h"
 #include "peximage/platform/raster/ResamplerStream.h"
+#include "peximage/platform/raster/StripImage.h"
 #include "peximage/platform/raster/Strips.h"
 #include "peximage/platform/raster/kernels/ConvertRow.h"
 #include "peximage/platform/raster/kernels/OrientRows.h"
@@ -75,9 +77,12 @@ bool resampleConverted(const Resampler& resampler, PixelView from, MutablePixelV
             convertRows(from.part(0, y + begin, from.width, end - begin),
                         room.part(0, begin, from.width, end - begin));
         };
-        forEachStrip(room.height, convert, 16);
+        const bool isConverted = absentWithoutMemory([&] {
+            forEachStrip(room.height, convert, 16);
+            return true;
+        });
         y += room.height;
-        if (!stream->commit(room.height)) return false;
+        if (!isConverted || !stream->commit(room.height)) return false;
     }
     return true;
 }
@@ -171,22 +176,19 @@ std::vector<int> samplesBelow(int length, double whole, double first, int count)
 std::optional<CGImage> nearestPixels(PixelView from, const CGColorSpace& colorSpace, CGSize whole,
                                      const CGRect& part) {
     const PixelSize size{static_cast<int>(part.size.width), static_cast<int>(part.size.height)};
-    std::optional<Canvas> canvas = Canvas::make(size, from.layout);
-    if (!canvas) return std::nullopt;
     const auto bytes = static_cast<std::size_t>(bytesPerPixel(from.layout));
     const std::vector<int> columns = samplesBelow(from.width, whole.width, part.origin.x, size.width);
     const std::vector<int> rows = samplesBelow(from.height, whole.height, part.origin.y, size.height);
-    forEachStrip(size.height, [&](int begin, int end) {
-        for (int y = begin; y < end; ++y) {
-            const std::uint8_t* row = from.row(rows[static_cast<std::size_t>(y)]);
-            std::uint8_t* to = canvas->view.row(y);
+    return imageOfStrips(size, from.layout, colorSpace, [&](MutablePixelView strip, int firstRow) {
+        for (int y = 0; y < strip.height; ++y) {
+            const std::uint8_t* row = from.row(rows[static_cast<std::size_t>(firstRow + y)]);
+            std::uint8_t* to = strip.row(y);
             for (const int column : columns) {
                 std::memcpy(to, row + static_cast<std::size_t>(column) * bytes, bytes);
                 to += bytes;
             }
         }
     });
-    return canvas->finish(colorSpace);
 }
 
 CGSize sizeOf(const CGImage& image) {

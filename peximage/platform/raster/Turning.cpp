@@ -1,5 +1,6 @@
 #include "peximage/platform/raster/Turning.h"
 
+#include "peximage/platform/foundation/OutOfMemory.h"
 #include "peximage/platform/raster/OrientedSource.h"
 #include "peximage/platform/raster/PixelSource.h"
 #include "peximage/platform/raster/Strips.h"
@@ -25,8 +26,10 @@ std::optional<CGImage> turnedImage(const CGImage& image, Orientation orientation
     const auto turnStrip = [&](int begin, int end) {
         kernels::orientRows(from->part(0, begin, from->width, end - begin), begin, orientation, to);
     };
-    forEachStrip(from->height, turnStrip, stripRows);
-    return CGImage::make(width, height, stride, from->layout, image.colorSpace(), std::move(buffer));
+    return absentWithoutMemory([&] {
+        forEachStrip(from->height, turnStrip, stripRows);
+        return CGImage::make(width, height, stride, from->layout, image.colorSpace(), std::move(buffer));
+    });
 }
 
 CGRect rectBeforeTurning(const CGRect& turned, CGSize turnedSize, Orientation orientation) {

@@ -1,8 +1,8 @@
 #include "peximage/platform/foundation/Background.h"
 #include "peximage/platform/foundation/DispatchQueue.h"
-#include "peximage/platform/foundation/Stopping.h"
 #include "peximage/platform/foundation/Task.h"
 #include "peximage/platform/foundation/Threads.h"
+#include "peximage/platform/foundation/WorkState.h"
 #include "peximage/platform/foundation/Workers.h"
 #include "peximage/platform/raster/PixelBuffer.h"
 #include "peximage/platform/varda/PexPrecalc.h"
@@ -235,13 +235,13 @@ TEST(Workers, StopForTheCallWhoseScopeItIs) {
         std::stop_source stop;
         std::atomic<int> begun = 0;
         {
-            const StopScope scope(stop.get_token());
+            const WorkControl control(stop.get_token());
             EXPECT_THROW(Workers::forEach(100'000,
                                           [&](int, int) {
                                               Workers::forEach(2, [&](int, int) { ++begun; });
                                               stop.request_stop();
                                           }),
-                         Stopped);
+                         WorkStopped);
         }
         EXPECT_LE(begun, 2 * threads);
         EXPECT_EQ(visits(100), std::vector<int>(100, 1));

@@ -3,6 +3,7 @@
 #include "peximage/platform/codecs/ExifBlock.h"
 #include "peximage/platform/codecs/jpeg/decode/LibraryDecoder.h"
 #include "peximage/platform/codecs/jpeg/decode/RowDecoder.h"
+#include "peximage/platform/foundation/WorkState.h"
 #include "peximage/platform/raster/ColorConversion.h"
 
 #include <algorithm>
@@ -112,6 +113,7 @@ class JpegRows final : public RowReader {
     void readByLibrary(MutablePixelView rows) {
         constexpr int batch = 16;
         for (int y = 0; y < rows.height; y += batch) {
+            endIfStopped();
             const MutablePixelView part = rows.part(0, y, rows.width, std::min(batch, rows.height - y));
             JSAMPROW pointers[batch];
             for (int i = 0; i < part.height; ++i)
@@ -130,6 +132,7 @@ class JpegRows final : public RowReader {
         std::vector<JSAMPLE> row(std::size_t{library_->info().output_width} * 4);
         JSAMPROW pointer = row.data();
         for (int y = 0; y < rowsDone_; ++y) {
+            endIfStopped();
             if (!library_->readRows(&pointer, 1)) return false;
         }
         return true;

@@ -2,6 +2,7 @@
 
 #include "peximage/platform/codecs/jpeg/decode/Progression.h"
 #include "peximage/platform/codecs/jpeg/decode/ProgressiveCodes.h"
+#include "peximage/platform/foundation/WorkState.h"
 #include "peximage/platform/foundation/Workers.h"
 #include "peximage/platform/raster/PixelBuffer.h"
 
@@ -111,7 +112,7 @@ void ProgressiveBlocks::Scan::decode() {
     for (int row = 0; row < count && isGood; ++row) {
         for (const Scan* scan : before_)
             scan->waitFor(mcuRowOf(row));
-        isGood = !picture_.isStopped && decodeRow(row);
+        isGood = !picture_.isStopped && !isWorkStopped() && decodeRow(row);
         if (isGood && row + 1 < count) tell(mcuRowOf(row + 1));
     }
     if (!isGood || !codes_.isAtEnd()) picture_.isStopped = true;
@@ -206,6 +207,7 @@ std::unique_ptr<BlockSource> ProgressiveBlocks::make(const jpeg_decompress_struc
     picture->addScans();
     std::unique_ptr<BlockSource> blocks(new ProgressiveBlocks(picture));
     picture->decode();
+    endIfStopped();
     return picture->isStopped ? nullptr : std::move(blocks);
 }
 
@@ -213,6 +215,7 @@ bool ProgressiveBlocks::advance(int begin, int end) {
     for (const Scan* scan : picture_->lastScans)
         scan->waitFor(end - 1);
     giveBackAbove(begin);
+    endIfStopped();
     return !picture_->isStopped;
 }
 

@@ -1,0 +1,46 @@
+#include "peximage/platform/foundation/WorkControl.h"
+
+#include "peximage/platform/foundation/WorkState.h"
+
+#include <new>
+#include <utility>
+
+namespace pex {
+namespace {
+
+thread_local std::shared_ptr<const WorkState> workOfThisThread;
+
+} // namespace
+
+WorkControl::WorkControl(std::stop_token stop) : before_(workOfThisThread) {
+    try {
+        workOfThisThread =
+            stop.stop_possible() ? std::make_shared<const WorkState>(std::move(stop)) : nullptr;
+    } catch (const std::bad_alloc&) { // the work then goes on under the control that there was
+    }
+}
+
+WorkControl::~WorkControl() { workOfThisThread = std::move(before_); }
+
+std::shared_ptr<const WorkState> currentWork() noexcept { return workOfThisThread; }
+
+SharedWork::SharedWork(std::shared_ptr<const WorkState> state) noexcept
+    : before_(std::exchange(workOfThisThread, std::move(state))) {}
+
+SharedWork::~SharedWork() { workOfThisThread = std::move(before_); }
+
+std::function<void()> underCurrentWork(std::function<void()> work) {
+    if (!workOfThisThread) return work;
+    return [control = workOfThisThread, work = std::move(work)] {
+        const SharedWork under(control);
+        work();
+    };
+}
+
+bool isWorkStopped() noexcept { return workOfThisThread && workOfThisThread->stop.stop_requested(); }
+
+void endIfStopped() {
+    if (isWorkStopped()) throw WorkStopped();
+}
+
+} // namespace pex

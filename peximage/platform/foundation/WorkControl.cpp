@@ -15,7 +15,7 @@ thread_local std::shared_ptr<const WorkState> workOfThisThread;
 WorkControl::WorkControl(std::stop_token stop) : before_(workOfThisThread) {
     try {
         workOfThisThread =
-            stop.stop_possible() ? std::make_shared<const WorkState>(std::move(stop)) : nullptr;
+            stop.stop_possible() ? std::make_shared<const WorkState>(WorkState{std::move(stop)}) : nullptr;
     } catch (const std::bad_alloc&) { // the work then goes on under the control that there was
     }
 }

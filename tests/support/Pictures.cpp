@@ -99,7 +99,7 @@ Data encoded(const CGImage& image, ImageFormat format, const CGImageDestination:
 Pixel straightAt(const CGImage& image, int x, int y) {
     const PixelLayout layout = image.layout();
     Pixel p = pixelAt(image, x, y);
-    if (isAlphaFirst(layout)) std::ranges::rotate(p, p.begin() + 1);
+    if (isAlphaFirst(layout)) std::rotate(p.begin(), p.begin() + 1, p.end());
     if (!hasAlpha(layout)) p[3] = 255;
     if (isPremultiplied(layout) && p[3] > 0) {
         for (std::size_t c = 0; c < 3; ++c)

@@ -7,11 +7,12 @@
 #include "peximage/platform/foundation/Diagnostics.h"
 
 #include <algorithm>
-#include <array>
 #include <atomic>
 #include <iostream>
+#include <iterator>
 #include <mutex>
 #include <optional>
+#include <string_view>
 #include <system_error>
 #include <thread>
 #include <unistd.h>
@@ -44,18 +45,47 @@ class Progress {
     bool shown_;
 };
 
-/// The names by which programs know reasons: those of the library's codes.
-constexpr std::array reasonNames{
-    "failed",         "noSuchFile",    "isFolder",   "notRegularFile", "noPermission",  "tooManyOpenFiles",
-    "cannotRead",     "emptyFile",     "notAnImage", "missingModule",  "needsPassword", "damaged",
-    "overLimit",      "outOfMemory",   "noThread",   "diskFull",       "cannotWrite",   "cannotEncode",
-    "budgetTooSmall", "networkFailed", "timedOut",   "cancelled",      "badArgument",   "changedElsewhere"};
+struct ReasonName {
+    pex::ReasonCode code;
+    std::string_view name;
+};
+
+/// By which programs know reasons: the library's own words.
+constexpr ReasonName reasonNames[] = {
+    {pex::ReasonCode::none, "failed"},
+    {pex::ReasonCode::noSuchFile, "noSuchFile"},
+    {pex::ReasonCode::isFolder, "isFolder"},
+    {pex::ReasonCode::notRegularFile, "notRegularFile"},
+    {pex::ReasonCode::noPermission, "noPermission"},
+    {pex::ReasonCode::tooManyOpenFiles, "tooManyOpenFiles"},
+    {pex::ReasonCode::cannotRead, "cannotRead"},
+    {pex::ReasonCode::emptyFile, "emptyFile"},
+    {pex::ReasonCode::notAnImage, "notAnImage"},
+    {pex::ReasonCode::missingModule, "missingModule"},
+    {pex::ReasonCode::needsPassword, "needsPassword"},
+    {pex::ReasonCode::damaged, "damaged"},
+    {pex::ReasonCode::overLimit, "overLimit"},
+    {pex::ReasonCode::outOfMemory, "outOfMemory"},
+    {pex::ReasonCode::noThread, "noThread"},
+    {pex::ReasonCode::diskFull, "diskFull"},
+    {pex::ReasonCode::cannotWrite, "cannotWrite"},
+    {pex::ReasonCode::cannotEncode, "cannotEncode"},
+    {pex::ReasonCode::budgetTooSmall, "budgetTooSmall"},
+    {pex::ReasonCode::networkFailed, "networkFailed"},
+    {pex::ReasonCode::timedOut, "timedOut"},
+    {pex::ReasonCode::cancelled, "cancelled"},
+    {pex::ReasonCode::badArgument, "badArgument"},
+    {pex::ReasonCode::changedElsewhere, "changedElsewhere"},
+};
+
+/// "failed" for a code that has no name yet.
+std::string_view nameOf(pex::ReasonCode code) {
+    const auto* found = std::ranges::find(reasonNames, code, &ReasonName::code);
+    return (found != std::end(reasonNames) ? found : reasonNames)->name;
+}
 
 nlohmann::ordered_json errorOf(const std::string& name, const Failure& failure) {
-    const auto code = static_cast<std::size_t>(failure.code);
-    return {{"file", name},
-            {"error",
-             {{"code", reasonNames[code < reasonNames.size() ? code : 0]}, {"message", failure.message}}}};
+    return {{"file", name}, {"error", {{"code", nameOf(failure.code)}, {"message", failure.message}}}};
 }
 
 /// What became of all inputs together.
@@ -122,35 +152,40 @@ class Report {
         for (const std::string& warning : outcomes_[index]->warnings)
             std::cerr << "peximage: " << printable(warning) << std::endl;
         Outcome& outcome = outcomes_[index]->outcome;
-        const std::string& name = settings_.inputs[index].name;
+        const Input& input = settings_.inputs[index];
         if (const auto* failure = std::get_if<Failure>(&outcome)) {
             ++totals_.failed;
-            if (settings_.json) list_.push_back(withFileBytes(errorOf(name, *failure)));
-            return complain(name, failure->message);
+            if (settings_.json) list_.push_back(withPage(errorOf(input.name, *failure), input));
+            return complain(input, failure->message);
         }
         Result& result = std::get<Result>(outcome);
         totals_.add(result);
         totals_.failed += result.problems.empty() ? 0 : 1;
         for (const std::string& problem : result.problems)
-            complain(name, problem);
-        tell(name, result);
+            complain(input, problem);
+        tell(input, result);
     }
 
-    void tell(const std::string& name, Result& result) {
+    void tell(const Input& input, Result& result) {
         if (!settings_.quiet) {
             for (const std::string& note : result.notes)
-                complain(name, note);
+                complain(input, note);
         }
         if (settings_.json && result.json.is_array())
             list_.insert(list_.end(), result.json.begin(), result.json.end());
         else if (settings_.json)
-            list_.push_back(withFileBytes(std::move(result.json)));
+            list_.push_back(withPage(std::move(result.json), input));
         else if (!settings_.quiet && !result.line.empty())
             std::cout << printableLines(result.line) << std::endl;
     }
 
-    static void complain(const std::string& name, const std::string& message) {
-        std::cerr << "peximage: " << printable(name + ": " + message) << std::endl;
+    static nlohmann::ordered_json withPage(nlohmann::ordered_json row, const Input& input) {
+        if (input.page) row["page"] = *input.page + 1;
+        return withFileBytes(std::move(row));
+    }
+
+    static void complain(const Input& input, const std::string& message) {
+        std::cerr << "peximage: " << printable(input.shownName() + ": " + message) << std::endl;
     }
 
     const Settings& settings_;

@@ -3,6 +3,7 @@
 #include "Files.h"
 #include "Inputs.h"
 #include "Options.h"
+#include "Origin.h"
 #include "Printable.h"
 #include "Text.h"
 #include "peximage/helpers/PexImageHelperColours.h"
@@ -45,8 +46,11 @@ Outcome describe(const Input& file, const Request& request) {
     const auto image = std::get<std::shared_ptr<pex::PexImage>>(opened);
     const auto small = quarter(*image);
     const pex::NSColor average = pex::PexImageHelper::getAverageColorOfImage(small ? small : image);
-    Result result{printable(file.name) + "  " + hex(average),
+    Result result{printable(file.shownName()) + "  " + hex(average),
                   {{"file", file.name}, {"average", channels(average)}}};
+    if (const auto source = openSource(file);
+        const auto note = source ? pagesLeftOut(file, *source) : std::nullopt)
+        result.notes.push_back(*note);
     if (!request.grid) return result;
     const bool fits =
         small && request.grid->width <= small->size.width && request.grid->height <= small->size.height;
@@ -70,6 +74,7 @@ void addColors(CLI::App& program, int& status) {
         program.add_subcommand("colors", "Tells the average colour of images, or a grid of colours");
     const auto request = std::make_shared<Request>();
     addCommonOptions(*command, request->settings);
+    addPageOption(*command, request->settings);
     addParsed(*command, "--grid", "WxH", "The colours of the image reduced to so many pixels, row by row",
               "a size; write 4x3", parsePixelSize, request->grid);
     command->footer("Example: peximage colors photo.jpg --grid 4x3");

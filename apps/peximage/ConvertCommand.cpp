@@ -9,6 +9,7 @@ void addConvert(CLI::App& program, int& status) {
     CLI::App* command = program.add_subcommand("convert", "Writes images in another format or quality");
     const auto request = std::make_shared<Request>();
     addCommonOptions(*command, request->settings);
+    addPageOption(*command, request->settings);
     addWritingOptions(*command, request->writing, QualityOption::yes);
     addMetadataOptions(*command, request->writing);
     command->footer("Example: peximage convert drawing.png -o drawing.jpg --quality 0.85");

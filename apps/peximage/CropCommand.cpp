@@ -54,6 +54,7 @@ void addCrop(CLI::App& program, int& status) {
     CLI::App* command = program.add_subcommand("crop", "Cuts a part out of images");
     const auto request = std::make_shared<Request>();
     addCommonOptions(*command, request->settings);
+    addPageOption(*command, request->settings);
     addWritingOptions(*command, request->writing, QualityOption::yes);
     addMetadataOptions(*command, request->writing);
     CLI::App* part = command->add_option_group("Part", "One of these");

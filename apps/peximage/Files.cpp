@@ -3,8 +3,8 @@
 #include "Incomplete.h"
 #include "Text.h"
 #include "peximage/platform/codecs/CGImageDestination.h"
-#include "peximage/platform/codecs/CGImageSource.h"
 #include "peximage/platform/foundation/Reason.h"
+#include "peximage/platform/raster/Turning.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -70,9 +70,9 @@ std::vector<Destination> inFolder(Settings& settings, const fs::path& folder,
             input.problem = std::string(pex::displayName(target)) +
                             " cannot be written; choose another format with --format";
         Destination destination{folder / placeFor(input.place, target), target};
-        const auto [other, isNew] = taken.emplace(destination.path, input.name);
+        const auto [other, isNew] = taken.emplace(destination.path, input.shownName());
         if (!isNew && input.problem.empty())
-            throw UsageError{other->second + " and " + input.name + " would both be written to " +
+            throw UsageError{other->second + " and " + input.shownName() + " would both be written to " +
                              destination.path.string() + "; -r keeps the files of different folders apart"};
         destinations.push_back(std::move(destination));
     }
@@ -105,9 +105,25 @@ Failure libraryFailure(const std::string& otherwise) {
 
 void forgetReason() { pex::giveReason(pex::ReasonCode::none, {}); }
 
+std::optional<pex::CGImageSource> openSource(const Input& input) {
+    return pex::CGImageSource::make(pex::URL::fromPath(input.path), input.page.value_or(0));
+}
+
+namespace {
+
+std::shared_ptr<pex::PexImage> imageOf(const Input& input) {
+    if (input.page.value_or(0) == 0) return pex::PexImage::make({.fastUrl = pex::URL::fromPath(input.path)});
+    const auto source = openSource(input);
+    const auto stored = source ? source->createImage() : std::nullopt;
+    const auto upright = stored ? pex::turnedImage(*stored, source->properties().orientation) : std::nullopt;
+    return upright ? pex::PexImage::make(*upright) : nullptr;
+}
+
+} // namespace
+
 std::variant<std::shared_ptr<pex::PexImage>, Failure> openImage(const Input& input) {
     forgetReason();
-    if (auto image = pex::PexImage::make({.fastUrl = pex::URL::fromPath(input.path)})) {
+    if (auto image = imageOf(input)) {
         incomplete::addOpened(input, image);
         return image;
     }

@@ -2,6 +2,7 @@
 
 #include "Settings.h"
 #include "peximage/image/PexImage.h"
+#include "peximage/platform/codecs/CGImageSource.h"
 #include "peximage/platform/codecs/ImageFormat.h"
 
 #include <filesystem>
@@ -29,6 +30,9 @@ std::vector<Destination> planDestinations(Settings& settings, const std::string&
 /// The format of an extension or of --format; throws UsageError where it cannot be written. `where` is what
 /// named it.
 pex::ImageFormat writableFormat(const std::string& extension, const std::string& where);
+
+/// The header of the input's file, of its page.
+std::optional<pex::CGImageSource> openSource(const Input& input);
 
 /// The image in a file, or one line that says why there is none.
 std::variant<std::shared_ptr<pex::PexImage>, Failure> openImage(const Input& input);

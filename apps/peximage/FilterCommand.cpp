@@ -161,6 +161,7 @@ void addFilter(CLI::App& program, int& status) {
     CLI::App* command = program.add_subcommand("filter", "Filters images, in the order given");
     const auto request = std::make_shared<Request>();
     addCommonOptions(*command, request->settings);
+    addPageOption(*command, request->settings);
     addWritingOptions(*command, request->writing, QualityOption::yes);
     addMetadataOptions(*command, request->writing);
     addSteps(*command, *request);

@@ -43,7 +43,7 @@ std::optional<Failure> incomplete::check(const fs::path& destination, bool force
         std::error_code ignored;
         if (!force && fs::equivalent(input.path, destination, ignored))
             return Failure{shortcoming + "; --force puts the result in its place all the same"};
-        std::string line = input.name + ": " + shortcoming;
+        std::string line = input.shownName() + ": " + shortcoming;
         auto& lines = work().warnings;
         if (std::find(lines.begin(), lines.end(), line) == lines.end()) lines.push_back(std::move(line));
     }

@@ -8,7 +8,6 @@
 #include "Text.h"
 #include "peximage/helpers/PexImageHelperExifDates.h"
 #include "peximage/helpers/PexImageHelperGeometry.h"
-#include "peximage/platform/codecs/CGImageSource.h"
 #include "peximage/platform/foundation/Diagnostics.h"
 
 #include <cmath>
@@ -53,7 +52,7 @@ void addShot(Result& result, const pex::PropertyDictionary& properties) {
 
 Outcome describe(const Input& file) {
     forgetReason();
-    auto source = pex::CGImageSource::make(pex::URL::fromPath(file.path));
+    auto source = openSource(file);
     if (!source) return libraryFailure("not an image");
     const bool incomplete = source->isIncomplete();
     pex::diagnostics::print(file.name + ": read " + grouped(static_cast<long long>(source->bytesRead())) +
@@ -64,7 +63,7 @@ Outcome describe(const Input& file) {
     const std::string ratio = pex::PexImageHelper::getReadableRatio(size);
 
     Result result;
-    result.line = printable(file.name) + "  " + format + "  " + pixelSize(size) + "  " + ratio;
+    result.line = printable(file.shownName()) + "  " + format + "  " + pixelSize(size) + "  " + ratio;
     result.json = {{"file", file.name},
                    {"format", format},
                    {"width", std::llround(size.width)},
@@ -101,6 +100,7 @@ void addInfo(CLI::App& program, int& status) {
     CLI::App* command = program.add_subcommand("info", "Tells what images are, from their headers");
     const auto settings = std::make_shared<Settings>();
     addCommonOptions(*command, *settings);
+    addPageOption(*command, *settings);
     command->footer("Example: peximage info --json photo.jpg");
     command->callback([settings, &status] {
         expandInputs(*settings);

@@ -1,5 +1,6 @@
 #include "Inputs.h"
 
+#include "Files.h"
 #include "Text.h"
 #include "peximage/platform/codecs/ImageFormat.h"
 #include "peximage/platform/codecs/ImageLimits.h"
@@ -167,6 +168,35 @@ void checkQuiet(const Settings& settings) {
     }
 }
 
+/// Every page as an input of its own: "scan-2.tif" is the place of the second.
+void addPages(const Input& input, std::vector<Input>& pages) {
+    const auto source = input.problem.empty() ? openSource(input) : std::nullopt;
+    const int count = source ? source->properties().pages : 1, most = pex::ImageLimits::current().maxPages;
+    pages.push_back(input);
+    if (count > most) pages.back().problem = "has more than " + grouped(most) + " pages";
+    if (count < 2 || count > most) return;
+    pages.pop_back();
+    for (int page = 0; page < count; ++page) {
+        Input one = input;
+        one.page = page;
+        one.place.replace_filename(input.place.stem().string() + '-' + std::to_string(page + 1) +
+                                   input.place.extension().string());
+        pages.push_back(std::move(one));
+    }
+}
+
+void choosePages(Settings& settings) {
+    for (Input& input : settings.inputs) {
+        if (settings.page) input.page = *settings.page - 1;
+    }
+    if (!settings.allPages) return;
+    settings.intoFolder = true;
+    std::vector<Input> pages;
+    for (const Input& input : settings.inputs)
+        addPages(input, pages);
+    settings.inputs = std::move(pages);
+}
+
 } // namespace
 
 Input inputNamed(const std::string& word) {
@@ -185,6 +215,7 @@ void expandInputs(Settings& settings, const fs::path& leftOut) {
         expansion.add(word);
     for (const std::string& word : listed)
         expansion.add(word);
+    choosePages(settings);
 }
 
 Input takeLast(Settings& settings, const std::string& otherwise) {

@@ -15,7 +15,7 @@ Outcome joined(const std::vector<Input>& inputs, const Request& request, const D
     for (const Input& input : inputs) {
         const auto opened = openImage(input);
         if (const auto* failure = std::get_if<Failure>(&opened))
-            return Failure{input.name + ": " + failure->message, failure->code};
+            return Failure{input.shownName() + ": " + failure->message, failure->code};
         images.push_back(std::get<Image>(opened));
     }
     using Joining = pex::PexImage;
@@ -25,8 +25,7 @@ Outcome joined(const std::vector<Input>& inputs, const Request& request, const D
                                                     : Joining::JoinOrientation::horizontal,
                     .scaleMode = request.scale == "max" ? Joining::ScaleMode::max : Joining::ScaleMode::min});
     if (!result->cgImage) return Failure{"cannot be made that large"};
-    return saveImage(inputs[0], result, destination, request.writing,
-                     originOf(inputs[0].path, request.writing));
+    return saveImage(inputs[0], result, destination, request.writing, originOf(inputs[0], request.writing));
 }
 
 int join(Request& request) {
@@ -46,6 +45,7 @@ void addJoin(CLI::App& program, int& status) {
     CLI::App* command = program.add_subcommand("join", "Puts two images side by side");
     const auto request = std::make_shared<Request>();
     addCommonOptions(*command, request->settings);
+    addPageOption(*command, request->settings);
     addWritingOptions(*command, request->writing, QualityOption::yes);
     addMetadataOptions(*command, request->writing);
     command->add_flag("--vertical", request->vertical, "The second below the first");

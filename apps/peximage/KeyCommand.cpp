@@ -55,6 +55,7 @@ void addKey(CLI::App& program, int& status) {
     CLI::App* command = program.add_subcommand("key", "Makes a colour transparent");
     const auto request = std::make_shared<Request>();
     addCommonOptions(*command, request->settings);
+    addPageOption(*command, request->settings);
     addWritingOptions(*command, request->writing, QualityOption::yes);
     addMetadataOptions(*command, request->writing);
     request->writing.wantsAlpha = true;
@@ -72,6 +73,7 @@ void addMask(CLI::App& program, int& status) {
     CLI::App* command = program.add_subcommand("mask", "Takes the opacity of images from a mask, named last");
     const auto request = std::make_shared<Request>();
     addCommonOptions(*command, request->settings);
+    addPageOption(*command, request->settings);
     addWritingOptions(*command, request->writing, QualityOption::yes);
     addMetadataOptions(*command, request->writing);
     request->writing.wantsAlpha = true;

@@ -22,10 +22,10 @@ std::optional<pex::Data> withMetadata(const pex::Data& bytes, const Origin& orig
 /// Absent where the library gives nothing.
 std::optional<Outcome> saved(const Input& input, const Destination& destination,
                              const WritingOptions& options, const ChangeOfSize& change) {
-    const auto source = pex::CGImageSource::make(pex::URL::fromPath(input.path));
+    const auto source = openSource(input);
     const auto file = source ? pex::Data::contentsOf(pex::URL::fromPath(input.path)) : std::nullopt;
     if (!file) return std::nullopt;
-    const Origin origin = fitted(originOf(input.path, *source, options), destination.format, options);
+    const Origin origin = fitted(originOf(input, *source, options), destination.format, options);
     pex::LosslessChange wanted = change(uprightSize(source->properties()));
     wanted.progressive = options.jpeg.progressive;
     const auto changed = pex::changedWithoutLoss(*file, wanted);

@@ -91,6 +91,19 @@ void addWorkOptions(CLI::App& command, Settings& settings) {
         ->type_name("N");
 }
 
+void addPageOption(CLI::App& command, Settings& settings) {
+    const auto read = [&settings](const std::string& text) {
+        settings.allPages = text == "all";
+        settings.page = settings.allPages ? std::nullopt : wholeText<int>(text);
+        if (!settings.allPages && settings.page.value_or(0) < 1)
+            throw CLI::ValidationError("'" + text + "' is no page; write 1, 2, … or all");
+    };
+    command
+        .add_option_function<std::string>("--page", read,
+                                          "Of TIFF, GIF, WebP, HEIF and PDF: which page or frame (default 1)")
+        ->type_name("N|all");
+}
+
 void addCommonOptions(CLI::App& command, Settings& settings) {
     command.add_option("input", settings.arguments, "Files, folders, patterns, or - for standard input")
         ->type_name("INPUT…");

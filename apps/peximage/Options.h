@@ -18,6 +18,8 @@
 void addReportOptions(CLI::App& command, Settings& settings);
 /// INPUT… and what every command understands.
 void addCommonOptions(CLI::App& command, Settings& settings);
+/// --page, where pictures are read.
+void addPageOption(CLI::App& command, Settings& settings);
 /// -j and --threads.
 void addWorkOptions(CLI::App& command, Settings& settings);
 

@@ -1,5 +1,7 @@
 #include "Origin.h"
 
+#include "Files.h"
+
 #include <cmath>
 #include <system_error>
 
@@ -52,17 +54,24 @@ Origin originOf(const pex::CGImageSource& source, const WritingOptions& options)
     return origin;
 }
 
-Origin originOf(const std::string& file, const WritingOptions& options) {
-    const auto source = pex::CGImageSource::make(pex::URL::fromPath(file));
-    return source ? originOf(file, *source, options) : Origin();
+Origin originOf(const Input& input, const WritingOptions& options) {
+    const auto source = openSource(input);
+    return source ? originOf(input, *source, options) : Origin();
 }
 
-Origin originOf(const std::string& file, const pex::CGImageSource& source, const WritingOptions& options) {
+Origin originOf(const Input& input, const pex::CGImageSource& source, const WritingOptions& options) {
     Origin origin = originOf(source, options);
     std::error_code error;
-    const auto time = fs::last_write_time(file, error);
+    const auto time = fs::last_write_time(input.path, error);
     if (options.keepTime && !error) origin.time = time;
+    if (const auto note = pagesLeftOut(input, source)) origin.notes.push_back(*note);
     return origin;
+}
+
+std::optional<std::string> pagesLeftOut(const Input& input, const pex::CGImageSource& source) {
+    const int pages = source.properties().pages;
+    if (input.page || pages < 2) return std::nullopt;
+    return "the first of " + std::to_string(pages) + " pages alone; --page all takes each";
 }
 
 Origin fitted(Origin origin, pex::ImageFormat format, const WritingOptions& options) {

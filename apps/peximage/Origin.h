@@ -19,11 +19,14 @@ struct Origin {
 };
 
 /// As the options want it; reads the file's header.
-Origin originOf(const std::string& file, const WritingOptions& options);
+Origin originOf(const Input& input, const WritingOptions& options);
 /// The same of a file whose header is read already.
-Origin originOf(const std::string& file, const pex::CGImageSource& source, const WritingOptions& options);
+Origin originOf(const Input& input, const pex::CGImageSource& source, const WritingOptions& options);
 /// The same, without a time.
 Origin originOf(const pex::CGImageSource& source, const WritingOptions& options);
+
+/// What to tell where a file has more pages than the one that is read, and nobody chose it.
+std::optional<std::string> pagesLeftOut(const Input& input, const pex::CGImageSource& source);
 
 /// Leaves out what the format cannot hold, and of a byte budget's half what goes beyond it.
 Origin fitted(Origin origin, pex::ImageFormat format, const WritingOptions& options);

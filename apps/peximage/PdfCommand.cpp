@@ -6,6 +6,7 @@
 #include "peximage/platform/raster/CGContext.h"
 #include "peximage/platform/toolkit/NSPDFImageRep.h"
 
+#include <condition_variable>
 #include <iostream>
 #include <mutex>
 
@@ -49,6 +50,27 @@ class Documents {
     std::vector<std::shared_ptr<pex::NSPDFImageRep>> free_;
 };
 
+/// Lets pages in as long as their pixels fit into a certain memory, together; a larger one goes alone.
+class Room {
+  public:
+    void enter(double pixels) {
+        std::unique_lock lock(mutex_);
+        changed_.wait(lock, [&] { return taken_ == 0 || taken_ + pixels <= mostPixels; });
+        taken_ += pixels;
+    }
+    void leave(double pixels) {
+        const std::lock_guard lock(mutex_);
+        taken_ -= pixels;
+        changed_.notify_all();
+    }
+
+  private:
+    static constexpr double mostPixels = 64e6;
+    std::mutex mutex_;
+    std::condition_variable changed_;
+    double taken_ = 0;
+};
+
 /// The page on white paper.
 std::optional<pex::CGImage> onPaper(const pex::CGImage& page) {
     const auto paper =
@@ -61,19 +83,31 @@ std::optional<pex::CGImage> onPaper(const pex::CGImage& page) {
     return paper->makeImage();
 }
 
-std::shared_ptr<pex::PexImage> drawPage(Documents& documents, int page, const Request& request) {
-    const auto document = documents.take();
-    if (!document) return nullptr;
-    document->setCurrentPage(page);
-    constexpr double pointsPerInch = 72;
-    const double scale = request.dpi / pointsPerInch;
-    const pex::CGSize points = document->size();
-    constexpr double longest = 1e9;
-    const auto pixels = [&](double length) { return static_cast<int>(std::min(length * scale, longest)); };
-    auto image = document->cgImage(pixels(points.width), pixels(points.height));
-    documents.giveBack(document);
+std::shared_ptr<pex::PexImage> drawPage(pex::NSPDFImageRep& document, pex::CGSize pixels,
+                                        const Request& request) {
+    auto image = document.cgImage(static_cast<int>(pixels.width), static_cast<int>(pixels.height));
     if (image && !request.transparent) image = onPaper(*image);
     return image ? pex::PexImage::make(*image) : nullptr;
+}
+
+Outcome writePage(Documents& documents, Room& room, const Input& page, const Destination& destination,
+                  const WritingOptions& writing, const Request& request) {
+    const auto document = documents.take();
+    if (!document) return libraryFailure("cannot be drawn");
+    document->setCurrentPage(*page.page);
+    constexpr double pointsPerInch = 72, longest = 1e9;
+    const double scale = request.dpi / pointsPerInch;
+    const pex::CGSize points = document->size(), pixels{std::min(points.width * scale, longest),
+                                                        std::min(points.height * scale, longest)};
+    const double area = pixels.width * pixels.height;
+    room.enter(area);
+    const auto image = drawPage(*document, pixels, request);
+    documents.giveBack(document);
+    Outcome outcome =
+        image ? saveImage(page, image, destination, writing) : Outcome(libraryFailure("cannot be drawn"));
+    room.leave(area);
+    if (auto* const result = std::get_if<Result>(&outcome)) result->bytesBefore = 0; // of all pages
+    return outcome;
 }
 
 int fail(const std::string& file, const std::string& why) {
@@ -90,18 +124,14 @@ int drawPages(const Request& request, Documents& documents, int first, int count
     for (int page = first; page < first + count; ++page) {
         const std::string number = std::to_string(page + 1);
         const std::string place = file.place.stem().string() + '-' + number + ".pdf";
-        pages.inputs.push_back({file.name + " page " + number, file.path, place});
+        pages.inputs.push_back({file.name, file.path, place, {}, page});
     }
     WritingOptions writing = request.writing;
     if (!writing.dpi) writing.dpi = request.dpi;
     if (!writing.format) writing.format = "png";
-    return runWriting(pages, writing, [&](const Input& page, const Destination& destination) -> Outcome {
-        const auto number = first + static_cast<int>(&page - pages.inputs.data());
-        const auto image = drawPage(documents, number, request);
-        if (!image) return libraryFailure("cannot be drawn");
-        Outcome outcome = saveImage(page, image, destination, writing);
-        if (auto* const result = std::get_if<Result>(&outcome)) result->bytesBefore = 0; // of all pages
-        return outcome;
+    Room room;
+    return runWriting(pages, writing, [&](const Input& page, const Destination& destination) {
+        return writePage(documents, room, page, destination, writing, request);
     });
 }
 

@@ -42,6 +42,7 @@ void addResize(CLI::App& program, int& status) {
     CLI::App* command = program.add_subcommand("resize", "Makes images larger or smaller");
     const auto request = std::make_shared<Request>();
     addCommonOptions(*command, request->settings);
+    addPageOption(*command, request->settings);
     addWritingOptions(*command, request->writing, QualityOption::yes);
     addMetadataOptions(*command, request->writing);
     CLI::App* target = command->add_option_group("New size", "One of these");

@@ -59,6 +59,7 @@ void addRotate(CLI::App& program, int& status) {
         program.add_subcommand("rotate", "Turns images, clockwise for positive angles, or mirrors them");
     const auto request = std::make_shared<Request>();
     addCommonOptions(*command, request->settings);
+    addPageOption(*command, request->settings);
     addWritingOptions(*command, request->writing, QualityOption::yes);
     addMetadataOptions(*command, request->writing);
     CLI::App* angle = command->add_option_group("Angle", "One of these");

@@ -110,8 +110,9 @@ std::string decimals(double value, int places) {
     return text;
 }
 
-/// The file's size, 0 where it has none that is known.
+/// The file's size, 0 where it has none that is known; of a file's pages the first one stands for it.
 long long bytesOf(const Input& input) {
+    if (input.page.value_or(0) > 0) return 0;
     std::error_code error;
     const auto bytes = fs::file_size(input.path, error);
     return error ? 0 : static_cast<long long>(bytes);
@@ -121,7 +122,7 @@ long long bytesOf(const Input& input) {
 Result describe(const Input& input, const fs::path& output, pex::CGSize size,
                 std::optional<long long> bytes) {
     Result result;
-    result.line = printable(input.name + " → " + output.string()) + "  " + pixelSize(size);
+    result.line = printable(input.shownName() + " → " + output.string()) + "  " + pixelSize(size);
     if (bytes) result.line += "  " + grouped(*bytes) + " bytes";
     result.json = {{"file", input.name},
                    {"output", output.string()},
@@ -160,7 +161,8 @@ Result plan(const Input& input, const fs::path& output, pex::CGSize size, std::o
 }
 
 Result leftOut(const Input& input, const fs::path& output) {
-    Result result{printable(input.name + " → " + output.string()) + "  left out: is there and not older",
+    Result result{printable(input.shownName() + " → " + output.string()) +
+                      "  left out: is there and not older",
                   {{"file", input.name}, {"output", output.string()}, {"skipped", true}}};
     result.leftOut = true;
     return result;
@@ -192,7 +194,11 @@ Outcome saveImage(const Input& input, const Image& image, const Destination& des
     if (options.maxBytes && !hasQuality(destination.format))
         return Failure{format + " keeps no byte budget; choose another format with --format",
                        pex::ReasonCode::badArgument};
-    if (options.dryRun) return plan(input, destination.path, image->size, {}, options);
+    if (options.dryRun) {
+        Result planned = plan(input, destination.path, image->size, {}, options);
+        planned.notes = origin.notes;
+        return planned;
+    }
     forgetReason();
     Origin from = fitted(origin, destination.format, options);
     if (options.dpi) from.dpi = options.dpi;
@@ -245,7 +251,7 @@ Outcome changeAndSave(const Input& input, const Destination& destination, const 
     if (const auto* failure = std::get_if<Failure>(&opened)) return *failure;
     const auto changed = change(std::get<Image>(opened));
     if (!changed) return Failure{changeFailed};
-    return saveImage(input, changed, destination, options, originOf(input.path, options));
+    return saveImage(input, changed, destination, options, originOf(input, options));
 }
 
 int runChanging(Settings& settings, const WritingOptions& options, const Change& change,

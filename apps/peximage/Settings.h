@@ -3,6 +3,7 @@
 #include "peximage/platform/foundation/Reason.h"
 
 #include <filesystem>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -16,6 +17,11 @@ struct Input {
     std::filesystem::path place;
     /// Why nothing can be done with it; empty where something can.
     std::string problem = {};
+    /// Which page or frame of the file, from 0; absent where none was asked for, which takes the first.
+    std::optional<int> page = {};
+
+    /// As people are told: the name, and the page that was asked for.
+    std::string shownName() const { return page ? name + " page " + std::to_string(*page + 1) : name; }
 };
 
 /// What every command understands.
@@ -27,6 +33,9 @@ struct Settings {
     bool endedByNul = false;
     /// Folders with what is in their folders.
     bool recursive = false;
+    /// The page or frame of each file that is meant, counted from 1, or all of them.
+    std::optional<int> page;
+    bool allPages = false;
     /// What all of that stands for; see `expandInputs`.
     std::vector<Input> inputs;
     /// There may be several inputs, so that results go into a folder, whatever its name looks like.

@@ -2,7 +2,6 @@
 #include "Photo.h"
 #include "Saving.h"
 #include "Text.h"
-#include "peximage/platform/codecs/CGImageSource.h"
 
 #include <algorithm>
 #include <filesystem>
@@ -35,7 +34,8 @@ std::optional<pex::Data> untouched(const Input& input, const pex::CGImageSource&
 std::optional<Outcome> handedOn(const Input& input, pex::CGImageSource& source,
                                 const Destination& destination, const Request& request,
                                 const Origin& origin) {
-    const bool asksForMore = request.writing.dpi || request.writing.jpeg != pex::JpegOptions{};
+    const bool isPart = input.page && source.properties().pages > 1;
+    const bool asksForMore = isPart || request.writing.dpi || request.writing.jpeg != pex::JpegOptions{};
     if (source.properties().format != destination.format || asksForMore) return std::nullopt;
     const pex::CGSize size = uprightSize(source.properties());
     if (request.maxSide && std::max(size.width, size.height) > *request.maxSide) return std::nullopt;
@@ -50,9 +50,9 @@ std::optional<Outcome> handedOn(const Input& input, pex::CGImageSource& source,
 
 Outcome shrunk(const Input& input, const Destination& destination, const Request& request) {
     forgetReason();
-    auto source = pex::CGImageSource::make(pex::URL::fromPath(input.path));
+    auto source = openSource(input);
     if (!source) return libraryFailure("not an image");
-    const Origin origin = originOf(input.path, *source, request.writing);
+    const Origin origin = originOf(input, *source, request.writing);
     if (auto outcome = handedOn(input, *source, destination, request, origin)) return *outcome;
     const auto opened = openImage(input);
     if (const auto* failure = std::get_if<Failure>(&opened)) return *failure;
@@ -76,6 +76,7 @@ void addShrink(CLI::App& program, int& status) {
     CLI::App* command = program.add_subcommand("shrink", "Fits photos into a byte budget");
     const auto request = std::make_shared<Request>();
     addCommonOptions(*command, request->settings);
+    addPageOption(*command, request->settings);
     addWritingOptions(*command, request->writing, QualityOption::no);
     addMetadataOptions(*command, request->writing);
     addPixels(*command, "--max-side", request->maxSide, "Longer side in pixels, at most");

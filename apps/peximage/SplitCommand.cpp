@@ -49,7 +49,7 @@ Outcome split(const Input& input, const Request& request) {
     const auto tiles = tilesOf(*std::get<std::shared_ptr<pex::PexImage>>(opened), request);
     if (tiles.empty()) return Failure{"cannot be cut into such tiles"};
     const fs::path folder = request.writing.output / input.place.parent_path();
-    const Origin origin = originOf(input.path, request.writing);
+    const Origin origin = originOf(input, request.writing);
     Result result{{}, nlohmann::ordered_json::array()};
     const std::string ending = request.writing.format.value_or("png");
     result.notes = fitted(origin, request.format, request.writing).notes;
@@ -66,8 +66,8 @@ Outcome split(const Input& input, const Request& request) {
         result.json.push_back(std::move(row));
     }
     const char* rows = tiles.size() == 1 ? " row, " : " rows, ";
-    result.line = printable(input.name + " → " + folder.string()) + "  " + std::to_string(tiles.size()) +
-                  rows + grouped(static_cast<long long>(count)) + " tiles";
+    result.line = printable(input.shownName() + " → " + folder.string()) + "  " +
+                  std::to_string(tiles.size()) + rows + grouped(static_cast<long long>(count)) + " tiles";
     if (request.writing.dryRun) result.line += "  would be written";
     return result;
 }
@@ -104,6 +104,7 @@ void addSplit(CLI::App& program, int& status) {
     CLI::App* command = program.add_subcommand("split", "Cuts images into tiles");
     const auto request = std::make_shared<Request>();
     addCommonOptions(*command, request->settings);
+    addPageOption(*command, request->settings);
     addWritingOptions(*command, request->writing, QualityOption::yes);
     addMetadataOptions(*command, request->writing);
     addParsed(*command, "--tile", "WxH", "Tiles of this size", "a size; write 256x256", parsePixelSize,

@@ -59,6 +59,7 @@ void addWatermark(CLI::App& program, int& status) {
         program.add_subcommand("watermark", "Lays a mark, the last of the files, over images");
     const auto request = std::make_shared<Request>();
     addCommonOptions(*command, request->settings);
+    addPageOption(*command, request->settings);
     addWritingOptions(*command, request->writing, QualityOption::yes);
     addMetadataOptions(*command, request->writing);
     CLI::Option* document =

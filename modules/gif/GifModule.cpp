@@ -22,7 +22,7 @@ struct pex::CodecModule::Picture {
     std::size_t position = 0;
     std::unique_ptr<GifFileType, GifClose> gif{};
     Module::Header header{};
-    int transparent = NO_TRANSPARENT_COLOR; // of the first frame
+    GraphicsControlBlock control{}; // of the frame that comes
 };
 
 namespace {
@@ -37,10 +37,10 @@ int readBytes(GifFileType* gif, GifByteType* into, int count) {
     return static_cast<int>(got);
 }
 
-/// Goes on to the first frame; what extensions before it say of its transparent colour is kept. False when
-/// there is none.
+/// Goes on to the next frame; what extensions before it say of it is kept. False when there is none.
 bool findFrame(Picture& picture) {
     GifFileType* gif = picture.gif.get();
+    picture.control = {DISPOSAL_UNSPECIFIED, false, 0, NO_TRANSPARENT_COLOR};
     for (GifRecordType type; DGifGetRecordType(gif, &type) == GIF_OK;) {
         if (type == IMAGE_DESC_RECORD_TYPE) return DGifGetImageDesc(gif) == GIF_OK;
         if (type != EXTENSION_RECORD_TYPE) return false;
@@ -50,7 +50,7 @@ bool findFrame(Picture& picture) {
         for (; block != nullptr;) {
             GraphicsControlBlock control;
             if (code == GRAPHICS_EXT_FUNC_CODE && DGifExtensionToGCB(block[0], block + 1, &control) == GIF_OK)
-                picture.transparent = control.TransparentColor;
+                picture.control = control;
             if (DGifGetExtensionNext(gif, &block) != GIF_OK) return false;
         }
     }
@@ -168,29 +168,57 @@ Module::Decoded broken(const Picture& picture, int came, std::uint8_t* pixels) {
     return {isWhole ? picture.header.height : frame.Top + rows, false};
 }
 
-Module::Decoded decode(Picture* picture, std::uint8_t* pixels) {
-    GifFileType* gif = picture->gif.get();
+/// Lays the frame on the canvas, as far as it lies there.
+Module::Decoded drawFrame(Picture& picture, std::uint8_t* pixels) {
+    GifFileType* gif = picture.gif.get();
     const GifImageDesc& frame = gif->Image;
     const ColorMapObject* colors = frame.ColorMap != nullptr ? frame.ColorMap : gif->SColorMap;
-    const auto rowBytes = static_cast<std::size_t>(picture->header.width) * 4;
-    std::memset(pixels, 0, rowBytes * static_cast<std::size_t>(picture->header.height));
+    const std::int64_t width = picture.header.width, height = picture.header.height;
     if (colors == nullptr) return {0, false};
+    const bool fits = frame.Left + frame.Width <= width && frame.Top + frame.Height <= height;
     std::vector<GifPixelType> row(static_cast<std::size_t>(frame.Width));
+    const auto columns =
+        static_cast<std::size_t>(std::clamp<std::int64_t>(width - frame.Left, 0, frame.Width));
     for (int n = 0; n < frame.Height; ++n) {
-        if (DGifGetLine(gif, row.data(), frame.Width) != GIF_OK) return broken(*picture, n, pixels);
-        std::uint8_t* to =
-            pixels +
-            static_cast<std::size_t>(frame.Top + rowOf(n, frame.Height, frame.Interlace)) * rowBytes +
-            static_cast<std::size_t>(frame.Left) * 4;
-        for (const GifPixelType index : row) {
-            if (index != picture->transparent && index < colors->ColorCount) {
-                const GifColorType& color = colors->Colors[index];
-                to[0] = color.Red, to[1] = color.Green, to[2] = color.Blue, to[3] = 255;
-            }
-            to += 4;
+        if (DGifGetLine(gif, row.data(), frame.Width) != GIF_OK)
+            return fits ? broken(picture, n, pixels) : Module::Decoded{0, false};
+        const std::int64_t y = frame.Top + rowOf(n, frame.Height, frame.Interlace);
+        if (y >= height) continue;
+        std::uint8_t* to = pixels + (y * width + frame.Left) * 4;
+        for (std::size_t x = 0; x < columns; ++x, to += 4) {
+            if (row[x] == picture.control.TransparentColor || row[x] >= colors->ColorCount) continue;
+            const GifColorType& color = colors->Colors[row[x]];
+            to[0] = color.Red, to[1] = color.Green, to[2] = color.Blue, to[3] = 255;
         }
     }
-    return {picture->header.height};
+    return {height};
+}
+
+/// Takes the frame's place on the canvas back to clear.
+void clearFrame(const Picture& picture, std::uint8_t* pixels) {
+    const GifImageDesc& frame = picture.gif->Image;
+    const std::int64_t width = picture.header.width,
+                       columns = std::clamp<std::int64_t>(width - frame.Left, 0, frame.Width);
+    for (std::int64_t y = frame.Top;
+         y < std::min<std::int64_t>(frame.Top + frame.Height, picture.header.height); ++y)
+        std::memset(pixels + (y * width + frame.Left) * 4, 0, static_cast<std::size_t>(columns) * 4);
+}
+
+/// A frame stands on what those before it have left.
+Module::Decoded decode(Picture* picture, std::uint8_t* pixels) {
+    const auto bytes = static_cast<std::size_t>(picture->header.width * picture->header.height) * 4;
+    std::memset(pixels, 0, bytes);
+    for (int page = 0;; ++page) {
+        const int disposal = picture->control.DisposalMode;
+        std::vector<std::uint8_t> before;
+        if (page < picture->input.page && disposal == DISPOSE_PREVIOUS) before.assign(pixels, pixels + bytes);
+        const Module::Decoded drawn = drawFrame(*picture, pixels);
+        if (page == picture->input.page) return drawn;
+        if (!drawn.isSound) return {0, false, drawn.failure};
+        if (disposal == DISPOSE_BACKGROUND) clearFrame(*picture, pixels);
+        if (!before.empty()) std::memcpy(pixels, before.data(), bytes);
+        if (!findFrame(*picture)) return {0, false};
+    }
 }
 
 constexpr Module functions{open, close, decode, nullptr, nullptr};

@@ -135,14 +135,28 @@ Failure failureOf(const heif_error& error) {
     return error.code == heif_error_Memory_allocation_error ? Failure::outOfMemory : Failure::damaged;
 }
 
+/// Of the pictures that stand by themselves: the primary one is the first.
+heif_error handleOf(heif_context* context, int page, heif_image_handle** handle) {
+    if (page == 0) return heif_context_get_primary_image_handle(context, handle);
+    heif_item_id primary = 0;
+    const heif_error error = heif_context_get_primary_image_ID(context, &primary);
+    if (error.code != heif_error_Ok) return error;
+    std::vector<heif_item_id> ids(
+        static_cast<std::size_t>(std::max(0, heif_context_get_number_of_top_level_images(context))));
+    heif_context_get_list_of_top_level_image_IDs(context, ids.data(), static_cast<int>(ids.size()));
+    std::erase(ids, primary);
+    const auto wanted = static_cast<std::size_t>(page) - 1;
+    return heif_context_get_image_handle(context, wanted < ids.size() ? ids[wanted] : primary, handle);
+}
+
 /// Null, and `failure` says why, where there is no picture.
-heif_image_handle* primaryImage(Picture& picture, Failure& failure) {
+heif_image_handle* openedImage(Picture& picture, Failure& failure) {
     heif_context* context = picture.context.get();
     failure = failureOf(heif_context_read_from_reader(context, &reader, &picture, nullptr));
     if (failure == Failure::none && !pex::heif::derivationsEnd(picture.input)) failure = Failure::damaged;
     if (failure != Failure::none) return nullptr;
     heif_image_handle* handle = nullptr;
-    failure = failureOf(heif_context_get_primary_image_handle(context, &handle));
+    failure = failureOf(handleOf(context, picture.input.page, &handle));
     return handle;
 }
 
@@ -154,7 +168,7 @@ Picture* open(const Module::Input& input, const Module::Limits& limits, Module::
     picture->context.reset(heif_context_alloc());
     *failure = Failure::outOfMemory;
     if (!picture->context) return nullptr;
-    picture->handle.reset(primaryImage(*picture, *failure));
+    picture->handle.reset(openedImage(*picture, *failure));
     if (!picture->handle) return nullptr;
     readHeader(*picture, limits.metadataBytes);
     *header = picture->header;

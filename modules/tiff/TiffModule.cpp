@@ -179,16 +179,25 @@ void readProfile(Picture& picture, std::size_t maxBytes) {
     }
 }
 
-/// Views that are kept in a smaller size beside a picture are no pages. Many pages are only counted, which
-/// takes no more of each than where the next one is.
-int countPages(TIFF* tiff) {
+/// The directories that are pages: views that are kept in a smaller size beside a picture are none. Many
+/// pages are only counted, which takes no more of each than where the next one is.
+std::vector<int> findPages(TIFF* tiff) {
     constexpr int few = 16;
-    int pages = static_cast<int>(TIFFNumberOfDirectories(tiff));
-    if (pages < 2 || pages > few) return std::max(pages, 1);
-    for (; TIFFReadDirectory(tiff);) {
-        if (field<std::uint32_t>(tiff, TIFFTAG_SUBFILETYPE, 0) & FILETYPE_REDUCEDIMAGE) --pages;
+    const int count = static_cast<int>(TIFFNumberOfDirectories(tiff));
+    std::vector<int> pages{0};
+    for (int i = 1; i < count; ++i) {
+        const bool isView = count <= few && TIFFReadDirectory(tiff) &&
+                            (field<std::uint32_t>(tiff, TIFFTAG_SUBFILETYPE, 0) & FILETYPE_REDUCEDIMAGE) != 0;
+        if (!isView) pages.push_back(i);
     }
-    return std::max(pages, 1);
+    return pages;
+}
+
+/// Goes to a page among them.
+bool setPage(TIFF* tiff, const std::vector<int>& pages, int page) {
+    if (pages.size() == 1) return page == 0;
+    return page >= 0 && page < static_cast<int>(pages.size()) &&
+           TIFFSetDirectory(tiff, static_cast<tdir_t>(pages[static_cast<std::size_t>(page)]));
 }
 
 Picture* open(const Module::Input& input, const Module::Limits& limits, Module::Header* header,
@@ -197,12 +206,12 @@ Picture* open(const Module::Input& input, const Module::Limits& limits, Module::
     picture->input = input;
     picture->stream.input = &picture->input;
     picture->tiff = openStream(picture->stream, "r");
-    const int pages = picture->tiff ? countPages(picture->tiff.get()) : 0;
-    const bool isOpen = pages == 1 || (pages > 1 && TIFFSetDirectory(picture->tiff.get(), 0));
+    const std::vector<int> pages = picture->tiff ? findPages(picture->tiff.get()) : std::vector<int>();
+    const bool isOpen = !pages.empty() && setPage(picture->tiff.get(), pages, input.page);
     *failure = picture->stream.lacksMemory ? Module::Failure::outOfMemory : Module::Failure::damaged;
     if (!isOpen) return nullptr;
     picture->header = readHeader(picture->tiff.get());
-    picture->header.pages = pages;
+    picture->header.pages = static_cast<int>(pages.size());
     *header = picture->header;
     *failure = Module::Failure::overLimit;
     if (!limits.allow(picture->header.width, picture->header.height)) return nullptr;

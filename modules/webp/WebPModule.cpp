@@ -124,7 +124,7 @@ Picture* open(const Module::Input& input, const Module::Limits& limits, Module::
 
 void close(Picture* picture) { delete picture; }
 
-/// The first frame, laid on the canvas.
+/// A frame, laid on the canvas with those before it.
 Module::Decoded decodeFrame(const Picture& picture, const WebPData& data, std::uint8_t* pixels) {
     WebPAnimDecoderOptions options;
     if (!WebPAnimDecoderOptionsInit(&options)) return {0, false};
@@ -133,7 +133,9 @@ Module::Decoded decodeFrame(const Picture& picture, const WebPData& data, std::u
         WebPAnimDecoderNew(&data, &options), WebPAnimDecoderDelete);
     std::uint8_t* frame = nullptr;
     int time = 0;
-    if (!decoder || !WebPAnimDecoderGetNext(decoder.get(), &frame, &time)) return {0, false};
+    for (int page = 0; page <= picture.input.page; ++page) {
+        if (!decoder || !WebPAnimDecoderGetNext(decoder.get(), &frame, &time)) return {0, false};
+    }
     std::memcpy(pixels, frame, static_cast<std::size_t>(picture.header.width * picture.header.height * 4));
     return {picture.header.height};
 }

@@ -9,6 +9,7 @@ import http.server
 import json
 import os
 import pathlib
+import pty
 import re
 import resource
 import shlex
@@ -119,6 +120,33 @@ def two_page_pdf(trailer=b""):
     objects = [b"<< /Type /Catalog /Pages 2 0 R >>", b"<< /Type /Pages /Count 2 /Kids [3 0 R 4 0 R] >>", page, page]
     body = b"".join(b"%d 0 obj\n%b\nendobj\n" % (i + 1, text) for i, text in enumerate(objects))
     return b"%PDF-1.4\n" + body + b"trailer\n<< /Size 5 /Root 1 0 R " + trailer + b" >>\n%%EOF\n"
+
+
+def typed_in_zsh(folder, lines):
+    """What the tab key makes of each line, in an interactive shell that finds its completions in the folder."""
+    setup = ("PS1='ready> '; fpath=($PWD $fpath); autoload -U compinit; compinit -u -D; zle -N show; bindkey '^I' menu-complete; bindkey '^T' show; "
+             "show() { print -r -- $BUFFER >> typed; BUFFER= }\n")
+    ours, theirs = pty.openpty()
+    shell = subprocess.Popen(["zsh", "-f", "-i"], cwd=folder, stdin=theirs, stdout=theirs, stderr=theirs, start_new_session=True,
+                             env={**os.environ, "HOME": str(folder), "TERM": "xterm"})
+    os.close(theirs)
+    told = b""
+
+    def wait_for(words):
+        nonlocal told
+        while words not in told:
+            told += os.read(ours, 4096)
+        told = told[told.index(words) + len(words):]
+
+    os.write(ours, setup.encode())
+    wait_for(b"ready> '")  # the echo of the command
+    wait_for(b"ready> ")
+    os.write(ours, "".join(line + "\t\x14" for line in lines).encode() + b"exit\n")
+    with contextlib.suppress(OSError):  # the end of the shell
+        wait_for(b"\0")
+    shell.wait(60)
+    os.close(ours)
+    return [line.strip() for line in (folder / "typed").read_text().splitlines()]
 
 
 class CommandLine(unittest.TestCase):
@@ -702,6 +730,44 @@ class CommandLine(unittest.TestCase):
         photo.write_bytes(sources["halved"][:-300])
         self.check("rotate --turn 90 a.jpg", [("-o b.jpg", 0, "quality", "is missing"), ("-o b.jpg --lossless", 1, "", "damaged"), ("-o b.png --lossless", 1)])
 
+    def test_pages_and_frames(self):
+        # Frames of three sizes and places, which are left, cleared or taken back again; and what Pillow makes of them, on white.
+        script = r"""
+import sys; from PIL import Image, ImageChops, ImageDraw
+def frame(i, size=(40, 30)):
+    image = Image.new("RGBA", size); ImageDraw.Draw(image).rectangle((3 * i, 2 * i, 12 + 5 * i, 9 + 4 * i), [(200, 0, 0), (0, 90, 0), (0, 0, 250), (9, 9, 9)][i] + (255,)); image.putpixel((3 * i + 4, 2 * i + 4), (0, 0, 0, 0))
+    return image
+def on_white(image):
+    return Image.alpha_composite(Image.new("RGBA", image.size, "white"), image.convert("RGBA"))
+if len(sys.argv) == 1:
+    frame(0).save("a.gif", save_all=True, append_images=[frame(1), frame(2), frame(3)], disposal=[1, 2, 3, 1])
+    frame(0).save("a.webp", save_all=True, append_images=[frame(1), frame(2), frame(3)], lossless=True)
+    frame(0).convert("RGB").save("a.tiff", save_all=True, append_images=[frame(1, (20, 30)), frame(2, (50, 20))])
+    frame(0).convert("RGB").save("one.tiff")
+for name in sys.argv[1:]:
+    source = Image.open(f"a.{name}")
+    for i in range(source.n_frames):
+        source.seek(i); made = Image.open(f"out/a-{i + 1}.png")
+        print(name, i, made.size == source.size and ImageChops.difference(on_white(made), on_white(source)).getextrema()[:3] == ((0, 0),) * 3)
+"""
+        def pillow_says(*words):
+            return subprocess.run(["/usr/bin/python3", "-c", script, *words], cwd=self.dir, capture_output=True, check=True, timeout=60).stdout.decode().splitlines()
+        pillow_says()
+        for name, count in (("gif", 4), ("webp", 4), ("tiff", 3)):
+            before = f"{(self.dir / f'a.{name}').stat().st_size:,}".replace(",", " ")
+            self.check(f"convert a.{name} --format png --page all -o out", [("", 0, rf"(?s)^a.{name} page 1 → out/a-1.png  40×30  .*\n{count} files  {before} ", "^$")])
+            self.assertEqual(pillow_says(name), [f"{name} {i} True" for i in range(count)])
+            self.files()
+        (self.dir / "two.pdf").write_bytes(two_page_pdf())
+        self.check("convert -o b.png", [("a.tiff --page 2", 0, "a.tiff page 2 → b.png  20×30", "^$"), ("a.tiff", 0, "40×30", "^peximage: a.tiff: the first of 3 pages alone; --page all takes each\n$"),
+                                        ("a.gif --page 5", 1, "^$", "^peximage: a.gif page 5: has no page 5; the last is 4\n$"), ("a.gif --page 0", 2), ("a.gif --page x", 2),
+                                        ("one.tiff --page 2", 1, "", "the last is 1"), ("two.pdf --page 2", 0, "200×100")])
+        self.check("info", [("a.tiff --page 3", 0, "a.tiff page 3  TIFF  50×20"), ("two.pdf --page all", 0, "page 1 .*\n.* page 2 ")])
+        self.check("resize --max-side 9 --format jpg -o out one.tiff a.gif --page all", [("", 0, "^one.tiff → out/one.jpg .*\na.gif page 1 → out/a-1.jpg")])
+        rows = json.loads(run("shrink", "a.webp", "--page", "3", "-o", "b.webp", "--max-bytes", "9K", "--json", cwd=self.dir)[1])
+        self.assertEqual([(row["file"], row["page"]) for row in rows], [("a.webp", 3)])
+        self.assertNotIn(b"ANIM", (self.dir / "b.webp").read_bytes())
+
     def test_split_and_join(self):
         code, text, _ = run("split", self.photo, "-o", self.dir, "--rows", 2, "--columns", 3, "--json")
         self.assertEqual(code, 0)
@@ -966,12 +1032,11 @@ class CommandLine(unittest.TestCase):
             if name == "peximage-shrink.1":
                 for words in ("--max-bytes SIZE", "-o,--output OUT", "peximage shrink photo.jpg -o small.jpg"):
                     self.assertIn(words, done.stdout.decode())
-        for shell in filter(shutil.which, ("zsh", "fish")):
-            script = self.dir / {"zsh": "_peximage", "fish": "peximage.fish"}[shell]
-            self.assertEqual(subprocess.run([shell, "-n", script], capture_output=True, timeout=60).stderr, b"", shell)
 
     def test_the_recipes_of_the_documentation(self):
         self.place("holiday/a.jpg", "holiday/b.jpg", "holiday/lake/c.jpg")
+        two = "from PIL import Image; a = Image.new('L', (40, 30)); a.save('scan.tif', save_all=True, append_images=[a])"
+        subprocess.run(["/usr/bin/python3", "-c", two], cwd=self.dir, check=True, timeout=60)
         blocks = re.findall(r"```(sh|make)\n(.*?)```", (README.parent / "docs" / "tool.md").read_text(), re.S)
         self.assertGreater(len(blocks), 9)
         for kind, text in blocks:
@@ -979,7 +1044,7 @@ class CommandLine(unittest.TestCase):
             done = subprocess.run(["bash", "-ec", "mkdir -p small; make small/a.jpg" if kind == "make" else text], cwd=self.dir, timeout=120,
                                   env={**os.environ, "PATH": f"{os.path.dirname(TOOL)}:{os.environ['PATH']}"}, capture_output=True)
             self.assertEqual((done.returncode, done.stderr), (0, b""), text)
-        for made in ("web/lake/c.jpg", "modern/b.avif", "thumbs/lake/c.webp", "a.png", "out/b.jpg", "small/a.jpg", "part-1/a.jpg"):
+        for made in ("pages/scan-2.jpg", "web/lake/c.jpg", "modern/b.avif", "thumbs/lake/c.webp", "a.png", "out/b.jpg", "small/a.jpg", "part-1/a.jpg"):
             self.assertTrue((self.dir / made).is_file(), made)
         self.assertEqual(len(json.loads((self.dir / "photos.json").read_text())), 3)
 
@@ -992,6 +1057,18 @@ class CommandLine(unittest.TestCase):
             call = ["peximage", *(word.replace("\\ ", " ") for word in re.split(r"(?<!\\) ", words))]
             done = subprocess.run(["bash", "-c", script, "bash", self.dir / "peximage.bash", *call], capture_output=True, timeout=60)
             self.assertEqual(done.stdout.decode().splitlines(), wanted, words)
+
+    def test_completion_in_zsh_and_fish(self):
+        run("--write-manual", self.dir)
+        self.place("photo.jpg")
+        lines = ("peximage shr", "peximage shrink --max-b", "peximage convert --chroma f", "peximage rotate --turn 18", "peximage watermark --position Top\\ L",
+                 "peximage composer page.json che", "peximage info pho", "peximage cache Th put --j", "peximage convert -o pho")
+        wanted = ("shrink", "--max-bytes", "full", "180", "Top Left", "check", "photo.jpg", "--json", "photo.jpg")
+        told = [subprocess.run(["fish", "-c", f"source ./peximage.fish; complete -C '{line}'"], cwd=self.dir, capture_output=True, timeout=60,
+                               env={**os.environ, "HOME": str(self.dir)}).stdout.decode().split("\t")[0].strip() for line in lines]
+        self.assertEqual(told, list(wanted))
+        self.assertEqual(typed_in_zsh(self.dir, lines), [line[: line.rindex("Top" if "Top" in line else " ")].rstrip() + " " + word.replace(" ", "\\ ")
+                                                         for line, word in zip(lines, wanted)])
 
     def test_help_and_version(self):
         for call in (("--help",), ("--version",), *((command, "--help") for command in COMMANDS)):

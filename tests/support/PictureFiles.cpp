@@ -253,6 +253,8 @@ Bytes heifFile(const pex::CGImage& picture, const HeifKind& kind) {
     if (!kind.exif.empty())
         check(heif_context_add_exif_metadata(context.get(), handle, kind.exif.data(),
                                              static_cast<int>(kind.exif.size())));
+    if (kind.second)
+        check(heif_context_encode_image(context.get(), imageOf(*kind.second).get(), found, nullptr, nullptr));
     heif_writer writer{1, keep};
     Bytes file;
     check(heif_context_write(context.get(), &writer, &file));

@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <functional>
 #include <initializer_list>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <tiff.h>
@@ -62,6 +63,8 @@ struct HeifKind {
     int turned = 1;
     /// An EXIF block that goes along.
     Bytes exif = {};
+    /// A second picture that stands by itself.
+    std::optional<pex::CGImage> second = {};
 };
 
 /// A HEIF file with the picture, which has no alpha, written by the codec library itself.

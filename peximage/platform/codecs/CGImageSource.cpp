@@ -6,11 +6,24 @@
 #include "peximage/platform/foundation/ReasonWatch.h"
 
 #include <array>
+#include <string>
 
 namespace pex {
 namespace {
 
-std::optional<OpenedImage> openImage(const CGDataProvider& bytes) {
+/// A page beyond the first is looked for once it is known how many there are.
+std::optional<OpenedImage> openPage(const ImageCodec& codec, const CGDataProvider& bytes,
+                                    const ImageLimits& limits, int page) {
+    std::optional<OpenedImage> first = codec.open(bytes, limits);
+    if (page == 0 || !first) return first;
+    const int pages = codec.openPage != nullptr ? first->properties.pages : 1;
+    if (page > 0 && page < pages) return codec.openPage(bytes, limits, page);
+    giveReason(ReasonCode::badArgument,
+               "has no page " + std::to_string(page + 1) + "; the last is " + std::to_string(pages));
+    return std::nullopt;
+}
+
+std::optional<OpenedImage> openImage(const CGDataProvider& bytes, int page) {
     const ImageLimits limits = ImageLimits::current();
     if (bytes.size() == 0) {
         giveReason(ReasonCode::emptyFile, "is empty");
@@ -23,7 +36,7 @@ std::optional<OpenedImage> openImage(const CGDataProvider& bytes) {
         return std::nullopt;
     }
     const ReasonWatch watch;
-    std::optional<OpenedImage> opened = codec->open(bytes, limits);
+    std::optional<OpenedImage> opened = openPage(*codec, bytes, limits, page);
     if (!opened && !watch.hasSeen()) giveReason(ReasonCode::damaged, "damaged: its header cannot be read");
     return opened;
 }
@@ -41,9 +54,9 @@ std::optional<ImageFormat> CGImageSource::formatOf(const URL& file) {
     return codec ? std::optional(codec->format) : std::nullopt;
 }
 
-std::optional<CGImageSource> CGImageSource::make(const Data& bytes) {
+std::optional<CGImageSource> CGImageSource::make(const Data& bytes, int page) {
     return absentWithoutMemory([&]() -> std::optional<CGImageSource> {
-        const std::optional<OpenedImage> opened = openImage(CGDataProvider(bytes));
+        const std::optional<OpenedImage> opened = openImage(CGDataProvider(bytes), page);
         if (!opened || !opened->source) return std::nullopt;
         CGImageSource source;
         source.properties_ = opened->properties;
@@ -55,16 +68,17 @@ std::optional<CGImageSource> CGImageSource::make(const Data& bytes) {
     });
 }
 
-std::optional<CGImageSource> CGImageSource::make(const URL& file) {
+std::optional<CGImageSource> CGImageSource::make(const URL& file, int page) {
     return absentWithoutMemory([&]() -> std::optional<CGImageSource> {
         const std::optional<CGDataProvider> bytes = CGDataProvider::open(file);
-        std::optional<OpenedImage> opened = bytes ? openImage(*bytes) : std::nullopt;
+        std::optional<OpenedImage> opened = bytes ? openImage(*bytes, page) : std::nullopt;
         if (!opened) return std::nullopt;
         CGImageSource source;
         source.properties_ = std::move(opened->properties);
         source.exif_ = opened->exif;
         source.bytesRead_ = bytes->bytesRead();
         source.file_ = file;
+        source.page_ = page;
         return source;
     });
 }
@@ -100,7 +114,7 @@ std::optional<CGImage> CGImageSource::createImage() const {
     if (image_) return image_;
     return absentWithoutMemory([&]() -> std::optional<CGImage> {
         const std::optional<Data> bytes = Data::contentsOf(*file_, ImageLimits::current().maxSourceBytes);
-        const std::optional<CGImageSource> source = bytes ? make(*bytes) : std::nullopt;
+        const std::optional<CGImageSource> source = bytes ? make(*bytes, page_) : std::nullopt;
         return source ? source->image_ : std::nullopt;
     });
 }

@@ -17,11 +17,12 @@ namespace pex {
 /// never from a file name. The EXIF orientation is reported, not applied. An immutable value.
 class PEX_EXPORT CGImageSource {
   public:
-    /// From bytes in memory. Absent when they are no image of a known format, or exceed one of `ImageLimits`.
-    static std::optional<CGImageSource> make(const Data& bytes);
+    /// From bytes in memory: one of the pages, or frames of an animation, counted from 0. Absent when they
+    /// are no image of a known format, have no such page, or exceed one of `ImageLimits`.
+    static std::optional<CGImageSource> make(const Data& bytes, int page = 0);
     /// From a file. Only its header is read until `createImage`; the file is not kept open. Absent as above,
     /// and when the file cannot be read.
-    static std::optional<CGImageSource> make(const URL& file);
+    static std::optional<CGImageSource> make(const URL& file, int page = 0);
 
     /// Whether this build can read the format.
     static bool reads(ImageFormat format);
@@ -29,7 +30,7 @@ class PEX_EXPORT CGImageSource {
     /// unknown or the file cannot be read.
     static std::optional<ImageFormat> formatOf(const URL& file);
 
-    /// What the header says of the first image.
+    /// What the header says of the image.
     const ImageProperties& properties() const { return properties_; }
     /// All that the file says about its first image, by the keys of PropertyDictionary.h.
     PropertyDictionary copyProperties() const;
@@ -43,7 +44,7 @@ class PEX_EXPORT CGImageSource {
     /// AVIF files that break off do not open at all.
     bool isIncomplete();
 
-    /// The first image, decoded when its pixels are first touched. Reads the whole file; absent when that
+    /// The image, decoded when its pixels are first touched. Reads the whole file; absent when that
     /// fails, or when the file has become another one meanwhile.
     std::optional<CGImage> createImage() const;
 
@@ -51,6 +52,7 @@ class PEX_EXPORT CGImageSource {
     CGImageSource() = default;
 
     ImageProperties properties_;
+    int page_ = 0;
     Data exif_;
     std::size_t bytesRead_ = 0;
     Data data_; // what is in memory

@@ -7,15 +7,16 @@ namespace pex {
 
 /// What a module of a picture format offers. Calls for different pictures may run at once.
 struct CodecModule {
-    static constexpr int version = 3;
+    static constexpr int version = 4;
 
-    /// Bytes by position, of memory or of a file.
+    /// Bytes by position, of memory or of a file, and which of the pictures in them is meant.
     struct Input {
         void* context;
         std::size_t size;
         const std::uint8_t* bytes; // all of them when they are in memory, else null
         /// Copies bytes from `offset` on; how many there were.
         std::size_t (*read)(void* context, std::size_t offset, std::uint8_t* into, std::size_t count);
+        int page = 0; // from 0, less than the `pages` of the header
     };
 
     enum class Pixels { grey, rgbx, rgbaStraight, rgbaPremultiplied, cmyk }; // cmyk: 255 is full ink
@@ -26,7 +27,7 @@ struct CodecModule {
         int depth = 8;                // bits of a component in the file
         int orientation = 1; // as EXIF counts, 0 where its block tells; what `decode` turns does not count
         double dpiX = 0, dpiY = 0; // 0: not told
-        int pages = 1;             // pictures in the file, of which the first is read
+        int pages = 1;             // pictures in the file: pages, or frames of an animation
         // Held by the picture until it is closed; null where there is none.
         const std::uint8_t* profile = nullptr;
         std::size_t profileBytes = 0;

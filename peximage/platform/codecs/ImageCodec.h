@@ -43,6 +43,10 @@ struct ImageCodec {
     /// Encodes one image at several qualities; null when that saves no work.
     std::unique_ptr<RepeatedEncoding> (*repeated)(const CGImage& image,
                                                   const CGImageDestination::Options& options) = nullptr;
+    /// Opens another of the file's pictures, counted from 0, of which there are as many as `open` says. Null
+    /// where a file holds one alone.
+    std::optional<OpenedImage> (*openPage)(const CGDataProvider& bytes, const ImageLimits& limits,
+                                           int page) = nullptr;
 
     /// Whether its module, if it needs one, is there.
     bool isAvailable() const;

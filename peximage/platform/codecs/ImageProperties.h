@@ -9,7 +9,7 @@
 
 namespace pex {
 
-/// What a file's header says of its first image.
+/// What a file's header says of one of its images.
 struct ImageProperties {
     /// As the bytes say, whatever the file's name.
     ImageFormat format = ImageFormat::jpeg;
@@ -27,7 +27,7 @@ struct ImageProperties {
     Orientation orientation = Orientation::up;
     /// Whether the file has an opacity for each pixel.
     bool hasAlpha = false;
-    /// Pictures in the file: pages of a document or a TIFF, frames of an animation. The first is read.
+    /// Pictures in the file: pages of a document or a TIFF, frames of an animation.
     int pages = 1;
     /// Bits of one component in the file.
     int depth = 8;

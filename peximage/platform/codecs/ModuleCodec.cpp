@@ -68,10 +68,10 @@ std::size_t pixelCount(std::int64_t width, std::int64_t height) {
 /// A picture that a module has opened.
 class OpenPicture {
   public:
-    OpenPicture(const CodecModule& module, CGDataProvider bytes, const ImageLimits& limits)
+    OpenPicture(const CodecModule& module, CGDataProvider bytes, const ImageLimits& limits, int page = 0)
         : module_(module), bytes_(std::move(bytes)) {
         expectMemory(bytesToOpen);
-        const CodecModule::Input input{&bytes_, bytes_.size(), bytes_.data().data(), read};
+        const CodecModule::Input input{&bytes_, bytes_.size(), bytes_.data().data(), read, page};
         picture_ =
             module_.open(input, {limits.maxMetadataBytes, std::numeric_limits<int>::max(), limits.maxPixels},
                          &header_, &failure_);
@@ -112,6 +112,7 @@ struct ModuleFile {
     const CodecModule* module;
     Data bytes;
     ImageLimits limits;
+    int page;
     PixelSize size;
     Pixels pixels;
     CGColorSpace colorSpace = CGColorSpace::sRGB();
@@ -141,7 +142,7 @@ class ModuleSource final : public PixelSource {
     std::unique_ptr<RowReader> makeRows(PixelSize) const override { return nullptr; }
 
     std::optional<DecodedRows> decodeAll(MutablePixelView pixels) const override {
-        OpenPicture picture(*file_.module, CGDataProvider(file_.bytes), file_.limits);
+        OpenPicture picture(*file_.module, CGDataProvider(file_.bytes), file_.limits, file_.page);
         const CodecModule::Header& header = picture.header();
         const bool isSame = header.width == file_.size.width && header.height == file_.size.height &&
                             header.pixels == file_.pixels;
@@ -192,9 +193,9 @@ bool fits(const CGColorSpace& profile, Pixels pixels) {
            (profile.model() == CGColorSpace::Model::gray && hasAlpha(layoutOf(pixels)));
 }
 
-ModuleFile fileOf(const CodecModule& module, const Data& bytes, const ImageLimits& limits,
+ModuleFile fileOf(const CodecModule& module, const Data& bytes, const ImageLimits& limits, int page,
                   const CodecModule::Header& header, const std::optional<CGColorSpace>& profile) {
-    ModuleFile file{&module, bytes, limits, {int(header.width), int(header.height)}, header.pixels};
+    ModuleFile file{&module, bytes, limits, page, {int(header.width), int(header.height)}, header.pixels};
     if (header.pixels == Pixels::grey) file.colorSpace = CGColorSpace::deviceGray();
     if (header.pixels == Pixels::cmyk && profile)
         file.fromCmyk = ColorConversion::make(*profile, ColorConversion::Pixels::cmyk, CGColorSpace::sRGB());
@@ -225,10 +226,10 @@ void append(void* context, const std::uint8_t* bytes, std::size_t count) {
 } // namespace
 
 std::optional<OpenedImage> openByModule(const char* name, ImageFormat format, const CGDataProvider& bytes,
-                                        const ImageLimits& limits) {
+                                        const ImageLimits& limits, int page) {
     const auto* module = loadModule<CodecModule>(name);
     if (module == nullptr) return std::nullopt;
-    const OpenPicture picture(*module, bytes, limits);
+    const OpenPicture picture(*module, bytes, limits, page);
     const CodecModule::Header& header = picture.header();
     if (!picture) return std::nullopt;
 
@@ -243,7 +244,7 @@ std::optional<OpenedImage> openByModule(const char* name, ImageFormat format, co
     if (profile) opened.properties.profileName = profile->name();
     if (!bytes.data().empty())
         opened.source =
-            std::make_shared<ModuleSource>(fileOf(*module, bytes.data(), limits, header, profile));
+            std::make_shared<ModuleSource>(fileOf(*module, bytes.data(), limits, page, header, profile));
     return opened;
 }
 

@@ -9,7 +9,7 @@ namespace pex {
 /// plain pixels.
 
 std::optional<OpenedImage> openByModule(const char* name, ImageFormat format, const CGDataProvider& bytes,
-                                        const ImageLimits& limits);
+                                        const ImageLimits& limits, int page = 0);
 
 /// Whether the file breaks off before its first image ends, as the module's header says.
 bool breaksOffByModule(const char* name, const CGDataProvider& bytes);

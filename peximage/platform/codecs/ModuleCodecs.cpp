@@ -58,6 +58,11 @@ std::optional<OpenedImage> open(const CGDataProvider& bytes, const ImageLimits& 
     return openByModule(Module, Format, bytes, limits);
 }
 
+template <const char* const& Module, ImageFormat Format>
+std::optional<OpenedImage> openPage(const CGDataProvider& bytes, const ImageLimits& limits, int page) {
+    return openByModule(Module, Format, bytes, limits, page);
+}
+
 template <const char* const& Module, CodecModule::Compression Compression = CodecModule::Compression::usual>
 std::optional<Data> encode(const CGImage& image, const CGImageDestination::Options& options) {
     return encodeByModule({Module, Compression}, image, options);
@@ -69,10 +74,14 @@ ImageMetadata metadata(const CGDataProvider& bytes, const ImageLimits& limits) {
 }
 
 /// A TIFF file has the structure of an EXIF block, but is long.
-std::optional<OpenedImage> openTiff(const CGDataProvider& bytes, const ImageLimits& limits) {
-    std::optional<OpenedImage> opened = openByModule(tiff, ImageFormat::tiff, bytes, limits);
+std::optional<OpenedImage> openTiffPage(const CGDataProvider& bytes, const ImageLimits& limits, int page) {
+    std::optional<OpenedImage> opened = openByModule(tiff, ImageFormat::tiff, bytes, limits, page);
     if (opened) opened->exif = readTiffMetadata(bytes, limits).exif;
     return opened;
+}
+
+std::optional<OpenedImage> openTiff(const CGDataProvider& bytes, const ImageLimits& limits) {
+    return openTiffPage(bytes, limits, 0);
 }
 
 std::optional<Data> encodeTiff(const CGImage& image, const CGImageDestination::Options& options) {
@@ -86,20 +95,25 @@ bool tiffBreaksOff(const CGDataProvider& bytes) { return breaksOffByModule(tiff,
 
 } // namespace
 
-const ImageCodec tiffCodec{ImageFormat::tiff, isTiff,          openTiff, encodeTiff, tiff,
-                           tiffBreaksOff,     readTiffMetadata};
-const ImageCodec webpCodec{ImageFormat::webp, isWebP, open<webp, ImageFormat::webp>,
-                           encode<webp>,      webp,   webpBreaksOff,
-                           metadata<webp>};
-const ImageCodec gifCodec{ImageFormat::gif, isGif, open<gif, ImageFormat::gif>, nullptr, gif, gifBreaksOff};
-const ImageCodec heifCodec{
-    ImageFormat::heif, isHeif, open<heif, ImageFormat::heif>, encode<heif>, heif, nullptr, metadata<heif>};
+const ImageCodec tiffCodec{ImageFormat::tiff, isTiff,           openTiff, encodeTiff,  tiff,
+                           tiffBreaksOff,     readTiffMetadata, nullptr,  openTiffPage};
+const ImageCodec webpCodec{ImageFormat::webp, isWebP,  open<webp, ImageFormat::webp>,
+                           encode<webp>,      webp,    webpBreaksOff,
+                           metadata<webp>,    nullptr, openPage<webp, ImageFormat::webp>};
+const ImageCodec gifCodec{ImageFormat::gif, isGif,   open<gif, ImageFormat::gif>,
+                          nullptr,          gif,     gifBreaksOff,
+                          nullptr,          nullptr, openPage<gif, ImageFormat::gif>};
+const ImageCodec heifCodec{ImageFormat::heif, isHeif,  open<heif, ImageFormat::heif>,
+                           encode<heif>,      heif,    nullptr,
+                           metadata<heif>,    nullptr, openPage<heif, ImageFormat::heif>};
 const ImageCodec avifCodec{ImageFormat::avif,
                            isAvif,
                            open<heif, ImageFormat::avif>,
                            encode<heif, CodecModule::Compression::other>,
                            heif,
                            nullptr,
-                           metadata<heif>};
+                           metadata<heif>,
+                           nullptr,
+                           openPage<heif, ImageFormat::avif>};
 
 } // namespace pex

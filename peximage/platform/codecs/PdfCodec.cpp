@@ -27,11 +27,11 @@ std::optional<Data> allBytes(const CGDataProvider& provider, const ImageLimits& 
     return Data(std::move(bytes));
 }
 
-std::optional<OpenedImage> openPdf(const CGDataProvider& provider, const ImageLimits& limits) {
+std::optional<OpenedImage> openPdfPage(const CGDataProvider& provider, const ImageLimits& limits, int page) {
     const std::optional<Data> bytes = allBytes(provider, limits);
     const auto document = bytes ? PdfDocument::open(*bytes) : nullptr;
     if (!document) return std::nullopt;
-    const CGSize points = document->pageSize(0);
+    const CGSize points = document->pageSize(page);
     const double width = std::ceil(points.width), height = std::ceil(points.height);
     constexpr double maxSide = 1e9;
     if (!(width >= 1 && width < maxSide && height >= 1 && height < maxSide)) return std::nullopt;
@@ -44,12 +44,17 @@ std::optional<OpenedImage> openPdf(const CGDataProvider& provider, const ImageLi
     opened.properties.pixelHeight = size.height;
     opened.properties.hasAlpha = true;
     opened.properties.pages = document->pageCount();
-    opened.source = std::make_shared<PdfPageSource>(*bytes, 0, size);
+    opened.source = std::make_shared<PdfPageSource>(*bytes, page, size);
     return opened;
+}
+
+std::optional<OpenedImage> openPdf(const CGDataProvider& provider, const ImageLimits& limits) {
+    return openPdfPage(provider, limits, 0);
 }
 
 } // namespace
 
-const ImageCodec pdfCodec{ImageFormat::pdf, isPdf, openPdf, nullptr, PdfModule::name};
+const ImageCodec pdfCodec{ImageFormat::pdf, isPdf,   openPdf, nullptr,    PdfModule::name,
+                          nullptr,          nullptr, nullptr, openPdfPage};
 
 } // namespace pex

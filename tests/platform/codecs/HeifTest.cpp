@@ -135,6 +135,21 @@ TEST(Heif, NothingIsDecodedThatIsCodedInMorePixelsThanAllowed) {
     }
 }
 
+TEST(Heif, APictureBehindTheFirstIsRead) {
+    const CGImage second = makePicture(64, 128, PixelLayout::skipLast, Pixel{200, 10, 10, 255});
+    const Data file(heifFile(grey(), {.second = second}));
+    const auto source = CGImageSource::make(file, 1);
+    ASSERT_TRUE(source);
+    EXPECT_EQ(source->properties().pages, 2);
+    const auto pixels = source->createImage()->pixels();
+    ASSERT_TRUE(pixels);
+    EXPECT_EQ(pixels->height, 128);
+    EXPECT_NEAR(pixels->row(0)[0], 200, 4);
+    for (const int page : {2, -1})
+        EXPECT_FALSE(CGImageSource::make(file, page)) << page;
+    EXPECT_EQ(lastReason().code, ReasonCode::badArgument);
+}
+
 /// Found by fuzzing: a picture whose alpha is a grid of tiles, the only one of which is the grid itself.
 TEST(Heif, PicturesMadeOfThemselvesAreNone) {
     const URL found = URL::fromPath(PEX_FUZZ_CORPUS "/fuzz-Heif/made-of-itself.heic");

@@ -22,8 +22,8 @@ import tempfile
 import threading
 import unittest
 
-TOOL = os.environ["PEXIMAGE"]
-SAMPLE_SCENE = os.environ["SAMPLE_SCENE"]
+TOOL = os.path.abspath(os.environ["PEXIMAGE"])
+SAMPLE_SCENE = os.path.abspath(os.environ["SAMPLE_SCENE"])
 README = pathlib.Path(__file__).resolve().parents[2] / "README.md"
 RESIZER = pathlib.Path(TOOL).parent / "CLIImageResizer"
 COMMANDS = ("info", "shrink", "convert", "resize", "crop", "rotate", "split", "join", "watermark", "canvas", "composer", "pdf", "key", "mask", "colors", "exif", "filter", "cache", "fetch", "view")

@@ -48,10 +48,14 @@ struct PlainSearch {
 };
 
 TEST(BudgetSaver, AsksAnswersAndPrintsAsThePlainSearch) {
+    // At low qualities nothing is left of this one, and all files have one size.
+    const CGImage flat = makePicture(500, 400, PixelLayout::grey, [](int x, int y) {
+        return Pixel{static_cast<std::uint8_t>(128 + x * y % 7)};
+    });
     // The first ones are large enough for sizes that are only estimated.
-    const CGImage pictures[] = {noise(640, 480, PixelLayout::skipLast), noise(500, 400, PixelLayout::grey),
-                                photoLike(240, 160), noise(97, 131, PixelLayout::grey),
-                                noise(64, 48, PixelLayout::skipLast, 5)};
+    const CGImage pictures[] = {
+        noise(640, 480, PixelLayout::skipLast), noise(500, 400, PixelLayout::grey),      photoLike(240, 160),
+        noise(97, 131, PixelLayout::grey),      noise(64, 48, PixelLayout::skipLast, 5), flat};
     const TempFolder folder;
     for (const CGImage& picture : pictures) {
         PlainSearch plain{picture};

@@ -31,14 +31,17 @@ double BudgetSizes::sizeForSearch(double quality) {
     if (encoder_->pixelCount() <= smallPicture) return exact(quality);
     if (neighbours_.lower < 0) findNeighbours();
     const auto [lower, upper] = neighbours_;
-    if (encoder_->knowsByteCount(quality) || (quality > lower && quality < upper)) return exact(quality);
-    if (quality < lower) {
-        const double off = coarseness(quality) - coarseness(lower);
-        return off > 0 ? exact(lower) - off : exact(lower);
-    }
-    const double off = coarseness(upper) - coarseness(quality);
-    return off > 0 ? std::max(exact(upper), budget_) + off : exact(upper);
+    const bool isBetween = quality > lower && quality < upper;
+    if (isBetween || encoder_->knowsByteCount(quality)) return exact(quality);
+    const double neighbour = quality < lower ? lower : upper;
+    if (isFlat(std::min(quality, neighbour), std::max(quality, neighbour))) return exact(quality);
+    const double off = coarseness(neighbour) - coarseness(quality);
+    return quality < lower ? exact(lower) + off : std::max(exact(upper), budget_) + off;
 }
+
+/// Whether the lower quality seems to find nothing more to drop than the higher one: their files may have the
+/// same size then.
+bool BudgetSizes::isFlat(double lower, double higher) { return roughly(lower) >= roughly(higher); }
 
 void BudgetSizes::findNeighbours() {
     if (!encoder_->surelyReaches(1, budget_) && exact(1) < target_) {
@@ -78,10 +81,13 @@ double BudgetSizes::nextToMakeExact(double correction) {
 }
 
 double BudgetSizes::estimate(double quality, double correction) {
-    if (encoder_->knowsByteCount(quality)) return exact(quality);
+    return encoder_->knowsByteCount(quality) ? exact(quality) : roughly(quality) * correction;
+}
+
+double BudgetSizes::roughly(double quality) {
     auto& estimate = estimates_[quality];
     if (estimate == 0) estimate = encoder_->estimatedByteCount(quality, Encoder::Estimate::rough);
-    return estimate * correction;
+    return estimate;
 }
 
 double BudgetSizes::exact(double quality) { return static_cast<double>(encoder_->byteCount(quality)); }

@@ -23,9 +23,9 @@ class BudgetSizes {
     BudgetSizes(std::shared_ptr<Encoder> encoder, double budget, double target, double tolerance);
 
     /// The exact size of the file at `quality` where the bisection could depend on it: at the two neighbours,
-    /// and at 0 and 1 unless these are surely small and large enough. Elsewhere a number below that of the
-    /// lower neighbour, or above that of the upper neighbour and not below the budget; the further off, the
-    /// further away.
+    /// at 0 and 1 unless these are surely small and large enough, and where files seem as large as the nearer
+    /// neighbour's. Elsewhere a number below that of the lower neighbour, or above that of the upper
+    /// neighbour and not below the budget; the further off, the further away.
     double sizeForSearch(double quality);
 
   private:
@@ -33,11 +33,13 @@ class BudgetSizes {
         double lower, upper;
     };
 
+    bool isFlat(double lower, double higher);
     void findNeighbours();
     Neighbours bisect(double correction);
     double nextToMakeExact(double correction);
     /// The exact size when it is known, else an estimate multiplied by `correction`.
     double estimate(double quality, double correction);
+    double roughly(double quality);
     double exact(double quality);
 
     std::shared_ptr<Encoder> encoder_;

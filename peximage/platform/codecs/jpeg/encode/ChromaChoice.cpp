@@ -16,6 +16,9 @@ constexpr int smeared = 64;
 constexpr double tolerable = 1.0 / 5000;
 constexpr int everySoManyRows = 8;
 
+/// The pairs of rows that are looked at among the first `height` ones.
+int looksUpTo(int height) { return (height + everySoManyRows - 2) / everySoManyRows; }
+
 /// The two rows of pixels from `top` on.
 int smearedCells(const EncoderInput& input, int top) {
     const auto width = static_cast<std::size_t>(input.width);
@@ -32,12 +35,16 @@ int smearedCells(const EncoderInput& input, int top) {
 
 } // namespace
 
-ChromaSize chromaSizeFor(const EncoderInput& input) {
-    const int pairs = input.height / 2, looks = (pairs + everySoManyRows / 2 - 1) / (everySoManyRows / 2);
+ChromaChoice::ChromaChoice(const EncoderInput& input)
+    : input_(input), tolerable_(tolerable * looksUpTo(input.height) * (input.width / 2)) {}
+
+bool ChromaChoice::allowsHalf(int top, int end) {
+    const int first = top / everySoManyRows, looks = looksUpTo(end) - first;
     std::atomic<int> cells = 0;
-    Workers::forEach(looks, [&](int i, int) { cells += smearedCells(input, i * everySoManyRows); });
-    const double all = static_cast<double>(looks) * (input.width / 2);
-    return cells > tolerable * all ? ChromaSize::full : ChromaSize::half;
+    Workers::forEach(looks,
+                     [&](int i, int) { cells += smearedCells(input_, (first + i) * everySoManyRows); });
+    smeared_ += cells;
+    return smeared_ <= tolerable_;
 }
 
 } // namespace pex::jpeg

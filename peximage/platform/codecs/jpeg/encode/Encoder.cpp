@@ -70,31 +70,40 @@ ScanCounts countsOf(const Scan& scan) {
     });
 }
 
-/// Rows are coded on all cores, their symbols let go, then joined.
+/// Rows are coded some at a time on all cores, their symbols let go, then joined.
 void appendScan(std::vector<std::uint8_t>& bytes, const Scan& scan) {
+    constexpr int rowsAtOnce = 32;
     ScanSymbols symbols = symbolsOf(scan);
     const ScanDescription description = optimalCodes(symbols.counts);
     const ScanCodes codes = codesOf(description);
     appendScanHeader(bytes, scan.components.size() == 1, description);
-    std::vector<CodedBits> rows(symbols.rows.size());
-    Workers::forEach(scan.unitsHigh, [&](int row, int) {
-        RowSymbols& ofRow = symbols.rows[static_cast<std::size_t>(row)];
-        rows[static_cast<std::size_t>(row)] = codeRow(scan, ofRow, codes);
-        ofRow = {};
-    });
-    std::size_t coded = 0;
-    for (const auto& row : rows)
-        coded += row.bytes.size();
+    const auto coded = static_cast<std::size_t>(bitsOf(symbols.counts, codes) / 8);
     bytes.reserve(bytes.size() + coded + coded / 64 + 64);
     Stuffer stuffer(bytes);
-    for (const auto& row : rows)
-        stuffer.append(row);
+    std::vector<CodedBits> rows(rowsAtOnce);
+    for (int top = 0; top < scan.unitsHigh; top += rowsAtOnce) {
+        const int count = std::min(rowsAtOnce, scan.unitsHigh - top);
+        Workers::forEach(count, [&](int i, int) {
+            RowSymbols& ofRow = symbols.rows[static_cast<std::size_t>(top + i)];
+            rows[static_cast<std::size_t>(i)] = codeRow(scan, ofRow, codes);
+            ofRow = {};
+        });
+        for (int i = 0; i < count; ++i)
+            stuffer.append(rows[static_cast<std::size_t>(i)]);
+    }
     stuffer.finish();
 }
 
-ChromaSize chromaSize(const EncoderInput& input, Chroma wanted) {
-    if (input.grey || wanted == Chroma::half) return ChromaSize::half;
-    return wanted == Chroma::full ? ChromaSize::full : chromaSizeFor(input);
+/// With half chroma, unless that is not wanted or the picture turns out to lose by it.
+TransformedPicture transformed(const EncoderInput& input, Chroma wanted) {
+    const auto all = [](int, int) { return true; };
+    if (input.grey || wanted == Chroma::half) return transform(input, ChromaSize::half, all);
+    if (wanted == Chroma::full) return transform(input, ChromaSize::full, all);
+    ChromaChoice choice(input);
+    bool allowsHalf = true;
+    const auto accepts = [&](int top, int end) { return allowsHalf = choice.allowsHalf(top, end); };
+    TransformedPicture halved = transform(input, ChromaSize::half, accepts);
+    return allowsHalf ? std::move(halved) : transform(input, ChromaSize::full, all);
 }
 
 } // namespace
@@ -102,9 +111,10 @@ ChromaSize chromaSize(const EncoderInput& input, Chroma wanted) {
 std::shared_ptr<Encoder> Encoder::make(EncoderInput input, const JpegOptions& options) {
     if (std::min(input.width, input.height) < 1) return nullptr;
     if (std::max(input.width, input.height) > mostPixelsPerSide) return nullptr;
-    TransformedPicture picture = transform(input, chromaSize(input, options.chroma));
+    TransformedPicture picture = transformed(input, options.chroma);
     if (!picture.luma) return nullptr;
     input.row = nullptr;
+    input.load = nullptr;
     return std::shared_ptr<Encoder>(new Encoder(std::move(input), std::move(picture), options));
 }
 

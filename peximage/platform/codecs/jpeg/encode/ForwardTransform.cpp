@@ -137,27 +137,51 @@ bool allocate(std::initializer_list<TransformedPlane*> planes) {
     return static_cast<bool>(whole);
 }
 
+/// Of a strip that is loaded at once: up to two megabytes as a rule, and whole units.
+int rowsOfStrip(const EncoderInput& input) {
+    constexpr int bytes = 2 << 20, fewest = 32, most = 128;
+    if (!input.load) return input.height;
+    return std::clamp(bytes / (4 * input.width), fewest, most) / 16 * 16;
+}
+
+/// Planes without memory where there is none.
+TransformedPicture emptyPicture(const EncoderInput& input, ChromaSize chroma) {
+    const int blocks = !input.grey && chroma == ChromaSize::half ? 2 : 1; // of luma, across and down a unit
+    const int unitsWide = ceilDiv(input.width, 8 * blocks), unitsHigh = ceilDiv(input.height, 8 * blocks);
+    TransformedPicture picture;
+    picture.chroma = chroma;
+    picture.luma = {
+        blocks * unitsWide, blocks * unitsHigh, ceilDiv(input.width, 8), ceilDiv(input.height, 8), {}};
+    if (!input.grey) picture.cb = picture.cr = {unitsWide, unitsHigh, unitsWide, unitsHigh, {}};
+    if (!allocate({&picture.luma, &picture.cb, &picture.cr})) return {};
+    return picture;
+}
+
+/// The rows from `top` on, up to `end`, are whole units or the last of the picture.
+void transformStrip(const EncoderInput& input, const TransformedPicture& to, int top, int end) {
+    constexpr int unitRowsAtOnce = 2;
+    const int unitHeight = !input.grey && to.chroma == ChromaSize::half ? 16 : 8;
+    const int first = top / unitHeight;
+    const auto work = [&](int from, int until) {
+        RowTransform rows(input, to);
+        for (int row = from; row < until; ++row)
+            rows.run(first + row);
+    };
+    forEachStrip(ceilDiv(end, unitHeight) - first, work, unitRowsAtOnce);
+}
+
 } // namespace
 
-TransformedPicture transform(const EncoderInput& input, ChromaSize chroma) {
-    constexpr int rowsAtOnce = 4;
-    const bool halves = !input.grey && chroma == ChromaSize::half;
-    const int blocks = halves ? 2 : 1; // of luma, across and down a unit
-    const int unitsWide = ceilDiv(input.width, 8 * blocks), unitsHigh = ceilDiv(input.height, 8 * blocks);
-    TransformedPicture to;
-    to.chroma = chroma;
-    to.luma = {blocks * unitsWide, blocks * unitsHigh, ceilDiv(input.width, 8), ceilDiv(input.height, 8), {}};
-    if (!input.grey) to.cb = to.cr = {unitsWide, unitsHigh, unitsWide, unitsHigh, {}};
-    if (!allocate({&to.luma, &to.cb, &to.cr})) return to;
-    forEachStrip(
-        unitsHigh,
-        [&](int begin, int end) {
-            RowTransform rows(input, to);
-            for (int row = begin; row < end; ++row)
-                rows.run(row);
-        },
-        rowsAtOnce);
-    return to;
+TransformedPicture transform(const EncoderInput& input, ChromaSize chroma,
+                             const std::function<bool(int top, int end)>& accepts) {
+    const TransformedPicture picture = emptyPicture(input, chroma);
+    const int rows = rowsOfStrip(input);
+    for (int top = 0; picture.luma && top < input.height; top += rows) {
+        const int end = std::min(top + rows, input.height);
+        if ((input.load && !input.load(top, end)) || !accepts(top, end)) return {};
+        transformStrip(input, picture, top, end);
+    }
+    return picture;
 }
 
 } // namespace pex::jpeg

@@ -5,6 +5,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 
 namespace pex::jpeg {
 
@@ -35,8 +36,11 @@ struct TransformedPicture {
     ChromaSize chroma = ChromaSize::half;
 };
 
-/// Transforms a picture, on all cores. With half chroma its luma is filled up to an even number of blocks
-/// both ways with blocks that cost next to nothing to code. Planes without memory: there was none.
-TransformedPicture transform(const EncoderInput& input, ChromaSize chroma);
+/// Transforms a picture, on all cores, strip by strip where its rows come so. With half chroma its luma is
+/// filled up to an even number of blocks both ways with blocks that cost next to nothing to code. `accepts`
+/// is asked about each strip when its rows are ready. Planes without memory: a strip was refused or could not
+/// be had, or there was no memory.
+TransformedPicture transform(const EncoderInput& input, ChromaSize chroma,
+                             const std::function<bool(int top, int end)>& accepts);
 
 } // namespace pex::jpeg

@@ -2,7 +2,7 @@
 
 #include "peximage/platform/codecs/jpeg/JpegMetadata.h"
 #include "peximage/platform/codecs/jpeg/encode/BudgetSizes.h"
-#include "peximage/platform/raster/kernels/FlattenRow.h"
+#include "peximage/platform/codecs/jpeg/encode/ImageRows.h"
 
 namespace pex {
 namespace {
@@ -41,21 +41,12 @@ class RepeatedJpeg : public RepeatedEncoding {
 
 std::shared_ptr<jpeg::Encoder> jpeg::encoderOf(const CGImage& image, std::vector<std::uint8_t> metadata,
                                                const JpegOptions& options) {
-    const std::optional<PixelView> pixels = image.pixels();
-    if (!pixels) return nullptr;
     jpeg::EncoderInput input;
-    input.width = pixels->width;
-    input.height = pixels->height;
-    input.grey = pixels->layout == PixelLayout::grey;
+    input.width = image.width();
+    input.height = image.height();
+    input.grey = image.layout() == PixelLayout::grey;
     input.metadata = std::move(metadata);
-    if (input.grey || pixels->layout == PixelLayout::skipLast) {
-        input.row = [image, view = *pixels](int y, std::uint8_t*) { return view.row(y); };
-    } else {
-        input.row = [image, view = *pixels](int y, std::uint8_t* scratch) -> const std::uint8_t* {
-            kernels::flattenRow(view.row(y), view.layout, scratch, view.width);
-            return scratch;
-        };
-    }
+    if (!takeRows(image, input)) return nullptr;
     if (!image.colorSpace().isStandard()) {
         const auto icc = image.colorSpace().iccProfile().bytes();
         input.iccProfile.assign(icc.begin(), icc.end());

@@ -1,11 +1,13 @@
 #include "peximage/platform/codecs/jpeg/encode/Encoder.h"
 
+#include "peximage/platform/codecs/CGImageSource.h"
 #include "peximage/platform/codecs/jpeg/encode/BudgetSizes.h"
+#include "peximage/platform/codecs/jpeg/encode/ImageEncoder.h"
 #include "peximage/platform/codecs/jpeg/encode/OptimalCode.h"
 #include "peximage/platform/foundation/Workers.h"
 #include "tests/platform/raster/kernels/EveryInstructionSet.h"
 #include "tests/support/JpegFiles.h"
-#include "tests/support/Pictures.h"
+#include "tests/support/PictureFiles.h"
 
 #include <gtest/gtest.h>
 
@@ -239,10 +241,10 @@ TEST(JpegEncoder, SizeAndFaithfulnessGrowWithTheQuality) {
     }
 }
 
-/// Grey, with something written on it in one colour.
-CGImage writtenOn(int red, int blue) {
-    return painted(400, 300, skipLast, [=](int x, int y, int c) {
-        const bool isWritten = y >= 100 && y < 116 && x >= 40 && x < 200 && x % 3 == 1;
+/// Grey, with something written far down on it in one colour.
+CGImage writtenOn(int red, int blue, int height = 300) {
+    return painted(400, height, skipLast, [=](int x, int y, int c) {
+        const bool isWritten = y >= height - 40 && y < height - 24 && x >= 40 && x < 200 && x % 3 == 1;
         return isWritten && c == 0 ? red : isWritten && c == 2 ? blue : (x + y * 2) * 255 / 1800;
     });
 }
@@ -259,6 +261,25 @@ TEST(JpegEncoder, ChromaKeepsItsSizeWhereThePictureNeedsItWhateverTheQuality) {
                 << picture.width() << " at " << quality;
     EXPECT_EQ(readFile(ours(writtenOn(255, 0), 0.8, {.chroma = Chroma::half})).across, 2);
     EXPECT_EQ(readFile(ours(gradient(400, 300), 0.8, {.chroma = Chroma::full})).across, 1);
+}
+
+TEST(JpegEncoder, APictureIsEncodedTheSameWhileItIsDecoded) {
+    for (const CGImage& picture : {mixed(33, 7), mixed(301, 777, grey), mixed(1500, 1100),
+                                   writtenOn(255, 0, 700), noise(700, 300, straightLast)}) {
+        const Data file = encoded(picture, ImageFormat::png);
+        const CGImage untouched = *CGImageSource::make(file)->createImage();
+        const CGImage touched = *CGImageSource::make(file)->createImage();
+        ASSERT_TRUE(touched.pixels());
+        const Bytes expected = encoderOf(touched)->encode(0.8);
+        EXPECT_TRUE(encoderOf(untouched)->encode(0.8) == expected) << picture.height();
+        EXPECT_TRUE(untouched.source()) << "nothing was kept";
+        EXPECT_TRUE(encoderOf(untouched)->encode(0.8) == expected) << "again, " << picture.height();
+        EXPECT_FALSE(untouched.source()) << "it is needed again and again";
+    }
+    Bytes cut = bytesOf(encoded(mixed(300, 600), ImageFormat::jpeg));
+    const Bytes scan{0xFF, 0xDA, 0, 12};
+    cut.erase(std::search(cut.begin(), cut.end(), scan.begin(), scan.end()) + 14, cut.end());
+    EXPECT_FALSE(encoderOf(*CGImageSource::make(Data(cut))->createImage())) << "nothing is left of it";
 }
 
 TEST(JpegEncoder, EmbedsTheProfileInAsManySegmentsAsItTakes) {

@@ -5,11 +5,12 @@ DESTDIR ?=
 SECONDS_EACH ?= 60
 SAMPLE := build/sample/photo.jpg
 PHOTO ?= $(SAMPLE)
+PUBLISH ?=
 
 export CTEST_PARALLEL_LEVEL := $(JOBS)
 export JOBS
 
-.PHONY: build help setup run test arm python test-cluster check tsan bench fuzz tidy format docs install clean
+.PHONY: build help setup run test arm python test-cluster check tsan bench bench-python wheel fuzz tidy format docs install clean
 
 build: setup ## builds the library and the tools: build/release/bin/peximage (the default)
 	@$(call compile,release)
@@ -61,6 +62,15 @@ bench: setup ## measures the headline jobs beside their peers, in one run
 	@scripts/setup scripts/packages-bench.txt
 	@$(call compile,bench)
 	scripts/run-bench
+
+bench-python: setup ## measures the Python package beside Pillow, pyvips and OpenCV, and on a Ray cluster
+	@$(MAKE) --no-print-directory $(SAMPLE)
+	python=$$(scripts/python-package python/requirements-bench.txt python/requirements-cluster.txt) && \
+	  $$python bench/python_bench.py $(SAMPLE) $(PUBLISH) && $$python bench/python_bench.py $(SAMPLE) --ray $(PUBLISH)
+
+wheel: setup ## builds the Python wheel with all libraries inside, in build/wheel/out
+	@scripts/setup scripts/packages-wheel.txt
+	scripts/python-wheel
 
 fuzz: setup ## runs every fuzz target for a minute, or SECONDS_EACH=n
 	@$(call compile,fuzz)

@@ -47,7 +47,8 @@ arm: setup ## tests the kernels as ARM processors run them, in an emulator
 python: setup ## builds the Python package into build/python/venv and tests it
 	python=$$(scripts/python-package) && $$python -m pytest -q python/tests -k 'not cluster'
 
-test-cluster: setup ## tests the Python package on a Ray cluster of this machine
+test-cluster: setup ## tests the Python package under Ray, Dask and Spark, and with an object store, on this machine
+	@scripts/setup scripts/packages-cluster.txt
 	python=$$(scripts/python-package python/requirements-cluster.txt) && $$python -m pytest -q python/tests/test_cluster.py
 
 check: ## checks the format and the direction of the includes

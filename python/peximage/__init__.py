@@ -11,6 +11,7 @@ colours go from 0 to 255, angles are degrees clockwise. All that can go wrong is
 """
 
 from . import _ending as _ending
+from . import _pickling as _pickling
 from . import aio as aio
 from ._core import (
     Encoded,

@@ -1,9 +1,11 @@
-"""Jobs on a real Ray cluster on this machine, with two workers."""
+"""Jobs on real clusters on this machine, with two workers, and on an object store."""
 
 import os
+import re
 import signal
 import sys
 from dataclasses import dataclass
+from pathlib import Path
 
 import numpy as np
 import peximage as pex
@@ -12,6 +14,11 @@ from peximage.batch import Analysis, Shrinking
 
 ray = pytest.importorskip("ray")
 import peximage.ray  # noqa: E402
+from moto.server import ThreadedMotoServer  # noqa: E402
+from pyarrow.fs import S3FileSystem  # noqa: E402
+
+PAGE = (Path(__file__).parents[2] / "docs" / "cluster.md").read_text()
+SNIPPETS = dict(re.findall(r"## ([^\n]*)\n\n```python\n(.*?)```", PAGE, re.S))
 
 
 @dataclass(frozen=True)
@@ -77,3 +84,34 @@ def test_analyses(cluster, paths):
         mean = np.asarray(pex.open(row["path"])).mean(axis=(0, 1))
         assert (row["status"], row["width"], row["height"], row["format"]) == ("read", 120, 90, "jpeg")
         assert np.allclose([row["red"], row["green"], row["blue"]], mean, atol=2)
+
+
+@pytest.mark.parametrize("engine", ["Ray", "Dask", "Spark"])
+def test_the_page_of_each_engine_runs(engine, cluster, paths, tmp_path, monkeypatch):
+    monkeypatch.setenv("PYSPARK_PYTHON", sys.executable)
+    names = {"__name__": "__main__", "paths": paths, "job": Shrinking(str(tmp_path / "small"), max_side=60, max_bytes=2000)}
+    exec(SNIPPETS[engine], names)
+    rows = names["rows"]
+    assert sorted(row["path"] for row in rows) == sorted(paths)
+    assert sorted(statuses(rows).values()) == ["failed"] * 2 + ["written"] * 38
+    assert len(os.listdir(tmp_path / "small")) == 38
+
+
+def test_photos_lie_in_an_object_store(paths):
+    server = ThreadedMotoServer("127.0.0.1", 0, verbose=False)
+    server.start()
+    try:
+        address = "127.0.0.1:%d" % server.get_host_and_port()[1]
+        store = S3FileSystem(endpoint_override=address, scheme="http", access_key="key", secret_key="secret", allow_bucket_creation=True)
+        store.create_dir("photos")
+        for name, path in (("a", paths[0]), ("b", paths[20])):
+            with store.open_output_stream(f"photos/{name}.jpg") as stream:
+                stream.write(Path(path).read_bytes())
+        for first in ("written", "kept"):
+            names = {"Shrinking": Shrinking}
+            exec(SNIPPETS["Photos in an object store"].replace("127.0.0.1:9000", address), names)
+            assert [row["status"] for row in names["rows"]] == [first, "failed"]
+        with store.open_input_stream(names["rows"][0]["output"]) as stream:
+            assert pex.open(stream.read()).size == (120, 90)
+    finally:
+        server.stop()

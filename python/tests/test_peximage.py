@@ -238,6 +238,8 @@ def test_results_go_to_other_processes():
     encoded = pex.from_array(scene(64, 48)).encode(max_bytes=2000)
     again = pickle.loads(pickle.dumps(encoded))
     assert [(e.data, e.format, e.quality, e.size) for e in (again,)] == [(encoded.data, "jpeg", encoded.quality, (64, 48))]
+    for function in (pex.set_threads, pex.Image.load, pex.shrink, pex.open):
+        assert pickle.loads(pickle.dumps(function)) is function
     limits = pex.get_limits()
     limits.max_drawing_seconds, limits.max_pages = 3, 7
     again = pickle.loads(pickle.dumps(limits))

@@ -10,6 +10,7 @@
 #include <atomic>
 #include <iostream>
 #include <iterator>
+#include <malloc.h>
 #include <mutex>
 #include <optional>
 #include <string_view>
@@ -213,10 +214,18 @@ void directDiagnostics(const Settings& settings) {
         pex::diagnostics::setSink({});
 }
 
+/// Large blocks go back to the system when they are freed. Left to itself the allocator comes to keep them in
+/// its heaps, which holes between the pictures' sizes make larger with every picture.
+void keepMemoryFlat() {
+    constexpr int large = 1 << 20;
+    ::mallopt(M_MMAP_THRESHOLD, large);
+}
+
 } // namespace
 
 int runBatch(const Settings& settings, const std::function<Outcome(std::size_t)>& work) {
     directDiagnostics(settings);
+    keepMemoryFlat();
     const std::size_t count = settings.inputs.size();
     Report report(settings, count);
     std::atomic<std::size_t> next{0};

@@ -50,22 +50,22 @@ class Documents {
     std::vector<std::shared_ptr<pex::NSPDFImageRep>> free_;
 };
 
-/// Lets pages in as long as their pixels fit into a certain memory, together; a larger one goes alone.
+/// Lets pages in as long as they fit into a certain memory, together; a larger one goes alone.
 class Room {
   public:
-    void enter(double pixels) {
+    void enter(double bytes) {
         std::unique_lock lock(mutex_);
-        changed_.wait(lock, [&] { return taken_ == 0 || taken_ + pixels <= mostPixels; });
-        taken_ += pixels;
+        changed_.wait(lock, [&] { return taken_ == 0 || taken_ + bytes <= mostBytes; });
+        taken_ += bytes;
     }
-    void leave(double pixels) {
+    void leave(double bytes) {
         const std::lock_guard lock(mutex_);
-        taken_ -= pixels;
+        taken_ -= bytes;
         changed_.notify_all();
     }
 
   private:
-    static constexpr double mostPixels = 64e6;
+    static constexpr double mostBytes = 512e6;
     std::mutex mutex_;
     std::condition_variable changed_;
     double taken_ = 0;
@@ -99,13 +99,14 @@ Outcome writePage(Documents& documents, Room& room, const Input& page, const Des
     const double scale = request.dpi / pointsPerInch;
     const pex::CGSize points = document->size(), pixels{std::min(points.width * scale, longest),
                                                         std::min(points.height * scale, longest)};
-    const double area = pixels.width * pixels.height;
-    room.enter(area);
+    constexpr double bytesPerPixel = 4 + 4; // as it is drawn, and on paper
+    const double bytes = pixels.width * pixels.height * bytesPerPixel;
+    room.enter(bytes);
     const auto image = drawPage(*document, pixels, request);
     documents.giveBack(document);
     Outcome outcome =
         image ? saveImage(page, image, destination, writing) : Outcome(libraryFailure("cannot be drawn"));
-    room.leave(area);
+    room.leave(bytes);
     if (auto* const result = std::get_if<Result>(&outcome)) result->bytesBefore = 0; // of all pages
     return outcome;
 }

@@ -24,16 +24,31 @@ Value valueOf(int level) {
 /// A level without its lowest bits, towards zero.
 int shortened(int level, int low) { return level < 0 ? -(-level >> low) : level >> low; }
 
+/// Bits that make levels finer which are not 0 already, the first one topmost.
+struct Corrections {
+    std::uint64_t bits = 0;
+    int count = 0;
+
+    void add(bool bit) {
+        bits = bits << 1 | (bit ? 1 : 0);
+        ++count;
+    }
+    void tell(ProgressiveSymbols& to) {
+        while (count > 0)
+            to.putBit((bits >> --count & 1) != 0);
+    }
+};
+
 /// Blocks of which nothing more follows are counted and told together. In scans that refine, bits of theirs
 /// stand behind the number.
 class EndOfBlocks {
   public:
     explicit EndOfBlocks(ProgressiveSymbols& to) : to_(to) {}
 
-    void add(const std::vector<bool>& corrections) {
+    void add(const Corrections& corrections) {
         constexpr int most = 0x7FFF;
         ++run_;
-        corrections_.insert(corrections_.end(), corrections.begin(), corrections.end());
+        if (corrections.count > 0) corrections_.push_back(corrections);
         if (run_ == most) tell();
     }
 
@@ -41,8 +56,8 @@ class EndOfBlocks {
         if (run_ == 0) return;
         const int bits = static_cast<int>(std::bit_width(static_cast<unsigned>(run_))) - 1;
         to_.put(0, static_cast<unsigned>(bits) << 4, bits, static_cast<unsigned>(run_) - (1u << bits));
-        for (const bool bit : corrections_)
-            to_.putBit(bit);
+        for (Corrections& corrections : corrections_)
+            corrections.tell(to_);
         run_ = 0;
         corrections_.clear();
     }
@@ -50,69 +65,76 @@ class EndOfBlocks {
   private:
     ProgressiveSymbols& to_;
     int run_ = 0;
-    std::vector<bool> corrections_;
+    std::vector<Corrections> corrections_;
 };
 
-void putFirstBits(const std::int16_t* levels, const PartOfPicture& part, ProgressiveSymbols& to,
-                  EndOfBlocks& ends) {
-    int zeros = 0;
-    for (int k = part.first; k <= part.last; ++k) {
-        const int level = shortened(levels[k], part.low);
-        if (level == 0) {
-            ++zeros;
-            continue;
-        }
+/// A block's levels, and the places of those that a scan may tell of: those in its band that are not 0.
+struct Block {
+    const std::int16_t* levels;
+    std::uint64_t places;
+};
+
+void putFirstBits(Block block, const PartOfPicture& part, ProgressiveSymbols& to, EndOfBlocks& ends) {
+    int next = part.first;
+    for (; block.places != 0; block.places &= block.places - 1) {
+        const int k = std::countr_zero(block.places), level = shortened(block.levels[k], part.low);
+        if (level == 0) continue;
         ends.tell();
+        int zeros = k - next;
         for (; zeros > 15; zeros -= 16)
             to.put(0, sixteenZeros, 0, 0);
         const Value value = valueOf(level);
         to.put(0, static_cast<unsigned>(zeros << 4 | value.size), value.size, value.bits);
-        zeros = 0;
+        next = k + 1;
     }
-    if (zeros > 0) ends.add({});
+    if (next <= part.last) ends.add({});
 }
 
-/// Where the last level stands that this scan makes one, or before the first place.
-int lastNewOne(const std::int16_t* levels, const PartOfPicture& part) {
-    for (int k = part.last; k >= part.first; --k)
-        if (std::abs(shortened(levels[k], part.low)) == 1) return k;
-    return part.first - 1;
+/// Where the last level stands that this scan makes one, or before all places.
+int lastNewOne(Block block, const PartOfPicture& part) {
+    while (block.places != 0) {
+        const int k = 63 - std::countl_zero(block.places);
+        if (std::abs(shortened(block.levels[k], part.low)) == 1) return k;
+        block.places ^= std::uint64_t{1} << k;
+    }
+    return -1;
 }
 
-void putOneMoreBit(const std::int16_t* levels, const PartOfPicture& part, ProgressiveSymbols& to,
-                   EndOfBlocks& ends) {
-    const int lastNew = lastNewOne(levels, part);
-    std::vector<bool> corrections;
-    const auto tellCorrections = [&] {
-        for (const bool bit : corrections)
-            to.putBit(bit);
-        corrections.clear();
-    };
-    int zeros = 0;
-    for (int k = part.first; k <= part.last; ++k) {
-        const int level = shortened(levels[k], part.low), magnitude = std::abs(level);
-        if (magnitude == 0) {
-            ++zeros;
-            continue;
-        }
+void putOneMoreBit(Block block, const PartOfPicture& part, ProgressiveSymbols& to, EndOfBlocks& ends) {
+    const int lastNew = lastNewOne(block, part);
+    Corrections corrections;
+    int zeros = 0, next = part.first;
+    for (; block.places != 0; block.places &= block.places - 1) {
+        const int k = std::countr_zero(block.places), level = shortened(block.levels[k], part.low);
+        if (level == 0) continue;
+        const int magnitude = std::abs(level);
+        zeros += k - next;
+        next = k + 1;
         for (; zeros > 15 && k <= lastNew; zeros -= 16) {
             ends.tell();
             to.put(0, sixteenZeros, 0, 0);
-            tellCorrections();
+            corrections.tell(to);
         }
         if (magnitude > 1) {
-            corrections.push_back((magnitude & 1) != 0);
+            corrections.add((magnitude & 1) != 0);
             continue;
         }
         ends.tell();
         to.put(0, static_cast<unsigned>(zeros << 4 | 1), 1, level > 0 ? 1 : 0);
-        tellCorrections();
+        corrections.tell(to);
         zeros = 0;
     }
-    if (zeros > 0 || !corrections.empty()) ends.add(corrections);
+    if (zeros > 0 || next <= part.last || corrections.count > 0) ends.add(corrections);
 }
 
 } // namespace
+
+std::uint64_t ProgressiveSymbols::bits(const std::vector<SymbolCodes>& codes) const {
+    std::uint64_t bits = unannounced_;
+    for (std::size_t i = 0; i < counts.size(); ++i)
+        bits += codes[i].bitsOf(counts[i]);
+    return bits;
+}
 
 CodedBits ProgressiveSymbols::coded(const std::vector<SymbolCodes>& codes) const {
     // At most 16 bits of code and 15 of value each.
@@ -150,12 +172,14 @@ ProgressiveSymbols symbolsOfMeans(const Scan& scan, const std::vector<LevelPlane
     return symbols;
 }
 
-ProgressiveSymbols symbolsOfPart(const LevelPlane& plane, const PartOfPicture& part) {
+ProgressiveSymbols symbolsOfPart(const LevelPlane& plane, const PartOfPicture& part, int everySoManyRows) {
     ProgressiveSymbols symbols(1);
     EndOfBlocks ends(symbols);
-    for (int y = 0; y < plane.realHigh(); ++y)
+    const std::uint64_t band = (std::uint64_t{2} << part.last) - (std::uint64_t{1} << part.first);
+    for (int y = 0; y < plane.realHigh(); y += everySoManyRows)
         for (int x = 0; x < plane.realWide(); ++x)
-            (part.high == 0 ? putFirstBits : putOneMoreBit)(plane.block(x, y), part, symbols, ends);
+            (part.high == 0 ? putFirstBits : putOneMoreBit)({plane.block(x, y), plane.nonzero(x, y) & band},
+                                                            part, symbols, ends);
     ends.tell();
     return symbols;
 }

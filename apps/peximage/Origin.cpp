@@ -40,6 +40,22 @@ std::optional<int> wholeDpi(const pex::ImageProperties& properties) {
     return dpi >= 1 && dpi <= most ? std::optional(static_cast<int>(dpi)) : std::nullopt;
 }
 
+/// Gives up what is worth least first, until the rest takes half of the budget at most.
+pex::ImageMetadata within(long long budget, pex::ImageMetadata metadata) {
+    constexpr std::uint16_t makerNote = 0x927C;
+    using Loss = void (*)(pex::ImageMetadata&);
+    constexpr Loss losses[] = {
+        [](pex::ImageMetadata& kept) { kept.extendedXmp = {}; },
+        [](pex::ImageMetadata& kept) { kept.removeExifField(pex::ExifDirectory::exif, makerNote); },
+        [](pex::ImageMetadata& kept) { kept.xmp = {}; },
+        [](pex::ImageMetadata& kept) { kept = {}; },
+    };
+    for (const Loss lose : losses) {
+        if (static_cast<long long>(metadata.size()) > budget / 2) lose(metadata);
+    }
+    return metadata;
+}
+
 } // namespace
 
 Origin originOf(const pex::CGImageSource& source, const WritingOptions& options) {
@@ -78,11 +94,9 @@ Origin fitted(Origin origin, pex::ImageFormat format, const WritingOptions& opti
     const pex::ImageMetadata before = origin.metadata;
     origin.metadata = before.heldBy(format);
     noteLoss(origin, before, std::string(pex::displayName(format)) + " cannot hold all, and loses ");
-    const auto isTooMuch = [&] {
-        return options.maxBytes && static_cast<long long>(origin.metadata.size()) > *options.maxBytes / 2;
-    };
-    if (isTooMuch()) origin.metadata.extendedXmp = {};
-    if (isTooMuch()) origin.metadata = {};
-    noteLoss(origin, before.heldBy(format), "left out, for more than half of the budget: ");
+    if (!options.maxBytes) return origin;
+    const pex::ImageMetadata held = origin.metadata;
+    origin.metadata = within(*options.maxBytes, held);
+    noteLoss(origin, held, "left out, for more than half of the budget: ");
     return origin;
 }

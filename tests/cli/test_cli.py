@@ -361,6 +361,15 @@ class CommandLine(unittest.TestCase):
         run("shrink", photo, "-o", out, "--max-bytes", "1MB", "--max-side", 320)
         self.assertEqual(jpeg_size(out), (240, 320))
 
+    def test_what_is_worth_least_leaves_a_budget_first(self):
+        photo, out, note = self.photo_with_metadata(), self.dir / "small.jpg", self.dir / "note"
+        note.write_bytes(b"Note\0" * 6000)
+        subprocess.run(["exiftool", "-q", "-overwrite_original", f"-MakerNotes<={note}", "-XMP-dc:Description=" + "word " * 1000, photo], check=True)
+        for budget, lost in (("90K", ""), ("40K", "the maker's notes"), ("9K", "the maker's notes and XMP")):
+            code, _, errors = run("shrink", photo, "-o", out, "--max-bytes", budget, "--dpi", 300)
+            self.assertEqual((code, errors), (0, lost and f"peximage: {photo}: left out, for more than half of the budget: {lost}\n"), budget)
+            self.assertEqual((told(out).get("IFD0:Make"), told(out).get("GPS:GPSLatitude")), ("Maker", 33.86), budget)
+
     def test_shrink_reports_as_json(self):
         out = self.dir / "small.jpg"
         code, text, _ = run("shrink", self.photo, "-o", out, "--max-bytes", "20KB", "--dpi", 300, "--json")

@@ -1,6 +1,8 @@
 #include "peximage/platform/codecs/ImageMetadata.h"
 #include "peximage/platform/codecs/metadata/ExifEditor.h"
+#include "peximage/platform/codecs/metadata/ExifTags.h"
 #include "peximage/platform/codecs/metadata/ImageResources.h"
+#include "peximage/platform/codecs/metadata/TiffMetadata.h"
 #include "peximage/platform/codecs/metadata/XmpPacket.h"
 
 #include <algorithm>
@@ -103,6 +105,15 @@ Bytes valueOf(const std::vector<double>& numbers, std::uint16_t type, bool bigEn
     return value;
 }
 
+/// Whether nothing is missed of what goes when the block is packed: its thumbnail, and how the picture lies.
+bool canBePacked(const ExifEditor& block) {
+    const TiffStructure structure = block.structure();
+    const auto main = structure.mainDirectory();
+    if (!main || (main->nextAt && structure.number(*main->nextAt, 4) != 0)) return false;
+    const TiffEntry* lies = main->find(exifTag::orientation);
+    return lies == nullptr || structure.number(*lies) == 1;
+}
+
 } // namespace
 
 std::optional<Value> ImageMetadata::exifField(ExifDirectory directory, std::uint16_t tag) const {
@@ -142,11 +153,13 @@ bool ImageMetadata::setExifField(ExifDirectory directory, std::uint16_t tag, con
     return true;
 }
 
+/// A maker's notes leave a large gap, and were what referred to places in the block: the rest moves together.
 void ImageMetadata::removeExifField(ExifDirectory directory, std::uint16_t tag) {
     auto editor = ExifEditor::open(exif.bytes());
     if (!editor) return;
     editor->remove(directory, tag);
-    exif = Data(Bytes(editor->bytes()));
+    exif = tag == exifTag::makerNote && canBePacked(*editor) ? compactExif(editor->bytes())
+                                                             : Data(Bytes(editor->bytes()));
 }
 
 std::optional<std::string> ImageMetadata::xmpProperty(std::string_view nameSpace,

@@ -33,11 +33,15 @@ void setLimit(T pex::ImageLimits::*limit, T value) {
 }
 
 void addLimits(CLI::App& command) {
+    constexpr std::int64_t most = std::numeric_limits<std::int64_t>::max();
+    const auto setPixels = [](std::int64_t pixels) {
+        setLimit(&pex::ImageLimits::maxPixels, pixels);
+        setLimit(&pex::ImageLimits::maxPixelsPerByte, most); // so many are wanted, however empty
+    };
     command
-        .add_option_function<std::int64_t>(
-            "--limit-pixels", [](std::int64_t pixels) { setLimit(&pex::ImageLimits::maxPixels, pixels); },
-            "The most pixels that an image may have (default: 268435456)")
-        ->check(wholeBetween(1, std::numeric_limits<std::int64_t>::max()))
+        .add_option_function<std::int64_t>("--limit-pixels", setPixels,
+                                           "The most pixels that an image may have (default: 268435456)")
+        ->check(wholeBetween(1, most))
         ->type_name("N");
     const auto bytes = [](const std::string& text) {
         setLimit(&pex::ImageLimits::maxSourceBytes, static_cast<std::size_t>(byteSize(text)));
@@ -45,6 +49,22 @@ void addLimits(CLI::App& command) {
     command
         .add_option_function<std::string>("--limit-bytes", bytes, "The largest file to read (default: 2GiB)")
         ->type_name("SIZE");
+    const auto memory = [](const std::string& text) {
+        setLimit(&pex::ImageLimits::maxPixelMemory, static_cast<std::size_t>(byteSize(text)));
+    };
+    command
+        .add_option_function<std::string>("--limit-memory", memory,
+                                          "The most that all pixels take (default: half of the machine's)")
+        ->type_name("SIZE");
+    const auto seconds = [](double most) {
+        setLimit(&pex::ImageLimits::maxDecodingSeconds, most);
+        setLimit(&pex::ImageLimits::maxDrawingSeconds, most);
+    };
+    command
+        .add_option_function<double>("--limit-seconds", seconds,
+                                     "The longest that decoding a picture or a page takes (default: 60)")
+        ->check(numberBetween(0, std::numeric_limits<double>::max()))
+        ->type_name("S");
 }
 
 void addJpegOptions(CLI::App& command, pex::JpegOptions& options) {

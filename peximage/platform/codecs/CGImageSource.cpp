@@ -38,6 +38,9 @@ std::optional<OpenedImage> openImage(const CGDataProvider& bytes, int page) {
     const ReasonWatch watch;
     std::optional<OpenedImage> opened = openPage(*codec, bytes, limits, page);
     if (!opened && !watch.hasSeen()) giveReason(ReasonCode::damaged, "damaged: its header cannot be read");
+    if (!opened || codec->format == ImageFormat::pdf) return opened; // a page has no pixels yet
+    const ImageProperties& header = opened->properties;
+    if (!limits.allowsInBytes(header.pixelWidth, header.pixelHeight, bytes.size())) return std::nullopt;
     return opened;
 }
 

@@ -37,7 +37,12 @@ std::function<void()> underCurrentWork(std::function<void()> work) {
     };
 }
 
-bool isWorkStopped() noexcept { return workOfThisThread && workOfThisThread->stop.stop_requested(); }
+bool isWorkStopped() noexcept {
+    if (!workOfThisThread) return false;
+    const auto end = workOfThisThread->end;
+    return workOfThisThread->stop.stop_requested() ||
+           (end != WorkState::Clock::time_point::max() && WorkState::Clock::now() >= end);
+}
 
 void endIfStopped() {
     if (isWorkStopped()) throw WorkStopped();

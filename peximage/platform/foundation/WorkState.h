@@ -2,6 +2,7 @@
 
 #include "peximage/platform/foundation/WorkControl.h"
 
+#include <chrono>
 #include <exception>
 #include <functional>
 #include <memory>
@@ -10,9 +11,12 @@
 
 namespace pex {
 
-/// What a `WorkControl` set.
+/// What a `WorkControl` or a limit on time set.
 struct WorkState {
+    using Clock = std::chrono::steady_clock;
+
     const std::stop_token stop;
+    const Clock::time_point end = Clock::time_point::max(); // work stops then, too
 };
 
 /// Null when nobody controls this thread's work.

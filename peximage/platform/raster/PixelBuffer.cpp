@@ -3,7 +3,9 @@
 #include "peximage/platform/foundation/ForkSafe.h"
 #include "peximage/platform/foundation/OutOfMemory.h"
 #include "peximage/platform/foundation/Workers.h"
+#include "peximage/platform/raster/DecodingLimits.h"
 
+#include <algorithm>
 #include <atomic>
 #include <chrono>
 #include <cstdlib>
@@ -126,19 +128,24 @@ void* allocateLarge(std::size_t bytes) {
 } // namespace
 
 PixelBuffer PixelBuffer::make(std::size_t bytes) {
-    return absentWithoutMemory([bytes] { return tryToMake(bytes); });
+    const std::size_t counted = std::min(bytes, std::numeric_limits<std::size_t>::max() / 2);
+    if (!decodingLimits::claimMemory(counted)) return {};
+    return absentWithoutMemory([counted] { return tryToMake(counted); });
 }
 
 PixelBuffer PixelBuffer::tryToMake(std::size_t bytes) {
-    if (bytes > std::numeric_limits<std::size_t>::max() / 2) throw std::bad_alloc();
     const bool large = bytes + slack >= hugePage / 2;
     const std::size_t capacity = roundUp(bytes + slack, large ? hugePage : smallAlignment);
     void* block = large ? allocateLarge(capacity) : std::aligned_alloc(smallAlignment, capacity);
-    if (!block) throw std::bad_alloc();
-    auto* data = static_cast<std::uint8_t*>(block);
-    if (!large) return {std::shared_ptr<std::uint8_t>(data, std::free), bytes};
-    return {std::shared_ptr<std::uint8_t>(data, [capacity](std::uint8_t* p) { pool().give(p, capacity); }),
-            bytes};
+    if (!block) {
+        decodingLimits::giveBackMemory(bytes);
+        throw std::bad_alloc();
+    }
+    const auto drop = [bytes, large, capacity](std::uint8_t* data) {
+        decodingLimits::giveBackMemory(bytes);
+        large ? pool().give(data, capacity) : std::free(data);
+    };
+    return {std::shared_ptr<std::uint8_t>(static_cast<std::uint8_t*>(block), drop), bytes};
 }
 
 PixelBuffer PixelBuffer::makeZeroed(std::size_t bytes) {

@@ -1,9 +1,13 @@
 #include "peximage/platform/raster/PixelSource.h"
 
+#include "peximage/platform/foundation/NumberText.h"
 #include "peximage/platform/foundation/OutOfMemory.h"
 #include "peximage/platform/foundation/Reason.h"
 #include "peximage/platform/foundation/WorkState.h"
+#include "peximage/platform/raster/DecodingLimits.h"
 
+#include <algorithm>
+#include <chrono>
 #include <cstring>
 
 namespace pex {
@@ -17,14 +21,41 @@ std::optional<DecodedRows> told(const DecodedRows& rows, int height, DecodingRec
     return std::nullopt;
 }
 
+using Clock = WorkState::Clock;
+
+/// When a decoding that has taken so much time already has to be done.
+Clock::time_point endOfDecoding(Clock::duration taken) {
+    constexpr double longest = 1e6; // what is more sets no limit
+    const double seconds = decodingLimits::seconds();
+    if (seconds >= longest) return Clock::time_point::max();
+    const std::chrono::duration<double> allowed(std::max(seconds, 0.0));
+    return Clock::now() + std::chrono::duration_cast<Clock::duration>(allowed) - taken;
+}
+
+/// Gives what `work` gives, or nothing, with the reason, when the time for this picture is over.
+template <class Work>
+std::optional<DecodedRows> withinTime(Clock::duration& taken, const Work& work) {
+    const Clock::time_point begin = Clock::now(), end = endOfDecoding(taken);
+    const std::shared_ptr<const WorkState> outer = currentWork();
+    const auto got = absentWithoutMemory([&] {
+        const std::stop_token stop = outer ? outer->stop : std::stop_token();
+        const SharedWork limited(
+            std::make_shared<const WorkState>(WorkState{stop, outer ? std::min(outer->end, end) : end}));
+        endIfStopped();
+        return work();
+    });
+    taken += Clock::now() - begin;
+    if (!got && lastReason().code == ReasonCode::cancelled && !isWorkStopped())
+        giveReason(ReasonCode::timedOut, "decoding took longer than the limit of " +
+                                             decimalText(decodingLimits::seconds()) + " seconds");
+    return got;
+}
+
 } // namespace
 
 std::optional<DecodedRows> RowReader::read(MutablePixelView rows) {
     if (failed_) return std::nullopt;
-    const auto got = absentWithoutMemory([&] {
-        endIfStopped();
-        return readNext(rows);
-    });
+    const auto got = withinTime(taken_, [&] { return readNext(rows); });
     failed_ = !got;
     if (!got) return std::nullopt;
     asked_ += rows.height;
@@ -47,10 +78,8 @@ std::unique_ptr<RowReader> PixelSource::rows(PixelSize size) const {
 }
 
 std::optional<DecodedRows> PixelSource::decode(MutablePixelView pixels) const {
-    const auto got = absentWithoutMemory([&] {
-        endIfStopped();
-        return decodeAll(pixels);
-    });
+    Clock::duration taken{};
+    const auto got = withinTime(taken, [&] { return decodeAll(pixels); });
     return got ? told(*got, pixels.height, *record_) : std::nullopt;
 }
 

@@ -4,6 +4,7 @@
 #include "peximage/platform/raster/DecodingRecord.h"
 #include "peximage/platform/raster/PixelView.h"
 
+#include <chrono>
 #include <memory>
 #include <optional>
 #include <utility>
@@ -44,6 +45,7 @@ class RowReader {
     std::shared_ptr<DecodingRecord> record_;
     int height_ = 0, asked_ = 0, shown_ = 0;
     bool isSound_ = true, failed_ = false;
+    std::chrono::steady_clock::duration taken_{}; // in `readNext`
 };
 
 /// A picture that is not in memory yet: an encoded file, or another source turned upright. Immutable but for

@@ -227,6 +227,41 @@ TEST(FormatLimits, EveryFormatKeepsToThePixelsAndBytesAllowed) {
     }
 }
 
+/// Lossless, each of its five codes a single symbol, which takes no bits.
+Bytes webpOfOneColour(std::uint64_t width, std::uint64_t height) {
+    constexpr std::uint64_t signature = 0x2F, codes = 0x11111;
+    const std::uint64_t picture = signature | (width - 1) << 8 | (height - 1) << 22 | codes << 43;
+    Bytes file{'R', 'I', 'F', 'F', 30, 0, 0, 0, 'W', 'E', 'B', 'P', 'V', 'P', '8', 'L', 18, 0, 0, 0};
+    for (int i = 0; i < 18; ++i)
+        file.push_back(static_cast<std::uint8_t>(i < 8 ? picture >> (8 * i) : 0));
+    return file;
+}
+
+TEST(FormatLimits, MemoryAndTimeAreBounded) {
+    const Bytes bomb = webpOfOneColour(16383, 16383);
+    EXPECT_EQ(bomb.size(), 38u);
+    EXPECT_FALSE(opens(bomb, {}));
+    EXPECT_EQ(lastReason().code, ReasonCode::overLimit);
+    EXPECT_TRUE(opens(bomb, {.maxPixelsPerByte = 1 << 23}));
+    EXPECT_TRUE(opens(webpOfOneColour(8192, 8192), {}));
+
+    for (const ImageFormat format : everyFormat) {
+        SCOPED_TRACE(displayName(format));
+        const Bytes file = bytesOf(encoded(photoLike(400, 300), format));
+        const auto decodes = [&](const ImageLimits& limits) {
+            const WithLimits inForce(limits);
+            const auto source = CGImageSource::make(Data(file));
+            return source && source->createImage()->pixels();
+        };
+        EXPECT_FALSE(decodes({.maxDecodingSeconds = 0}));
+        EXPECT_EQ(lastReason().code, ReasonCode::timedOut);
+        const PixelBuffer others = PixelBuffer::make(1 << 20);
+        EXPECT_FALSE(decodes({.maxPixelMemory = (1 << 20) + 479'999}));
+        EXPECT_EQ(lastReason().code, ReasonCode::outOfMemory);
+        EXPECT_TRUE(decodes({.maxPixelMemory = 1 << 24})); // not larger by what was refused
+    }
+}
+
 /// Whether a profile or an EXIF block of the file is kept; its pixels always are.
 bool isKept(const Bytes& file, std::size_t most) {
     EXPECT_TRUE(opens(file, {.maxMetadataBytes = most}));

@@ -46,7 +46,7 @@ def shrink(
     if not isinstance(source, (str, os.PathLike)):
         source = _encoded(source)
     picture = open(source)
-    if max_side is not None and max_side < max(picture.size):
+    if max_side is not None and not max_side >= max(picture.size):
         picture = picture.resize(max_side=max_side)
     elif max_bytes is not None and quality is None and metadata == "keep" and not picture.is_incomplete:
         if picture.format == format and _size(source) <= max_bytes:
@@ -58,7 +58,10 @@ def from_array(array: ArrayLike, mode: Optional[str] = None) -> Image:
     """A picture of an array of unsigned bytes, (height, width) or (height, width, channels). `mode` is "L", "RGB",
     "BGR", "RGBX", "RGBA", "BGRA" or "RGBa" (alpha multiplied in); without it the shape tells. "L", "RGBA", "RGBa" and
     "RGBX" are not copied where their rows have no gaps: leave the array as it is while the picture lives."""
-    return _core._from_array(array, mode or "")
+    exchanged: Any = array
+    if not hasattr(array, "__dlpack__"):
+        exchanged = memoryview(exchanged)  # ctypes' own buffers lack strides
+    return _core._from_array(exchanged, mode or "")
 
 
 def from_pillow(image: "PillowImage") -> Image:
@@ -112,13 +115,21 @@ def _encoded(source: Union[bytes, bytearray, memoryview, BinaryIO]) -> bytes:
         return source
     if isinstance(source, (bytearray, memoryview)):
         return bytes(source)
-    read = getattr(source, "read", None)
-    if read is None:
-        raise InvalidArgument(f"a picture is opened from a path, bytes or a binary file, not from {type(source).__name__}")
+    if not hasattr(source, "read"):
+        raise TypeError(f"a picture is opened from a path, bytes or a binary file, not from {type(source).__name__}")
+    return _read(source)
+
+
+def _read(file: BinaryIO) -> bytes:
+    """All that is left of a file; what is not buffered (pipes, sockets) gives it piece by piece."""
     most = _core.get_limits().max_source_bytes
-    encoded = read(most + 1)
-    if not isinstance(encoded, bytes):
-        raise InvalidArgument("the file is open as text; open it in binary mode")
-    if len(encoded) > most:
+    pieces: list[bytes] = []
+    left = most + 1
+    while left > 0 and (piece := file.read(min(left, 1 << 26))) != b"":
+        if not isinstance(piece, (bytes, bytearray, memoryview)):
+            raise TypeError(f"a picture is read from a binary file that waits for its bytes; this one gave {type(piece).__name__}")
+        pieces.append(piece)
+        left -= len(piece)
+    if left <= 0:
         raise LimitExceeded(f"more than the limit of {most} bytes")
-    return encoded
+    return b"".join(pieces)

@@ -250,6 +250,14 @@ State stateOf(const Image& image) {
              bytesOf(metadata.resources)}};
 }
 
+/// The profile's space where it is of such pixels, as after a conversion to other ones it may not be.
+pex::CGColorSpace spaceOf(const nb::bytes& profile, bool isGrey) {
+    using enum pex::CGColorSpace::Model;
+    const auto space = pex::CGColorSpace::fromICC(dataOf(profile));
+    if (space && space->model() == (isGrey ? gray : rgb)) return *space;
+    return isGrey ? pex::CGColorSpace::deviceGray() : pex::CGColorSpace::sRGB();
+}
+
 Image imageOf(const State& state) {
     const auto& [mode, width, height, pixels, profile, blocks] = state;
     const pex::PixelBytes bytes = channelsOf(mode).bytes;
@@ -257,11 +265,9 @@ Image imageOf(const State& state) {
     const std::ptrdiff_t stride = std::ptrdiff_t{width} * pex::byteCount(bytes);
     if (pixels.size() != static_cast<std::size_t>(stride) * static_cast<std::size_t>(height))
         failArgument("there are not as many pixels as the size says");
-    const auto space = pex::CGColorSpace::fromICC(dataOf(profile));
     const auto bitmap =
         pex::imageOfCopied({static_cast<const std::uint8_t*>(pixels.data()), width, height, stride, bytes},
-                           space.value_or(bytes == pex::PixelBytes::grey ? pex::CGColorSpace::deviceGray()
-                                                                         : pex::CGColorSpace::sRGB()));
+                           spaceOf(profile, bytes == pex::PixelBytes::grey));
     if (!bitmap) fail("the picture cannot be made again");
     return Image(pex::PexImage::make(*bitmap),
                  {dataOf(blocks[0]), dataOf(blocks[1]), dataOf(blocks[2]), dataOf(blocks[3])});

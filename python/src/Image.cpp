@@ -120,6 +120,7 @@ Image Image::changed(const std::function<Picture(pex::PexImage&)>& operation, co
     const Picture receiver = picture();
     pex::giveReason(pex::ReasonCode::none, {}); // what is told below is of this operation
     const Picture result = operation(*receiver);
+    if (!result && !pex::lastReason()) failArgument(what);
     if (!result) fail(what, state_->path);
     checkWhole();
     return derived(result);

@@ -7,6 +7,7 @@ namespace nb = nanobind;
 
 NB_MODULE(_core, module) {
     module.doc() = "The native part of peximage.";
+    nb::set_leak_warnings(false); // what Python does not free when it ends is no fault
     module.attr("__version__") = PEX_VERSION_STRING;
     pex::diagnostics::setSink({}); // what the library says in passing is no business of Python's output
     pexpy::registerFailures();

@@ -44,6 +44,7 @@ Image watermark(const Image& image, const Image& mark, const std::string& positi
     const auto how = pex::fromRawValue<pex::PexWatermark::Scale::Policy>(policy);
     if (!where) failArgument("position is \"Top Left\", \"Center\", \"Bottom Right\" …");
     if (!how) failArgument("policy is \"Original Size\" or \"Largest Side Scale\"");
+    if (!(opacity >= 0 && opacity <= 1)) failArgument("opacity goes from 0 to 1");
     settings.position = *where;
     settings.scale = {.policy = *how, .scale = scale, .maxScale = maxScale};
     settings.opacity = opacity;
@@ -53,6 +54,7 @@ Image watermark(const Image& image, const Image& mark, const std::string& positi
 }
 
 Image key(const Image& image, const Color& color, double tolerance) {
+    if (!(tolerance >= 0)) failArgument("a tolerance is not negative");
     return image.changed(
         [&](PexImage& picture) { return picture.key({.color = colorOf(color), .tolerance = tolerance}); },
         "cannot be keyed");

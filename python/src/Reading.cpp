@@ -89,29 +89,33 @@ std::string describe(const Image& image) {
            ">";
 }
 
-using LimitsState = std::tuple<std::int64_t, std::size_t, int, std::size_t, double>;
-
-pex::ImageLimits limitsOf(const LimitsState& state) {
-    const auto [pixels, bytes, pages, metadata, seconds] = state;
-    return {pixels, bytes, pages, metadata, seconds};
+auto fieldsOf(auto& limits) {
+    return std::tie(limits.maxPixels, limits.maxPixelsPerByte, limits.maxPixelMemory, limits.maxSourceBytes,
+                    limits.maxPages, limits.maxMetadataBytes, limits.maxDecodingSeconds,
+                    limits.maxDrawingSeconds);
 }
+
+using LimitsState =
+    std::tuple<std::int64_t, std::int64_t, std::size_t, std::size_t, int, std::size_t, double, double>;
 
 void addLimits(nb::module_& module) {
     nb::class_<pex::ImageLimits>(module, "Limits", "What may be opened; past a limit opening raises.")
         .def_rw("max_pixels", &pex::ImageLimits::maxPixels, "Width times height of one picture.")
+        .def_rw("max_pixels_per_byte", &pex::ImageLimits::maxPixelsPerByte,
+                "Pixels that one byte of a file may stand for, in pictures of more than 2^26 pixels.")
+        .def_rw("max_pixel_memory", &pex::ImageLimits::maxPixelMemory,
+                "Bytes that the pixels of all pictures may take together; 0 is half of the machine's memory.")
         .def_rw("max_source_bytes", &pex::ImageLimits::maxSourceBytes, "Bytes of one encoded file.")
         .def_rw("max_pages", &pex::ImageLimits::maxPages, "Pages of one document.")
+        .def_rw("max_decoding_seconds", &pex::ImageLimits::maxDecodingSeconds,
+                "Seconds that the decoding of one picture may take.")
         .def_rw("max_drawing_seconds", &pex::ImageLimits::maxDrawingSeconds,
                 "Seconds that the drawing of one page may take.")
         .def_rw("max_metadata_bytes", &pex::ImageLimits::maxMetadataBytes,
                 "Bytes of one piece of metadata, such as a colour profile.")
-        .def("__getstate__",
-             [](const pex::ImageLimits& self) {
-                 return LimitsState(self.maxPixels, self.maxSourceBytes, self.maxPages, self.maxMetadataBytes,
-                                    self.maxDrawingSeconds);
-             })
+        .def("__getstate__", [](const pex::ImageLimits& self) { return LimitsState(fieldsOf(self)); })
         .def("__setstate__", [](pex::ImageLimits& self, const LimitsState& state) {
-            new (&self) pex::ImageLimits(limitsOf(state));
+            fieldsOf(*new (&self) pex::ImageLimits()) = state;
         });
     module.def("get_limits", &pex::ImageLimits::current, "A copy of the limits of this process.");
     module.def("set_limits", &pex::ImageLimits::setCurrent, "limits"_a, "Sets the limits of this process.");

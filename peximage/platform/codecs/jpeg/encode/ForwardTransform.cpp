@@ -137,9 +137,9 @@ bool allocate(std::initializer_list<TransformedPlane*> planes) {
     return static_cast<bool>(whole);
 }
 
-/// Of a strip that is loaded at once: up to two megabytes as a rule, and whole units.
+/// Of a strip that is loaded at once: up to a megabyte as a rule, and whole units.
 int rowsOfStrip(const EncoderInput& input) {
-    constexpr int bytes = 2 << 20, fewest = 32, most = 128;
+    constexpr int bytes = 1 << 20, fewest = 32, most = 128;
     if (!input.load) return input.height;
     return std::clamp(bytes / (4 * input.width), fewest, most) / 16 * 16;
 }

@@ -202,8 +202,8 @@ class Report {
 Report::Told done(const Settings& settings, const std::function<Outcome(std::size_t)>& work,
                   std::size_t index) {
     incomplete::begin();
-    const std::string& problem = settings.inputs[index].problem;
-    Outcome outcome = problem.empty() ? work(index) : Failure{problem, pex::ReasonCode::badArgument};
+    const Input& input = settings.inputs[index];
+    Outcome outcome = input.problem.empty() ? work(index) : Failure{input.problem, input.problemCode};
     return {std::move(outcome), incomplete::warnings()};
 }
 

@@ -60,6 +60,15 @@ std::vector<Destination> standardOutput(const Settings& settings, const std::opt
     return {{"-", writableFormat(*format, "--format")}};
 }
 
+/// Two inputs never have the same result.
+void keepApart(std::map<fs::path, std::string>& taken, const fs::path& result, const Input& input) {
+    const auto [other, isNew] = taken.emplace(result, input.shownName());
+    if (isNew) return;
+    if (other->second == input.shownName()) throw UsageError{input.shownName() + " is named twice"};
+    throw UsageError{other->second + " and " + input.shownName() + " would both be written to " +
+                     result.string() + "; -r keeps the files of different folders apart"};
+}
+
 std::vector<Destination> inFolder(Settings& settings, const fs::path& folder,
                                   const std::optional<std::string>& format) {
     std::vector<Destination> destinations;
@@ -70,10 +79,7 @@ std::vector<Destination> inFolder(Settings& settings, const fs::path& folder,
             input.problem = std::string(pex::displayName(target)) +
                             " cannot be written; choose another format with --format";
         Destination destination{folder / placeFor(input.place, target), target};
-        const auto [other, isNew] = taken.emplace(destination.path, input.shownName());
-        if (!isNew && input.problem.empty())
-            throw UsageError{other->second + " and " + input.shownName() + " would both be written to " +
-                             destination.path.string() + "; -r keeps the files of different folders apart"};
+        if (input.problem.empty()) keepApart(taken, destination.path, input);
         destinations.push_back(std::move(destination));
     }
     return destinations;

@@ -58,28 +58,47 @@ bool isPicture(const fs::directory_entry& entry) {
 
 struct Found {
     std::vector<fs::path> files;
-    std::error_code error;
+    /// Why a folder could not be searched, or not to its end.
+    std::vector<std::pair<fs::path, std::error_code>> failures;
+
+    void add(const fs::path& folder, std::error_code error) {
+        if (error) failures.emplace_back(folder, error);
+    }
 };
 
 Found picturesIn(const fs::path& folder) {
     Found found;
-    for (fs::directory_iterator at(folder, found.error); at != fs::directory_iterator();
-         at.increment(found.error)) {
+    std::error_code error;
+    for (fs::directory_iterator at(folder, error); at != fs::directory_iterator(); at.increment(error)) {
         if (isPicture(*at)) found.files.push_back(at->path());
     }
+    found.add(folder, error);
     return found;
+}
+
+/// Whether the folder can be searched; told where it cannot.
+bool opens(const fs::path& folder, Found& found) {
+    std::error_code error;
+    const fs::directory_iterator tried(folder, error);
+    found.add(folder, error);
+    return !error;
 }
 
 Found picturesBelow(const fs::path& folder, const fs::path& leftOut) {
     Found found;
-    fs::recursive_directory_iterator at(folder, fs::directory_options::skip_permission_denied, found.error);
-    for (; at != fs::recursive_directory_iterator(); at.increment(found.error)) {
+    if (!opens(folder, found)) return found;
+    std::error_code error;
+    fs::recursive_directory_iterator at(folder, error);
+    for (; at != fs::recursive_directory_iterator(); at.increment(error)) {
         std::error_code ignored;
-        if (at->is_directory(ignored) && (isHidden(*at) || fs::equivalent(*at, leftOut, ignored)))
+        const bool isFolder = at->is_directory(ignored);
+        if (isFolder && (isHidden(*at) || fs::equivalent(*at, leftOut, ignored) ||
+                         (!at->is_symlink(ignored) && !opens(*at, found))))
             at.disable_recursion_pending();
         else if (isPicture(*at))
             found.files.push_back(at->path());
     }
+    found.add(folder, error);
     return found;
 }
 
@@ -118,9 +137,18 @@ class Expansion {
             const fs::path below = settings_.recursive ? file.lexically_relative(folder) : file.filename();
             settings_.inputs.push_back({file.string(), file.string(), above / below});
         }
-        std::string problem = found.error ? found.error.message() : "no pictures in it";
-        if (found.error || found.files.empty())
-            settings_.inputs.push_back({folder.string(), folder.string(), ownName(folder), problem});
+        if (found.files.empty() && found.failures.empty()) addFailed(folder).problem = "no pictures in it";
+        for (const auto& [failed, error] : found.failures) {
+            pex::giveReadingReason(error.value());
+            Input& input = addFailed(failed);
+            input.problem = pex::lastReason().message;
+            input.problemCode = pex::lastReason().code;
+        }
+    }
+
+    Input& addFailed(const fs::path& folder) {
+        settings_.inputs.push_back({folder.string(), folder.string(), ownName(folder)});
+        return settings_.inputs.back();
     }
 
     /// False where there are none.

@@ -19,6 +19,7 @@ struct Input {
     std::string problem = {};
     /// Which page or frame of the file, from 0; absent where none was asked for, which takes the first.
     std::optional<int> page = {};
+    pex::ReasonCode problemCode = pex::ReasonCode::badArgument;
 
     /// As people are told: the name, and the page that was asked for.
     std::string shownName() const { return page ? name + " page " + std::to_string(*page + 1) : name; }

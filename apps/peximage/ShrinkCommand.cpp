@@ -41,11 +41,13 @@ std::optional<Outcome> handedOn(const Input& input, pex::CGImageSource& source,
     if (request.maxSide && std::max(size.width, size.height) > *request.maxSide) return std::nullopt;
     std::error_code error;
     const auto stored = std::filesystem::file_size(input.path, error);
-    if (error || static_cast<long long>(stored) > *request.writing.maxBytes || source.isIncomplete())
-        return std::nullopt;
+    if (error || static_cast<long long>(stored) > *request.writing.maxBytes) return std::nullopt;
     const auto bytes = untouched(input, source, request.writing);
     if (!bytes) return std::nullopt;
-    return saveBytes(input, *bytes, size, destination, request.writing, origin);
+    Outcome outcome = saveBytes(input, *bytes, size, destination, request.writing, origin);
+    if (auto* const result = std::get_if<Result>(&outcome); result && source.isIncomplete())
+        result->notes.emplace_back("breaks off before its picture ends");
+    return outcome;
 }
 
 Outcome shrunk(const Input& input, const Destination& destination, const Request& request) {

@@ -203,7 +203,7 @@ class CommandLine(unittest.TestCase):
                 ("-r in other -o out", 0, "in/a.jpg in/deep/b.JPG in/out/f.jpg other/a.jpg"), ("-r in/. -o out", 0, "a.jpg deep/b.JPG out/f.jpg"),
                 ("'*/a.jpg' -o out", 2, ""), ("'in/?.jpg' 'x*.jpg' -o out", 0, "a.jpg x y.jpg"), ("'odd[1].jpg' -o out/", 0, "odd[1].jpg"),
                 ("--files-from lines -o out", 0, "a.jpg x y.jpg"), ("-0 --files-from nuls -o out", 0, "a.jpg x y.jpg"),
-                ("other/a.jpg 'none*.jpg' -o out", 1, "a.jpg"), ("in other -o out", 2, ""), ("empty -o out", 1, ""), ("-0 in -o out", 2, ""),
+                ("other/a.jpg 'none*.jpg' -o out", 1, "a.jpg"), ("in other -o out", 2, ""), ("empty -o out", 1, ""), ("-0 in -o out", 2, ""), ("in/a.jpg in/a.jpg -o out", 2, ""),
                 ("--files-from none -o out", 2, ""), ("-o out", 2, ""), ("in - -o out --format png", 0, "a.png stdin.png"),
                 ("-r in -o in/out", 0, "")):
             code, _, errors = run("resize", "--width", 20, *shlex.split(words), cwd=self.dir, stdin=self.photo.read_bytes())
@@ -211,6 +211,19 @@ class CommandLine(unittest.TestCase):
         self.assertEqual(self.files("in/out"), "a.jpg deep/b.JPG f.jpg")  # the results' own folder is not searched
         self.check("info", [("in other", 0, r"^in/a.jpg  .*\nother/a.jpg  .*\n$"), ("-r in", 0, r"^in/a.jpg .*\nin/deep/b.JPG .*\n$"),
                             ("empty", 1, "^$", "^peximage: empty: no pictures in it\n$")])
+
+    def test_folders_that_cannot_be_searched_are_told(self):
+        self.place("in/a/b.jpg", "in/z.jpg")
+        deep = os.open(self.dir / "in", os.O_RDONLY)
+        for _ in range(20):  # a path longer than the system takes
+            os.mkdir("a" * 250, dir_fd=deep)
+            deep, above = os.open("a" * 250, os.O_RDONLY, dir_fd=deep), deep
+            os.close(above)
+        os.close(deep)
+        code, text, errors = run("resize", "--width", 20, "-r", "in", "-o", "out", "--json", cwd=self.dir)
+        self.assertEqual((code, self.files()), (1, "a/b.jpg z.jpg"))
+        self.assertEqual([row.get("error", {}).get("code") for row in json.loads(text)], [None, None, "cannotRead"])
+        self.assertRegex(errors, "^peximage: in/a{250}/.*: File name too long\n$")
 
     def test_pictures_through_pipes(self):
         whole = self.photo.read_bytes()
@@ -360,6 +373,9 @@ class CommandLine(unittest.TestCase):
             self.assertEqual(told(out).get("IFD0:Orientation"), 6)
         run("shrink", photo, "-o", out, "--max-bytes", "1MB", "--max-side", 320)
         self.assertEqual(jpeg_size(out), (240, 320))
+        photo.write_bytes(photo.read_bytes()[:9000])
+        self.assertEqual(run("shrink", photo, "-o", out, "--max-bytes", "1MB")[::2], (0, f"peximage: {photo}: breaks off before its picture ends\n"))
+        self.assertEqual(out.read_bytes(), photo.read_bytes())
 
     def test_what_is_worth_least_leaves_a_budget_first(self):
         photo, out, note = self.photo_with_metadata(), self.dir / "small.jpg", self.dir / "note"

@@ -16,6 +16,6 @@ PEX_EXPORT std::optional<CGImage> turnedImage(const CGImage& image, Orientation 
 
 /// The rectangle of the original picture that becomes `turned` in the turned picture, which is
 /// `turnedSize` large. Pixels, y downward.
-CGRect rectBeforeTurning(const CGRect& turned, CGSize turnedSize, Orientation orientation);
+PEX_EXPORT CGRect rectBeforeTurning(const CGRect& turned, CGSize turnedSize, Orientation orientation);
 
 } // namespace pex

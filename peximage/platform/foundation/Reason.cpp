@@ -5,6 +5,7 @@
 #include <cerrno>
 #include <cstddef>
 #include <new>
+#include <pthread.h>
 #include <system_error>
 
 namespace pex {
@@ -15,18 +16,28 @@ constinit thread_local unsigned givenToThread = 0;
 alignas(Reason) constinit thread_local std::byte memoryOfReason[sizeof(Reason)]{};
 constinit thread_local bool hasReason = false;
 
+void endReason(void*) {
+    reinterpret_cast<Reason*>(memoryOfReason)->~Reason();
+    hasReason = false;
+}
+
+/// A key of the thread library: it notes a destructor without memory, for lack of which `thread_local`
+/// aborts.
+void endWithThread() {
+    static const pthread_key_t key = [] {
+        pthread_key_t made{};
+        pthread_key_create(&made, endReason);
+        return made;
+    }();
+    pthread_setspecific(key, memoryOfReason);
+}
+
 /// Also for what asks while the thread ends, or the process does, and other such objects are gone.
 Reason& reasonOfThread() {
-    struct AtThreadEnd {
-        ~AtThreadEnd() {
-            reinterpret_cast<Reason*>(memoryOfReason)->~Reason();
-            hasReason = false;
-        }
-    };
     if (!hasReason) {
         ::new (memoryOfReason) Reason;
         hasReason = true;
-        [[maybe_unused]] thread_local const AtThreadEnd end; // only the first time
+        endWithThread();
     }
     return *std::launder(reinterpret_cast<Reason*>(memoryOfReason));
 }
